@@ -1,0 +1,19 @@
+# Warnings and sanitizers that every target of the project is built with.
+# Link `tally_options` to get them; generated code (rpcgen) does not.
+add_library(tally_options INTERFACE)
+target_compile_options(tally_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(TALLYD_WERROR)
+  target_compile_options(tally_options INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # Proves the lock discipline that the annotations in daemon/mutex.h describe.
+  target_compile_options(tally_options INTERFACE -Wthread-safety)
+endif()
+
+if(TALLYD_SANITIZE)
+  add_compile_options(-fsanitize=${TALLYD_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TALLYD_SANITIZE})
+  if(TALLYD_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

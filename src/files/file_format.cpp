@@ -1,0 +1,71 @@
+#include "files/file_format.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "daemon/collection_types.h"
+#include "daemon/log.h"
+#include "daemon/paths.h"
+
+namespace tally {
+namespace {
+
+constexpr char kExtension[] = ".bin";
+
+const char* kind_name(FileKind kind) {
+  switch (kind) {
+    case FileKind::prev:
+      return "prev";
+    case FileKind::last:
+      return "last";
+    case FileKind::delta:
+      return "delta";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string collection_path(std::uint32_t type, std::uint32_t index, FileKind kind) {
+  char path[sizeof kDataDirectory + 64];
+  if (is_supervisor_type(type)) {
+    std::snprintf(path, sizeof path, "%s/%s_%s%s", kDataDirectory, type_stem(type), kind_name(kind),
+                  kExtension);
+  } else {
+    std::snprintf(path, sizeof path, "%s/%s_%u_%s%s", kDataDirectory, type_stem(type), index,
+                  kind_name(kind), kExtension);
+  }
+  return path;
+}
+
+CollectionPaths collection_paths(std::uint32_t type, std::uint32_t index) {
+  return {collection_path(type, index, FileKind::last),
+          collection_path(type, index, FileKind::prev),
+          collection_path(type, index, FileKind::delta)};
+}
+
+void remove_collection_files(std::uint32_t type, std::uint32_t index) {
+  if (!is_agent_type(type) && !is_supervisor_type(type)) {
+    log_debug("Attempt to remove data for invalid collection type");
+    return;
+  }
+  std::remove(collection_path(type, index, FileKind::delta).c_str());
+  if (type == kEtherStats) return;  // keeps its samples in memory
+  std::remove(collection_path(type, index, FileKind::last).c_str());
+  std::remove(collection_path(type, index, FileKind::prev).c_str());
+}
+
+bool delta_file_exists(std::uint32_t type, std::uint32_t index) {
+  return file_exists(collection_path(type, index, FileKind::delta).c_str());
+}
+
+bool file_exists(const char* path) {
+  const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
+  if (descriptor < 1) return false;  // 0 counts as absent: it is never a file of ours
+  close(descriptor);
+  return true;
+}
+
+}  // namespace tally

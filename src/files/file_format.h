@@ -1,0 +1,59 @@
+// Names and common header of the collection files. The writer, the readers and the tools share it.
+//
+// A collection has up to three files in the data directory:
+//   last   the newest sample           prev   the sample before it
+//   delta  the per-second rates between the two; this is the file that the web pages read
+//
+// Every file is a 16-byte header followed by records of one fixed size, in the host's byte order
+// (little-endian), without padding or trailer. Records are sorted by key in ascending order.
+//
+//     0        4        8        12       16
+//     +--------+--------+--------+--------+----------+----------+ - -
+//     |interval| uptime | sample |  type  | record 0 | record 1 |
+//     +--------+--------+--------+--------+----------+----------+ - -
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tally {
+
+enum class FileKind { prev, last, delta };
+
+// FileHeader stands at the start of every collection file.
+struct FileHeader {
+  std::int32_t interval;     // delta: seconds between the samples, may be negative; else 0
+  std::uint32_t up_time;     // last, prev: the agent's up-time, 0 when unknown; delta: 0
+  std::int32_t sample_time;  // seconds since the epoch, of the (last) sample
+  std::uint32_t type;        // collection type code
+};
+static_assert(sizeof(FileHeader) == 16);
+
+// Mode of every file that the daemon makes; its umask is 0, because the web server's user reads
+// and locks the files.
+inline constexpr unsigned kFileMode = 0777;
+
+struct CollectionPaths {
+  std::string last;
+  std::string prev;
+  std::string delta;
+};
+
+// collection_path returns the path of one file: "DIR/host_3_delta.bin" for an agent collection,
+// "DIR/ifstats_delta.bin" for a supervisor kind. The type must be legal.
+std::string collection_path(std::uint32_t type, std::uint32_t index, FileKind kind);
+
+// collection_paths returns the paths of all three files of a legal type.
+CollectionPaths collection_paths(std::uint32_t type, std::uint32_t index);
+
+// remove_collection_files removes the files of a collection; those that do not exist are passed
+// over in silence. Of etherstats only the delta file is a file. Logs an illegal type.
+void remove_collection_files(std::uint32_t type, std::uint32_t index);
+
+// delta_file_exists tells whether the delta file of a legal type can be opened for reading.
+bool delta_file_exists(std::uint32_t type, std::uint32_t index);
+
+// file_exists tells whether a path can be opened for reading.
+bool file_exists(const char* path);
+
+}  // namespace tally

@@ -1,0 +1,97 @@
+#include "files/filebuf.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "daemon/log.h"
+
+namespace tally {
+namespace {
+
+// Outcome texts of one kind of write.
+struct WriteTexts {
+  const char* failed;
+  const char* short_write;
+};
+
+// Writes everything that waits, in one write. Only EINTR is tried again: a short write means that
+// the disk is full, and its text says so at once.
+int write_waiting(RecordCache& cache, const WriteTexts& texts) {
+  ssize_t written = 0;
+  do {
+    written = write(cache.fd, cache.buffer, cache.used);
+  } while (written < 0 && errno == EINTR);
+  if (written < 0) {
+    log_warning("%s", texts.failed);
+    return 0;
+  }
+  if (static_cast<std::uint32_t>(written) != cache.used) {
+    log_warning("%s", texts.short_write);
+    return 0;
+  }
+  cache.used = 0;
+  return 1;
+}
+
+}  // namespace
+
+void filebuf_init(RecordCache& cache, int fd) {
+  cache.fd = fd;
+  cache.used = 0;
+  cache.count = 0;
+  cache.position = 0;
+}
+
+int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length) {
+  if (length > kFilebufSize) return 0;
+  if (length > kFilebufSize - cache.used &&
+      !write_waiting(cache, {"Unable to write poll cache to file.",
+                             "Not all tallyd cached data written to file."})) {
+    return 0;
+  }
+  std::memcpy(cache.buffer + cache.used, bytes, length);
+  cache.used += length;
+  return 1;
+}
+
+int filebuf_flush(RecordCache& cache) {
+  if (cache.used == 0) return 1;
+  return write_waiting(
+      cache, {"Unable to flush poll cache to file.", "Not all cached data flushed to file."});
+}
+
+int filebuf_fill(RecordCache& cache, std::uint32_t record_size) {
+  const std::uint32_t wanted = kFilebufSize / record_size * record_size;
+  ssize_t got = 0;
+  do {
+    got = read(cache.fd, cache.buffer, wanted);
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) {
+    log_warning("Error 1 reading to fill file cache.");
+    return 0;
+  }
+  const auto bytes = static_cast<std::uint32_t>(got);
+  if (bytes % record_size != 0) {
+    log_warning("Error 2 reading to fill file cache.");
+    return 0;
+  }
+  cache.count = bytes / record_size;
+  cache.used = 0;
+  cache.position = 0;
+  return 1;
+}
+
+const unsigned char* filebuf_getnext(RecordCache& cache, std::uint32_t record_size) {
+  cache.used += record_size;
+  cache.position += 1;
+  if (cache.position < cache.count) return filebuf_current(cache);
+  if (!filebuf_fill(cache, record_size)) {
+    log_debug("filebuf_getnext: ERROR filling cache!");
+    return nullptr;
+  }
+  return cache.count == 0 ? nullptr : cache.buffer;
+}
+
+}  // namespace tally
