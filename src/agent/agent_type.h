@@ -1,0 +1,122 @@
+// What an agent collection type is, as data, and the operations that come from it.
+//
+// A type is a struct with static members; mac_types.cpp has the first three. It names
+//
+//   kType, kKeySize, kCounters   code, bytes of the key, number of doubles behind it
+//   kTexts                       its log texts (kept as the system has them, also where one type
+//                                uses the name of another)
+//   compare(a, b)                the order of two keys
+//   kControl...                  see control_scan.h
+//   rows                         see batch_rows.h
+//
+// and collection_ops<Type>() is then its line in the table of operations.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "agent/control_scan.h"
+#include "agent/rate.h"
+#include "daemon/log.h"
+#include "files/collection_ops.h"
+
+namespace tally {
+
+struct AgentTexts {
+  const char* delta_null;
+  const char* delta_zero_interval;
+  const char* rate_null;
+  const char* rate_zero_interval;
+  const char* getnext_failed;
+  const char* upload_failed;
+  const char* add_failed;
+};
+
+template <class Type>
+inline constexpr std::uint32_t kRecordSize = Type::kKeySize + 8 * Type::kCounters;
+
+// put_counters writes counters behind the key, each rounded from 64 bits once.
+template <std::uint32_t kKeySize, class... Counter>
+void put_counters(unsigned char* record, Counter... counters) {
+  const double values[] = {static_cast<double>(counters)...};
+  std::memcpy(record + kKeySize, values, sizeof values);
+}
+
+namespace agent_ops {
+
+// divisor returns the interval to divide by; 0 is taken as 1.
+inline long double divisor(std::uint32_t interval, const char* zero_interval_text) {
+  if (interval != 0) return interval;
+  log_debug("%s", zero_interval_text);
+  return 1;
+}
+
+template <class Type>
+int calc_delta(const unsigned char* prev, const unsigned char* last, unsigned char* out,
+               std::uint32_t interval) {
+  if (!prev || !last || !out) {
+    log_warning("%s", Type::kTexts.delta_null);
+    return -1;
+  }
+  const long double seconds = divisor(interval, Type::kTexts.delta_zero_interval);
+  double before[Type::kCounters];
+  double now[Type::kCounters];
+  std::memcpy(before, prev + Type::kKeySize, sizeof before);
+  std::memcpy(now, last + Type::kKeySize, sizeof now);
+  bool changed = false;
+  for (std::uint32_t i = 0; i < Type::kCounters; ++i) {
+    now[i] = rate_between(before[i], now[i], seconds);
+    changed |= now[i] != 0;
+  }
+  std::memcpy(out, last, Type::kKeySize);
+  std::memcpy(out + Type::kKeySize, now, sizeof now);
+  return changed ? 1 : 0;
+}
+
+template <class Type>
+int calc_rate(const unsigned char* last, unsigned char* out, std::uint32_t interval) {
+  if (!last || !out) {
+    log_warning("%s", Type::kTexts.rate_null);
+    return 0;
+  }
+  const long double seconds = divisor(interval, Type::kTexts.rate_zero_interval);
+  double rates[Type::kCounters];
+  std::memcpy(rates, last + Type::kKeySize, sizeof rates);
+  for (double& rate : rates) rate = rate_of_new(rate, seconds);
+  std::memcpy(out, last, Type::kKeySize);
+  std::memcpy(out + Type::kKeySize, rates, sizeof rates);
+  return 1;
+}
+
+template <class Type>
+int upload(AgentClient& client, RecordCache& cache, std::uint32_t /*index*/,
+           const CollectionRecord& collection) {
+  RowIterator rows;
+  rows.control_index = collection.index;
+  rows.client = &client;
+  while (const unsigned char* record = Type::rpc_getnext(rows)) {
+    if (!filebuf_put(cache, record, kRecordSize<Type>)) {
+      log_debug("%s", Type::kTexts.upload_failed);
+      return 0;
+    }
+  }
+  return 1;
+}
+
+}  // namespace agent_ops
+
+// collection_ops returns the operations of a type.
+template <class Type>
+constexpr CollectionOps collection_ops(const char* stem) {
+  static_assert(kRecordSize<Type> <= kMaxRecordSize);
+  return {stem,
+          kRecordSize<Type>,
+          agent_ops::upload<Type>,
+          Type::compare,
+          agent_ops::calc_delta<Type>,
+          agent_ops::calc_rate<Type>,
+          scan_control_rows<Type>,
+          Type::rpc_getnext};
+}
+
+}  // namespace tally

@@ -1,0 +1,37 @@
+#include "agent/tapd_agent.h"
+
+#include "agent/mac_types.h"
+#include "agent/procedures.h"
+#include "daemon/log.h"
+#include "daemon/paths.h"
+
+namespace tally {
+
+const CollectionOps& agent_type_ops(std::uint32_t type) {
+  static constexpr CollectionOps kNone;
+  static const CollectionOps* const kTypes[kTypeSlots] = {&host_ops, &matrix_ops, &pdist_ops};
+  return type < kTypeSlots && kTypes[type] ? *kTypes[type] : kNone;
+}
+
+bool TapdAgent::connect() {
+  client_.reset();  // closes the dead connection
+  client_ = agent_connect(kAgentHost);
+  return client_ != nullptr;
+}
+
+bool TapdAgent::check_connection() {
+  if (client_ && agent_null(*client_, {})) return true;
+  log_debug("RPC connection died, reopening!");
+  return connect();
+}
+
+void TapdAgent::rest() {
+  if (client_) client_->rest();
+}
+
+std::uint32_t TapdAgent::up_time() {
+  const auto info = agent_system_info(*client_, {});
+  return info ? info->up_time : 0;
+}
+
+}  // namespace tally

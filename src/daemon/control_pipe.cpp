@@ -1,0 +1,72 @@
+#include "daemon/control_pipe.h"
+
+#include <fcntl.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "daemon/paths.h"
+
+namespace tally {
+
+bool ControlPipe::make() {
+  std::remove(kControlPipe);
+  if (mkfifo(kControlPipe, 0777) != 0) {
+    log_warning("Cannot create tallyd pipe.");
+    return false;
+  }
+  made_ = true;
+  // Open for writing too: the daemon then never sees the end of the file when the last writer goes.
+  fd_.reset(open(kControlPipe, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  if (!fd_ || fd_.get() >= FD_SETSIZE) {
+    log_warning("Error opening tallyd pipe.");
+    return false;
+  }
+  return true;
+}
+
+void ControlPipe::remove() {
+  fd_.reset();
+  if (made_) std::remove(kControlPipe);
+  made_ = false;
+}
+
+int ControlPipe::wait(std::int32_t seconds) {
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(fd_.get(), &readable);
+  timeval timeout{seconds, 0};
+  const int result =
+      select(fd_.get() + 1, &readable, nullptr, nullptr, seconds < 0 ? nullptr : &timeout);
+  if (result < 0) {
+    const int error = errno;
+    log_debug("Error during select() operation.");
+    log_debug("%s", std::strerror(error));
+  }
+  return result;
+}
+
+ControlPipe::Read ControlPipe::read(ControlMessage& message) {
+  const ssize_t got = ::read(fd_.get(), &message, sizeof message);
+  if (got == 0) {
+    log_debug("0 bytes read from pipe");
+    return Read::closed;
+  }
+  if (got < 0) {
+    const int error = errno;
+    log_debug("errno %d, %s", error, std::strerror(error));
+    return Read::skipped;
+  }
+  if (got != static_cast<ssize_t>(sizeof message)) {
+    log_debug("Unexpected message size found in pipe.");
+    return Read::skipped;
+  }
+  return Read::message;
+}
+
+}  // namespace tally

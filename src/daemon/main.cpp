@@ -1,0 +1,86 @@
+// tallyd: polls the statistics that users asked for, and writes their rates.
+//
+// There are no options; arguments are ignored. Exit status: 0 after a terminate message or when
+// another copy is running, 255 (-1) after any fatal error.
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "agent/tapd_agent.h"
+#include "daemon/clock.h"
+#include "daemon/control_pipe.h"
+#include "daemon/log.h"
+#include "daemon/main_loop.h"
+#include "daemon/messages.h"
+#include "daemon/registry.h"
+#include "daemon/settings.h"
+#include "daemon/startup.h"
+#include "daemon/supervisor_kinds.h"
+#include "daemon/threads.h"
+#include "supervisor/supclient.h"
+
+namespace tally {
+namespace {
+
+constexpr unsigned kAgentHeadStart = 2;  // seconds in which the poll task may reach the agent
+
+[[noreturn]] void terminate(int status) {
+  log_warning("Terminating tallyd.");
+  std::exit(status);
+}
+
+// Everything from the control pipe on: what happens here, the pipe is removed in the end.
+int serve(ControlPipe& pipe, Registry& registry) {
+  if (!pipe.make()) return -1;
+  sleep(kAgentHeadStart);
+  const std::int32_t refresh = read_interval();
+  registry.set_interval(refresh == 0 ? kDefaultInterval : refresh);
+  scan_control_tables(registry);
+  for (const SupervisorKind& kind : supervisor_kinds()) {
+    if (kind.enabled) kind.poll(now_seconds(), kind.schedule.last_poll);
+  }
+  registry.re_sort();
+  return run_main_loop(pipe, registry);
+}
+
+[[noreturn]] void run() {
+  if (!detach()) terminate(-1);
+  // A write to an agent that has gone must fail, not end the daemon.
+  std::signal(SIGPIPE, SIG_IGN);
+  log_debug("Starting tallyd.");
+  switch (take_pid_file()) {
+    case PidFile::taken:
+      break;
+    case PidFile::held_by_another:
+      std::exit(0);
+    case PidFile::failed:
+      terminate(-1);
+  }
+
+  // Never destroyed: the poll task is still running when the process ends.
+  auto& registry = *new Registry(poll_task_entry());
+  auto& agent = *new TapdAgent;
+  poll_task_entry().context = new PollTask{registry, agent};
+  registry.reset();
+  for (const SupervisorKind& kind : supervisor_kinds()) kind.initialise();
+  if (init_supervisor_client() != 0) {
+    log_warning("Error initializing SNMP client for tallyd.\n");
+    terminate(-1);
+  }
+  start_threads();
+
+  ControlPipe pipe;
+  const int status = serve(pipe, registry);
+  pipe.remove();
+  stop_snmp_client();
+  terminate(status);
+}
+
+}  // namespace
+}  // namespace tally
+
+int main() {
+  tally::run();
+}

@@ -1,0 +1,36 @@
+#include "daemon/main_loop.h"
+
+#include "daemon/clock.h"
+#include "daemon/log.h"
+#include "daemon/messages.h"
+#include "daemon/supervisor_kinds.h"
+
+namespace tally {
+
+int run_main_loop(ControlPipe& pipe, Registry& registry) {
+  for (;;) {
+    const auto timeout = next_timeout(supervisor_kinds(), now_seconds());
+    const int ready = pipe.wait(timeout.value_or(-1));
+    if (ready < 0) continue;  // an interrupted wait is not fatal
+    if (ready == 0) {
+      poll_due_kinds(supervisor_kinds(), now_seconds(), registry.interval());
+      continue;
+    }
+    ControlMessage message;
+    switch (pipe.read(message)) {
+      case ControlPipe::Read::closed:
+        return -1;
+      case ControlPipe::Read::skipped:
+        continue;
+      case ControlPipe::Read::message:
+        break;
+    }
+    if (message.type > kLastMessageType) {
+      log_debug("Unexpected message type found in pipe.");
+      continue;
+    }
+    if (!handle_message(registry, message)) return 0;
+  }
+}
+
+}  // namespace tally

@@ -1,0 +1,217 @@
+#include "daemon/registry.h"
+
+#include <new>
+
+#include "daemon/clock.h"
+#include "daemon/collection_types.h"
+#include "daemon/log.h"
+#include "files/file_format.h"
+
+namespace tally {
+namespace {
+
+// Merges two chains (singly linked through next) that are sorted by due time; on a tie the record
+// of `first` comes first.
+CollectionRecord* merge_chains(CollectionRecord* first, CollectionRecord* second) {
+  CollectionRecord* merged = nullptr;
+  CollectionRecord** tail = &merged;
+  while (first && second) {
+    CollectionRecord*& from = second->schedule.next_due < first->schedule.next_due ? second : first;
+    *tail = from;
+    tail = &from->next;
+    from = from->next;
+  }
+  *tail = first ? first : second;
+  return merged;
+}
+
+// Sorts a chain by due time, keeping the order of equals.
+CollectionRecord* sort_chain(CollectionRecord* chain) {
+  if (!chain || !chain->next) return chain;
+  CollectionRecord* middle = chain;
+  for (const CollectionRecord* end = chain->next; end && end->next; end = end->next->next) {
+    middle = middle->next;
+  }
+  CollectionRecord* second = middle->next;
+  middle->next = nullptr;
+  return merge_chains(sort_chain(chain), sort_chain(second));
+}
+
+}  // namespace
+
+// The analysis cannot follow a lock that find() may give up: to it the lock is held until the end
+// of the scope. `held_` is the truth, and nothing is ever unlocked twice.
+RegistryLock::RegistryLock(Registry& registry) : registry_(registry) {
+  registry_.mutex_.lock();
+}
+
+RegistryLock::~RegistryLock() TALLY_NO_ANALYSIS {
+  release();
+}
+
+void RegistryLock::retake() TALLY_NO_ANALYSIS {
+  if (held_) return;
+  registry_.mutex_.lock();
+  held_ = true;
+}
+
+void RegistryLock::release() TALLY_NO_ANALYSIS {
+  if (!held_) return;
+  registry_.publish();
+  held_ = false;
+  registry_.mutex_.unlock();
+}
+
+void Registry::reset() {
+  const RegistryLock lock(*this);
+  head_ = CollectionRecord{};
+}
+
+void Registry::publish() {
+  earliest_due_.store(head_.next ? head_.next->schedule.next_due : kNoCollection);
+}
+
+std::optional<std::int32_t> Registry::earliest_due() const {
+  const std::int64_t due = earliest_due_.load();
+  if (due == kNoCollection) return std::nullopt;
+  return static_cast<std::int32_t>(due);
+}
+
+void Registry::insert_in_order(CollectionRecord& record) {
+  CollectionRecord* before = &head_;
+  while (before->next && before->next->schedule.next_due < record.schedule.next_due) {
+    before = before->next;
+  }
+  record.prev = before;
+  record.next = before->next;
+  if (record.next) record.next->prev = &record;
+  before->next = &record;
+  publish();  // a wake-up may follow before the lock is released
+}
+
+void Registry::unlink(CollectionRecord& record) {
+  record.prev->next = record.next;
+  if (record.next) record.next->prev = record.prev;
+}
+
+CollectionRecord* Registry::new_collection(std::uint32_t type, std::uint32_t index) {
+  auto* record = new (std::nothrow) CollectionRecord;
+  if (!record) {
+    log_warning("Tallyd malloc() failure.");
+    return nullptr;
+  }
+  record->type = type;
+  record->index = index;
+  record->schedule.last_viewed = now_seconds();
+  record->schedule.next_due = record->schedule.last_viewed;
+  remove_collection_files(type, index);
+  insert_in_order(*record);
+  wake_poll_task();
+  return record;
+}
+
+CollectionRecord* Registry::find(RegistryLock& lock, std::uint32_t type, std::uint32_t index) {
+  for (CollectionRecord* record = head_.next; record; record = record->next) {
+    if (record->type == type && record->index == index) {
+      lock.release();
+      return record;
+    }
+  }
+  return nullptr;
+}
+
+// One insertion pass walks from the second record to the end; a record that is due before its
+// predecessor goes back past every record that is due at the same time or later, and all others
+// stay. With thousands of collections that walk back is quadratic, so the same order is made in
+// another way: the records that would move are taken out, sorted so that the later of two equals
+// comes first, and merged in before those that stayed.
+void Registry::re_sort() {
+  const RegistryLock lock(*this);
+  CollectionRecord* movers = nullptr;  // the last to move comes first
+  CollectionRecord* latest = &head_;
+  for (CollectionRecord* record = head_.next; record;) {
+    CollectionRecord* next = record->next;
+    if (record->schedule.next_due < latest->schedule.next_due) {
+      latest->next = next;
+      record->next = movers;
+      movers = record;
+    } else {
+      latest = record;
+    }
+    record = next;
+  }
+  if (!movers) return;
+  head_.next = merge_chains(sort_chain(movers), head_.next);
+  for (CollectionRecord* record = &head_; record->next; record = record->next) {
+    record->next->prev = record;
+  }
+}
+
+void Registry::apply_interval(std::int32_t interval) {
+  set_interval(interval);
+  bool changed = false;
+  {
+    const RegistryLock lock(*this);
+    for (CollectionRecord* record = head_.next; record; record = record->next) {
+      changed |= tally::apply_interval(record->schedule, interval);
+    }
+  }
+  if (changed) re_sort();
+}
+
+void Registry::free_all() {
+  const RegistryLock lock(*this);
+  while (CollectionRecord* record = head_.next) {
+    head_.next = record->next;
+    delete record;
+  }
+}
+
+void Registry::begin_pass() {
+  const RegistryLock lock(*this);
+  for (CollectionRecord* record = head_.next; record; record = record->next) {
+    record->schedule.flags &= ~kPolledInThisPass;
+  }
+}
+
+unsigned Registry::sweep(std::int32_t interval,
+                         const std::function<void(const CollectionRecord&)>& poll) {
+  unsigned polled = 0;
+  const std::int32_t now = now_seconds();
+  {
+    const RegistryLock lock(*this);
+    // Due times change on the way and the list is sorted afterwards only: the records that were
+    // polled are told by their flag.
+    for (CollectionRecord* record = head_.next; record; record = record->next) {
+      Schedule& schedule = record->schedule;
+      if ((schedule.flags & kPolledInThisPass) != 0) continue;
+      if (schedule.next_due > now) break;
+      plan_next_poll(schedule, now, interval);
+      poll(*record);
+      schedule.flags |= kPolledInThisPass;
+      ++polled;
+    }
+  }
+  re_sort();
+  return polled;
+}
+
+bool Registry::adopt(std::uint32_t type, std::uint32_t index) {
+  RegistryLock lock(*this);
+  return find(lock, type, index) || new_collection(type, index);
+}
+
+void Registry::list(std::FILE* out, std::int32_t now) {
+  const RegistryLock lock(*this);
+  for (const CollectionRecord* record = head_.next; record; record = record->next) {
+    std::fprintf(out, "\nINDEX: %lu, COLLECTION: ", static_cast<unsigned long>(record->index));
+    std::fputs(listing_name(record->type), out);
+    const auto since = static_cast<std::uint32_t>(now - record->schedule.last_poll);
+    const auto until = static_cast<std::uint32_t>(record->schedule.next_due - now);
+    std::fprintf(out, "\n   Time Since Last Poll: %lu, Time Until Next Poll: %lu",
+                 static_cast<unsigned long>(since), static_cast<unsigned long>(until));
+  }
+  std::fputs("\n", out);
+}
+
+}  // namespace tally

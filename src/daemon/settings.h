@@ -1,0 +1,42 @@
+// The reader of the appliance's gdbm settings databases.
+//
+// A gdbm reader is refused at once while another process has the database open for writing, and
+// keeps writers out while it is open itself. So a database is opened, asked and closed in one go.
+#pragma once
+
+#include <gdbm.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tally {
+
+// SettingsDatabase is one database, open for reading.
+class SettingsDatabase {
+ public:
+  // Opens it; opened() is false when that failed.
+  explicit SettingsDatabase(const char* path);
+
+  bool opened() const { return file_ != nullptr; }
+
+  // fetch returns the bytes of a key's value, or nothing when there is no such record. The key is
+  // stored without a terminating zero.
+  std::optional<std::string> fetch(const char* key);
+
+ private:
+  struct Close {
+    void operator()(GDBM_FILE file) const { gdbm_close(file); }
+  };
+  std::unique_ptr<std::remove_pointer_t<GDBM_FILE>, Close> file_;
+};
+
+// read_interval returns the poll interval of the preferences in seconds, or 0 when it cannot be had
+// (logs). Any number that stands there is returned as it is.
+std::int32_t read_interval();
+
+// strip_line_end cuts a text at its first carriage return or line feed.
+void strip_line_end(std::string& text);
+
+}  // namespace tally

@@ -1,0 +1,77 @@
+#include "daemon/startup.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "daemon/log.h"
+#include "daemon/paths.h"
+#include "files/unique_fd.h"
+
+namespace tally {
+namespace {
+
+bool write_pid(int fd) {
+  char text[16];
+  const int length = std::snprintf(text, sizeof text, "%d\n", static_cast<int>(getpid()));
+  ssize_t written = 0;
+  do {
+    written = write(fd, text, static_cast<std::size_t>(length));
+  } while (written < 0 && errno == EINTR);
+  return written == length;
+}
+
+int lock_without_waiting(int fd) {
+  int result = 0;
+  do {
+    result = flock(fd, LOCK_EX | LOCK_NB);
+  } while (result != 0 && errno == EINTR);
+  return result;
+}
+
+}  // namespace
+
+bool detach() {
+  const pid_t child = fork();
+  if (child < 0) {
+    log_warning("Error forking child for tallyd daemon.");
+    return false;
+  }
+  if (child > 0) _exit(0);
+  setsid();
+  umask(0);
+  return true;
+}
+
+PidFile take_pid_file() {
+  // The file lives in a directory that everybody may write to: a link in its place is not followed.
+  UniqueFd fd(open(kPidFile, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0777));
+  if (!fd) {
+    log_warning("Error opening tallyd PID file %s", kPidFile);
+    return PidFile::failed;
+  }
+  if (lock_without_waiting(fd.get()) != 0) {
+    if (errno == EACCES || errno == EAGAIN) {
+      log_warning("tallyd already running.");
+      return PidFile::held_by_another;
+    }
+    log_warning("Error locking tallyd PID file %s", kPidFile);
+    return PidFile::failed;
+  }
+  if (ftruncate(fd.get(), 0) != 0) {
+    log_warning("Error truncating tallyd PID file %s", kPidFile);
+    return PidFile::failed;
+  }
+  if (!write_pid(fd.get())) {
+    log_warning("Error writing tallyd PID file %s", kPidFile);
+    return PidFile::failed;
+  }
+  static_cast<void>(fd.release());  // stays open: the lock goes with the process
+  return PidFile::taken;
+}
+
+}  // namespace tally

@@ -1,0 +1,53 @@
+// The three supervisor kinds: their state, and how they are reached. One collection of each exists.
+//
+// Everything here belongs to the main thread; nothing is locked.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "daemon/schedule.h"
+
+namespace tally {
+
+// KindHooks are what a kind does. Every hook may be null and is tested before it is called.
+struct KindHooks {
+  void (*initialise)() = nullptr;
+  std::uint32_t (*refresh_rows)() = nullptr;  // returns the number of rows that there are now
+  void (*poll)(std::int32_t now, std::int32_t previous_poll) = nullptr;  // writes the delta file
+  void (*clean_up)() = nullptr;
+};
+
+struct SupervisorKind {
+  std::uint32_t type;
+  bool& enabled;
+  const char* enabled_text;
+  const char* disabled_text;
+  const char* view_discarded_text;
+  KindHooks hooks;
+
+  Schedule schedule = {};
+  std::uint32_t row_count = 0;  // a kind without rows never becomes due
+
+  void initialise() const;
+  void refresh_rows();
+  void poll(std::int32_t now, std::int32_t previous_poll) const;
+  void clean_up() const;
+};
+
+// supervisor_kinds returns the three kinds: etherstats, supvlan, ifstats, always in this order.
+std::span<SupervisorKind, 3> supervisor_kinds();
+
+// supervisor_kind returns the kind of a type that is_supervisor_type.
+SupervisorKind& supervisor_kind(std::uint32_t type);
+
+// next_timeout returns how many seconds the main loop may wait, at least 2, before a kind is due;
+// nothing when no kind is enabled and has rows.
+std::optional<std::int32_t> next_timeout(std::span<const SupervisorKind> kinds, std::int32_t now);
+
+// poll_due_kinds polls every enabled kind that is due at `now`.
+void poll_due_kinds(std::span<SupervisorKind> kinds, std::int32_t now, std::int32_t interval);
+
+}  // namespace tally

@@ -1,0 +1,22 @@
+#include "daemon/threads.h"
+
+#include "files/poll_task.h"
+
+namespace tally {
+
+ThreadEntry thread_table[] = {
+    {{}, {}, {}, tapd_poll_task, nullptr},
+    {},
+};
+
+ThreadEntry& poll_task_entry() {
+  return thread_table[0];
+}
+
+void start_threads() {
+  for (ThreadEntry* entry = thread_table; entry->routine; ++entry) {
+    static_cast<void>(pthread_create(&entry->thread, nullptr, entry->routine, entry));
+  }
+}
+
+}  // namespace tally

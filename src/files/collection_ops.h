@@ -1,0 +1,114 @@
+// What the poll engine and the poll task need of an agent: the table of operations that every
+// collection type fills in, and the connection. The agent room implements both.
+#pragma once
+
+#include <cstdint>
+
+#include "daemon/collection_record.h"
+#include "daemon/collection_types.h"
+#include "files/filebuf.h"
+
+namespace tally {
+
+class AgentClient;  // one connection to the agent; opaque here
+
+// No record of an agent type is longer, in bytes.
+inline constexpr std::uint32_t kMaxRecordSize = 68;
+
+// RowIterator is the state of one pass over a collection's rows. Its owner fills in the first
+// group and hands it to the type's rpc_getnext; the rest starts as it is and belongs to
+// rpc_getnext.
+struct RowIterator {
+  std::uint32_t control_index = 0;
+  std::uint32_t time_mark = 0;         // rows are compared with it; always 0
+  std::uint32_t previous_up_time = 0;  // the agent's, of the previous sample; only carried
+  AgentClient* client = nullptr;
+
+  std::uint32_t flags = 0;  // see kClosingRowDone
+  void* reply = nullptr;    // the decoded reply that is being stepped through
+  void (*free_reply)(void*) = nullptr;
+  std::uint32_t position = 0;  // row within the reply
+  unsigned char record[kMaxRecordSize] = {};
+
+  RowIterator() = default;
+  RowIterator(const RowIterator&) = delete;
+  RowIterator& operator=(const RowIterator&) = delete;
+
+  // An iteration that its owner breaks off (a write failed) still holds a reply.
+  ~RowIterator() { drop_reply(); }
+
+  // drop_reply frees the reply, if there is one. The record stays.
+  void drop_reply() {
+    if (reply) free_reply(reply);
+    reply = nullptr;
+  }
+};
+
+// Bit 0 of RowIterator::flags: the row that closes the table has been produced.
+inline constexpr std::uint32_t kClosingRowDone = 1U << 0;
+
+// Adopter takes in the collections that the agent's control rows ask for.
+class Adopter {
+ public:
+  virtual ~Adopter() = default;
+
+  // adopt registers a collection unless it is there already. False when it cannot.
+  virtual bool adopt(std::uint32_t type, std::uint32_t index) = 0;
+};
+
+// CollectionOps is what generic code knows of one agent collection type. Every slot may be null
+// (a type that has none, or an illegal type) and is tested before it is called. Records are
+// `record_size` bytes, a key followed by doubles, at any alignment.
+struct CollectionOps {
+  const char* stem = nullptr;
+  std::uint32_t record_size = 0;
+
+  // upload puts every row of the collection into the cache. 1, or 0 when a put failed (logs).
+  int (*upload)(AgentClient& client, RecordCache& cache, std::uint32_t index,
+                const CollectionRecord& collection) = nullptr;
+
+  // compare orders two records by key: -1, 0 or 1.
+  int (*compare)(const unsigned char* a, const unsigned char* b) = nullptr;
+
+  // calc_delta writes the rates between two records of one key into `out`; an interval of 0 is
+  // taken as 1 (logs). 1 when any rate is not zero, 0 when all are, -1 on a null argument (logs).
+  int (*calc_delta)(const unsigned char* prev, const unsigned char* last, unsigned char* out,
+                    std::uint32_t interval) = nullptr;
+
+  // calc_rate writes the rates of a record that has no previous one. 1, or 0 on a null argument.
+  int (*calc_rate)(const unsigned char* last, unsigned char* out, std::uint32_t interval) = nullptr;
+
+  // add_active registers the valid control rows of this type that belong to this system's users.
+  void (*add_active)(AgentClient& client, Adopter& adopter) = nullptr;
+
+  // rpc_getnext returns the next record, or null at the end or after a failed call (logs). The
+  // pointer lives until the next call.
+  const unsigned char* (*rpc_getnext)(RowIterator& rows) = nullptr;
+};
+
+// Agent is the poll task's connection to the agent, with the operations of all types.
+class Agent {
+ public:
+  virtual ~Agent() = default;
+
+  // connect makes the connection; false when the agent cannot be reached.
+  virtual bool connect() = 0;
+
+  // check_connection makes sure that the connection lives, and replaces it (logs) when it does
+  // not. False when there is none.
+  virtual bool check_connection() = 0;
+
+  // rest tells that no call follows for a while.
+  virtual void rest() = 0;
+
+  // up_time returns the agent's up-time, or 0 when the call fails.
+  virtual std::uint32_t up_time() = 0;
+
+  // client returns the connection. There must be one.
+  virtual AgentClient& client() = 0;
+
+  // ops returns the operations of any type below kTypeSlots.
+  virtual const CollectionOps& ops(std::uint32_t type) const = 0;
+};
+
+}  // namespace tally

@@ -1,0 +1,231 @@
+#include "files/poll_engine.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include "daemon/clock.h"
+#include "daemon/log.h"
+#include "files/file_format.h"
+#include "files/file_lock.h"
+
+namespace tally {
+namespace {
+
+// One pass over the previous sample and the agent's rows, writing last and delta.
+class Merge {
+ public:
+  Merge(const CollectionOps& ops, RecordCache& prev, RecordCache& last, RecordCache& delta,
+        std::uint32_t interval)
+      : ops_(ops), prev_(prev), last_(last), delta_(delta), interval_(interval) {}
+
+  // run merges everything and flushes. False when a put or a flush failed (logs).
+  bool run(RowIterator& rows) {
+    const unsigned char* before = filebuf_getnext(prev_, ops_.record_size);
+    const unsigned char* now = ops_.rpc_getnext(rows);
+    while (before || now) {
+      const int order = !now ? -1 : !before ? 1 : ops_.compare(before, now);
+      if (order < 0) {
+        if (!carry_forward(before, !now)) return false;
+        before = filebuf_getnext(prev_, ops_.record_size);
+      } else if (order > 0) {
+        if (!add_new(now, !before)) return false;
+        now = ops_.rpc_getnext(rows);
+      } else {
+        if (!update(before, now)) return false;
+        before = filebuf_getnext(prev_, ops_.record_size);
+        now = ops_.rpc_getnext(rows);
+      }
+    }
+    return flush();
+  }
+
+ private:
+  bool put(RecordCache& cache, const unsigned char* record) {
+    return filebuf_put(cache, record, ops_.record_size) == 1;
+  }
+
+  // The agent did not return this row: it keeps its old counters and gets no rate.
+  bool carry_forward(const unsigned char* before, bool agent_is_done) {
+    if (put(last_, before)) return true;
+    log_warning("%s", agent_is_done ? "poll_coll_delta: Error writing last record 1."
+                                    : "poll_coll_delta: Error writing last record 3.");
+    return false;
+  }
+
+  // A row without a previous sample. The levels of the two cases differ; both are kept.
+  bool add_new(const unsigned char* now, bool prev_is_done) {
+    if (!put(last_, now)) {
+      if (prev_is_done) {
+        log_warning("poll_coll_delta: Error writing last record 2.");
+      } else {
+        log_debug("poll_coll_delta: Error writing last record 5.");
+      }
+      return false;
+    }
+    if (!ops_.calc_rate || !ops_.calc_rate(now, rates_, interval_)) {
+      log_warning("poll_coll_delta: Error calculating rates.");
+      return true;
+    }
+    if (put(delta_, rates_)) return true;
+    if (prev_is_done) {
+      log_warning("poll_coll_delta: Error writing delta record 1.");
+    } else {
+      log_debug("poll_coll_delta: Error writing delta record 3.");
+    }
+    return false;
+  }
+
+  bool update(const unsigned char* before, const unsigned char* now) {
+    const int changed = ops_.calc_delta(before, now, rates_, interval_);
+    if (!put(last_, now)) {
+      log_warning("poll_coll_delta: Error writing last record 4.");
+      return false;
+    }
+    if (changed == 1 && !put(delta_, rates_)) {
+      log_warning("poll_coll_delta: Error writing delta record 2.");
+      return false;
+    }
+    return true;
+  }
+
+  bool flush() {
+    if (!filebuf_flush(last_)) {
+      log_debug("poll_coll_delta: Error flushing last file.");
+      return false;
+    }
+    if (!filebuf_flush(delta_)) {
+      log_debug("poll_coll_delta: Error flushing delta file.");
+      return false;
+    }
+    return true;
+  }
+
+  const CollectionOps& ops_;
+  RecordCache& prev_;
+  RecordCache& last_;
+  RecordCache& delta_;
+  std::uint32_t interval_;
+  unsigned char rates_[kMaxRecordSize];
+};
+
+// Reads the header at the start of a file that is read through `cache`'s descriptor.
+bool read_header(int fd, FileHeader& header) {
+  ssize_t got = 0;
+  do {
+    got = read(fd, &header, sizeof header);
+  } while (got < 0 && errno == EINTR);
+  return got == static_cast<ssize_t>(sizeof header);
+}
+
+// Seconds between two 32-bit times. It wraps like the 32-bit field that it is stored in.
+std::int32_t seconds_between(std::int32_t from, std::int32_t to) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(to) -
+                                   static_cast<std::uint32_t>(from));
+}
+
+// Takes the first sample: the agent's rows under a header, without a delta file.
+bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const char* last_path) {
+  const UniqueFd last = open_file(last_path, O_WRONLY | O_CREAT | O_TRUNC);
+  if (!last) return false;
+  RecordCache cache;
+  filebuf_init(cache, last.get());
+  const FileHeader header{0, agent.up_time(), now_seconds(), collection.type};
+  if (!filebuf_put(cache, &header, sizeof header)) {
+    log_debug("poll_tapd_collection: Error writing header.");
+    return false;
+  }
+  const auto upload = agent.ops(collection.type).upload;
+  if (!upload || !upload(agent.client(), cache, collection.index, collection)) {
+    log_debug("poll_tapd_collection: Error uploading collection.");
+    return false;
+  }
+  if (!filebuf_flush(cache)) {
+    log_debug("poll_tapd_collection: Error flusing buffer.");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char* last_path,
+                    const char* prev_path, const char* delta_path) {
+  const CollectionOps& ops = agent.ops(collection.type);
+  if (!ops.compare || !ops.rpc_getnext || ops.record_size == 0 || !ops.calc_delta) {
+    log_warning("poll_coll_delta: collection function not set!\n");
+    return 0;
+  }
+
+  // All three are opened before any result is tested: last and delta exist, empty, even when there
+  // is no prev. The delta file is truncated before it is locked.
+  const UniqueFd prev_fd = open_file(prev_path, O_RDONLY);
+  const UniqueFd last_fd = open_file(last_path, O_WRONLY | O_CREAT | O_TRUNC);
+  const UniqueFd delta_fd = open_file(delta_path, O_WRONLY | O_CREAT | O_TRUNC);
+  if (!prev_fd || !last_fd || !delta_fd) {
+    log_warning("poll_coll_delta: Error opening file!");
+    return 0;
+  }
+  const FileLock lock(delta_fd.get());
+  if (!lock.locked()) {
+    log_warning("poll_coll_delta: Error locking delta file.");
+    return 0;
+  }
+
+  RecordCache prev;
+  RecordCache last;
+  RecordCache delta;
+  filebuf_init(prev, prev_fd.get());
+  filebuf_init(last, last_fd.get());
+  filebuf_init(delta, delta_fd.get());
+
+  FileHeader previous;
+  if (!read_header(prev_fd.get(), previous)) {
+    log_warning("poll_coll_delta: Error reading header from prev file!");
+    return 0;
+  }
+  const std::int32_t now = now_seconds();
+  const std::int32_t interval = seconds_between(previous.sample_time, now);
+  const FileHeader last_header{0, agent.up_time(), now, collection.type};
+  if (!filebuf_put(last, &last_header, sizeof last_header)) {
+    log_warning("poll_coll_delta: Error writing header to last file.");
+    return 0;
+  }
+  const FileHeader delta_header{interval, 0, now, collection.type};
+  if (!filebuf_put(delta, &delta_header, sizeof delta_header)) {
+    log_warning("poll_coll_delta: Error writing header to delta file.");
+    return 0;
+  }
+
+  RowIterator rows;
+  rows.control_index = collection.index;
+  rows.previous_up_time = previous.up_time;
+  rows.client = &agent.client();
+  // A clock that was set back gives a negative interval. As a divisor it is an unsigned number:
+  // rates fall to almost nothing until the next poll.
+  Merge merge(ops, prev, last, delta, static_cast<std::uint32_t>(interval));
+  return merge.run(rows) ? 1 : 0;
+}
+
+int poll_tapd_collection(Agent& agent, const CollectionRecord& collection) {
+  const CollectionPaths paths = collection_paths(collection.type, collection.index);
+  bool polled = false;
+  if (!file_exists(paths.last.c_str())) {
+    polled = upload_first_sample(agent, collection, paths.last.c_str());
+  } else if (std::rename(paths.last.c_str(), paths.prev.c_str()) != 0) {
+    // The engine would truncate the only sample. It stays where it is.
+    log_warning("poll_coll_delta: Error opening file!");
+    return 0;
+  } else {
+    polled = poll_coll_delta(agent, collection, paths.last.c_str(), paths.prev.c_str(),
+                             paths.delta.c_str()) == 1;
+  }
+  if (polled) return 1;
+  std::remove(paths.last.c_str());
+  std::rename(paths.prev.c_str(), paths.last.c_str());
+  return 0;
+}
+
+}  // namespace tally

@@ -1,0 +1,95 @@
+#include "files/poll_task.h"
+
+#include <csignal>
+#include <ctime>
+
+#include "daemon/log.h"
+#include "daemon/thread_entry.h"
+#include "files/poll_engine.h"
+
+namespace tally {
+namespace {
+
+constexpr int kConnectAttempts = 180;
+constexpr timespec kConnectPause{5, 0};
+
+// While the agent is away: seconds between two attempts, and the fewest when somebody wakes us.
+constexpr std::time_t kRetryPause = 5;
+constexpr std::time_t kShortestRetryPause = 1;
+
+// SIGALRM bounds what the main thread waits for. Here it would only break off calls to the agent.
+void leave_alarms_to_the_main_thread() {
+  sigset_t alarms;
+  sigemptyset(&alarms);
+  sigaddset(&alarms, SIGALRM);
+  pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
+}
+
+bool connect_patiently(Agent& agent) {
+  for (int attempt = 0; attempt < kConnectAttempts; ++attempt) {
+    if (agent.connect()) return true;
+    nanosleep(&kConnectPause, nullptr);
+  }
+  return false;
+}
+
+// Waits until the first collection is due or somebody signals. The due time is read with the mutex
+// held, which the waker takes too: a signal between the reading and the waiting is not lost.
+void wait_until_due(ThreadEntry& entry, const DueList& collections) {
+  const MutexLock lock(entry.mutex);
+  if (const auto due = collections.earliest_due()) {
+    entry.condition.wait_until(entry.mutex, CLOCK_REALTIME, timespec{*due, 0});
+  } else {
+    entry.condition.wait(entry.mutex);
+  }
+}
+
+// Waits until it is time to look for the agent again. The first collection is due already, so
+// nothing but this wait keeps the task from spinning.
+void wait_for_retry(ThreadEntry& entry) {
+  timespec tried;
+  clock_gettime(CLOCK_MONOTONIC, &tried);
+  {
+    const MutexLock lock(entry.mutex);
+    entry.condition.wait_until(entry.mutex, CLOCK_MONOTONIC,
+                               timespec{tried.tv_sec + kRetryPause, tried.tv_nsec});
+  }
+  const timespec earliest{tried.tv_sec + kShortestRetryPause, tried.tv_nsec};
+  clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &earliest, nullptr);
+}
+
+}  // namespace
+
+void poll_pass(DueList& collections, Agent& agent) {
+  const std::int32_t interval = collections.interval();
+  collections.begin_pass();
+  // A collection may have become due while the others were polled.
+  while (collections.sweep(interval, [&agent](const CollectionRecord& collection) {
+    static_cast<void>(poll_tapd_collection(agent, collection));  // has put the old sample back
+  }) > 0) {
+  }
+}
+
+void* tapd_poll_task(void* thread_entry) {
+  auto& entry = *static_cast<ThreadEntry*>(thread_entry);
+  auto& task = *static_cast<PollTask*>(entry.context);
+  leave_alarms_to_the_main_thread();
+  if (!connect_patiently(task.agent)) {
+    log_warning("tapd_poll_task: error creating RPC client handle!");
+    return nullptr;
+  }
+  for (;;) {
+    if (task.collections.earliest_due()) {
+      const bool connected = task.agent.check_connection();
+      if (connected) poll_pass(task.collections, task.agent);
+      task.agent.rest();
+      if (!connected) {
+        wait_for_retry(entry);
+        continue;
+      }
+    }
+    wait_until_due(entry, task.collections);
+  }
+}
+
+}  // namespace tally

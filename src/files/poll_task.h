@@ -1,0 +1,53 @@
+// The agent poll task: one thread that polls every agent collection when it is due.
+//
+// It keeps a connection of its own to the agent and sleeps until the earliest collection is due or
+// until the main thread wakes it. Polls run with the registry lock held, RPC and files included, so
+// the main thread's handlers wait for them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+#include "daemon/collection_record.h"
+#include "files/collection_ops.h"
+
+namespace tally {
+
+// DueList is what the task needs of the registry.
+class DueList {
+ public:
+  virtual ~DueList() = default;
+
+  // earliest_due returns when the first collection is due (seconds since the epoch), or nothing
+  // when there is none. Does not take the registry lock, and never lags behind a change that was
+  // made before a wake-up.
+  virtual std::optional<std::int32_t> earliest_due() const = 0;
+
+  // interval returns the poll interval in seconds.
+  virtual std::int32_t interval() const = 0;
+
+  // begin_pass forgets which collections were polled.
+  virtual void begin_pass() = 0;
+
+  // sweep polls, with the registry lock held, every collection that is due and was not yet polled
+  // in this pass, and sorts the list again. Returns how many it polled.
+  virtual unsigned sweep(std::int32_t interval,
+                         const std::function<void(const CollectionRecord&)>& poll) = 0;
+};
+
+// PollTask is what the thread works on (ThreadEntry::context).
+struct PollTask {
+  DueList& collections;
+  Agent& agent;
+};
+
+// tapd_poll_task is the thread's routine; `entry` is its ThreadEntry. It tries for a quarter of an
+// hour to reach the agent and ends the thread (logs) when it cannot. After that it never returns:
+// whenever the agent is away it keeps every sample, passes over the polls and tries again.
+void* tapd_poll_task(void* entry);
+
+// poll_pass polls every collection that is due now.
+void poll_pass(DueList& collections, Agent& agent);
+
+}  // namespace tally
