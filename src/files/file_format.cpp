@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "daemon/collection_types.h"
@@ -59,6 +60,14 @@ void remove_collection_files(std::uint32_t type, std::uint32_t index) {
 
 bool delta_file_exists(std::uint32_t type, std::uint32_t index) {
   return file_exists(collection_path(type, index, FileKind::delta).c_str());
+}
+
+bool read_file_header(int fd, FileHeader& header) {
+  ssize_t got = 0;
+  do {
+    got = read(fd, &header, sizeof header);
+  } while (got < 0 && errno == EINTR);
+  return got == static_cast<ssize_t>(sizeof header);
 }
 
 bool file_exists(const char* path) {

@@ -53,6 +53,16 @@ void remove_collection_files(std::uint32_t type, std::uint32_t index);
 // delta_file_exists tells whether the delta file of a legal type can be opened for reading.
 bool delta_file_exists(std::uint32_t type, std::uint32_t index);
 
+// read_file_header reads the header from the start of a file. False when it is not all there.
+[[nodiscard]] bool read_file_header(int fd, FileHeader& header);
+
+// seconds_between returns the interval between two samples. It wraps as the 32-bit field that it is
+// stored in does.
+constexpr std::int32_t seconds_between(std::int32_t from, std::int32_t to) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(to) -
+                                   static_cast<std::uint32_t>(from));
+}
+
 // file_exists tells whether a path can be opened for reading.
 bool file_exists(const char* path);
 

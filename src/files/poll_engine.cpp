@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <string>
 
@@ -111,21 +110,6 @@ class Merge {
   unsigned char rates_[kMaxRecordSize];
 };
 
-// Reads the header at the start of a file that is read through `cache`'s descriptor.
-bool read_header(int fd, FileHeader& header) {
-  ssize_t got = 0;
-  do {
-    got = read(fd, &header, sizeof header);
-  } while (got < 0 && errno == EINTR);
-  return got == static_cast<ssize_t>(sizeof header);
-}
-
-// Seconds between two 32-bit times. It wraps like the 32-bit field that it is stored in.
-std::int32_t seconds_between(std::int32_t from, std::int32_t to) {
-  return static_cast<std::int32_t>(static_cast<std::uint32_t>(to) -
-                                   static_cast<std::uint32_t>(from));
-}
-
 // Takes the first sample: the agent's rows under a header, without a delta file.
 bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const char* last_path) {
   const UniqueFd last = open_file(last_path, O_WRONLY | O_CREAT | O_TRUNC);
@@ -182,7 +166,7 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
   filebuf_init(delta, delta_fd.get());
 
   FileHeader previous;
-  if (!read_header(prev_fd.get(), previous)) {
+  if (!read_file_header(prev_fd.get(), previous)) {
     log_warning("poll_coll_delta: Error reading header from prev file!");
     return 0;
   }

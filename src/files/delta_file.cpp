@@ -1,0 +1,111 @@
+#include "files/delta_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "daemon/log.h"
+#include "files/file_format.h"
+#include "files/file_lock.h"
+
+namespace tally {
+namespace {
+
+// All failures of this routine are numbered variants of one text, at debug level.
+bool fail(int number) {
+  log_debug("Error %d creating delta file.", number);
+  return false;
+}
+
+// Steps a cache to its next record and fills it again at the end of its buffer. False when the
+// fill failed; `count` is 0 at the end of the file.
+bool advance(RecordCache& cache, std::uint32_t record_size) {
+  cache.used += record_size;
+  cache.position += 1;
+  return cache.position < cache.count || filebuf_fill(cache, record_size) == 1;
+}
+
+class DeltaMerge {
+ public:
+  DeltaMerge(const DeltaRoutines& routines, RecordCache& last, RecordCache& prev,
+             RecordCache& delta, std::int32_t interval)
+      : routines_(routines), last_(last), prev_(prev), delta_(delta), interval_(interval) {}
+
+  bool run() {
+    if (!filebuf_fill(last_, routines_.record_size)) return fail(15);
+    if (last_.count == 0) return flush();
+    if (!filebuf_fill(prev_, routines_.record_size)) return fail(16);
+    while (last_.count != 0) {
+      int order = -1;  // without a prev row left, every last row is new
+      while (prev_.count != 0 && (order = routines_.compare(last_, prev_)) > 0) {
+        if (!advance(prev_, routines_.record_size)) return fail(19);
+        order = -1;
+      }
+      const bool is_new = order != 0;
+      if (!put(is_new ? nullptr : &prev_)) return fail(is_new ? 17 : 18);
+      if (!is_new && !advance(prev_, routines_.record_size)) return fail(19);
+      if (!advance(last_, routines_.record_size)) return fail(20);
+    }
+    return flush();
+  }
+
+ private:
+  bool put(const RecordCache* prev) {
+    static unsigned char out[kFilebufSize];
+    return routines_.make_delta(last_, prev, out, interval_) <= 0 ||
+           filebuf_put(delta_, out, routines_.record_size) == 1;
+  }
+
+  bool flush() { return filebuf_flush(delta_) == 1 || fail(21); }
+
+  const DeltaRoutines& routines_;
+  RecordCache& last_;
+  RecordCache& prev_;
+  RecordCache& delta_;
+  std::int32_t interval_;
+};
+
+bool write_delta(const char* last_path, const char* prev_path, const char* delta_path,
+                 const DeltaRoutines& routines, RecordCache& last) {
+  const UniqueFd last_fd = open_file(last_path, O_RDONLY);
+  if (!last_fd) return fail(1);
+  const UniqueFd prev_fd = open_file(prev_path, O_RDONLY);
+  if (!prev_fd) return fail(2);
+  const UniqueFd delta_fd = open_file(delta_path, O_WRONLY | O_CREAT);
+  if (!delta_fd) return fail(3);
+  const FileLock lock(delta_fd.get());
+  if (!lock.locked()) return fail(24);
+  if (ftruncate(delta_fd.get(), 0) != 0) return fail(25);
+  RecordCache prev;
+  RecordCache delta;
+  filebuf_init(last, last_fd.get());
+  filebuf_init(prev, prev_fd.get());
+  filebuf_init(delta, delta_fd.get());
+
+  FileHeader prev_header;
+  FileHeader last_header;
+  if (!read_file_header(prev_fd.get(), prev_header)) {
+    log_debug("Unable to read file header from prev file!");
+    return true;
+  }
+  if (!read_file_header(last_fd.get(), last_header)) {
+    log_debug("Unable to read file header from last file!");
+    return true;
+  }
+  const std::int32_t interval = seconds_between(prev_header.sample_time, last_header.sample_time);
+  const FileHeader delta_header{interval, 0, last_header.sample_time, last_header.type};
+  if (!filebuf_put(delta, &delta_header, sizeof delta_header)) return fail(12);
+  return DeltaMerge(routines, last, prev, delta, interval).run();
+}
+
+}  // namespace
+
+int create_delta_file(const char* last_path, const char* prev_path, const char* delta_path,
+                      const DeltaRoutines& routines, RecordCache& last) {
+  if (write_delta(last_path, prev_path, delta_path, routines, last)) return 1;
+  std::remove(delta_path);  // a delta file of old must not pass for this one
+  return 0;
+}
+
+}  // namespace tally
