@@ -45,7 +45,7 @@ void put_counters(unsigned char* record, Counter... counters) {
 namespace agent_ops {
 
 // divisor returns the interval to divide by; 0 is taken as 1.
-inline long double divisor(std::uint32_t interval, const char* zero_interval_text) {
+inline std::uint32_t divisor(std::uint32_t interval, const char* zero_interval_text) {
   if (interval != 0) return interval;
   log_debug("%s", zero_interval_text);
   return 1;
@@ -58,16 +58,12 @@ int calc_delta(const unsigned char* prev, const unsigned char* last, unsigned ch
     log_warning("%s", Type::kTexts.delta_null);
     return -1;
   }
-  const long double seconds = divisor(interval, Type::kTexts.delta_zero_interval);
+  const std::uint32_t seconds = divisor(interval, Type::kTexts.delta_zero_interval);
   double before[Type::kCounters];
   double now[Type::kCounters];
   std::memcpy(before, prev + Type::kKeySize, sizeof before);
   std::memcpy(now, last + Type::kKeySize, sizeof now);
-  bool changed = false;
-  for (std::uint32_t i = 0; i < Type::kCounters; ++i) {
-    now[i] = rate_between(before[i], now[i], seconds);
-    changed |= now[i] != 0;
-  }
+  const bool changed = rates_between<Type::kCounters>(before, now, now, seconds);
   std::memcpy(out, last, Type::kKeySize);
   std::memcpy(out + Type::kKeySize, now, sizeof now);
   return changed ? 1 : 0;
@@ -79,10 +75,10 @@ int calc_rate(const unsigned char* last, unsigned char* out, std::uint32_t inter
     log_warning("%s", Type::kTexts.rate_null);
     return 0;
   }
-  const long double seconds = divisor(interval, Type::kTexts.rate_zero_interval);
+  const std::uint32_t seconds = divisor(interval, Type::kTexts.rate_zero_interval);
   double rates[Type::kCounters];
   std::memcpy(rates, last + Type::kKeySize, sizeof rates);
-  for (double& rate : rates) rate = rate_of_new(rate, seconds);
+  rates_of_new<Type::kCounters>(rates, rates, seconds);
   std::memcpy(out, last, Type::kKeySize);
   std::memcpy(out + Type::kKeySize, rates, sizeof rates);
   return 1;
