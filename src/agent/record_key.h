@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "agent/byte_list.h"
 
@@ -29,11 +30,33 @@ void put_words(unsigned char* field, Word... words) {
   std::memcpy(field, values, sizeof values);
 }
 
-// compare_bytes orders two keys byte by byte, as unsigned numbers: -1, 0 or 1.
+inline std::uint64_t big_endian(std::uint64_t word) {
+  return __builtin_bswap64(word);
+}
+inline std::uint32_t big_endian(std::uint32_t word) {
+  return __builtin_bswap32(word);
+}
+inline std::uint16_t big_endian(std::uint16_t word) {
+  return __builtin_bswap16(word);
+}
+
+// compare_bytes orders two keys byte by byte, as unsigned numbers: -1, 0 or 1. Keys are short and
+// every row of every poll is compared, so the bytes are taken as big-endian words in place of a
+// call of memcmp.
 template <std::uint32_t kSize>
 int compare_bytes(const unsigned char* a, const unsigned char* b) {
-  const int order = std::memcmp(a, b, kSize);
-  return (order > 0) - (order < 0);
+  using Word = std::conditional_t<(kSize >= 8), std::uint64_t,
+                                  std::conditional_t<(kSize >= 4), std::uint32_t, std::uint16_t>>;
+  static_assert(kSize % 2 == 0);
+  Word left;
+  Word right;
+  std::memcpy(&left, a, sizeof left);
+  std::memcpy(&right, b, sizeof right);
+  if (left != right) return big_endian(left) < big_endian(right) ? -1 : 1;
+  if constexpr (kSize > sizeof(Word)) {
+    return compare_bytes<kSize - sizeof(Word)>(a + sizeof(Word), b + sizeof(Word));
+  }
+  return 0;
 }
 
 // compare_words orders two keys that are one 32-bit word, as unsigned numbers: -1, 0 or 1.

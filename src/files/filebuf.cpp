@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "daemon/log.h"
 
@@ -44,16 +43,9 @@ void filebuf_init(RecordCache& cache, int fd) {
   cache.position = 0;
 }
 
-int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length) {
-  if (length > kFilebufSize) return 0;
-  if (length > kFilebufSize - cache.used &&
-      !write_waiting(cache, {"Unable to write poll cache to file.",
-                             "Not all tallyd cached data written to file."})) {
-    return 0;
-  }
-  std::memcpy(cache.buffer + cache.used, bytes, length);
-  cache.used += length;
-  return 1;
+int filebuf_write_out(RecordCache& cache) {
+  return write_waiting(cache, {"Unable to write poll cache to file.",
+                               "Not all tallyd cached data written to file."});
 }
 
 int filebuf_flush(RecordCache& cache) {

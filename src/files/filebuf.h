@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 namespace tally {
 
@@ -26,7 +27,17 @@ void filebuf_init(RecordCache& cache, int fd);
 // filebuf_put appends `length` bytes as one record; what waits is written out first when they do
 // not fit. Returns 1, or 0 when the record is longer than the buffer (no message) or the write
 // failed or was short (logs; what waited still waits).
-[[nodiscard]] int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length);
+[[nodiscard]] inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length);
+
+// filebuf_room returns where the next record of `length` bytes goes, so that it can be made in
+// place, or null when it does not fit before something is written out. The record counts only when
+// filebuf_commit follows.
+inline unsigned char* filebuf_room(RecordCache& cache, std::uint32_t length) {
+  return length <= kFilebufSize - cache.used ? cache.buffer + cache.used : nullptr;
+}
+inline void filebuf_commit(RecordCache& cache, std::uint32_t length) {
+  cache.used += length;
+}
 
 // filebuf_flush writes out what waits. Returns 1, or 0 when the write failed or was short (logs).
 [[nodiscard]] int filebuf_flush(RecordCache& cache);
@@ -40,6 +51,17 @@ void filebuf_init(RecordCache& cache, int fd);
 // error (logs). On a fresh cache the first call returns the first record. The pointer lives until
 // the next call.
 [[nodiscard]] const unsigned char* filebuf_getnext(RecordCache& cache, std::uint32_t record_size);
+
+// filebuf_write_out writes out what waits, for filebuf_put. Returns 1, or 0 (logs).
+[[nodiscard]] int filebuf_write_out(RecordCache& cache);
+
+inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length) {
+  if (length > kFilebufSize) return 0;
+  if (length > kFilebufSize - cache.used && !filebuf_write_out(cache)) return 0;
+  std::memcpy(cache.buffer + cache.used, bytes, length);
+  filebuf_commit(cache, length);
+  return 1;
+}
 
 // filebuf_current returns the current record of a cache that is read.
 inline const unsigned char* filebuf_current(const RecordCache& cache) {

@@ -46,6 +46,17 @@ class Merge {
     return filebuf_put(cache, record, ops_.record_size) == 1;
   }
 
+  // Rates are made where they will stand in the delta cache, if they fit there.
+  unsigned char* rates_room() {
+    unsigned char* room = filebuf_room(delta_, ops_.record_size);
+    return room ? room : spare_;
+  }
+  bool put_rates(const unsigned char* rates) {
+    if (rates == spare_) return put(delta_, spare_);
+    filebuf_commit(delta_, ops_.record_size);
+    return true;
+  }
+
   // The agent did not return this row: it keeps its old counters and gets no rate.
   bool carry_forward(const unsigned char* before, bool agent_is_done) {
     if (put(last_, before)) return true;
@@ -64,11 +75,12 @@ class Merge {
       }
       return false;
     }
-    if (!ops_.calc_rate || !ops_.calc_rate(now, rates_, interval_)) {
+    unsigned char* rates = rates_room();
+    if (!ops_.calc_rate || !ops_.calc_rate(now, rates, interval_)) {
       log_warning("poll_coll_delta: Error calculating rates.");
       return true;
     }
-    if (put(delta_, rates_)) return true;
+    if (put_rates(rates)) return true;
     if (prev_is_done) {
       log_warning("poll_coll_delta: Error writing delta record 1.");
     } else {
@@ -78,12 +90,13 @@ class Merge {
   }
 
   bool update(const unsigned char* before, const unsigned char* now) {
-    const int changed = ops_.calc_delta(before, now, rates_, interval_);
+    unsigned char* rates = rates_room();
+    const int changed = ops_.calc_delta(before, now, rates, interval_);
     if (!put(last_, now)) {
       log_warning("poll_coll_delta: Error writing last record 4.");
       return false;
     }
-    if (changed == 1 && !put(delta_, rates_)) {
+    if (changed == 1 && !put_rates(rates)) {
       log_warning("poll_coll_delta: Error writing delta record 2.");
       return false;
     }
@@ -107,7 +120,7 @@ class Merge {
   RecordCache& last_;
   RecordCache& delta_;
   std::uint32_t interval_;
-  unsigned char rates_[kMaxRecordSize];
+  unsigned char spare_[kMaxRecordSize];
 };
 
 // Takes the first sample: the agent's rows under a header, without a delta file.
