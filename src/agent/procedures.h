@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 
 #include "agent/control_types.h"
 #include "agent/mac_row_types.h"
@@ -28,6 +29,17 @@ struct FreeReply {
   }
 };
 
+// NeverDestroyed holds a value for as long as the process lives.
+template <class Value>
+class NeverDestroyed {
+ public:
+  NeverDestroyed() { new (bytes_) Value; }
+  Value& value() { return *std::launder(reinterpret_cast<Value*>(bytes_)); }
+
+ private:
+  alignas(Value) unsigned char bytes_[sizeof(Value)];
+};
+
 // Reply is a decoded result that is freed exactly once; null when the call failed.
 template <class Result>
 using Reply = std::unique_ptr<Result, FreeReply>;
@@ -42,7 +54,8 @@ struct RemoteProcedure {
 
   Reply<Result> operator()(AgentClient& client, const Argument& argument) const {
     // Never destroyed: the poll task may still be at work while the process ends.
-    static Result& result = *new Result;
+    static NeverDestroyed<Result> storage;
+    Result& result = storage.value();
     result = Result{};
     Reply<Result> reply(&result);
     const bool answered =

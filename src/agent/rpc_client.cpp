@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "daemon/paths.h"
 
@@ -80,8 +81,8 @@ std::unique_ptr<AgentClient> agent_connect(const char* host) {
   int descriptor = socket.get();
   CLIENT* handle = clnttcp_create(&address, AGENT_PROGRAM, AGENT_VERSION, &descriptor, 0, 0);
   if (!handle) return nullptr;
-  auto client = std::make_unique<AgentClient>(std::move(socket), handle);
-  return client->usable() ? std::move(client) : nullptr;
+  std::unique_ptr<AgentClient> client(new (std::nothrow) AgentClient(std::move(socket), handle));
+  return client && client->usable() ? std::move(client) : nullptr;
 }
 
 }  // namespace tally

@@ -60,7 +60,6 @@ class Adopter {
 // (a type that has none, or an illegal type) and is tested before it is called. Records are
 // `record_size` bytes, a key followed by doubles, at any alignment.
 struct CollectionOps {
-  const char* stem = nullptr;
   std::uint32_t record_size = 0;
 
   // upload puts every row of the collection into the cache. 1, or 0 when a put failed (logs).
