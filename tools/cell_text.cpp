@@ -105,7 +105,8 @@ std::string time_text(std::int32_t seconds_since_epoch) {
   char text[32];
   std::strftime(text, sizeof text, "%FT%T%z", &local);
   std::string zoned(text);
-  zoned.insert(zoned.size() - 2, 1, ':');  // strftime's offset lacks the colon of the extended format
+  zoned.insert(zoned.size() - 2, 1,
+               ':');  // strftime's offset lacks the colon of the extended format
   return zoned;
 }
 

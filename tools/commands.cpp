@@ -3,6 +3,7 @@
 
 #include <variant>
 
+#include "daemon/collection_types.h"
 #include "delta_reader.h"
 #include "interruption.h"
 #include "locked_file.h"
@@ -25,7 +26,7 @@ TableStyle style_for(std::uint32_t type, const DisplayOptions& options) {
   if (!options.sort.empty()) {
     style.sort_column = find_column(layout, options.sort);
     if (!style.sort_column) {
-      throw UsageError(fmt::format("{} has no column '{}'; columns are {}", title({type, 0}),
+      throw UsageError(fmt::format("{} has no column '{}'; columns are {}", type_stem(type),
                                    options.sort, column_names(layout)));
     }
   } else if (options.top != 0) {
