@@ -19,19 +19,18 @@ std::string exact_text(double value) {
 
 std::string si_text(double value) {
   constexpr const char* kPrefixes[] = {"", "k", "M", "G", "T", "P", "E"};
-  if (!std::isfinite(value)) return exact_text(value);
+  double scaled = value;
   std::size_t prefix = 0;
   // 999.5 is where three digits round up to the next prefix.
-  while (std::fabs(value) >= 999.5 && prefix + 1 < std::size(kPrefixes)) {
-    value /= 1000;
+  while (std::fabs(scaled) >= 999.5 && prefix + 1 < std::size(kPrefixes)) {
+    scaled /= 1000;
     ++prefix;
   }
-  const double size = std::fabs(value);
-  if (size == std::floor(size) && prefix == 0) return fmt::format("{:.0f}", value);
-  if (size >= 99.95) return fmt::format("{:.0f}{}", value, kPrefixes[prefix]);
-  if (size >= 9.995) return fmt::format("{:.1f}{}", value, kPrefixes[prefix]);
-  if (size >= 0.9995) return fmt::format("{:.2f}{}", value, kPrefixes[prefix]);
-  return fmt::format("{:.3g}", value);
+  const double size = std::fabs(scaled);
+  const bool whole = prefix == 0 && size == std::floor(size);
+  if (size < 0.9995 || size >= 999.5) return fmt::format("{:.3g}", value);
+  const int decimals = whole || size >= 99.95 ? 0 : size >= 9.995 ? 1 : 2;
+  return fmt::format("{:.{}f}{}", scaled, decimals, kPrefixes[prefix]);
 }
 
 std::string hex_text(std::span<const unsigned char> octets) {

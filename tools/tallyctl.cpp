@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <functional>
 
@@ -34,19 +35,19 @@ struct Words {
 
 struct MessageCommand {
   const char* name;
-  MessageCode code;
+  MessageType type;
   bool names_collection;
   const char* help;
 };
 
 constexpr MessageCommand kMessageCommands[] = {
-    {"create", MessageCode::create, true, "Start a collection anew, from an empty history"},
-    {"destroy", MessageCode::destroy, true, "End a collection and remove its files"},
-    {"viewing", MessageCode::viewing, true, "Tell the daemon that somebody looks at a collection"},
-    {"interval", MessageCode::set_interval, false, "Set the interval of polls that are looked at"},
-    {"reload", MessageCode::reload_settings, false, "Read the supervisor settings again"},
-    {"rescan", MessageCode::rescan, false, "Scan the agent's control tables again"},
-    {"stop", MessageCode::terminate, false, "End the daemon"},
+    {"create", MessageType::create, true, "Start a collection anew, from an empty history"},
+    {"destroy", MessageType::destroy, true, "End a collection and remove its files"},
+    {"viewing", MessageType::viewing, true, "Tell the daemon that somebody looks at a collection"},
+    {"interval", MessageType::set_interval, false, "Set the interval of polls that are looked at"},
+    {"reload", MessageType::reload_settings, false, "Read the supervisor settings again"},
+    {"rescan", MessageType::rescan, false, "Scan the agent's control tables again"},
+    {"stop", MessageType::terminate, false, "End the daemon"},
 };
 
 // The daemon takes the nearest of these for an interval outside.
@@ -54,13 +55,13 @@ constexpr std::int32_t kShortestInterval = 15;
 constexpr std::int32_t kLongestInterval = 3600;
 
 // note_odd tells of messages that do not do what they say.
-void note_odd(const ControlMessage& message) {
-  const bool starts = message.code == MessageCode::create || message.code == MessageCode::viewing;
-  if (starts && message.type == kDsMatrix) {
+void note_odd(MessageType type, const ControlMessage& message) {
+  const bool starts = type == MessageType::create || type == MessageType::viewing;
+  if (starts && message.collection_type == kDsMatrix) {
     complain("note: the daemon only logs this message when it names dsmatrix");
   }
-  const auto interval = static_cast<std::int32_t>(message.type);
-  if (message.code == MessageCode::set_interval &&
+  const auto interval = static_cast<std::int32_t>(message.collection_type);
+  if (type == MessageType::set_interval &&
       (interval < kShortestInterval || interval > kLongestInterval)) {
     complain(fmt::format("note: the daemon takes {} s for {} s",
                          std::clamp(interval, kShortestInterval, kLongestInterval), interval));
@@ -68,15 +69,15 @@ void note_odd(const ControlMessage& message) {
 }
 
 ExitCode run_message(const ToolPaths& paths, const MessageCommand& command, const Words& words) {
-  ControlMessage message{command.code, 0, 0};
+  ControlMessage message{static_cast<std::uint32_t>(command.type), 0, 0};
   if (command.names_collection) {
     const Collection collection = parse_collection(words.collections);
-    message.type = collection.type;
-    message.index = collection.index;
-  } else if (command.code == MessageCode::set_interval) {
-    message.type = static_cast<std::uint32_t>(words.interval);
+    message.collection_type = collection.type;
+    message.collection_index = collection.index;
+  } else if (command.type == MessageType::set_interval) {
+    message.collection_type = static_cast<std::uint32_t>(words.interval);
   }
-  note_odd(message);
+  note_odd(command.type, message);
   return words.keep == 0 ? send(paths, message) : keep_viewing(paths, message, seconds{words.keep});
 }
 
@@ -88,10 +89,10 @@ void add_message_command(CLI::App& app, const MessageCommand& command, Words& wo
         ->required()
         ->type_name("TYPE [INDEX]");
   }
-  if (command.code == MessageCode::set_interval) {
+  if (command.type == MessageType::set_interval) {
     sub->add_option("seconds", words.interval, "15 to 3600")->required()->type_name("SECONDS");
   }
-  if (command.code == MessageCode::viewing) {
+  if (command.type == MessageType::viewing) {
     sub->add_option("--keep", words.keep, "Tell it every SECONDS until interrupted")
         ->check(CLI::Range(1, 3600))
         ->type_name("SECONDS");

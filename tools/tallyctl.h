@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "collection_name.h"
-#include "control_messages.h"
+#include "pipe_writer.h"
 #include "table_text.h"
 
 namespace tally {

@@ -125,8 +125,8 @@ std::string view(const ToolPaths& paths, const std::vector<Watched>& all,
                  std::chrono::milliseconds patience) {
   for (const Watched& watched : all) {
     const auto& [type, index] = watched.collection;
-    std::string error =
-        send_message(paths.control_pipe, {MessageCode::viewing, type, index}, patience);
+    const ControlMessage message{static_cast<std::uint32_t>(MessageType::viewing), type, index};
+    std::string error = send_message(paths.control_pipe, message, patience);
     if (!error.empty()) return error;
   }
   return {};

@@ -1,4 +1,4 @@
-#include "control_messages.h"
+#include "pipe_writer.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
