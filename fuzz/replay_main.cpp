@@ -47,13 +47,13 @@ int main(int argc, char** argv) {
     const auto files = files_of(argc - 1, argv + 1);
     for (const auto& path : files) {
       std::printf("%s\n", path.c_str());
-      std::fflush(stdout);  // names the culprit when the target ends the process
+      (void)std::fflush(stdout);  // names the culprit when the target ends the process
       replay(path);
     }
     std::printf("%zu inputs\n", files.size());
     return files.empty() ? 1 : 0;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s\n", error.what());
+    (void)std::fprintf(stderr, "%s\n", error.what());
     return 1;
   }
 }

@@ -13,7 +13,7 @@ namespace {
 
 std::string exact_text(double value) {
   char buffer[32];  // the longest shortest decimal of a double has 24 characters
-  const auto end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
+  const char* end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
   return {buffer, end};
 }
 
@@ -102,7 +102,7 @@ std::string time_text(std::int32_t seconds_since_epoch) {
   std::tm local{};
   localtime_r(&time, &local);
   char text[32];
-  std::strftime(text, sizeof text, "%FT%T%z", &local);
+  (void)std::strftime(text, sizeof text, "%FT%T%z", &local);
   std::string zoned(text);
   zoned.insert(zoned.size() - 2, 1,
                ':');  // strftime's offset lacks the colon of the extended format

@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
     return tally::tallyctl(argc, argv,
                            {elsewhere ? directory : tally::kDataDirectory, tally::kControlPipe});
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "tallyctl: %s\n", error.what());
+    (void)std::fprintf(stderr, "tallyctl: %s\n", error.what());
     return tally::kAbsent;
   }
 }

@@ -161,7 +161,7 @@ void add_watch(CLI::App& app, Words& words, const ToolPaths& paths, Action& acti
 }  // namespace
 
 int tallyctl(int argc, const char* const* argv, const ToolPaths& paths) {
-  std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGPIPE, SIG_IGN);
   CLI::App app("Controls tallyd and shows the rates that it keeps.", "tallyctl");
   app.set_help_flag("-h,--help", "Print this help");
   app.set_version_flag("-V,--version", std::string("tallyctl ") + kVersion, "Print the version");

@@ -33,7 +33,7 @@ bool put(const std::string& text) {
 }
 
 void complain(const std::string& text) {
-  std::fputs(fmt::format("tallyctl: {}\n", text).c_str(), stderr);
+  (void)std::fputs(fmt::format("tallyctl: {}\n", text).c_str(), stderr);
 }
 
 }  // namespace tally

@@ -34,7 +34,7 @@ struct Watched {
 // look reads the delta file again if it changed. Returns whether there is something new to show. A
 // file that is being written is left for the next look.
 bool look(Watched& watched) {
-  const auto remark = [&](std::string text) {
+  const auto remark = [&](const std::string& text) {
     watched.table.reset();
     return text != std::exchange(watched.remark, text);
   };
