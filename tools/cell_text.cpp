@@ -13,7 +13,7 @@ namespace {
 
 std::string exact_text(double value) {
   char buffer[32];  // the longest shortest decimal of a double has 24 characters
-  const char* end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
+  char* const end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
   return {buffer, end};
 }
 

@@ -8,7 +8,6 @@
 #include "interruption.h"
 #include "locked_file.h"
 #include "tallyctl.h"
-#include "terminal.h"
 
 namespace tally {
 namespace {
@@ -18,11 +17,12 @@ constexpr std::chrono::milliseconds kPipePatience{5000};
 
 }  // namespace
 
-TableStyle style_for(std::uint32_t type, const DisplayOptions& options) {
+TableStyle style_for(std::uint32_t type, const DisplayOptions& options, const Terminal& terminal) {
   const RecordLayout& layout = *record_layout(type);
   TableStyle style;
   style.numbers = options.si ? NumberStyle::si : NumberStyle::exact;
   style.top = options.top;
+  style.colour = terminal.colour && !options.no_colour;
   if (!options.sort.empty()) {
     style.sort_column = find_column(layout, options.sort);
     if (!style.sort_column) {
@@ -52,11 +52,9 @@ ExitCode keep_viewing(const ToolPaths& paths, const ControlMessage& message,
 }
 
 ExitCode show(const ToolPaths& paths, const ShowOptions& options) {
-  const Terminal terminal = look_at_terminal();
   const std::string name = title(options.collection);
   const std::string path = delta_path(paths.data_directory, options.collection);
-  TableStyle style = style_for(options.collection.type, options.display);
-  style.colour = terminal.colour && !options.display.no_colour;
+  const TableStyle style = style_for(options.collection.type, options.display, look_at_terminal());
 
   const FileContent content = read_shared(path, options.patience, [&] {
     complain(fmt::format("{}: the daemon is writing {}; waiting up to {} s", name, path,
@@ -87,7 +85,7 @@ ExitCode show(const ToolPaths& paths, const ShowOptions& options) {
     return kAbsent;
   }
   if (table.count() == 0) {
-    complain(fmt::format("{}: only a header: no counter changed in the interval", name));
+    complain(fmt::format("{}: only a header: no counter changed, or the disk was full", name));
   }
   return kDone;
 }

@@ -10,7 +10,6 @@
 
 #include "daemon/collection_types.h"
 #include "daemon/paths.h"
-#include "terminal.h"
 
 namespace tally {
 namespace {
@@ -93,9 +92,11 @@ void add_message_command(CLI::App& app, const MessageCommand& command, Words& wo
     sub->add_option("seconds", words.interval, "15 to 3600")->required()->type_name("SECONDS");
   }
   if (command.type == MessageType::viewing) {
-    sub->add_option("--keep", words.keep, "Tell it every SECONDS until interrupted")
+    sub->add_option("--keep", words.keep, "Tell it every SECONDS (5) until interrupted")
+        ->expected(0, 1)
+        ->default_str("5")
         ->check(CLI::Range(1, 3600))
-        ->type_name("SECONDS");
+        ->type_name("[SECONDS]");
   }
   sub->callback([&] { action = [&] { return run_message(paths, command, words); }; });
 }

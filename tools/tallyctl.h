@@ -11,6 +11,7 @@
 #include "collection_name.h"
 #include "pipe_writer.h"
 #include "table_text.h"
+#include "terminal.h"
 
 namespace tally {
 
@@ -35,9 +36,9 @@ struct DisplayOptions {
   std::size_t top = 0;  // 0: all rows
 };
 
-// style_for turns what was asked for into the style of a table of one type. Throws UsageError when
-// the type has no column of the name to sort by.
-TableStyle style_for(std::uint32_t type, const DisplayOptions& options);
+// style_for turns what was asked for into the style of a table of one type on this terminal, of any
+// width. Throws UsageError when the type has no column of the name to sort by.
+TableStyle style_for(std::uint32_t type, const DisplayOptions& options, const Terminal& terminal);
 
 struct ShowOptions {
   Collection collection;

@@ -10,7 +10,6 @@
 #include "interruption.h"
 #include "locked_file.h"
 #include "tallyctl.h"
-#include "terminal.h"
 
 namespace tally {
 namespace {
@@ -78,7 +77,6 @@ std::string frame(const std::vector<Watched>& all, const Terminal& terminal,
   for (const Watched& watched : all) {
     if (watched.table) {
       TableStyle style = watched.style;
-      style.colour = style.colour && terminal.colour;
       style.width = terminal.columns;
       if (terminal.lines != 0) style.top = style.top == 0 ? room : std::min(style.top, room);
       text += table_text(*watched.table, title(watched.collection), style);
@@ -106,7 +104,7 @@ TableStyle watched_style(std::uint32_t type, const WatchOptions& options) {
       std::any_of(options.collections.begin(), options.collections.end(), has_column)) {
     display.sort.clear();
   }
-  return style_for(type, display);
+  return style_for(type, display, look_at_terminal());
 }
 
 // say writes what is new where it cannot be redrawn: tables one after another, words to standard

@@ -4,14 +4,19 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "daemon/collection_types.h"
@@ -35,15 +40,19 @@ class Tallyctl : public testing::Test {
  protected:
   Tallyctl() { EXPECT_EQ(mkfifo(paths_.control_pipe.c_str(), 0600), 0); }
 
-  Result run(const std::string& line) const {
+  int run_here(const std::string& line) const {
     std::vector<std::string> words{"tallyctl"};
     std::istringstream stream(line);
     for (std::string word; stream >> word;) words.push_back(word);
     std::vector<const char*> argv;
     for (const std::string& word : words) argv.push_back(word.c_str());
+    return tallyctl(static_cast<int>(argv.size()), argv.data(), paths_);
+  }
+
+  Result run(const std::string& line) const {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const int code = tallyctl(static_cast<int>(argv.size()), argv.data(), paths_);
+    const int code = run_here(line);
     std::string out = testing::internal::GetCapturedStdout();
     return {code, std::move(out), testing::internal::GetCapturedStderr()};
   }
@@ -240,6 +249,84 @@ TEST_F(Tallyctl, KeepsViewingUntilInterrupted) {
   user.join();
   EXPECT_EQ(result.code, 0);
   EXPECT_THAT(messages(), testing::ElementsAre(2, kNlHost, 2, 2, kNlHost, 2));
+
+  // A period of its own choice; the signal comes first and would end the test if it were not taken.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  kill(getpid(), SIGTERM);
+  EXPECT_EQ(run("viewing nlhost 2 --keep").code, 0);
+  EXPECT_THAT(messages(), testing::ElementsAre(2, kNlHost, 2));
+  sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+// Screen stands in for standard output while it lives: a screen of 10 lines of 40 characters.
+class Screen {
+ public:
+  Screen() : stdout_(dup(STDOUT_FILENO)) {
+    int screen = -1;
+    int program = -1;
+    const winsize size{10, 40, 0, 0};
+    if (openpty(&screen, &program, nullptr, nullptr, &size) != 0) std::abort();
+    screen_.reset(screen);
+    fcntl(screen, F_SETFL, O_NONBLOCK);
+    dup2(program, STDOUT_FILENO);
+    close(program);
+  }
+  ~Screen() { dup2(stdout_.get(), STDOUT_FILENO); }
+  Screen(const Screen&) = delete;
+  Screen& operator=(const Screen&) = delete;
+
+  std::string written() const {
+    std::string text(65536, '\0');
+    const ssize_t got = read(screen_.get(), text.data(), text.size());
+    text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return text;
+  }
+
+ private:
+  UniqueFd stdout_;
+  UniqueFd screen_;
+};
+
+TEST_F(Tallyctl, ColoursAndRedrawsOnlyATerminal) {
+  write_delta("vlan_1_delta.bin", kVlan, 30, 36);
+  write_delta("prio_1_delta.bin", kPrio, 30, 20);
+  const struct {
+    const char* line;
+    const char* type;
+    const char* no_color;
+    bool colour;
+    bool redrawn;
+  } cases[] = {
+      {"show vlan 1 --top 1", "xterm", "", true, false},
+      {"show vlan 1 --top 1", "xterm", "1", false, false},
+      {"show vlan 1 --top 1 --color never", "xterm", "", false, false},
+      {"show vlan 1 --top 1", "dumb", "", false, false},
+      {"watch --no-viewing vlan 1 prio 1 --count 1", "xterm", "", true, true},
+      {"watch --no-viewing vlan 1 prio 1 --count 1 --color never", "xterm", "", false, true},
+      {"watch --no-viewing vlan 1 prio 1 --count 1 --top 1", "dumb", "", false, false},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(testing::Message() << each.line << " on " << each.type << " " << each.no_color);
+    setenv("TERM", each.type, 1);
+    setenv("NO_COLOR", each.no_color, 1);
+    std::string text;
+    {
+      const Screen screen;
+      EXPECT_EQ(run_here(each.line), 0);
+      text = screen.written();
+    }
+    EXPECT_EQ(text.find("\x1b[1m") != std::string::npos, each.colour);
+    EXPECT_EQ(text.find("\x1b[H") != std::string::npos, each.redrawn);
+    EXPECT_THAT(text, HasSubstr("vlan 1  interval 60 s"));
+    if (each.redrawn) {
+      EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 10) << "it scrolls";
+      EXPECT_THAT(text, HasSubstr("prio 1  interval 60 s"));
+    }
+  }
+  unsetenv("NO_COLOR");
 }
 
 }  // namespace
