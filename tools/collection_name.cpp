@@ -80,7 +80,7 @@ std::string title(const Collection& collection) {
 
 std::string delta_path(const std::string& directory, const Collection& collection) {
   const std::filesystem::path path =
-      collection_path(collection.type, collection.index, FileKind::delta);
+      collection_path(collection.type, collection.index, FileKind::delta).text;
   return std::filesystem::path(directory) / path.filename();
 }
 
