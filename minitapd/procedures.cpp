@@ -173,8 +173,8 @@ Procedure single(rpcproc_t number, std::string_view name, bool_t (*xdr_key)(XDR*
 
 const std::array<Procedure, 24>& table() {
   static const std::array<Procedure, 24> procedures = {{
-      {AGENT_NULL, "agent_null", as_xdrproc(xdr_void), as_xdrproc(xdr_int), 0,
-       answer_null, describe_nothing},
+      {AGENT_NULL, "agent_null", as_xdrproc(xdr_void), as_xdrproc(xdr_int), 0, answer_null,
+       describe_nothing},
       {AGENT_SYSTEM_INFO, "agent_system_info", as_xdrproc(xdr_void),
        as_xdrproc(xdr_tapd_system_info), 0, answer_system_info, describe_nothing},
       control<Table::host>(HOST_CONTROL_GETNEXT, "host_control_getnext",
