@@ -13,11 +13,13 @@ REPORTS = pathlib.Path("/tmp/sanitizer-reports")  # of a binary that was built w
 
 UNEXPECTED_TYPE = "Unexpected message type found in pipe."
 NOT_THERE = "Received TALLYD_VIEWING_COLL message for non-existent collection type {}, index {}"
+STRACE = ("strace", "-f", "-qq", "-o", "/dev/null")  # to make one of its system calls fail
 ERROR_STATUS = 255  # what the shell sees of -1
 
 
-def environment():
-    options = f"log_path={REPORTS}/tallyd"
+def environment(traced=False):
+    # Leaks cannot be looked for in a process that is being traced.
+    options = f"log_path={REPORTS}/tallyd:detect_leaks={int(not traced)}"
     return dict(os.environ, ASAN_OPTIONS=options, UBSAN_OPTIONS=options + ":print_stacktrace=1",
                 TSAN_OPTIONS=options)
 
@@ -33,7 +35,7 @@ class Daemon:
         REPORTS.mkdir(exist_ok=True)
         known = set(processes.children(self._name()))
         self.first_status = subprocess.run([*wrapper, BINARY], stdin=subprocess.DEVNULL, check=False,
-                                           env=environment(), timeout=30, **popen).returncode
+                                           env=environment(wrapper[:1] == STRACE[:1]), timeout=30, **popen).returncode
         new = set(processes.children(self._name())) - known
         self.pid = new.pop() if new else None
         if serve:
@@ -66,7 +68,7 @@ class Daemon:
         self.log.wait(NOT_THERE.format(0, 0xFFFFFFFF), WARNING, timeout=timeout)
 
     def running(self):
-        return self.pid is not None and self.pid in processes.children(self._name())
+        return self.pid is not None and processes.state(self.pid) not in ("Z", "X", None)
 
     def measure(self):
         """Open descriptors and threads, which nothing that is over may have left more of."""

@@ -36,6 +36,14 @@ def children(name):
     return found
 
 
+def state(pid):
+    """The state letter of a process, None when there is none: "Z" has ended, but is not buried."""
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2][0]
+    except OSError:
+        return None
+
+
 def descriptors(pid):
     """What every open descriptor refers to, as {number: target}."""
     found = {}
