@@ -1,0 +1,3 @@
+class Agent:
+    def start(self): pass
+    def stop(self): pass
