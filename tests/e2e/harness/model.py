@@ -79,9 +79,9 @@ def record(layout, row):
     return key, tuple(float(counter) for counter in counters)
 
 
-def returned(layout, rows, index, totals=None, batch=100, owner=None):
-    """The records that a collection is made of when the agent, asked for what follows a row, serves
-    its rows by position. `rows` are (control index, row); a foreign one ends the collection."""
+def returned(layout, rows, index, totals=None):
+    """The records that a collection is made of when the agent returns these (control index, row): up
+    to the first foreign one; of protocols also the totals, unless there was no row at all."""
     records = [record(layout, row) for _, row in itertools.takewhile(lambda r: r[0] == index, rows)]
     if layout.stem == "pdist" and rows and totals is not None:
         records.append(record(layout, (132, 0xFFFFFFFF, *totals)))
