@@ -4,7 +4,9 @@ import os
 
 import pytest
 
-from harness import control, processes, settings
+pytest.register_assert_rewrite("harness")
+
+from harness import processes, settings  # after the registration
 from harness.agent import Agent
 from harness.daemon import Daemon, sanitizer_reports
 from harness.paths import DATA, PIPE, PREFERENCES
@@ -52,6 +54,7 @@ def agent():
 def shared_daemon(syslog, agent):
     """A daemon that polls only when it is told to: the interval is an hour."""
     settings.refresh(3600)
+    agent.serve()
     daemon = Daemon(syslog).start()
     syslog.expect((151, "Starting tallyd."))
     yield daemon

@@ -4,7 +4,7 @@ import pytest
 from harness import control, model, processes
 from harness.agent import CONTROL, LOCAL
 from harness.collection import Collection
-from harness.files import HOST, MATRIX, PDIST, listing
+from harness.files import HOST, MATRIX, PDIST, listing, wait_for_listing
 
 KINDS = (HOST, MATRIX, PDIST)
 # (owner, status): adopted or not.
@@ -30,7 +30,7 @@ def test_adoption_at_the_start(own_daemon, agent, log):
     log.expect((151, "Starting tallyd."),
                (148, "Tallyd could not open preferences file /nvram/config/web/pref.dba."))
     wanted = sorted(layout.path(index, "last").name for layout in KINDS for index in MINE)
-    processes.wait_until(lambda: listing() == wanted)
+    wait_for_listing(wanted)
     own_daemon.settle()
     assert listing() == wanted
     calls = agent.calls(*CONTROL.values())
@@ -68,7 +68,7 @@ def test_scan_that_fails_midway(fault, daemon, agent):
     daemon.answer()
     wanted = sorted(["host_1_last.bin", "host_2_last.bin",
                      *(f"{stem}_{index}_last.bin" for stem in ("matrix", "pdist") for index in (1, 2, 3))])
-    processes.wait_until(lambda: listing() == wanted)
+    wait_for_listing(wanted)
     assert len(agent.calls(CONTROL["host"])) == 3
     for name in wanted:
         stem, index, _ = name.split("_")

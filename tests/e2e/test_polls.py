@@ -21,7 +21,7 @@ def key(layout, number):
 def rows(layout, values, index=INDEX):
     """Rows by number, each with one value in all its counters but the last, which is 7."""
     return [(index, (*key(layout, number), *[value] * (layout.counters - 1), 7))
-            for number, value in values.items()]
+            for number, value in sorted(values.items())]
 
 
 def returned(layout, served, totals=None):
@@ -46,7 +46,7 @@ def test_three_samples(layout, daemon, agent):
         {},
     ]
     for number, values in enumerate(samples):
-        totals = (number * 10**19, number * 3)
+        totals = (10**19 // (number + 1), number * 3)  # 2^63 < the first one; the next are resets
         served = rows(layout, values)
         agent.serve(**{layout.stem: served}, totals={INDEX: totals}, up_time=4294967295 - number)
         judge = collection.next_sample if number else collection.first_sample
@@ -185,7 +185,7 @@ def test_disorder(layout, daemon, agent):
 def test_agent_that_does_not_advance(layout, daemon, agent):
     """A batch that ends with the very key that was asked after is not used and ends the table."""
     served = rows(layout, {1: 4, 2: 5})
-    for replies in ([served, served], [served, rows(layout, {2: 6})], [served, rows(layout, {9: 6, 2: 6})]):
+    for replies in ([served, served], [served, rows(layout, {2: 6})], [served, rows(layout, {9: 6}) + rows(layout, {2: 6})]):
         agent.serve(replies={ROWS[layout.stem]: replies})
         collection = Collection(daemon, layout, INDEX)
         collection.first_sample(returned(layout, served))

@@ -93,6 +93,6 @@ class Agent:
         """The calls since the last script, of these procedures or all, as "number arguments"."""
         with open(TRACE, encoding="ascii") as file:
             file.seek(self._traced)
-            lines = [line.split(maxsplit=2) for line in file]
+            lines = [line.rstrip("\n").split(" ", 2) for line in file]
         return [" ".join([number, *arguments]) for number, _, *arguments in lines
                 if not procedures or int(number) in procedures]

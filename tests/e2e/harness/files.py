@@ -7,6 +7,7 @@ import collections
 import fcntl
 import struct
 
+from . import processes
 from .paths import DATA
 
 Header = collections.namedtuple("Header", "interval up_time time type")
@@ -60,3 +61,11 @@ STEMS = ("host", "matrix", "pdist", "nlhost", "nlmatrix", "vlan", "prio", "dssta
 
 def listing():
     return sorted(path.name for path in DATA.iterdir())
+
+
+def wait_for_listing(names):
+    """Wait until these are all the files there are."""
+    try:
+        processes.wait_until(lambda: listing() == sorted(names))
+    except AssertionError:
+        assert listing() == sorted(names)
