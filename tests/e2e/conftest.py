@@ -1,5 +1,5 @@
-"""One sandbox serves the whole run; the daemon is started once a module where the scenarios do
-not get into each other's way. After every scenario the same things must hold: see `undisturbed`."""
+"""One sandbox serves the whole run. Scenarios share a daemon where they do not get into each other's
+way; after each of them the same things must hold: see the fixtures `log` and `daemon`."""
 import os
 
 import pytest
@@ -9,8 +9,8 @@ pytest.register_assert_rewrite("harness")
 from harness import processes, settings  # after the registration
 from harness.agent import Agent
 from harness.daemon import Daemon, sanitizer_reports
-from harness.paths import DATA, PIPE, PREFERENCES
-from harness.syslog import Syslog
+from harness.paths import DATA, PID_FILE, PIPE, PREFERENCES
+from harness.syslog import DEBUG, Syslog
 
 
 def pytest_configure(config):
@@ -50,39 +50,72 @@ def agent():
     agent.stop()
 
 
+class SharedDaemon:
+    """A daemon that polls only when it is told to (the interval is an hour), started when a scenario
+    wants it and kept for the next one. It makes way for a daemon of a scenario's own."""
+
+    def __init__(self, log):
+        self._log = log
+        self._daemon = None
+
+    def running(self, agent):
+        if self._daemon is None:
+            clean()
+            settings.refresh(3600)
+            agent.serve()
+            self._daemon = Daemon(self._log).start()
+            self._log.expect((DEBUG, "Starting tallyd."))
+        return self._daemon
+
+    def forget(self):
+        self._daemon = None
+
+    def stop(self):
+        if self._daemon is not None:
+            daemon, self._daemon = self._daemon, None
+            try:
+                assert daemon.stop() == 0
+            finally:
+                daemon.kill()
+                clean()
+
+
+def clean():
+    """Leave no file of a daemon that has ended."""
+    for path in (*DATA.iterdir(), PREFERENCES, PIPE, PID_FILE):
+        path.unlink(missing_ok=True)
+
+
 @pytest.fixture(scope="module")
-def shared_daemon(syslog, agent):
-    """A daemon that polls only when it is told to: the interval is an hour."""
-    settings.refresh(3600)
-    agent.serve()
-    daemon = Daemon(syslog).start()
-    syslog.expect((151, "Starting tallyd."))
-    yield daemon
-    assert daemon.stop() == 0
-    PREFERENCES.unlink()
-    for path in DATA.iterdir():
-        path.unlink()
+def shared_daemon(syslog):
+    shared = SharedDaemon(syslog)
+    yield shared
+    shared.stop()
 
 
 @pytest.fixture
-def daemon(shared_daemon):
+def daemon(agent, shared_daemon):
     """The shared daemon; after the scenario it serves and holds nothing more than before."""
-    before = shared_daemon.measure()
-    yield shared_daemon
-    assert shared_daemon.running(), "the daemon ended"
-    shared_daemon.answer()
-    shared_daemon.settle()
-    assert shared_daemon.measure() == before, processes.descriptors(shared_daemon.pid)
+    running = shared_daemon.running(agent)
+    before = running.measure()
+    yield running
+    try:
+        assert running.running(), "the daemon ended"
+        for collection in list(running.collections):
+            collection.destroy()
+        running.settle()
+        assert running.measure() == before, processes.descriptors(running.pid)
+    except BaseException:
+        running.kill()  # the next scenario gets a fresh one
+        shared_daemon.forget()
+        raise
 
 
 @pytest.fixture
-def own_daemon(syslog):
+def own_daemon(syslog, shared_daemon):
     """A daemon of the scenario's own, not started yet; killed if the scenario leaves it running."""
+    shared_daemon.stop()
     daemon = Daemon(syslog)
-    daemon.remove_leavings()
     yield daemon
     daemon.kill()
-    for path in DATA.iterdir():
-        path.unlink()
-    PREFERENCES.unlink(missing_ok=True)
-    PIPE.unlink(missing_ok=True)
+    clean()

@@ -85,4 +85,3 @@ def test_scan_without_agent(daemon, agent, log):
     collection.create()  # takes the task's connection back up before descriptors are counted
     log.take_all("RPC connection died, reopening!")
     collection.first_sample(model.returned(HOST, [], 1))
-    collection.destroy()

@@ -54,10 +54,11 @@ def test_full_at_every_write(daemon, agent, log):
         sample = HOST.path(1, "last").read_bytes()
         agent.serve(host=MORE)
         seen = []
+        next_second()
         for free in range(2 * pages(sample)):
             HOST.path(1, "delta").unlink(missing_ok=True)
             resize(pages(sample) + free)
-            collection.poll()
+            collection.poll(same_second=True)
             writing, polling = log.take_all()
             assert writing in FULL[polling]
             seen.append(polling)
@@ -106,8 +107,6 @@ def test_missing_directory(daemon, agent):
     assert HOST.path(1, "last").read_bytes() == before
     known.next_sample(model.returned(HOST, rows, 1))
     fresh.first_sample([])
-    known.destroy()
-    fresh.destroy()
 
 
 def test_read_only_directory(daemon, agent, log):
@@ -123,7 +122,6 @@ def test_read_only_directory(daemon, agent, log):
         daemon.settle()
         assert HOST.path(1, "last").read_bytes() == before
     collection.next_sample(model.returned(HOST, rows, 1))
-    collection.destroy()
 
 
 NO_HEADER = (WARNING, "poll_coll_delta: Error reading header from prev file!")
@@ -144,7 +142,6 @@ def test_last_file_without_a_whole_header(length, daemon, agent, log):
         assert HOST.path(1, "last").read_bytes() == stump
         assert HOST.path(1, "delta").read_bytes() == b""
     collection.first_sample(model.returned(HOST, rows, 1))
-    collection.destroy()
 
 
 @pytest.mark.parametrize("rows, odd", [(0, 1), (3, 61), (131, 10), (132, 30), (300, 5)])
@@ -161,7 +158,6 @@ def test_last_file_of_impossible_length(rows, odd, daemon, agent, log):
     collection.next_sample(model.returned(HOST, MORE, 1))
     log.expect((WARNING, "Error 2 reading to fill file cache."), (DEBUG, "filebuf_getnext: ERROR filling cache!"))
     collection.next_sample(model.returned(HOST, MORE, 1))
-    collection.destroy()
 
 
 @pytest.mark.parametrize("ahead", [3600, 10**6, -2**31 + 1, -3600])
@@ -178,7 +174,6 @@ def test_clock_that_was_set(ahead, daemon, agent):
     last.write_bytes(HOST.pack(Header(0, 1000, collection.time, 0), sample.rows))
     agent.serve(host=MORE[:3])
     collection.next_sample(model.returned(HOST, MORE[:3], 1))
-    collection.destroy()
 
 
 def test_reader_holds_a_poll_up(own_daemon, agent, log):
@@ -224,4 +219,3 @@ def test_readers_never_see_a_torn_file(daemon, agent):
             if len(lengths - {0}) == 1 and len(lengths) > 1:
                 break
     assert lengths <= {0, 16 + HOST.size * len(MORE)} and lengths != {0}
-    collection.destroy()

@@ -51,7 +51,6 @@ def test_three_samples(layout, daemon, agent):
         agent.serve(**{layout.stem: served}, totals={INDEX: totals}, up_time=4294967295 - number)
         judge = collection.next_sample if number else collection.first_sample
         judge(returned(layout, served, totals), up_time=4294967295 - number)
-    collection.destroy()
 
 
 @pytest.mark.parametrize("layout", KINDS, ids=lambda layout: layout.stem)
@@ -71,7 +70,6 @@ def test_interval_of_no_time(layout, daemon, agent, log):
     assert collection.time == first
     log.wait(f"{layout.stem}_calc_delta() found a 0-length interval.", 151, count=2)
     log.wait(f"{layout.stem}_calc_rate() found a 0-length interval.", 151, count=1)
-    collection.destroy()
 
 
 BATCHES = [(0, 1), (1, 2), (99, 2), (100, 2), (101, 3), (200, 3), (201, 4)]
@@ -90,7 +88,6 @@ def test_batches(layout, daemon, agent):
         assert len([call for call in calls if call.startswith(f"{ROWS[layout.stem]} ")]) == requests
         assert calls[requests + 1:] == (
             [f"{TOTALS} index={INDEX}"] if layout is PDIST and count else [])
-    collection.destroy()
 
 
 FIRST_KEYS = {"host": "address= count=100 mode=3", "matrix": "source= dest= count=100 mode=3 direction=0",
@@ -108,7 +105,6 @@ def test_keys_that_are_asked_for(layout, daemon, agent):
     first = FIRST_KEYS[layout.stem]
     after = NEXT_KEYS[layout.stem] + first[first.index(" count"):]
     assert agent.calls(ROWS[layout.stem]) == [f"{ROWS[layout.stem]} index={INDEX} {key}" for key in (first, after)]
-    collection.destroy()
 
 
 @pytest.mark.parametrize("layout", KINDS, ids=lambda layout: layout.stem)
@@ -122,7 +118,6 @@ def test_rows_of_other_collections_end_the_table(layout, daemon, agent):
                     replies=None if own else {ROWS[layout.stem]: [served]})
         collection.first_sample(returned(layout, served, (8, 9)))
         assert len(agent.calls(ROWS[layout.stem])) == (2 if own == 100 else 1), own
-    collection.destroy()
 
 
 def test_totals_that_are_refused(daemon, agent):
@@ -134,7 +129,6 @@ def test_totals_that_are_refused(daemon, agent):
         agent.serve(pdist=served, totals={INDEX: (8, 9)}, faults=faults)
         collection.first_sample(returned(PDIST, served))
         assert len(agent.calls(TOTALS)) == len(served)
-    collection.destroy()
 
 
 def mac(text):
@@ -157,7 +151,6 @@ def test_addresses_of_any_length(layout, daemon, agent):
     collection.first_sample(returned(layout, served))
     agent.serve(replies=call)
     collection.next_sample(returned(layout, served))
-    collection.destroy()
 
 
 # Rows that a correct agent does not send; each case is (first sample, second sample), by number.
@@ -178,7 +171,6 @@ def test_disorder(layout, daemon, agent):
             served = [row for at, number in enumerate(order) for row in rows(layout, {number: at * 10})]
             agent.serve(replies={ROWS[layout.stem]: [served, []]})
             take(returned(layout, served))
-    collection.destroy()
 
 
 @pytest.mark.parametrize("layout", KINDS, ids=lambda layout: layout.stem)
@@ -190,7 +182,6 @@ def test_agent_that_does_not_advance(layout, daemon, agent):
         collection = Collection(daemon, layout, INDEX)
         collection.first_sample(returned(layout, served))
         assert len(agent.calls(ROWS[layout.stem])) == 2
-    collection.destroy()
 
 
 def test_create_begins_anew(daemon, agent):
@@ -200,7 +191,6 @@ def test_create_begins_anew(daemon, agent):
     collection.next_sample(returned(HOST, rows(HOST, {1: 4})))
     agent.serve(host=rows(HOST, {2: 4}))
     collection.first_sample(returned(HOST, rows(HOST, {2: 4})))
-    collection.destroy()
 
 
 def test_one_pass_asks_no_more_than_it_needs(daemon, agent):
@@ -212,7 +202,6 @@ def test_one_pass_asks_no_more_than_it_needs(daemon, agent):
     calls = [call.split()[0] for call in agent.calls()]
     assert [call for call in calls if call != str(NULL)] == ["1", "11", "11"]
     assert 1 <= calls.count(str(NULL)) <= 2
-    collection.destroy()
 
 
 @pytest.mark.parametrize("code", range(3, 10))

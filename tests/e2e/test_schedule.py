@@ -6,7 +6,7 @@ import pytest
 
 from harness import control, processes, settings
 from harness.agent import NULL, ROWS
-from harness.collection import Collection
+from harness.collection import Collection, next_second
 from harness.files import HOST, MATRIX, PDIST
 
 ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3),
@@ -46,6 +46,7 @@ def test_looked_at_and_left_alone(brisk):
     processes.wait_until(HOST.path(1, "last").exists)
     # MATRIX is looked at once, at its first sample; PDIST never is.
     brisk.settle()
+    next_second()
     control.send(control.VIEWING, MATRIX.code, 1)
     times = poll_times(HOST, 7.5, meanwhile=lambda: control.send(control.VIEWING, HOST.code, 1))
     steps = [b - a for a, b in zip(times[1:], times[2:])]  # the first look finds no delta file
@@ -62,6 +63,7 @@ def test_destroyed_and_made_again(brisk, agent):
     look = lambda: control.send(control.VIEWING, HOST.code, 1)
     collection = Collection(brisk, HOST)
     collection.create()
+    next_second()
     assert len(poll_times(HOST, 3, meanwhile=look)) >= 2
     collection.destroy()
     agent.forget_calls()
@@ -70,7 +72,6 @@ def test_destroyed_and_made_again(brisk, agent):
     assert not any(path.exists() for path in HOST.paths(1))
     collection.create()
     assert not HOST.path(1, "delta").exists()
-    collection.destroy()
 
 
 def test_delta_file_that_is_there_is_not_made_again(daemon, agent):
@@ -85,7 +86,6 @@ def test_delta_file_that_is_there_is_not_made_again(daemon, agent):
     daemon.settle()
     assert agent.calls(ROWS["host"]) == []
     assert set(agent.calls()) <= {str(NULL)}
-    collection.destroy()
 
 
 def test_new_interval_does_not_wake_the_task(daemon, agent, log):
@@ -105,8 +105,6 @@ def test_new_interval_does_not_wake_the_task(daemon, agent, log):
     daemon.settle()
     assert HOST.read(1, "last").header.time - first in (15, 16)
     control.send(control.INTERVAL, 3600)
-    collection.destroy()
-    other.destroy()
 
 
 def test_many_collections(daemon, agent):
@@ -138,4 +136,3 @@ def test_idle_daemon_sleeps(daemon, agent):
     before = wake_ups(daemon.pid)
     time.sleep(2)
     assert wake_ups(daemon.pid) == before
-    collection.destroy()

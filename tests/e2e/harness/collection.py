@@ -19,12 +19,14 @@ class Collection:
         self.time = None  # of the last sample
 
     def create(self):
+        self.daemon.collections.add(self)
         control.send(control.CREATE, self.layout.code, self.index)
         self.daemon.answer()  # by now the files of an earlier life are gone
         processes.wait_until(self.layout.path(self.index, "last").exists)
         self.daemon.settle()
 
     def destroy(self):
+        self.daemon.collections.discard(self)
         control.send(control.DESTROY, self.layout.code, self.index)
         self.daemon.answer()
         assert not any(path.exists() for path in self.layout.paths(self.index))

@@ -5,7 +5,7 @@ import signal
 import subprocess
 
 from . import control, processes
-from .paths import PID_FILE, program
+from .paths import program
 from .syslog import DEBUG, WARNING
 
 BINARY = program("TALLYD_BIN", "src/tallyd")
@@ -28,6 +28,7 @@ class Daemon:
     def __init__(self, log):
         self.log = log
         self.pid = None
+        self.collections = set()  # that a scenario made and has not destroyed
         self.first_status = None  # exit status of the process that was started
 
     def start(self, wrapper=(), serve=True, **popen):
@@ -90,10 +91,6 @@ class Daemon:
         if self.pid is not None:
             os.kill(self.pid, signal.SIGKILL)
             self.exit_status()
-
-    @staticmethod
-    def remove_leavings():
-        PID_FILE.unlink(missing_ok=True)
 
 
 def sanitizer_reports():
