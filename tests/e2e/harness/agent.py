@@ -66,7 +66,7 @@ class Agent:
 
     def start(self):
         self._process = subprocess.Popen([BINARY, "--script", SCRIPT, "--trace", TRACE],
-                                         stdin=subprocess.DEVNULL)
+                                         stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
         processes.wait_until(self.answers)
         return self
 
