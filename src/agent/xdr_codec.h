@@ -231,10 +231,10 @@ bool_t xdr_wire(XDR* stream, T* value) {
   return FALSE;
 }
 
-// xdr_routine returns xdr_wire<T> as the untyped pointer that libtirpc takes.
-template <WireStruct T>
-xdrproc_t xdr_routine() {
-  return reinterpret_cast<xdrproc_t>(&xdr_wire<T>);
+// xdr_routine returns an XDR routine as the untyped pointer that libtirpc takes.
+template <class T>
+xdrproc_t xdr_routine(bool_t (*routine)(XDR*, T*) = &xdr_wire<T>) {
+  return reinterpret_cast<xdrproc_t>(routine);
 }
 
 }  // namespace tally

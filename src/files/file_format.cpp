@@ -72,7 +72,7 @@ bool read_file_header(int fd, FileHeader& header) {
 }
 
 bool file_exists(const char* path) {
-  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
   return file.get() >= 1;  // descriptor 0 counts as absent: kept
 }
 

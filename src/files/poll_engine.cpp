@@ -127,6 +127,11 @@ class Merge {
 
 // Takes the first sample: the agent's rows under a header, without a delta file.
 bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const char* last_path) {
+  const auto upload = agent.ops(collection.type).upload;
+  if (!upload) {
+    log_debug("poll_tapd_collection: Error uploading collection.");
+    return false;
+  }
   const UniqueFd last = open_file(last_path, O_WRONLY | O_CREAT | O_TRUNC);
   if (!last) return false;
   RecordCache cache;
@@ -136,8 +141,7 @@ bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const
     log_debug("poll_tapd_collection: Error writing header.");
     return false;
   }
-  const auto upload = agent.ops(collection.type).upload;
-  if (!upload || !upload(agent.client(), cache, collection.index, collection)) {
+  if (!upload(agent.client(), cache, collection.index, collection)) {
     log_debug("poll_tapd_collection: Error uploading collection.");
     return false;
   }

@@ -40,10 +40,10 @@ void wait_until_due(ThreadEntry& entry, const DueList& collections) {
   const MutexLock lock(entry.mutex);
   if (const auto due = collections.earliest_due()) {
     // Counted from now: 32-bit times end before the clock does.
-    const std::time_t left = std::time_t{*due} - now_seconds();
-    timespec when;
-    clock_gettime(CLOCK_REALTIME, &when);
-    entry.condition.wait_until(entry.mutex, CLOCK_REALTIME, timespec{when.tv_sec + left, 0});
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t left = std::time_t{*due} - whole_seconds(now);
+    entry.condition.wait_until(entry.mutex, CLOCK_REALTIME, timespec{now.tv_sec + left, 0});
   } else {
     entry.condition.wait(entry.mutex);
   }
