@@ -177,9 +177,9 @@ def test_disorder(layout, daemon, agent):
 def test_agent_that_does_not_advance(layout, daemon, agent):
     """A batch that ends with the very key that was asked after is not used and ends the table."""
     served = rows(layout, {1: 4, 2: 5})
+    collection = Collection(daemon, layout, INDEX)
     for replies in ([served, served], [served, rows(layout, {2: 6})], [served, rows(layout, {9: 6}) + rows(layout, {2: 6})]):
         agent.serve(replies={ROWS[layout.stem]: replies})
-        collection = Collection(daemon, layout, INDEX)
         collection.first_sample(returned(layout, served))
         assert len(agent.calls(ROWS[layout.stem])) == 2
 
