@@ -64,8 +64,7 @@ FileContent try_read(const std::string& path) {
   content.stamp = make_stamp(after);
   const bool changed = make_stamp(before) != content.stamp ||
                        content.bytes.size() != static_cast<std::size_t>(after.st_size);
-  // Without a link the file was removed, and perhaps made anew, after it was opened.
-  if (changed || after.st_nlink == 0) content.outcome = ReadOutcome::writing;
+  if (changed) content.outcome = ReadOutcome::writing;
   return content;
 }
 

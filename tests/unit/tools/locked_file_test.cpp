@@ -84,7 +84,7 @@ TEST_F(LockedFile, WaitsForTheWholeFile) {
   auto content = std::async(std::launch::async, [&] {
     return read_shared(path_, seconds{30}, [&] { waiting.set_value(); });
   });
-  waiting.get_future().wait();
+  ASSERT_EQ(waiting.get_future().wait_for(seconds{10}), std::future_status::ready);
   put(writer, "second half");
   writer.reset();
   EXPECT_EQ(text(content.get()), "first half, second half");
@@ -97,7 +97,7 @@ TEST_F(LockedFile, FollowsAFileThatIsMadeAnew) {
   auto content = std::async(std::launch::async, [&] {
     return read_shared(path_, seconds{30}, [&] { waiting.set_value(); });
   });
-  waiting.get_future().wait();
+  ASSERT_EQ(waiting.get_future().wait_for(seconds{10}), std::future_status::ready);
   std::filesystem::remove(path_);
   put(open_writer(), "new");
   old_writer.reset();

@@ -159,7 +159,8 @@ TEST_F(Tallyctl, HelpsOnStandardOutput) {
 
 TEST_F(Tallyctl, TellsThatNoDaemonReads) {
   write_delta("host_1_delta.bin", kHost, 1, 62);
-  for (const char* line : {"create host 1", "viewing host 1 --keep 1", "stop", "watch host 1"}) {
+  for (const char* line :
+       {"create host 1", "viewing host 1 --keep 1", "stop", "watch host 1 --seconds 5"}) {
     const Result result = run(line);
     EXPECT_EQ(result.code, 3) << line;
     EXPECT_THAT(result.words, HasSubstr("no daemon is reading")) << line;
