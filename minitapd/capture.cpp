@@ -87,8 +87,9 @@ void Capture::open() {
   pcap_set_timeout(handle.get(), kReadTimeout);
   const int status = pcap_activate(handle.get());
   if (status < 0) {
-    throw std::runtime_error(name + ": " + pcap_statustostr(status) + ": " +
-                             pcap_geterr(handle.get()));
+    const std::string kind = pcap_statustostr(status);
+    const std::string detail = pcap_geterr(handle.get());
+    throw std::runtime_error(name + ": " + (detail.empty() ? kind : detail));
   }
   if (status > 0) {
     (void)std::fprintf(stderr, "minitapd: %s: %s\n", name.c_str(), pcap_statustostr(status));

@@ -43,7 +43,7 @@ struct Fault {
   std::chrono::milliseconds pause{0};
   std::uint32_t value = 0;
   std::size_t count = 1;
-  std::string data;  // `hex`, decoded
+  std::string data{};  // `hex`, decoded
 };
 
 // What goes out, and when: after `delay` the first `chunk` bytes, then a chunk after every `pause`.

@@ -51,14 +51,14 @@ const ParseCase kCases[] = {
     {"IP options before the ports", ip("0020", "0000", "06", "01010101 0050 c001", "46"),
      "ether2.ip.tcp.http", -1, -1, 46},
     {"IP header shorter than its least", ip("0028", "0000", "06", "0050 c001", "44"), "ether2.ip"},
-    {"IP header beyond the capture", ip("0028", "0000", "06", "0050 c001", "4f"),
-     "ether2.ip.tcp", -1, -1, 46},
+    {"IP header beyond the capture", ip("0044", "0000", "06", "0050 c001", "4f"), "ether2.ip.tcp",
+     -1, -1, 46},
     {"IP of another version", ip("0028", "0000", "06", "0050 c001", "55"), "ether2.ip"},
     {"total length ends before the ports: they are padding", ip("0014", "0000", "06", "0050 c001"),
      "ether2.ip.tcp", -1, -1, 46},
     {"total length shorter than the header", ip("0010", "0000", "06", "0050 c001"), "ether2.ip"},
-    {"total length 0: cut by hardware", ip("0000", "0000", "06", "0050 c001"),
-     "ether2.ip.tcp.http", -1, -1, 46},
+    {"total length 0: cut by hardware", ip("0000", "0000", "06", "0050 c001"), "ether2.ip.tcp.http",
+     -1, -1, 46},
     {"ICMP has no ports", ip("001c", "0000", "01", "0050 0050"), "ether2.ip.icmp", -1, -1, 46},
     {"unknown IP protocol", ip("001c", "0000", "fd", "0050 0050"), "ether2.ip", -1, -1, 46},
     {"IPv6 UDP", ip6("0008", "11", "0035 c001 0008 0000"), "ether2.ipv6.udp.dns", -1, -1, 46},
@@ -66,7 +66,7 @@ const ParseCase kCases[] = {
      ip6("0040", "00",
          "2b 00 000000000000 2c 00 000000000000 33 00 0000 00000001"
          "3c 02 0000 00000001 0102030405060708 06 00 000000000000 01bb c001"),
-     "ether2.ipv6", -1, -1, 46},  // the authentication header claims less than it can be
+     "ether2.ipv6.tcp.https", -1, -1, 46},
     {"IPv6 hop-by-hop, routing, fragment, destination, TCP",
      ip6("0040", "00",
          "2b 00 000000000000 2c 00 000000000000 3c 00 0001 00000001"
@@ -75,6 +75,8 @@ const ParseCase kCases[] = {
     {"IPv6 authentication header of 12 octets",
      ip6("0040", "33", "11 01 0000 00000001 00000002 0045 c001"), "ether2.ipv6.udp.tftp", -1, -1,
      46},
+    {"IPv6 authentication header shorter than it can be",
+     ip6("0040", "33", "11 00 0000 00000001 0045 c001"), "ether2.ipv6", -1, -1, 46},
     {"IPv6 later fragment", ip6("0010", "2c", "11 00 0008 00000001 0035 c001 0008 0000"),
      "ether2.ipv6.udp", -1, -1, 46},
     {"IPv6, more extension headers than a frame has",
@@ -188,14 +190,20 @@ TEST(Packet, GroupAndBroadcast) {
 // Local indexes are the agent's promise; a changed one would turn up in data files as another
 // protocol.
 TEST(ProtocolDirectory, IndexesStay) {
-  const std::pair<int, const char*> promised[] = {
-      {1, "ether2"},          {2, "llc"},
-      {3, "snap"},            {10, "ether2.arp"},
-      {11, "ether2.ip"},      {12, "ether2.ipv6"},
-      {30, "ether2.ip.icmp"}, {32, "ether2.ip.tcp"},
-      {33, "ether2.ip.udp"},  {50, "ether2.ipv6.icmp6"},
-      {106, "ether2.ip.tcp.http"},   {135, "ether2.ip.udp.snmp"},
-      {171, "ether2.ipv6.tcp.https"}, {203, "ether2.ipv6.udp.vxlan"}};
+  const std::pair<int, const char*> promised[] = {{1, "ether2"},
+                                                  {2, "llc"},
+                                                  {3, "snap"},
+                                                  {10, "ether2.arp"},
+                                                  {11, "ether2.ip"},
+                                                  {12, "ether2.ipv6"},
+                                                  {30, "ether2.ip.icmp"},
+                                                  {32, "ether2.ip.tcp"},
+                                                  {33, "ether2.ip.udp"},
+                                                  {50, "ether2.ipv6.icmp6"},
+                                                  {106, "ether2.ip.tcp.http"},
+                                                  {135, "ether2.ip.udp.snmp"},
+                                                  {171, "ether2.ipv6.tcp.https"},
+                                                  {203, "ether2.ipv6.udp.vxlan"}};
   for (const auto& [index, path] : promised) {
     const Protocol* found = find_protocol(static_cast<LocalIndex>(index));
     ASSERT_NE(found, nullptr) << path;
