@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "bench/map_poller.h"
+#include "bench/sample_paths.h"
 
 namespace tally::bench {
 

@@ -6,17 +6,11 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
+#include "bench/sample_paths.h"
 #include "bench/stock_client.h"
 
 namespace tally::bench {
-
-struct SamplePaths {
-  std::string last;
-  std::string prev;
-  std::string delta;
-};
 
 // map_poll takes one sample of a host table at the time `now` (seconds since the epoch) from the
 // sample in `prev`. Throws when the agent or a file fails.

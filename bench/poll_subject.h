@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/map_poller.h"
+#include "bench/sample_paths.h"
 #include "files/collection_ops.h"
 
 namespace tally::bench {
