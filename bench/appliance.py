@@ -86,10 +86,15 @@ class Daemon:
         wait_until(lambda: size(last) == HEADER + rows * HOST_RECORD, 120, f"{last.name}")
 
     def poll(self, index, rows=0):
-        """Make the daemon poll a collection now, and wait until its delta file is complete."""
+        """Make the daemon poll a collection now, and wait until its delta file is complete.
+
+        Most of the wait is one sleep, so that the daemon has the CPU and its caches to itself; and
+        polls of one collection are a second apart, because an interval of 0 is logged for each row.
+        """
         delta = self.file(index, "delta")
         delta.unlink(missing_ok=True)
         self.send(VIEWING, HOST, index)
+        time.sleep(1.1)
         wait_until(lambda: size(delta) == HEADER + rows * HOST_RECORD, 120, f"{delta.name}")
         with open(delta, "rb") as file:
             fcntl.flock(file, fcntl.LOCK_SH)

@@ -102,10 +102,10 @@ std::span<const std::uint8_t> fetch_batch(int connection, std::uint32_t index,
   return std::span(buffer).subspan(kReplyHead, wanted - kReplyHead);
 }
 
-double rate(double before, double now, long double seconds) {
-  if (now >= before) return static_cast<double>((static_cast<long double>(now) - before) / seconds);
-  if (before <= 0x1p63) return now;
-  return static_cast<double>((static_cast<long double>(now) + 0x1p64L - before) / seconds);
+// In plain doubles, which is exact enough for the canned table's counters.
+double rate(double before, double now, double seconds) {
+  if (now >= before) return (now - before) / seconds;
+  return before <= 0x1p63 ? now : (now + 0x1p64 - before) / seconds;
 }
 
 }  // namespace
@@ -133,7 +133,7 @@ void bare_poll(int connection, std::uint32_t index, const SamplePaths& paths, st
   const std::int32_t delta_header[] = {interval, 0, now, 0};
   std::memcpy(last.room(sizeof last_header), last_header, sizeof last_header);
   std::memcpy(delta.room(sizeof delta_header), delta_header, sizeof delta_header);
-  const long double seconds = interval;
+  const double seconds = interval;
 
   std::uint8_t address[kKeySize];
   const unsigned char* before = prev.next();

@@ -72,7 +72,8 @@ def check_files(rows):
 
 
 class Bench:
-    def __init__(self, programs):
+    def __init__(self, programs, cpu):
+        self.cpu = cpu
         self.tallyd = str(programs / "src/tallyd")
         self.canned_agent = str(programs / "bench/canned_agent")
         self.poll_ratio = str(programs / "bench/poll_ratio")
@@ -82,15 +83,15 @@ class Bench:
         result = {"rows": rows, "daemon": [], "stock": []}
         with Agent(self.canned_agent, rows), Daemon(self.tallyd) as daemon:
             daemon.create(1, rows)
+            time.sleep(1.1)
             daemon.poll(1, rows)
             for _ in range(9):
-                time.sleep(1.1)  # the interval is in whole seconds; 0 would be logged for each row
                 daemon.settle()
                 before = daemon.cpu()
                 daemon.poll(1, rows)
                 daemon.settle()
                 result["daemon"].append(daemon.cpu() - before)
-                stock = subprocess.run([self.poll_ratio, "--rounds", "1", "--cpu", str(*os.sched_getaffinity(0)), "stock"],
+                stock = subprocess.run([self.poll_ratio, "--rounds", "1", "--cpu", str(self.cpu), "stock"],
                                        stdout=subprocess.PIPE, check=True)
                 result["stock"] += json.loads(stock.stdout)["contenders"]["stock"]["cpu"]
             check_files(rows)
@@ -101,8 +102,8 @@ class Bench:
         for rows in (1_000, 1_000_000):
             with Agent(self.canned_agent, rows), Daemon(self.tallyd) as daemon:
                 daemon.create(1, rows)
+                time.sleep(1.1)
                 for _ in range(3):
-                    time.sleep(1.1)
                     daemon.poll(1, rows)
                 result[str(rows)] = daemon.peak_memory()
                 if rows == 1_000:
@@ -158,7 +159,7 @@ def main():
     parser.add_argument("measurements", nargs="*", choices=[[], *names], default=[])
     options = parser.parse_args()
     os.sched_setaffinity(0, {options.cpu})
-    bench = Bench(options.programs.resolve())
+    bench = Bench(options.programs.resolve(), options.cpu)
     result = {name: getattr(bench, name)() for name in options.measurements or names}
     json.dump(result, sys.stdout, indent=1)
     print()

@@ -5,6 +5,7 @@
 //
 //   poll    the daemon's poll of a host table: fetch, merge, last and delta files
 //   stock   the stock rpcgen client that fetches the same rows and frees them
+//   bytes   the bytes of these rows through the RPC library, not decoded
 //   bare    the same poll without libraries and checks: the least that it costs on this machine
 //   map     a plain poller with std::map, iostreams and the stock client
 //   rrd     the same rows written into librrd
@@ -80,10 +81,11 @@ class Arena {
 
   Contender contender(const std::string& name) {
     const SamplePaths paths = directory_.sample(name);
-    if (name == "stock") {
+    if (name == "stock" || name == "bytes") {
+      const auto fetch = name == "stock" ? fetch_and_free : fetch_bytes;
       return {name, [this] { next_epoch(*stock_); },
-              [this] {
-                if (fetch_and_free(*stock_, kIndex) != rows_) throw std::runtime_error("rows lost");
+              [this, fetch] {
+                if (fetch(*stock_, kIndex) != rows_) throw std::runtime_error("rows lost");
               }};
     }
     if (name == "poll") {
@@ -161,7 +163,7 @@ int main(int argc, char** argv) {
   app.add_option("--rounds", options.rounds, "Measured runs of each")->capture_default_str();
   app.add_option("--cpu", options.cpu, "CPU that everything runs on")->capture_default_str();
   app.add_option("--dir", options.directory, "Where the files go; a tmpfs")->capture_default_str();
-  app.add_option("contenders", options.contenders, "poll stock bare map rrd merge copy");
+  app.add_option("contenders", options.contenders, "poll stock bytes bare map rrd merge copy");
   CLI11_PARSE(app, argc, argv);
   try {
     run(options);
