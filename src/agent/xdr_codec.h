@@ -13,7 +13,8 @@
 //
 // Safety: the only test of a bound is WireReader::need; no byte is touched before it. Counts from
 // the wire size nothing: memory grows with the bytes that arrived. Bytes are the agent's and may be
-// anything; a message that ends early, or a count above its limit, makes the routine return FALSE.
+// anything; a message that ends early, a count above its limit, or memory that runs out makes the
+// routine return FALSE.
 #pragma once
 
 #include <rpc/rpc.h>
@@ -24,6 +25,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -213,12 +215,16 @@ bool_t xdr_wire(XDR* stream, T* value) {
       wire::encode(out, std::as_const(*value));
       return out.flush() ? TRUE : FALSE;
     }
-    case XDR_DECODE: {
-      WireReader in(stream);
-      const bool whole = wire::decode(in, *value);
-      assert(!whole || in.drained());  // nothing of a next record was taken
-      return whole ? TRUE : FALSE;
-    }
+    case XDR_DECODE:
+      // The callers are C and hold locks: no exception may pass through them.
+      try {
+        WireReader in(stream);
+        const bool whole = wire::decode(in, *value);
+        assert(!whole || in.drained());  // nothing of a next record was taken
+        return whole ? TRUE : FALSE;
+      } catch (const std::bad_alloc&) {
+        return FALSE;
+      }
     case XDR_FREE:
       *value = T{};
       return TRUE;

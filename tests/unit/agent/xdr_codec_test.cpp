@@ -241,5 +241,29 @@ TEST(XdrCodec, RowBuffersAreReused) {
   });
 }
 
+// The library's frames are C: memory that runs out must not be an exception there.
+TEST(XdrCodec, RunsOutOfMemoryWithoutAnException) {
+  for_each_wire_type([]<class T>(const char* name) {
+    SCOPED_TRACE(name);
+    T value;
+    WireFiller(4, 40, 40).fill(value);
+    const Bytes bytes = encode_bytes(xdr_wire<T>, value);
+    T reply;
+    bool good = false;
+    bool thrown = false;
+    std::size_t after = 0;
+    for (; !good && !thrown && after < 1000; ++after) {
+      const FailingAllocation failing(after);
+      try {
+        good = decode_bytes(xdr_wire<T>, reply, bytes).good;
+      } catch (...) {
+        thrown = true;
+      }
+    }
+    EXPECT_FALSE(thrown) << after;
+    EXPECT_EQ(encode_bytes(xdr_wire<T>, reply), bytes);
+  });
+}
+
 }  // namespace
 }  // namespace tally
