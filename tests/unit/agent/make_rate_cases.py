@@ -45,8 +45,7 @@ def line(interval, old, new):
     print("{%du, %s}," % (interval, ", ".join(column.hex() for column in columns)))
 
 
-COUNTS = [0, 1, 4, 10, 101, 2**53 - 1, 2**53, 2**53 + 2, 2**63 - 1024, 2**63, 2**63 + 2048,
-          2**64 - 4096, 2**64 - 2048, 2**64]
+COUNTS = [0, 1, 101, 2**53, 2**53 + 2, 2**63, 2**63 + 2048, 2**64 - 4096, 2**64]
 INTERVALS = [0, 1, 3, 10, 60, 2047, 2048, 3600, 2**31 + 1, 2**32 - 60, 2**32 - 1]
 
 random.seed(1)
@@ -57,7 +56,7 @@ line(10, 2**64 - 4096, 100)  # 419.6
 line(10, 10, 4)  # a reset is not divided
 # Where rounding once and rounding twice differ.
 found = 0
-while found < 12:
+while found < 8:
     new, interval = random.getrandbits(53), random.choice([2049, 3601, 65521, 2**32 - 60])
     if rounded(Fraction(new, interval), 53) != rate_of_new(new, interval):
         line(interval, 0, new)

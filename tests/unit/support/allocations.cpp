@@ -14,8 +14,7 @@ thread_local std::size_t fails_at = kNever;
 }  // namespace
 
 void* operator new(std::size_t size) {
-  if (so_far.count >= fails_at) throw std::bad_alloc();
-  so_far.count += 1;
+  if (so_far.count++ == fails_at) throw std::bad_alloc();
   so_far.bytes += size;
   if (void* block = std::malloc(size)) return block;
   throw std::bad_alloc();

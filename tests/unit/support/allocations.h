@@ -13,8 +13,8 @@ struct Allocations {
 // allocations returns what this thread has asked of operator new so far.
 Allocations allocations();
 
-// FailingAllocation lets the n-th allocation of this thread from now on fail, and all after it; 0
-// is the very next one.
+// FailingAllocation lets one allocation of this thread fail: the n-th from now on, 0 being the very
+// next one.
 class FailingAllocation {
  public:
   explicit FailingAllocation(std::size_t after);
