@@ -57,9 +57,10 @@ SystemInfo LiveSource::system_info() {
 // The members behind the index, as the table's control reply has them.
 void LiveSource::describe_use(Table table, ControlRow& row) const {
   const TableUse use = tables_[slot(table)]->use();
-  row.fields[0] = data_source_;
+  const CaptureState capture = capture_();
+  row.fields[0] = capture.interface_index;
   if (table == Table::pdist) {
-    row.fields[1] = dropped_();
+    row.fields[1] = capture.dropped_frames;
     row.fields[2] = 0;  // made when the agent started
   } else {
     row.fields[1] = static_cast<std::uint32_t>(use.rows);

@@ -19,6 +19,12 @@
 
 namespace minitapd {
 
+// What control rows tell of where the frames come from.
+struct CaptureState {
+  std::uint32_t interface_index = 0;  // 0 = a file
+  std::uint32_t dropped_frames = 0;   // lost before they could be counted
+};
+
 class LiveSource : public TableSource {
  public:
   struct Settings {
@@ -32,12 +38,8 @@ class LiveSource : public TableSource {
   // refused with std::invalid_argument.
   void add_control(Table table, std::int32_t index, std::string owner);
 
-  // What control rows tell of the capture: the interface, and, asked anew for each row, how many
-  // frames were lost before they could be counted.
-  void set_data_source(std::uint32_t interface_index, std::function<std::uint32_t()> dropped) {
-    data_source_ = interface_index;
-    dropped_ = std::move(dropped);
-  }
+  // watch_capture says where control rows learn of the capture; it is asked anew for each row.
+  void watch_capture(std::function<CaptureState()> capture) { capture_ = std::move(capture); }
 
   // count_frame counts a frame of `wire_length` bytes, of which the first `bytes` were captured. A
   // frame without a whole Ethernet header is left out.
@@ -59,8 +61,7 @@ class LiveSource : public TableSource {
   std::array<std::unique_ptr<CountingTable>, kTableCount> tables_;
   const PdistTable* pdist_ = nullptr;                         // the one of tables_, for its totals
   std::array<std::vector<ControlRow>, kTableCount> control_;  // by index
-  std::uint32_t data_source_ = 0;
-  std::function<std::uint32_t()> dropped_ = [] { return 0U; };
+  std::function<CaptureState()> capture_ = [] { return CaptureState{}; };
   std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
 };
 

@@ -62,8 +62,10 @@ void serve_traffic(const Options& options) {
                    .netns = options.capture_netns,
                    .promiscuous = options.promiscuous},
                   sink);
-  source.set_data_source(capture.interface_index(),
-                         [&capture] { return capture.dropped_frames(); });
+  source.watch_capture([&capture] {
+    return CaptureState{.interface_index = capture.interface_index(),
+                        .dropped_frames = capture.dropped_frames()};
+  });
   start(server, options);
   server.run({.poll_fd = [&capture] { return capture.poll_fd(); },
               .work = [&capture] { capture.work(); }});

@@ -239,8 +239,8 @@ std::span<const Procedure> procedures() {
 
 const Procedure* find_procedure(rpcproc_t number) {
   const auto& all = table();
-  const auto it = std::ranges::find(all, number, &Procedure::number);
-  return it == all.end() ? nullptr : &*it;
+  const auto* it = std::ranges::find(all, number, &Procedure::number);
+  return it == all.end() ? nullptr : it;
 }
 
 rpcproc_t row_procedure(Table table) {

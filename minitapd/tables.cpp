@@ -29,14 +29,14 @@ constexpr std::array<TableShape, kTableCount> kShapes = {{
 
 std::strong_ordering Key::operator<=>(const Key& other) const {
   for (std::size_t i = 0; i < 2; ++i) {
-    if (auto order = numbers[i] <=> other.numbers[i]; order != 0) return order;
+    if (auto order = numbers[i] <=> other.numbers[i]; std::is_neq(order)) return order;
   }
   for (std::size_t i = 0; i < addresses.size(); ++i) {
     // std::string compares its bytes as unsigned characters.
-    if (auto order = addresses[i].compare(other.addresses[i]) <=> 0; order != 0) return order;
+    if (auto order = addresses[i] <=> other.addresses[i]; std::is_neq(order)) return order;
   }
   for (std::size_t i = 2; i < numbers.size(); ++i) {
-    if (auto order = numbers[i] <=> other.numbers[i]; order != 0) return order;
+    if (auto order = numbers[i] <=> other.numbers[i]; std::is_neq(order)) return order;
   }
   return std::strong_ordering::equal;
 }

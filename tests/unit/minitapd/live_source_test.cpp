@@ -185,10 +185,12 @@ TEST(LiveSource, WalksFromAnyKeyIntoTheNextControlIndex) {
     for (const Row& row : rows) found.emplace_back(row.control_index, row.key.addresses[0].back());
     EXPECT_EQ(found, c.rows);
   }
+  source.watch_capture([] { return CaptureState{.interface_index = 42, .dropped_frames = 0}; });
   std::vector<std::pair<int, std::string>> control;
   for (const ControlRow* row = source.control_row(Table::host, 0, true); row != nullptr;
        row = source.control_row(Table::host, control.back().first, true)) {
     control.emplace_back(row->index, row->owner);
+    EXPECT_EQ(row->fields[0], 42U);
     EXPECT_EQ(row->fields[1], 3U);  // the table's size
   }
   EXPECT_THAT(control, ElementsAre(std::pair(4, "LocalMgr"), std::pair(9, "later")));
