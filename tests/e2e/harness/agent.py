@@ -82,6 +82,11 @@ class Agent:
         self._process.terminate()
         assert self._process.wait(10) == 0
 
+    def bring_back(self):
+        """Start it again if it has ended."""
+        if self.ended():
+            self.start()
+
     def restart(self):
         self.stop()
         self.start()
