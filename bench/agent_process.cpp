@@ -7,9 +7,11 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 namespace tally::bench {
 
@@ -30,11 +32,13 @@ AgentProcess::AgentProcess(std::vector<std::string> arguments) {
   posix_spawn_file_actions_destroy(&actions);
   close(pipe_ends[1]);
   const std::unique_ptr<FILE, int (*)(FILE*)> output(fdopen(pipe_ends[0], "r"), std::fclose);
-  unsigned port = 0;
-  if (error != 0 || std::fscanf(output.get(), "listening on %u", &port) != 1) {
+  constexpr std::string_view kReady = "listening on ";
+  char line[32] = "";
+  if (error != 0 || std::fgets(line, sizeof line, output.get()) == nullptr ||
+      !std::string_view(line).starts_with(kReady)) {
     throw std::runtime_error("the canned agent does not start");
   }
-  port_ = static_cast<std::uint16_t>(port);
+  port_ = static_cast<std::uint16_t>(std::strtoul(line + kReady.size(), nullptr, 10));
 }
 
 AgentProcess::~AgentProcess() {

@@ -24,6 +24,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -227,7 +228,7 @@ int run(std::uint16_t port, SampleTable& table) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::uint16_t port = 9911;
   std::uint32_t rows = 100'000;
   std::uint32_t index = 1;
@@ -250,4 +251,7 @@ int main(int argc, char** argv) {
   if (with_parent) prctl(PR_SET_PDEATHSIG, SIGTERM);
   SampleTable table(kind, index, rows);
   return run(port, table);
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "canned_agent: %s\n", error.what());
+  return 1;
 }

@@ -156,7 +156,7 @@ void run(const Options& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   Options options;
   CLI::App app("Measures polls of a host table; prints costs in seconds as JSON.");
   app.add_option("--rows", options.rows, "Rows of the table")->capture_default_str();
@@ -165,11 +165,9 @@ int main(int argc, char** argv) {
   app.add_option("--dir", options.directory, "Where the files go; a tmpfs")->capture_default_str();
   app.add_option("contenders", options.contenders, "poll stock bytes bare map rrd merge copy");
   CLI11_PARSE(app, argc, argv);
-  try {
-    run(options);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "poll_ratio: %s\n", error.what());
-    return 1;
-  }
+  run(options);
   return 0;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "poll_ratio: %s\n", error.what());
+  return 1;
 }

@@ -111,8 +111,9 @@ void SampleTable::advance() {
   ++epoch_;
   std::uint8_t* counters = image_.data() + shape_.first_counter;
   for (std::uint32_t row = 0; row < rows_; ++row, counters += shape_.row_size) {
+    std::uint8_t* counter = counters;
     for (std::uint32_t field = 0; field < shape_.counters; ++field) {
-      put_u64(counters + 8 * field, load_u64(counters + 8 * field) + counter_step(row, field));
+      counter = put_u64(counter, load_u64(counter) + counter_step(row, field));
     }
   }
 }

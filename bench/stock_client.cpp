@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <cstddef>
+
 namespace tally::bench {
 
 ClientHandle connect_stock(std::uint16_t port) {
@@ -52,7 +54,7 @@ bool_t pass_over(XDR* stream, PassedRows* rows) {
   if (rows->count == 0) return TRUE;
   const auto* bytes = reinterpret_cast<const u_char*>(XDR_INLINE(stream, rows->count * kRowSize));
   if (bytes == nullptr) return FALSE;
-  const u_char* last = bytes + (rows->count - 1) * kRowSize;
+  const u_char* last = bytes + std::size_t{rows->count - 1} * kRowSize;
   for (u_int i = 0; i < sizeof rows->last_address; ++i) rows->last_address[i] = last[11 + 4 * i];
   return TRUE;
 }
@@ -65,8 +67,7 @@ std::uint64_t fetch_bytes(CLIENT& client, std::uint32_t index) {
   std::uint64_t total = 0;
   do {
     if (clnt_call(&client, HOST_TABLE_GET, reinterpret_cast<xdrproc_t>(xdr_tapd_host_key), &key,
-                  reinterpret_cast<xdrproc_t>(pass_over), &rows,
-                  (timeval{25, 0})) != RPC_SUCCESS) {
+                  reinterpret_cast<xdrproc_t>(pass_over), &rows, (timeval{25, 0})) != RPC_SUCCESS) {
       throw std::runtime_error("host_table_get failed");
     }
     key.hostAddress.tapd_bytes_len = sizeof rows.last_address;
