@@ -25,7 +25,7 @@ class Walker {
 
   template <WireStruct T>
   bool walk(const T& shape) {
-    return std::apply([this](const auto&... member) { return (walk(member) && ...); },
+    return std::apply([&](const auto&... member) { return (walk(member) && ...); },
                       T::members(shape));
   }
 
