@@ -2,6 +2,7 @@
 #include "daemon/supervisor_kinds.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <limits>
 #include <random>
@@ -21,8 +22,8 @@ std::vector<std::string> hook_calls;
 // Three kinds with hooks that tell that they were called; the third has none.
 std::vector<SupervisorKind> test_kinds() {
   const KindHooks hooks = {
-      [] { hook_calls.emplace_back("initialise"); },
-      [] {
+      [](Schedule&) { hook_calls.emplace_back("initialise"); },
+      [](Schedule&) {
         hook_calls.emplace_back("rows");
         return 4U;
       },
@@ -109,6 +110,9 @@ TEST(Settings, FetchesBytesOfAKey) {
   const std::string path = directory / "pref.dba";
   EXPECT_FALSE(SettingsDatabase(path.c_str()).opened());
   write_file(path, "not a database");
+  EXPECT_FALSE(SettingsDatabase(path.c_str()).opened());
+  std::filesystem::remove(path);
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   EXPECT_FALSE(SettingsDatabase(path.c_str()).opened());
   std::filesystem::remove(path);
   GDBM_FILE file = gdbm_open(path.c_str(), 0, GDBM_NEWDB, 0600, nullptr);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -203,8 +204,15 @@ TEST_F(DeltaFileTest, OpensBeforeItEmpties) {
   write_file(directory_ / "last", header(0, 0, 5));
   expect_error(2);
   write_file(directory_ / "prev", header(0, 0, 5));
-  ASSERT_EQ(symlink("/dev/full", delta_path.c_str()), 0);  // opens, but cannot be emptied
-  expect_error(25);
+  ASSERT_EQ(mkfifo(delta_path.c_str(), 0600), 0);
+  {
+    const UniqueFd reader = open_file(delta_path.c_str(), O_RDONLY);
+    expect_error(25);  // opens, but cannot be emptied
+  }
+  write_file(directory_ / "elsewhere", "of somebody else");
+  ASSERT_EQ(symlink((directory_ / "elsewhere").c_str(), delta_path.c_str()), 0);
+  expect_error(3);
+  EXPECT_EQ(read_file(directory_ / "elsewhere"), "of somebody else");
   delta_path = directory_ / "missing/delta";
   expect_error(3);
 }

@@ -170,8 +170,7 @@ TEST_F(FilebufTest, ReadsWholeRecords) {
 // --- names and headers ---
 
 TEST(FileFormat, Names) {
-  const std::string directory = collection_path(0, 0, FileKind::last);
-  const std::string prefix = directory.substr(0, directory.rfind('/') + 1);
+  const std::string prefix = std::string(kDataDirectory) + "/";
   const struct {
     std::uint32_t type;
     std::uint32_t index;
@@ -188,12 +187,12 @@ TEST(FileFormat, Names) {
       {14, 0, FileKind::last, "ifstats_last.bin"},
   };
   for (const auto& [type, index, kind, name] : cases) {
-    EXPECT_EQ(collection_path(type, index, kind), prefix + name);
+    EXPECT_EQ(collection_path(type, index, kind).text, prefix + name);
     const CollectionPaths paths = collection_paths(type, index);
-    EXPECT_EQ(kind == FileKind::last   ? paths.last
-              : kind == FileKind::prev ? paths.prev
-                                       : paths.delta,
-              prefix + name);
+    const CollectionPath& path = kind == FileKind::last   ? paths.last
+                                 : kind == FileKind::prev ? paths.prev
+                                                          : paths.delta;
+    EXPECT_EQ(path.text, prefix + name);
   }
   take_log();
   for (const std::uint32_t type : {11U, 15U, 0xffffffffU}) remove_collection_files(type, 1);
