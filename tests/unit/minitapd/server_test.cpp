@@ -140,7 +140,7 @@ TEST_P(ServerFault, StrikesOneCallOfOneClient) {
                         {"procedure": 11, "call": 2, "action": )" +
                             std::string(GetParam().action) + "}]}");
   AgentProcess agent({"--script", script.path(), "--port", "0"});
-  const Client victim = agent.connect(400ms);
+  const Client victim = agent.connect(1s);
   const Client witness = agent.connect();
   ASSERT_NE(victim, nullptr);
   ASSERT_NE(witness, nullptr);
@@ -157,7 +157,7 @@ TEST_P(ServerFault, StrikesOneCallOfOneClient) {
   std::this_thread::sleep_for(100ms);
   const auto before = std::chrono::steady_clock::now();
   EXPECT_EQ(call(witness), RPC_SUCCESS);
-  EXPECT_LT(std::chrono::steady_clock::now() - before, 200ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 1s);
   struck.join();
   EXPECT_EQ(outcome, GetParam().outcome);
   EXPECT_EQ(call(agent.connect()), RPC_SUCCESS);
