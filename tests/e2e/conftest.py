@@ -96,6 +96,8 @@ def shared_daemon(syslog):
 @pytest.fixture
 def daemon(agent, shared_daemon):
     """The shared daemon; after the scenario it serves and holds nothing more than before."""
+    if agent.ended():
+        agent.start()
     running = shared_daemon.running(agent)
     before = running.measure()
     yield running

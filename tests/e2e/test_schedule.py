@@ -4,10 +4,10 @@ import time
 
 import pytest
 
-from harness import control, processes, settings
+from harness import control, model, processes, settings
 from harness.agent import NULL, ROWS
 from harness.collection import Collection, next_second
-from harness.files import HOST, MATRIX, PDIST
+from harness.files import HOST, MATRIX, PDIST, listing
 
 ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3),
        PDIST: (132, 1, 5, 6)}
@@ -118,6 +118,29 @@ def test_many_collections(daemon, agent):
     for index in range(1, 201):
         control.send(control.DESTROY, HOST.code, index)
     daemon.answer()
+
+
+@pytest.mark.parametrize("index", [0, 2**31 - 1, 2**31, 2**32 - 1])
+def test_any_index(index, daemon, agent):
+    """The index is 32 bits on every road: message, agent, file name."""
+    agent.serve(host=[(index, ROW[HOST])])
+    collection = Collection(daemon, HOST, index)
+    collection.first_sample(model.returned(HOST, [(index, ROW[HOST])], index))
+
+
+def test_made_and_destroyed_in_turns(daemon, agent, log):
+    """Thousands of collections come and go while the task polls what it finds."""
+    agent.serve(host=[(1, ROW[HOST])])
+    for turn in range(5):
+        for index in range(1, 301):
+            control.send(control.CREATE, HOST.code, index)
+            if turn % 2:
+                control.send(control.DESTROY, HOST.code, index)
+    for index in range(1, 301):
+        control.send(control.DESTROY, HOST.code, index)
+    daemon.answer()
+    daemon.settle()
+    assert listing() == []
 
 
 def wake_ups(pid):

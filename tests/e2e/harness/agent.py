@@ -34,6 +34,7 @@ class Agent:
         self._process = None
         self._generation = 0
         self._traced = 0
+        self._may_exit = False
         self.serve()
 
     def serve(self, control=None, totals=None, up_time=1000, batch=100, faults=(), replies=None, **tables):
@@ -59,12 +60,14 @@ class Agent:
                         for number, calls in (replies or {}).items()},
             **{name: [row(name, *each) for each in rows] for name, rows in tables.items()},
         }
+        self._may_exit = any(fault["action"] == "exit" for fault in faults)
         new = SCRIPT.with_suffix(".new")
         new.write_text(json.dumps(script))
         new.rename(SCRIPT)
         self.forget_calls()
 
     def start(self):
+        self._may_exit = False
         self._process = subprocess.Popen([BINARY, "--script", SCRIPT, "--trace", TRACE],
                                          stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
         processes.wait_until(self.answers)
@@ -83,7 +86,9 @@ class Agent:
         assert self._process.wait(10) == 0
 
     def bring_back(self):
-        """Start it again if it has ended."""
+        """Start it again if it has ended, or is about to because its script says so."""
+        if self._may_exit:
+            processes.wait_until(self.ended)
         if self.ended():
             self.start()
 

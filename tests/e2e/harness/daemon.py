@@ -11,6 +11,8 @@ from .syslog import DEBUG, WARNING
 BINARY = program("TALLYD_BIN", "src/tallyd")
 REPORTS = pathlib.Path("/tmp/sanitizer-reports")  # of a binary that was built with sanitizers
 
+SANITIZED = b"__asan_init" in pathlib.Path(BINARY).read_bytes()  # its memory says nothing about ours
+
 UNEXPECTED_TYPE = "Unexpected message type found in pipe."
 NOT_THERE = "Received TALLYD_VIEWING_COLL message for non-existent collection type {}, index {}"
 STRACE = ("strace", "-f", "-qq", "-o", "/dev/null")  # to make one of its system calls fail
@@ -65,8 +67,9 @@ class Daemon:
 
     def settle(self, timeout=40):
         """Wait until no poll pass is under way; it holds the registry's lock, and so does this."""
-        control.send(control.VIEWING, 0, 0xFFFFFFFF)
-        self.log.wait(NOT_THERE.format(0, 0xFFFFFFFF), WARNING, timeout=timeout)
+        nobodys = 9, 987654321
+        control.send(control.VIEWING, *nobodys)
+        self.log.wait(NOT_THERE.format(*nobodys), WARNING, timeout=timeout)
 
     def running(self):
         return self.pid is not None and processes.state(self.pid) not in ("Z", "X", None)
