@@ -22,7 +22,7 @@ class WireFiller {
 
   template <WireStruct T>
   void fill(T& value) {
-    std::apply([this](auto&... member) { (fill(member), ...); }, T::members(value));
+    std::apply([&](auto&... member) { (fill(member), ...); }, T::members(value));
   }
 
  private:
