@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <list>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -146,17 +147,15 @@ TEST_F(RegistryTest, SortsAsOneInsertionPassDoes) {
   }
 }
 
-// Takes the lock in a thread of its own; false when it does not get it.
+// Takes the lock in a thread of its own; false when it does not get it soon.
 bool lock_is_free(Registry& registry) {
-  std::atomic<bool> done{false};
-  std::thread other([&] {
+  const auto done = std::make_shared<std::atomic<bool>>(false);
+  std::thread([&registry, done] {
     registry.begin_pass();
-    done = true;
-  });
-  for (int i = 0; i < 30 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  const bool was_free = done;
-  other.detach();
-  return was_free;
+    *done = true;
+  }).detach();
+  for (int i = 0; i < 30 && !*done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  return *done;
 }
 
 // A registry for a thread that may wait for ever: never destroyed.
