@@ -1,7 +1,7 @@
 #include "snmp/ber_parse.h"
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 
 #include "snmp/debug.h"
 #include "snmp/free_lib.h"
@@ -12,16 +12,6 @@ namespace tally {
 namespace {
 
 constexpr std::int32_t kMaxOidContent = 640;  // 128 sub-identifiers of 5 bytes
-
-constexpr auto kKnownTags = [] {
-  std::array<bool, 256> known{};
-  for (int tag = 0; tag < 256; ++tag) {
-    known[static_cast<std::size_t>(tag)] = tag == SEQUENCE_TYPE ||
-                                           value_kind(tag) != ValueKind::illegal ||
-                                           pdu_form(tag) != PduForm::illegal;
-  }
-  return known;
-}();
 
 // Takes the content of an element whose length has passed its own tests, or returns null.
 const unsigned char* take_content(BerReader& in, std::int32_t length) {
@@ -40,40 +30,75 @@ std::uint64_t join_bytes(const unsigned char* bytes, std::int32_t length) {
   return value;
 }
 
-// Decodes the sub-identifiers behind the first two from `left` bytes of content, of which those
-// before the reader's end are there. False when they are refused (logs).
-bool parse_subids(BerReader& in, std::int32_t left, OID& oid) {
-  std::int32_t index = 2;
-  const auto there = std::min<std::ptrdiff_t>(left, in.end() - in.position());
-  const unsigned char* next = in.take_bytes(static_cast<std::size_t>(there));
-  const unsigned char* const end = next + there;
-  const unsigned char* first = next;  // of the current sub-identifier
-  std::uint32_t value = 0;
+// Decodes one sub-identifier in base 128 from `next`, which moves behind it. Returns false for one
+// that is too big, by the count of its continuation bytes (bit 7 set): up to four are let pass
+// whatever they hold, a fifth only when the first has no bit above 3, a sixth never. `complete` is
+// false when the content ends before it does.
+bool parse_subid(const unsigned char*& next, const unsigned char* end, std::uint32_t& subid,
+                 bool& complete) {
+  const unsigned char* const first = next;
+  subid = 0;
   while (next != end) {
     const unsigned char byte = *next++;
-    value = value << 7 | (byte & 0x7F);
-    --left;
-    if ((byte & 0x80) != 0) {
-      const std::ptrdiff_t continuations = next - first;
-      if (continuations > 5 || (continuations == 5 && (*first & 0x70) != 0)) {
-        ZN_LOG(APERROR, "ParseOID, sid value too big.\n");
-        return false;
+    subid = subid << 7 | (byte & 0x7F);
+    if ((byte & 0x80) == 0) return complete = true;
+    const std::ptrdiff_t continuations = next - first;
+    if (continuations > 5 || (continuations == 5 && (*first & 0x70) != 0)) return false;
+  }
+  complete = false;
+  return true;
+}
+
+// Counts the bytes without bit 7, each of which ends a sub-identifier. Eight at once, for names are
+// most of a packet.
+std::int32_t count_ends(const unsigned char* bytes, std::ptrdiff_t count) {
+  std::int32_t ends = 0;
+  for (; count >= 8; count -= 8, bytes += 8) {
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, bytes, sizeof eight);
+    const std::uint64_t bits = (~eight & 0x8080808080808080U) >> 7;       // one per byte at most
+    ends += static_cast<std::int32_t>(bits * 0x0101010101010101U >> 56);  // their sum
+  }
+  for (; count > 0; --count) ends += *bytes++ <= 0x7F;
+  return ends;
+}
+
+// Decodes the sub-identifiers behind the first two from `next` to `end` into an OID that has room
+// for one per byte that ends one, or for 128. `missing` tells that the content goes on behind
+// `end`. False when they are refused (logs).
+bool parse_subids(const unsigned char* next, const unsigned char* end, bool missing, OID& oid) {
+  std::int32_t index = 2;
+  while (next != end) {
+    // Most sub-identifiers have one byte: four are tested at once where there is room for more,
+    // which leaves the tests of the limit to the path below.
+    if (end - next >= 4 && index + 4 < oid.length) {
+      std::uint32_t four = 0;
+      std::memcpy(&four, next, sizeof four);
+      if ((four & 0x80808080) == 0) {
+        for (int i = 0; i < 4; ++i) oid.oid_ptr[index++] = *next++;
+        continue;
       }
-      continue;
     }
-    if (index >= oid.length) {  // the room is for as many as there can be
+    std::uint32_t subid = *next;
+    bool complete = true;
+    if (subid <= 0x7F) {
+      ++next;
+    } else if (!parse_subid(next, end, subid, complete)) {
+      ZN_LOG(APERROR, "ParseOID, sid value too big.\n");
+      return false;
+    }
+    if (!complete) break;
+    if (index >= oid.length) {  // cannot be, see above
       ZN_LOG(APERROR, "ParseOID, past end of allocated OID.\n");
       return false;
     }
-    oid.oid_ptr[index++] = value;
-    value = 0;
-    first = next;
-    if (left > 0 && index > kMaxSubIds - 1) {
+    oid.oid_ptr[index++] = subid;
+    if (index >= kMaxSubIds && (next != end || missing)) {
       ZN_LOG(APERROR, "ParseOID, Bad oid string length, length > 128\n");
       return false;
     }
   }
-  if (left > 0) {
+  if (missing) {
     ZN_LOG(APWARN, "ParseOID, past end of packet.\n");
     return false;
   }
@@ -83,23 +108,18 @@ bool parse_subids(BerReader& in, std::int32_t left, OID& oid) {
 
 }  // namespace
 
-int parse_type(BerReader& in) {
+int refuse_type(BerReader& in) {
   const int tag = in.take();
   if (in.overrun()) {
     ZN_LOG(APWARN, "ParseType, past end of packet.\n");
-    return -1;
-  }
-  if (!kKnownTags[static_cast<std::size_t>(tag)]) {
+  } else {
     ZN_LOG(APPACKET, "no such type in ParseType (%d) (0x%x)\n", tag, static_cast<unsigned>(tag));
-    return -1;
   }
-  return tag;
+  return -1;
 }
 
-std::int32_t parse_length(BerReader& in) {
-  const unsigned char first = in.take();
-  if (first <= 0x7F) return first;
-  const unsigned count = first & 0x7F;
+std::int32_t parse_long_length(BerReader& in) {
+  const unsigned count = in.take() & 0x7F;
   if (count < 1 || count > 4) {
     ZN_LOG(APPACKET, "ParseLength: lenlen invalid: (%d).\n", static_cast<int>(count));
     return -1;
@@ -231,7 +251,7 @@ UInt64* parse_uint64(BerReader& in) {
     ZN_LOG(APPACKET, "ParseUInt64, length error: %ld\n", static_cast<long>(length));
     return nullptr;
   }
-  UInt64Ptr value(new_record<UInt64>());
+  UInt64Ptr value(new_counter());
   if (value == nullptr) {
     ZN_LOG(APWARN, "ParseUInt64, uint64_ptr malloc\n");
     return nullptr;
@@ -320,19 +340,22 @@ OID* parse_oid(BerReader& in) {
     ZN_LOG(APERROR, "ParseOID, OID length too large.\n");
     return nullptr;
   }
-  OidPtr oid(new_oid(std::min(length + 2, kMaxSubIds)));
+  // What is there of the content. Each of its bytes without bit 7 ends a sub-identifier, and the
+  // first stands for two.
+  const auto there = std::min<std::ptrdiff_t>(length, in.end() - in.position());
+  const unsigned char* const bytes = in.take_bytes(static_cast<std::size_t>(there));
+  OidPtr oid(new_oid(std::min(count_ends(bytes, there) + 1, kMaxSubIds)));
   if (oid == nullptr) {
     ZN_LOG(APWARN, "ParseOID, oid_ptr MakeOID\n");
     return nullptr;
   }
-  const unsigned char first = in.take();
-  if (in.overrun()) {
+  if (there == 0) {
     ZN_LOG(APWARN, "ParseOID, past end of packet.\n");
     return nullptr;
   }
-  oid->oid_ptr[0] = first / 40;
-  oid->oid_ptr[1] = first % 40;
-  if (!parse_subids(in, length - 1, *oid)) return nullptr;
+  oid->oid_ptr[0] = bytes[0] / 40;
+  oid->oid_ptr[1] = bytes[0] % 40;
+  if (!parse_subids(bytes + 1, bytes + there, there < length, *oid)) return nullptr;
   if (oid->length > kMaxSubIds) {
     ZN_LOG(APERROR, "ParseOID: Bad sid string length: %d\n", oid->length);
     return nullptr;

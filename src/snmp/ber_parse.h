@@ -2,6 +2,7 @@
 // public forms at a cursor, and says what each accepts and returns.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "snmp/ber_reader.h"
@@ -9,12 +10,32 @@
 
 namespace tally {
 
-int parse_type(BerReader& in);
+// Which tags SNMP has.
+inline constexpr auto kKnownTags = [] {
+  std::array<bool, 256> known{};
+  for (int tag = 0; tag < 256; ++tag) {
+    known[static_cast<std::size_t>(tag)] = tag == SEQUENCE_TYPE ||
+                                           value_kind(tag) != ValueKind::illegal ||
+                                           pdu_form(tag) != PduForm::illegal;
+  }
+  return known;
+}();
+
+// What the inline forms below leave: missing bytes, unknown tags and the long form.
+int refuse_type(BerReader& in);
+std::int32_t parse_long_length(BerReader& in);
+
+inline int parse_type(BerReader& in) {
+  if (in.at_end() || !kKnownTags[in.peek()]) return refuse_type(in);
+  return in.take();
+}
 
 // parse_length returns 0 when even the first byte is missing, and leaves the reader overrun: where
 // a byte is missing the refusal is due to the first test that would have noticed, and a length
 // field of one byte is not tested by itself but by the parser of the element around it.
-std::int32_t parse_length(BerReader& in);
+inline std::int32_t parse_length(BerReader& in) {
+  return in.peek() <= 0x7F ? in.take() : parse_long_length(in);
+}
 
 std::int32_t parse_sequence(BerReader& in, std::int16_t* type);
 std::int32_t parse_implicit_sequence(BerReader& in, std::int16_t* type);

@@ -3,6 +3,7 @@
 #include <cassert>
 #include <cstring>
 
+#include "snmp/ber_size.h"
 #include "snmp/ber_writer.h"
 #include "snmp/debug.h"
 #include "snmp/findlen.h"
@@ -12,7 +13,7 @@
 namespace tally {
 namespace {
 
-bool add_len(BerWriter& out, int lenlen, std::int32_t length) {
+bool add_len(BerWriter& out, std::int16_t lenlen, std::int32_t length) {
   if (lenlen < 1 || lenlen > 4) return false;
   unsigned char* next = out.reserve(static_cast<std::size_t>(lenlen));
   if (next == nullptr) return false;
@@ -24,28 +25,26 @@ bool add_len(BerWriter& out, int lenlen, std::int32_t length) {
   return true;
 }
 
-// Writes the tag and length of an element and returns the place of its content, or null.
-// Values up to 9 bytes have a length field of one byte.
-unsigned char* add_short_header(BerWriter& out, std::int16_t tag, int content) {
-  unsigned char* const next = out.reserve(static_cast<std::size_t>(content) + 2);
-  if (next == nullptr) return nullptr;
-  next[0] = static_cast<unsigned char>(tag);
-  next[1] = static_cast<unsigned char>(content);
-  return next + 2;
-}
-
-// Writes the tag and length of an element whose content may be longer.
-bool add_header(BerWriter& out, std::int16_t tag, std::int16_t lenlen, std::int32_t content) {
+// Writes the tag of an element and the length of its content, which is in range.
+bool add_header(BerWriter& out, std::int16_t tag, std::int32_t content) {
+  if (content <= 0x7F) {
+    unsigned char* const place = out.reserve(2);
+    if (place == nullptr) return false;
+    place[0] = static_cast<unsigned char>(tag);
+    place[1] = static_cast<unsigned char>(content);
+    return true;
+  }
   unsigned char* const place = out.reserve(1);
   if (place == nullptr) return false;
   *place = static_cast<unsigned char>(tag);
-  return add_len(out, lenlen, content);
+  return add_len(out, length_size(content), content);
 }
 
 // Writes the last `content` bytes of a number, most significant first. The number is as wide as
 // nine bytes could need: where a ninth is asked for it is the 0 that keeps the value positive.
 bool add_number(BerWriter& out, std::int16_t tag, int content, std::uint64_t bits) {
-  unsigned char* next = add_short_header(out, tag, content);
+  if (!add_header(out, tag, content)) return false;
+  unsigned char* next = out.reserve(static_cast<std::size_t>(content));
   if (next == nullptr) return false;
   int left = content;
   if (left == 9) {
@@ -70,16 +69,15 @@ bool add_uint64(BerWriter& out, std::int16_t tag, const UInt64* value) {
 }
 
 bool add_null(BerWriter& out, std::int16_t tag) {
-  return add_short_header(out, tag, 0) != nullptr;
+  return add_header(out, tag, 0);
 }
 
 bool add_octet_string(BerWriter& out, std::int16_t tag, const OctetString* string) {
-  const std::int16_t lenlen = string == nullptr ? std::int16_t{-1} : DoLenLen(string->length);
-  if (lenlen < 0) {
+  if (string == nullptr || DoLenLen(string->length) < 0) {
     ZN_LOG(APPACKET, "AddOctetString,lenlen\n");
     return false;
   }
-  if (!add_header(out, tag, lenlen, string->length)) return false;
+  if (!add_header(out, tag, string->length)) return false;
   const auto size = static_cast<std::size_t>(string->length);
   unsigned char* const place = out.reserve(size);
   if (place == nullptr) return false;
@@ -96,7 +94,25 @@ unsigned char* put_subid(unsigned char* next, std::uint32_t subid) {
   return next;
 }
 
-bool add_oid(BerWriter& out, std::int16_t tag, const OID* oid) {
+// Writes the sub-identifiers behind the first two into the room from `next` to `end`. False unless
+// they fill it.
+bool put_subids(unsigned char* next, const unsigned char* end, const OID& oid) {
+  const std::uint32_t* sids = oid.oid_ptr + 2;
+  const std::uint32_t* const last = oid.oid_ptr + oid.length;
+  while (sids != last) {
+    if (last - sids >= 4 && end - next >= 4 && four_small(sids)) {
+      for (int i = 0; i < 4; ++i) *next++ = static_cast<unsigned char>(*sids++);
+    } else {
+      if (end - next < subid_size(*sids)) return false;
+      next = put_subid(next, *sids++);
+    }
+  }
+  return next == end;
+}
+
+// Writes an OID. `size` is that of the whole element as somebody has measured it before, or 0; it
+// spares to measure the OID again, and one that proves to be wrong spoils the writer.
+bool add_oid(BerWriter& out, std::int16_t tag, const OID* oid, std::int32_t size) {
   if (oid == nullptr || oid->length < 2) {
     ZN_LOG(APWARN, "%s: Attempting to encode oid with length < 2\n", "AddOID");
     return false;
@@ -107,18 +123,17 @@ bool add_oid(BerWriter& out, std::int16_t tag, const OID* oid) {
     ZN_LOG(APWARN, "%s: illegal value for first two subids\n", "AddOID");
     return false;
   }
-  const std::int32_t content = oid_content(oid);
-  const std::int16_t lenlen = content < 0 ? std::int16_t{-1} : DoLenLen(content);
-  if (lenlen < 0) {
+  const bool measured = size >= 3 && size <= 2 + 0x7F;  // with a length field of one byte
+  const std::int32_t content = measured ? size - 2 : oid_content(oid);
+  if (content < 0) {
     ZN_LOG(APPACKET, "%s: lenlen\n", "AddOID");
     return false;
   }
-  if (!add_header(out, tag, lenlen, content)) return false;
-  unsigned char* next = out.reserve(static_cast<std::size_t>(content));
-  if (next == nullptr) return false;
-  *next++ = static_cast<unsigned char>(40 * oid->oid_ptr[0] + oid->oid_ptr[1]);
-  for (std::int32_t i = 2; i < oid->length; ++i) next = put_subid(next, oid->oid_ptr[i]);
-  return true;
+  if (!add_header(out, tag, content)) return false;
+  unsigned char* const place = out.reserve(static_cast<std::size_t>(content));
+  if (place == nullptr) return false;
+  *place = static_cast<unsigned char>(40 * oid->oid_ptr[0] + oid->oid_ptr[1]);
+  return put_subids(place + 1, place + content, *oid) || out.spoil();
 }
 
 bool add_value(BerWriter& out, const VarBind& binding) {
@@ -133,12 +148,12 @@ bool add_value(BerWriter& out, const VarBind& binding) {
     case ValueKind::empty:
       return add_null(out, tag);
     case ValueKind::oid:
-      if (add_oid(out, tag, binding.value.oid_value)) return true;
-      ZN_LOG(APPACKET, "%s: AddOID\n", "AddVarBind");
+      if (add_oid(out, tag, binding.value.oid_value, binding.value_size)) return true;
+      if (!out.spoilt()) ZN_LOG(APPACKET, "%s: AddOID\n", "AddVarBind");
       return false;
     case ValueKind::octets:
       if (add_octet_string(out, tag, binding.value.os_value)) return true;
-      ZN_LOG(APPACKET, "%s: AddOctetString\n", "AddVarBind");
+      if (!out.spoilt()) ZN_LOG(APPACKET, "%s: AddOctetString\n", "AddVarBind");
       return false;
     case ValueKind::illegal:
       break;
@@ -150,17 +165,19 @@ bool add_value(BerWriter& out, const VarBind& binding) {
 
 bool add_bindings(BerWriter& out, const VarBind* list) {
   for (; list != nullptr; list = list->next_var) {
-    const std::int16_t lenlen = DoLenLen(list->data_length);
-    if (lenlen < 0) {
+    if (list->data_length < 0 || list->data_length > kMaxLength) {
+      static_cast<void>(DoLenLen(list->data_length));  // logs
       ZN_LOG(APPACKET, "%s: lenlen:\n", "AddVarBind");
       return false;
     }
-    if (!add_header(out, SEQUENCE_TYPE, lenlen, list->data_length)) return false;
-    if (!add_oid(out, OBJECT_ID_TYPE, list->name)) {
-      ZN_LOG(APPACKET, "%s: AddOID\n", "AddVarBind");
+    if (!add_header(out, SEQUENCE_TYPE, list->data_length)) return false;
+    const unsigned char* const start = out.position();
+    if (!add_oid(out, OBJECT_ID_TYPE, list->name, list->name_size)) {
+      if (!out.spoilt()) ZN_LOG(APPACKET, "%s: AddOID\n", "AddVarBind");
       return false;
     }
     if (!add_value(out, *list)) return false;
+    if (out.position() - start != list->data_length) return out.spoil();
   }
   return true;
 }
@@ -194,15 +211,12 @@ std::int16_t value_size(const VarBind& binding) {
   return binding.value_size;  // AddVarBind refuses it
 }
 
-// Returns the size of all bindings. Their own sizes are measured first: those of a decoded
-// binding are the ones its sender used, which may have been longer or, for an empty INTEGER,
-// shorter than ours; and a caller may have changed a value since.
-std::int16_t measure_bindings(VarBind* list) {
-  for (VarBind* binding = list; binding != nullptr; binding = binding->next_var) {
-    binding->name_size = FindLenOID(binding->name);
-    binding->value_size = value_size(*binding);
+// Sets the sizes in all bindings to what we would write.
+void measure_bindings(VarBind* list) {
+  for (; list != nullptr; list = list->next_var) {
+    list->name_size = FindLenOID(list->name);
+    list->value_size = value_size(*list);
   }
-  return FindLenVarBind(list);
 }
 
 // Returns the size of what stands before the bindings, or -1.
@@ -239,7 +253,7 @@ bool add_head(BerWriter& out, const Pdu& pdu) {
              add_int(out, INTEGER_TYPE, pdu.error_status) &&
              add_int(out, INTEGER_TYPE, pdu.error_index);
     case PduForm::trap:
-      return add_oid(out, OBJECT_ID_TYPE, pdu.enterprise) &&
+      return add_oid(out, OBJECT_ID_TYPE, pdu.enterprise, 0) &&
              add_octet_string(out, IP_ADDR_PRIM_TYPE, pdu.agent_addr) &&
              add_int(out, INTEGER_TYPE, pdu.generic_trap) &&
              add_int(out, INTEGER_TYPE, pdu.specific_trap) &&
@@ -251,6 +265,48 @@ bool add_head(BerWriter& out, const Pdu& pdu) {
   ZN_LOG(APPACKET, "%s: bad pdu_ptr->type - II. :%x\n", "BuildPdu",
          static_cast<unsigned>(pdu.type));
   return false;
+}
+
+enum class BuildResult { done, failed, wrong_sizes };
+
+// Builds the PDU in two passes, with the sizes that the bindings have. Anything but `done` leaves
+// no packlet.
+BuildResult build(Pdu& pdu) {
+  FreeOctetString(pdu.packlet);
+  pdu.packlet = nullptr;
+
+  const std::int16_t bindings = FindLenVarBind(pdu.var_bind_list);
+  if (bindings < 0) {
+    ZN_LOG(APPACKET, "%s: varbindlen:\n", "BuildPdu");
+    return BuildResult::failed;
+  }
+  const std::int16_t bindings_lenlen = DoLenLen(bindings);
+  if (bindings_lenlen < 0) {
+    ZN_LOG(APPACKET, "%s: varbindlenlen:\n", "BuildPdu");
+    return BuildResult::failed;
+  }
+  const std::int32_t head = measure_head(pdu);
+  if (head < 0) return BuildResult::failed;
+  const std::int32_t body = head + bindings + bindings_lenlen + 1;
+  const std::int16_t lenlen = DoLenLen(body);
+  if (lenlen < 0) {
+    ZN_LOG(APPACKET, "%s: lenlen:\n", "BuildPdu");
+    return BuildResult::failed;
+  }
+
+  OctetStringPtr packlet(MakeOctetString(nullptr, body + lenlen + 1));
+  if (packlet == nullptr) {
+    ZN_LOG(APWARN, "%s: pdu_ptr->packlet MakeOctetString failed\n", "BuildPdu");
+    return BuildResult::failed;
+  }
+  BerWriter out(packlet->octet_ptr, static_cast<std::size_t>(packlet->length));
+  if (!add_header(out, pdu.type, body) || !add_head(out, pdu) ||
+      !add_header(out, SEQUENCE_TYPE, bindings) || !add_bindings(out, pdu.var_bind_list)) {
+    return out.spoilt() ? BuildResult::wrong_sizes : BuildResult::failed;
+  }
+  assert(out.full());  // the size pass and the write pass agree
+  pdu.packlet = packlet.release();
+  return BuildResult::done;
 }
 
 }  // namespace
@@ -280,7 +336,7 @@ int AddOctetString(unsigned char** cursor, std::int16_t tag, const OctetString* 
 }
 
 int AddOID(unsigned char** cursor, std::int16_t tag, const OID* oid) {
-  return write_at(cursor, [=](BerWriter& out) { return add_oid(out, tag, oid); });
+  return write_at(cursor, [=](BerWriter& out) { return add_oid(out, tag, oid, 0); });
 }
 
 int AddVarBind(unsigned char** cursor, const VarBind* list, const Pdu* /*pdu*/) {
@@ -288,44 +344,14 @@ int AddVarBind(unsigned char** cursor, const VarBind* list, const Pdu* /*pdu*/) 
 }
 
 int BuildPdu(Pdu* pdu) {
-  FreeOctetString(pdu->packlet);
-  pdu->packlet = nullptr;
-
-  const std::int16_t bindings = measure_bindings(pdu->var_bind_list);
-  if (bindings < 0) {
-    ZN_LOG(APPACKET, "%s: varbindlen:\n", "BuildPdu");
-    return -1;
+  BuildResult result = build(*pdu);
+  if (result == BuildResult::wrong_sizes) {
+    // The sizes of a decoded binding are the ones its sender used, which may have been longer or,
+    // for an empty INTEGER, shorter than ours; or somebody has changed a value since.
+    measure_bindings(pdu->var_bind_list);
+    result = build(*pdu);
   }
-  const std::int16_t bindings_lenlen = DoLenLen(bindings);
-  if (bindings_lenlen < 0) {
-    ZN_LOG(APPACKET, "%s: varbindlenlen:\n", "BuildPdu");
-    return -1;
-  }
-  const std::int32_t head = measure_head(*pdu);
-  if (head < 0) return -1;
-  const std::int32_t body = head + bindings + bindings_lenlen + 1;
-  const std::int16_t lenlen = DoLenLen(body);
-  if (lenlen < 0) {
-    ZN_LOG(APPACKET, "%s: lenlen:\n", "BuildPdu");
-    return -1;
-  }
-
-  pdu->packlet = MakeOctetString(nullptr, body + lenlen + 1);
-  if (pdu->packlet == nullptr) {
-    ZN_LOG(APWARN, "%s: pdu_ptr->packlet MakeOctetString failed\n", "BuildPdu");
-    return -1;
-  }
-
-  BerWriter out(pdu->packlet->octet_ptr, static_cast<std::size_t>(pdu->packlet->length));
-  if (!add_header(out, pdu->type, lenlen, body) || !add_head(out, *pdu) ||
-      !add_header(out, SEQUENCE_TYPE, bindings_lenlen, bindings) ||
-      !add_bindings(out, pdu->var_bind_list)) {
-    FreeOctetString(pdu->packlet);
-    pdu->packlet = nullptr;
-    return -1;
-  }
-  assert(out.full());  // the size pass and the write pass agree
-  return 0;
+  return result == BuildResult::done ? 0 : -1;
 }
 
 }  // namespace tally

@@ -1,5 +1,6 @@
 #include "snmp/findlen.h"
 
+#include "snmp/ber_size.h"
 #include "snmp/debug.h"
 
 namespace tally {
@@ -7,19 +8,15 @@ namespace {
 
 // Size of an element with `content` bytes, or -1 when that does not fit 16 bits.
 std::int32_t element_size(std::int32_t content) {
-  const std::int16_t length_size = DoLenLen(content);
-  if (length_size < 0 || content > INT16_MAX - 1 - length_size) return -1;
-  return content + length_size + 1;
+  if (content < 0 || content > kMaxLength) return DoLenLen(content);  // logs
+  const std::int32_t size = content + length_size(content) + 1;
+  return size > INT16_MAX ? -1 : size;
 }
 
 }  // namespace
 
 std::int16_t DoLenLen(std::int32_t length) {
-  const auto size = static_cast<std::uint32_t>(length);  // a negative length is too large
-  if (size <= 0x7F) return 1;
-  if (size <= 0xFF) return 2;
-  if (size <= 0xFFFF) return 3;
-  if (size <= 0xFFFFFF) return 4;
+  if (length >= 0 && length <= kMaxLength) return length_size(length);
   ZN_LOG(APPACKET, "Lenlen: Length greater than 0x01000000???\n");
   return -1;
 }
@@ -49,8 +46,17 @@ std::int16_t FindLenOctetString(const OctetString* string) {
 
 std::int32_t oid_content(const OID* oid) {
   if (oid == nullptr || oid->length > INT16_MAX) return -1;
-  std::int32_t content = 1;
-  for (std::int32_t i = 2; i < oid->length; ++i) content += subid_size(oid->oid_ptr[i]);
+  if (oid->length < 3) return 1;
+  const std::uint32_t* next = oid->oid_ptr + 2;
+  const std::uint32_t* const end = oid->oid_ptr + oid->length;
+  std::int32_t content = oid->length - 1;  // one for the first two, at least one for each other
+  while (next != end) {
+    if (end - next >= 4 && four_small(next)) {
+      next += 4;
+    } else {
+      content += subid_size(*next++) - 1;
+    }
+  }
   return content;
 }
 

@@ -4,7 +4,6 @@
 // size that does not fit 16 bits is refused with -1 (logs), like a null argument. Thread-safe.
 #pragma once
 
-#include <bit>
 #include <cstdint>
 
 #include "snmp/values.h"
@@ -27,25 +26,5 @@ namespace tally {
 // FindLenVarBind sets the `data_length` of every binding of a chain and returns the size of all
 // of them together. It trusts the `name_size` and `value_size` that they have.
 [[nodiscard]] std::int16_t FindLenVarBind(VarBind* list);
-
-// Bytes of content. A two's complement number needs room for its sign bit above its significant
-// bits, and an unsigned one needs a bit of 0 there, so both have one byte more than
-// floor(significant bits / 8).
-constexpr int int_content(std::int32_t value) {
-  return std::bit_width(static_cast<std::uint32_t>(value < 0 ? ~value : value)) / 8 + 1;
-}
-
-constexpr int uint_content(std::uint64_t value) {
-  return static_cast<int>(std::bit_width(value)) / 8 + 1;
-}
-
-// subid_size returns the bytes of a sub-identifier in base 128: 1 to 5.
-constexpr int subid_size(std::uint32_t subid) {
-  return (static_cast<int>(std::bit_width(subid | 1)) + 6) / 7;
-}
-
-// oid_content returns the bytes of an OID's content, or -1 for an OID (or null) that has more
-// sub-identifiers than any length here can count.
-[[nodiscard]] std::int32_t oid_content(const OID* oid);
 
 }  // namespace tally

@@ -21,12 +21,14 @@ void FreeOID(OID* oid) {
   if (oid->oid_ptr != nullptr && oid->oid_ptr != own_sids(oid)) {
     ZN_LOG(APWARN, "freed oid with separate oid_ptr\n");
     std::free(oid->oid_ptr);
+    std::free(oid);
+    return;
   }
-  std::free(oid);
+  free_oid(oid);
 }
 
 void FreeUInt64(UInt64* value) {
-  std::free(value);
+  if (value != nullptr) free_counter(value);
 }
 
 void FreeVarBind(VarBind* binding) {
@@ -48,7 +50,7 @@ void FreeVarBind(VarBind* binding) {
     case ValueKind::illegal:
       break;
   }
-  std::free(binding);
+  free_binding(binding);
 }
 
 void FreeVarBindList(VarBind* list) {

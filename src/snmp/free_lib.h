@@ -23,6 +23,10 @@ void FreeVarBindList(VarBind* list);
 // FreePdu frees the PDU with its encoded bytes, its bindings and, by type, its trap fields.
 void FreePdu(Pdu* pdu);
 
+// FreeKeptRecords gives back what the library keeps of this thread's freed records for the next
+// ones (less than 80 KB). The end of the thread does it, too.
+void FreeKeptRecords();
+
 // Calls a Free routine; costs nothing in a unique_ptr.
 template <auto free_record>
 struct Freer {

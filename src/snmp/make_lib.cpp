@@ -75,7 +75,7 @@ VarBindPtr named_binding(const OID* object, const OID* instance, const BindingTe
     ZN_LOG(APWARN, "%s", texts.null_object);
     return nullptr;
   }
-  VarBindPtr binding(new_record<VarBind>());
+  VarBindPtr binding(new_binding());
   if (binding == nullptr) {
     ZN_LOG(APWARN, "%s", texts.no_memory);
     return nullptr;
@@ -200,7 +200,7 @@ OID* MakeOID(const std::uint32_t* sids, std::int32_t length) {
 }
 
 UInt64* MakeCounter64(std::uint32_t big_end, std::uint32_t little_end) {
-  UInt64* const counter = new_record<UInt64>();
+  UInt64* const counter = new_counter();
   if (counter == nullptr) {
     ZN_LOG(APWARN, "MakeCounter64, counter64 malloc failed\n");
     return nullptr;
@@ -214,7 +214,7 @@ UInt64* CloneUInt64(const UInt64* value) {
     ZN_LOG(APWARN, "CloneUInt64: value passed in is NULL\n");
     return nullptr;
   }
-  UInt64* const copy = new_record<UInt64>();
+  UInt64* const copy = new_counter();
   if (copy == nullptr) {
     ZN_LOG(APWARN, "CloneUInt64: Cannot malloc return_val\n");
     return nullptr;
@@ -288,7 +288,7 @@ VarBind* CloneVarBind(const VarBind* binding) {
     ZN_LOG(APWARN, "CloneVarBind: value passed in is NULL\n");
     return nullptr;
   }
-  VarBindPtr copy(new_record<VarBind>());
+  VarBindPtr copy(new_binding());
   if (copy == nullptr) {
     ZN_LOG(APWARN, "%s: vb malloc\n", "CloneVarBind");
     return nullptr;

@@ -86,7 +86,7 @@ VarBind* parse_binding(BerReader& in) {
     ZN_LOG(APPACKET, "ParseVarBind, ParseSequence failure\n");
     return nullptr;
   }
-  VarBindPtr binding(new_record<VarBind>());
+  VarBindPtr binding(new_binding());
   if (binding == nullptr) {
     ZN_LOG(APWARN, "ParseVarBind, vb_ptr\n");
     return nullptr;
