@@ -49,6 +49,7 @@ class Log : public testing::Test {
     FreeLogMessage(last_message);
     last_message = nullptr;
   }
+  LogSink sink = {};
   LogContext context = {};
 };
 
@@ -152,8 +153,8 @@ TEST_F(Log, TheSelfTestLogsOncePerLevel) {
 }
 
 TEST_F(Log, SinksAndTheirDump) {
-  LogSink sink = {ZNLOG_STDERR | ZNLOG_APPEND | ZNLOG_EXTEND, 1, stderr};
-  const auto dump = [&sink](std::FILE* stream) { PrintLogSink(&sink, stream); };
+  sink = {ZNLOG_STDERR | ZNLOG_APPEND | ZNLOG_EXTEND, 1, stderr};
+  const auto dump = [this](std::FILE* stream) { PrintLogSink(&sink, stream); };
   EXPECT_EQ(printed(dump),
             "operFlags:   ZNLOG_APPEND ZNLOG_STDERR ZNLOG_EXTEND\n"
             "format:      1\nlogfile_fp:  stderr\n");
