@@ -4,7 +4,7 @@
 // with Counter64 values and a GetBulk response of 50 bindings. Encoding starts from a PDU that is
 // made, decoding ends with everything freed; both are whole messages with community. Before
 // anything is measured the two encoders must agree on every byte and the two decoders on the
-// number of bindings. Compare medians of CPU time; compare.py prints the ratios.
+// number of bindings. Compare medians of CPU time; ratios.py prints the ratios.
 #include <net-snmp/net-snmp-config.h>
 // The configuration must come first.
 #include <benchmark/benchmark.h>

@@ -62,7 +62,7 @@ TEST(Message, BuiltTwiceAndUnderOtherVersions) {
 
 TEST(Message, WhatDoesNotFitAPacketIsRefused) {
   const PduPtr pdu = built(100);
-  for (const std::size_t size : {1, 100, 1900, 1920, 1921, 1930, 2048}) {
+  for (const std::size_t size : {1U, 100U, 1900U, 1920U, 1921U, 1930U, 2048U}) {
     const SnmpMessagePtr message = message_with(std::string(size, 'c'));
     const int result = ZnBuildSnmpMessage(message.get(), pdu.get(), &kVersions);
     EXPECT_EQ(result == 0, message->packlet != nullptr);

@@ -3,6 +3,7 @@
 #include <net-snmp/net-snmp-config.h>
 // The configuration must come first.
 #include <arpa/inet.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <net-snmp/net-snmp-includes.h>
 #include <sys/wait.h>
@@ -235,7 +236,10 @@ TEST(Tshark, FindsNothingToComplainOf) {
       std::filesystem::temp_directory_path() / ("tally_snmp_" + std::to_string(getpid()) + ".pcap");
   write_capture(path, packets);
   const std::string read = "tshark -n -r " + path.string() + " 2>/dev/null ";
-  EXPECT_EQ(output_of(read + "-Y '_ws.malformed or _ws.expert.severity > 0x400000' -T fields -e frame.number"), "");
+  EXPECT_EQ(
+      output_of(read +
+                "-Y '_ws.malformed or _ws.expert.severity > 0x400000' -T fields -e frame.number"),
+      "");
   EXPECT_EQ(output_of(read + "-T fields -e snmp.community"),
             "kivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\n");
   EXPECT_EQ(output_of(read + "-c 3 -Y 'frame.number == 3' -T fields -e snmp.request_id "
@@ -331,6 +335,12 @@ TEST(Snmpd, AnswersOurRequests) {
   ASSERT_NE(missing, nullptr);
   EXPECT_EQ(missing->var_bind_list->type, NO_SUCH_OBJECT_TYPE);
   CloseUp();
+
+  // The client of the library's page says the up-time: days, hours, minutes, seconds, hundredths.
+  const std::string client = "ZN_SNMP_TEST_PORT=" + std::to_string(Agent::kPort) + " " SNMP_CLIENT;
+  EXPECT_THAT(output_of(client + " 127.0.0.1 kivrel"),
+              testing::MatchesRegex("  0 00:0[01]:[0-5][0-9]\\.[0-9][0-9]\n"));
+  EXPECT_EQ(output_of(client + " 127.0.0.1 wrong 2>&1"), "no up-time from 127.0.0.1\n");
 }
 
 }  // namespace
