@@ -42,6 +42,14 @@ const char* text_of(const char* text) {
   return text == nullptr ? "" : text;
 }
 
+// A stream that cannot be written to has no log to say so in.
+[[gnu::format(printf, 2, 3)]] void print(std::FILE* stream, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  static_cast<void>(std::vfprintf(stream, format, arguments));
+  va_end(arguments);
+}
+
 }  // namespace
 
 LogContext* log_context = nullptr;
@@ -113,47 +121,47 @@ void WriteLogMessage(LogMessage* message) {
 }
 
 void PrintShortLogMessage(const LogMessage* message, std::FILE* stream) {
-  std::fprintf(stream, "%s", text_of(message->message));
-  std::fprintf(stream, "                              at line %d in file %s\n", message->linenum,
-               text_of(message->filename));
-  std::fflush(stream);
+  print(stream, "%s", text_of(message->message));
+  print(stream, "                              at line %d in file %s\n", message->linenum,
+        text_of(message->filename));
+  static_cast<void>(std::fflush(stream));
 }
 
 void PrintLongLogMessage(const LogMessage* message, std::FILE* stream) {
-  std::fprintf(stream, "LogLevel:   ");
-  if (message->level == APALWAYS) std::fprintf(stream, " APALWAYS");
+  print(stream, "LogLevel:   ");
+  if (message->level == APALWAYS) print(stream, " APALWAYS");
   for (const BitName& level : kLevels) {
-    if ((message->level & level.bit) != 0) std::fprintf(stream, " %s", level.name);
+    if ((message->level & level.bit) != 0) print(stream, " %s", level.name);
   }
-  std::fprintf(stream, "\n");
+  print(stream, "\n");
 
   const std::time_t seconds = message->timestamp;
   char when[32] = "";
   if (ctime_r(&seconds, when) != nullptr) when[std::strcspn(when, "\n")] = '\0';
-  std::fprintf(stream, "timestamp:   %u (%s)\n", message->timestamp, when);
-  std::fprintf(stream, "progname:    %s\n", text_of(message->progname));
-  std::fprintf(stream, "filename:    %s\n", text_of(message->filename));
-  std::fprintf(stream, "linenum:     %d\n", message->linenum);
-  std::fprintf(stream, "message:     %s", text_of(message->message));
-  std::fprintf(stream, "UserData:    0x%" PRIxPTR "\n",
-               reinterpret_cast<std::uintptr_t>(message->user_data));
-  std::fflush(stream);
+  print(stream, "timestamp:   %u (%s)\n", message->timestamp, when);
+  print(stream, "progname:    %s\n", text_of(message->progname));
+  print(stream, "filename:    %s\n", text_of(message->filename));
+  print(stream, "linenum:     %d\n", message->linenum);
+  print(stream, "message:     %s", text_of(message->message));
+  print(stream, "UserData:    0x%" PRIxPTR "\n",
+        reinterpret_cast<std::uintptr_t>(message->user_data));
+  static_cast<void>(std::fflush(stream));
 }
 
 void PrintLogSink(const LogSink* sink, std::FILE* stream) {
-  std::fprintf(stream, "operFlags:  ");
+  print(stream, "operFlags:  ");
   for (const BitName& flag : kSinkFlags) {
-    if ((sink->operFlags & flag.bit) != 0) std::fprintf(stream, " %s", flag.name);
+    if ((sink->operFlags & flag.bit) != 0) print(stream, " %s", flag.name);
   }
-  std::fprintf(stream, "\nformat:      %d\nlogfile_fp:  ", sink->format);
+  print(stream, "\nformat:      %d\nlogfile_fp:  ", sink->format);
   if (sink->logfile_fp == stdout) {
-    std::fprintf(stream, "stdout\n");
+    print(stream, "stdout\n");
   } else if (sink->logfile_fp == stderr) {
-    std::fprintf(stream, "stderr\n");
+    print(stream, "stderr\n");
   } else {
-    std::fprintf(stream, "0x%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(sink->logfile_fp));
+    print(stream, "0x%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(sink->logfile_fp));
   }
-  std::fflush(stream);
+  static_cast<void>(std::fflush(stream));
 }
 
 void TestLogMessages() {

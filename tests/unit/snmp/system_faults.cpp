@@ -39,6 +39,7 @@ using tally::faults;
 extern "C" {
 
 void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
 int __real_socket(int domain, int type, int protocol);
 int __real_gettimeofday(timeval* now, void* zone);
@@ -52,6 +53,14 @@ ssize_t __real_recvfrom(int fd, void* bytes, std::size_t size, int flags, sockad
 void* __wrap_malloc(std::size_t size) {
   if (++faults().mallocs == faults().failing_malloc) return nullptr;
   void* const block = __real_malloc(size);
+  tally::blocks().insert(block);
+  return block;
+}
+
+// A compiler may turn malloc and zeroing into this.
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+  if (++faults().mallocs == faults().failing_malloc) return nullptr;
+  void* const block = __real_calloc(count, size);
   tally::blocks().insert(block);
   return block;
 }
