@@ -356,7 +356,7 @@ OID* parse_oid(BerReader& in) {
   oid->oid_ptr[0] = bytes[0] / 40;
   oid->oid_ptr[1] = bytes[0] % 40;
   if (!parse_subids(bytes + 1, bytes + there, there < length, *oid)) return nullptr;
-  if (oid->length > kMaxSubIds) {
+  if (oid->length > kMaxSubIds) {  // cannot be, after parse_subids
     ZN_LOG(APERROR, "ParseOID: Bad sid string length: %d\n", oid->length);
     return nullptr;
   }

@@ -280,6 +280,8 @@ BuildResult build(Pdu& pdu) {
     ZN_LOG(APPACKET, "%s: varbindlen:\n", "BuildPdu");
     return BuildResult::failed;
   }
+  // Sizes of 16 bits have length fields of at most three bytes: these two tests stand for wider
+  // ones.
   const std::int16_t bindings_lenlen = DoLenLen(bindings);
   if (bindings_lenlen < 0) {
     ZN_LOG(APPACKET, "%s: varbindlenlen:\n", "BuildPdu");
