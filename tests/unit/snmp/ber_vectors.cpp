@@ -36,7 +36,7 @@ void set(BerVector& vector, const std::string& attribute, const std::string& tex
     vector.read = text;
   } else if (attribute == "hex" && vector.bytes.empty()) {
     vector.bytes = bytes_of(text);
-  } else if (attribute == "value" && vector.value.empty()) {
+  } else if (attribute == "value" && vector.value == "refused") {
     vector.value = unfold(text, vector.read == "oid" ? '.' : ' ');
   } else if (attribute == "rest" && vector.rest == 0) {
     vector.rest = std::stoul(text);

@@ -14,7 +14,7 @@ using Bytes = std::vector<unsigned char>;
 struct BerVector {
   std::string name;
   std::string read;
-  std::string value;
+  std::string value = "refused";
   std::size_t rest = 0;
   Bytes bytes;
   std::optional<Bytes> write;
