@@ -15,6 +15,7 @@
 
 namespace tally {
 
+namespace snmpio {
 int fd = -1;
 unsigned char* packet = nullptr;
 std::int32_t packet_len = 0;
@@ -23,6 +24,9 @@ volatile std::sig_atomic_t received_state = 0;
 unsigned seconds = 2;
 hostent* hp = nullptr;
 sockaddr_in agent_address = {};
+}  // namespace snmpio
+
+using namespace snmpio;
 
 namespace {
 

@@ -14,14 +14,18 @@
 
 namespace tally {
 
+// The state, in a namespace of its own: names as short as these would hide behind, or warn about,
+// the parameters of every file that includes this one.
+namespace snmpio {
 extern int fd;                   // the socket, -1 when closed
 extern unsigned char* packet;    // what was received, zn_pkt_size bytes of room, owned
 extern std::int32_t packet_len;  // result of the last receive
 extern char imagename[128];      // program name, for the messages
 extern volatile std::sig_atomic_t received_state;  // 1 once the alarm has rung
 extern unsigned seconds;                           // how long to wait for a response; 0 for ever
-extern hostent* hp;  // last host lookup, static storage of the resolver
+extern hostent* hp;                                // last host lookup, the resolver's own storage
 extern sockaddr_in agent_address;
+}  // namespace snmpio
 
 // InitializeIO opens the socket and resolves `host`, a dotted address or a name; the port is
 // GetSNMPPort's. It takes over SIGALRM. Without a socket or with an unknown host it logs and ends

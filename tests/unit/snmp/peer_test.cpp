@@ -21,6 +21,8 @@
 namespace tally {
 namespace {
 
+using namespace snmpio;
+
 const SnmpVersionTable kVersions = {2,
                                     {0, 1},
                                     {},

@@ -19,6 +19,8 @@
 namespace tally {
 namespace {
 
+using namespace snmpio;
+
 using testing::HasSubstr;
 
 // Prints what is logged to the standard error, for the parent of a child to see.
