@@ -21,3 +21,9 @@ if(TALLYD_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+
+if(TALLYD_FUZZERS)
+  # Coverage counters in every target: the fuzzing engine is guided by the code of the rooms.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -104,10 +104,9 @@ int upload(AgentClient& client, RecordCache& cache, std::uint32_t /*index*/,
 
 // collection_ops returns the operations of a type.
 template <class Type>
-constexpr CollectionOps collection_ops(const char* stem) {
+constexpr CollectionOps collection_ops() {
   static_assert(kRecordSize<Type> <= kMaxRecordSize);
-  CollectionOps ops{stem,
-                    kRecordSize<Type>,
+  CollectionOps ops{kRecordSize<Type>,
                     agent_ops::upload<Type>,
                     Type::compare,
                     agent_ops::calc_delta<Type>,

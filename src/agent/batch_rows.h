@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "agent/procedures.h"
+#include "agent/progress.h"
 #include "daemon/log.h"
 #include "files/collection_ops.h"
 
@@ -39,42 +41,42 @@ const unsigned char* end_of_table(RowIterator& rows) {
 //   closing_row(rows)             optional: makes one more record when the table has ended, which
 //                                 an empty first batch or a failed call does not count as
 //
-// A batch whose last row has the very key that was asked after would be asked for for ever: it is
-// not used and ends the table. (Not "a smaller key": the agent's order is its own.)
+// A batch whose last row has the very key that was asked after, or one asked after before, would
+// come for ever: it is not used and ends the table.
 template <class Type>
 const unsigned char* batch_getnext(RowIterator& rows) {
   using List = typename std::remove_cvref_t<decltype(Type::kRowProcedure)>::Result;
   if ((rows.flags & kClosingRowDone) != 0) return nullptr;
 
-  auto* reply = static_cast<List*>(rows.reply);
+  auto* reply = rows.reply.as<List>();
   if (reply && rows.position + 1 < reply->rows.size()) {
     rows.position += 1;
   } else {
     const bool first_batch = reply == nullptr;
     const auto key =
         Type::key_after(rows.control_index, first_batch ? nullptr : &reply->rows.back());
-    rows.drop_reply();
+    rows.reply.reset();
     auto batch = Type::kRowProcedure(*rows.client, key);
     if (!batch) {
       log_debug("%s", Type::kTexts.getnext_failed);
       return nullptr;
     }
-    const bool ended = batch->rows.size() == 0 ||
-                       (Type::belongs(rows, batch->rows.back()) &&
-                        Type::key_after(rows.control_index, &batch->rows.back()) == key);
+    const bool ended =
+        batch->rows.size() == 0 ||
+        (Type::belongs(rows, batch->rows.back()) &&
+         !made_progress(rows, key, Type::key_after(rows.control_index, &batch->rows.back())));
     if (ended) {
       batch.reset();
       return first_batch ? nullptr : batch::end_of_table<Type>(rows);
     }
     reply = batch.release();
-    rows.reply = reply;
-    rows.free_reply = [](void* held) { FreeReply()(static_cast<List*>(held)); };
+    rows.reply.reset(reply, [](void* held) { FreeReply()(static_cast<List*>(held)); });
     rows.position = 0;
   }
 
   const auto& row = reply->rows[rows.position];
   if (!Type::belongs(rows, row)) {
-    rows.drop_reply();
+    rows.reply.reset();
     return batch::end_of_table<Type>(rows);
   }
   Type::fill(row, rows.record);

@@ -52,12 +52,13 @@ class ByteList {
 
   // resize makes room for `count` bytes and returns where they go; what stood there is lost.
   std::uint8_t* resize(std::uint32_t count) {
-    count_ = count;
     if (count <= kInPlace) {
       if (heap_) heap_.reset();
+      count_ = count;
       return in_place_.data();
     }
     heap_ = std::make_unique_for_overwrite<std::uint8_t[]>(count);
+    count_ = count;
     return heap_.get();
   }
 

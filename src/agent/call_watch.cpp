@@ -71,9 +71,10 @@ void CallWatch::watch() {
     if (monotonic_now() < deadline) {
       condition_.wait_until(mutex_, CLOCK_MONOTONIC,
                             timespec{deadline / kSecond, deadline % kSecond});
-    } else if (deadline_.load() == deadline) {
+    } else if (std::int64_t expected = deadline;
+               deadline_.compare_exchange_strong(expected, kNone)) {
+      // A call that begins right now is cut, too: its connection is as good as dead.
       shutdown(socket_, SHUT_RDWR);
-      deadline_.store(kNone);
     }
   }
 }

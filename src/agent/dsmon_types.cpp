@@ -220,9 +220,9 @@ struct DsMatrixType {
 
 }  // namespace
 
-constexpr CollectionOps dsstats_ops = collection_ops<DsStatsType>("dsstats");
-constexpr CollectionOps dspdist_ops = collection_ops<DsPdistType>("dspdist");
-constexpr CollectionOps dshost_ops = collection_ops<DsHostType>("dshost");
-constexpr CollectionOps dsmatrix_ops = collection_ops<DsMatrixType>("dsmatrix");
+constexpr CollectionOps dsstats_ops = collection_ops<DsStatsType>();
+constexpr CollectionOps dspdist_ops = collection_ops<DsPdistType>();
+constexpr CollectionOps dshost_ops = collection_ops<DsHostType>();
+constexpr CollectionOps dsmatrix_ops = collection_ops<DsMatrixType>();
 
 }  // namespace tally

@@ -159,8 +159,8 @@ struct PdistType {
 
 }  // namespace
 
-constexpr CollectionOps host_ops = collection_ops<HostType>("host");
-constexpr CollectionOps matrix_ops = collection_ops<MatrixType>("matrix");
-constexpr CollectionOps pdist_ops = collection_ops<PdistType>("pdist");
+constexpr CollectionOps host_ops = collection_ops<HostType>();
+constexpr CollectionOps matrix_ops = collection_ops<MatrixType>();
+constexpr CollectionOps pdist_ops = collection_ops<PdistType>();
 
 }  // namespace tally

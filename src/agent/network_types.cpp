@@ -123,7 +123,7 @@ struct NlMatrixType {
 
 }  // namespace
 
-constexpr CollectionOps nlhost_ops = collection_ops<NlHostType>("nlhost");
-constexpr CollectionOps nlmatrix_ops = collection_ops<NlMatrixType>("nlmatrix");
+constexpr CollectionOps nlhost_ops = collection_ops<NlHostType>();
+constexpr CollectionOps nlmatrix_ops = collection_ops<NlMatrixType>();
 
 }  // namespace tally

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 
 #include "agent/control_types.h"
 #include "agent/mac_row_types.h"
@@ -28,6 +29,31 @@ struct FreeReply {
   }
 };
 
+// NeverDestroyed holds a value for as long as the process lives.
+template <class Value>
+class NeverDestroyed {
+ public:
+  NeverDestroyed() { new (bytes_) Value; }
+  Value& value() { return *std::launder(reinterpret_cast<Value*>(bytes_)); }
+
+ private:
+  alignas(Value) unsigned char bytes_[sizeof(Value)];
+};
+
+// Decoding is a result with a note of whether it came. libtirpc also reports success for an answer
+// without any content (empty record fragments), which must not pass for a result of zeros.
+template <class Result>
+struct Decoding {
+  Result& result;
+  bool done = false;
+};
+
+template <class Result>
+bool_t xdr_decoding(XDR* stream, Decoding<Result>* decoding) {
+  decoding->done = xdr_wire<Result>(stream, &decoding->result) == TRUE;
+  return decoding->done ? TRUE : FALSE;
+}
+
 // Reply is a decoded result that is freed exactly once; null when the call failed.
 template <class Result>
 using Reply = std::unique_ptr<Result, FreeReply>;
@@ -42,12 +68,14 @@ struct RemoteProcedure {
 
   Reply<Result> operator()(AgentClient& client, const Argument& argument) const {
     // Never destroyed: the poll task may still be at work while the process ends.
-    static Result& result = *new Result;
+    static NeverDestroyed<Result> storage;
+    Result& result = storage.value();
     result = Result{};
     Reply<Result> reply(&result);
-    const bool answered =
-        client.call(number, xdr_routine<Argument>(), &argument, xdr_routine<Result>(), &result);
-    if (!answered) reply.reset();
+    Decoding<Result> decoding{result};
+    const bool answered = client.call(number, xdr_routine<Argument>(), &argument,
+                                      xdr_routine(&xdr_decoding<Result>), &decoding);
+    if (!answered || !decoding.done) reply.reset();  // frees what came of it
     return reply;
   }
 };

@@ -28,19 +28,20 @@ inline double rate_of_new(double last, long double seconds) {
   return static_cast<double>(static_cast<long double>(last) / seconds);
 }
 
-// Below this interval a quotient of two doubles is the same whether it is rounded to double at
-// once, or to 64 bits first. The two ways differ only where the 64-bit rounding falls on the middle
-// m between two neighbouring doubles although the quotient n / d does not. With u the distance of
-// these doubles, n and d * m are whole multiples of u / 2 (n has 53 bits and n >= d * 2^52 * u), so
-// n / d is at least u / (2 d) away from m, and the 64-bit rounding moves by u / 2^12 at the most:
-// for d < 2^11 it cannot reach m. Plain division is several times as fast, and two go at a time.
+// Below this interval the quotient of a double and a whole number is the same whether it is rounded
+// to double at once, or to 64 bits first. The two ways differ only where the 64-bit rounding falls
+// on the middle m between two neighbouring doubles although the quotient n / d does not. With u the
+// distance of these doubles, n and d * m are whole multiples of u / 2 (n has 53 bits and n >= d *
+// 2^52 * u), so n / d is at least u / (2 d) away from m, and the 64-bit rounding moves by u / 2^12
+// at the most: for d < 2^11 it cannot reach m. Plain division is several times as fast, and two go
+// at a time.
 inline constexpr std::uint32_t kPlainDivisionBelow = 2048;
 
 // rates_between applies rate_between to a row of counters. `interval` is not 0. Returns whether any
 // rate is not 0. `rates` may be `last`.
 template <std::size_t kCounters>
 bool rates_between(const double* prev, const double* last, double* rates, std::uint32_t interval) {
-  // Up to 2^53 the difference of two counters is exact, too.
+  // Up to 2^53 the difference of two whole numbers is exact, too.
   bool plain = interval < kPlainDivisionBelow;
   for (std::size_t i = 0; i < kCounters; ++i) {
     plain &= static_cast<bool>((last[i] >= prev[i]) & (last[i] <= 0x1p53));

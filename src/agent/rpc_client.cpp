@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <new>
 
 #include "daemon/paths.h"
 
@@ -24,12 +26,15 @@ bool resolve(const char* host, sockaddr_in& address) {
   return true;
 }
 
-// Waits until a connection attempt has ended; EINTR starts the wait anew.
+// Waits until a connection attempt has ended.
 bool await_connection(int socket) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::seconds(kCallTimeout);
   pollfd ready{socket, POLLOUT, 0};
   int result = 0;
   do {
-    result = poll(&ready, 1, kCallTimeout * 1000);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    result = poll(&ready, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
   } while (result < 0 && errno == EINTR);
   if (result != 1) return false;
   int error = 0;
@@ -38,6 +43,8 @@ bool await_connection(int socket) {
 }
 
 // The library would connect without a bound of time, so the socket is connected before it gets it.
+// (Should the peer reset the connection in between, the library connects again: the time-out for
+// sending bounds that, too.)
 UniqueFd connect_socket(const sockaddr_in& address) {
   UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket) return socket;
@@ -45,7 +52,11 @@ UniqueFd connect_socket(const sockaddr_in& address) {
       connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
       (errno == EINPROGRESS && await_connection(socket.get()));
   const int flags = fcntl(socket.get(), F_GETFL);
-  if (!connected || fcntl(socket.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) socket.reset();
+  const timeval timeout{kCallTimeout, 0};
+  if (!connected || fcntl(socket.get(), F_SETFL, flags & ~O_NONBLOCK) != 0 ||
+      setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) != 0) {
+    socket.reset();
+  }
   return socket;
 }
 
@@ -80,8 +91,8 @@ std::unique_ptr<AgentClient> agent_connect(const char* host) {
   int descriptor = socket.get();
   CLIENT* handle = clnttcp_create(&address, AGENT_PROGRAM, AGENT_VERSION, &descriptor, 0, 0);
   if (!handle) return nullptr;
-  auto client = std::make_unique<AgentClient>(std::move(socket), handle);
-  return client->usable() ? std::move(client) : nullptr;
+  std::unique_ptr<AgentClient> client(new (std::nothrow) AgentClient(std::move(socket), handle));
+  return client && client->usable() ? std::move(client) : nullptr;
 }
 
 }  // namespace tally

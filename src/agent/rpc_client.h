@@ -27,8 +27,8 @@ class AgentClient {
   AgentClient(const AgentClient&) = delete;
   AgentClient& operator=(const AgentClient&) = delete;
 
-  // call makes one remote call. True when the result has been decoded; otherwise the result may
-  // hold a part of it, and is to be freed all the same.
+  // call makes one remote call. True when it was answered with success; `decode` tells whether a
+  // result came with it, which the library does not promise.
   [[nodiscard]] bool call(rpcproc_t procedure, xdrproc_t encode, const void* argument,
                           xdrproc_t decode, void* result);
 

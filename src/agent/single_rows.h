@@ -6,6 +6,7 @@
 
 #include "agent/control_scan.h"
 #include "agent/procedures.h"
+#include "agent/progress.h"
 #include "daemon/log.h"
 #include "files/collection_ops.h"
 
@@ -22,12 +23,13 @@ namespace tally {
 //   fill(row, record)         makes the record of a row
 //
 // The next key is made from the reply, which is kept for it: the record holds less than the whole
-// address of a DSMON row. A row with the very key that was asked after would come for ever: it is
-// not used and ends the table. (A row that was asked for by its own key is no such row.)
+// address of a DSMON row. A row with the very key that was asked after, or one asked after before,
+// would come for ever: it is not used and ends the table. (A row that was asked for by its own key
+// is no such row.)
 template <class Type>
 const unsigned char* single_getnext(RowIterator& rows) {
   using Row = typename std::remove_cvref_t<decltype(Type::kRowProcedure)>::Result;
-  const auto* previous = static_cast<const Row*>(rows.reply);
+  const auto* previous = rows.reply.as<const Row>();
   auto key = Type::key_after(rows.control_index, previous);
   const auto following_key = key;
   bool retry = false;
@@ -35,7 +37,7 @@ const unsigned char* single_getnext(RowIterator& rows) {
     retry = previous == nullptr;
     if (retry) key = Type::exact_first_key(rows.control_index);
   }
-  rows.drop_reply();
+  rows.reply.reset();
 
   auto row = Type::kRowProcedure(*rows.client, key);
   if (retry && row && row->status != 0) {
@@ -48,12 +50,11 @@ const unsigned char* single_getnext(RowIterator& rows) {
     return nullptr;
   }
   if (row->status != 0 || !Type::belongs(rows, *row) ||
-      Type::key_after(rows.control_index, row.get()) == key) {
+      !made_progress(rows, key, Type::key_after(rows.control_index, row.get()))) {
     return nullptr;
   }
   Type::fill(*row, rows.record);
-  rows.reply = row.release();
-  rows.free_reply = [](void* held) { FreeReply()(static_cast<Row*>(held)); };
+  rows.reply.reset(row.release(), [](void* held) { FreeReply()(static_cast<Row*>(held)); });
   return rows.record;
 }
 

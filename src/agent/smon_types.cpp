@@ -103,7 +103,7 @@ struct PrioType {
 
 }  // namespace
 
-constexpr CollectionOps vlan_ops = collection_ops<VlanType>("vlan");
-constexpr CollectionOps prio_ops = collection_ops<PrioType>("prio");
+constexpr CollectionOps vlan_ops = collection_ops<VlanType>();
+constexpr CollectionOps prio_ops = collection_ops<PrioType>();
 
 }  // namespace tally

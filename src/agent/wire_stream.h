@@ -20,8 +20,9 @@ class WireReader {
   // The longest run that need() may ask for.
   static constexpr std::size_t kWindow = 8192;
 
-  // No reply is longer, in bytes: 100 rows with any sane address take a thousandth of it.
-  static constexpr std::uint64_t kLongestMessage = std::uint64_t{64} << 20;
+  // No reply is longer, in bytes: 100 rows with addresses of 255 bytes take a fifth of it. What an
+  // agent can make this process hold is bounded by it.
+  static constexpr std::uint64_t kLongestMessage = std::uint64_t{1} << 20;
 
   explicit WireReader(XDR* stream) : stream_(stream) {}
   WireReader(const WireReader&) = delete;

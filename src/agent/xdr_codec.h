@@ -24,6 +24,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -215,9 +216,13 @@ bool_t xdr_wire(XDR* stream, T* value) {
     }
     case XDR_DECODE: {
       WireReader in(stream);
-      const bool whole = wire::decode(in, *value);
-      assert(!whole || in.drained());  // nothing of a next record was taken
-      return whole ? TRUE : FALSE;
+      try {
+        const bool whole = wire::decode(in, *value);
+        assert(!whole || in.drained());  // nothing of a next record was taken
+        return whole ? TRUE : FALSE;
+      } catch (const std::bad_alloc&) {
+        return FALSE;  // the library that calls this is written in C
+      }
     }
     case XDR_FREE:
       *value = T{};
@@ -226,10 +231,10 @@ bool_t xdr_wire(XDR* stream, T* value) {
   return FALSE;
 }
 
-// xdr_routine returns xdr_wire<T> as the untyped pointer that libtirpc takes.
-template <WireStruct T>
-xdrproc_t xdr_routine() {
-  return reinterpret_cast<xdrproc_t>(&xdr_wire<T>);
+// xdr_routine returns an XDR routine as the untyped pointer that libtirpc takes.
+template <class T>
+xdrproc_t xdr_routine(bool_t (*routine)(XDR*, T*) = &xdr_wire<T>) {
+  return reinterpret_cast<xdrproc_t>(routine);
 }
 
 }  // namespace tally

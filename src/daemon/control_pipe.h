@@ -1,35 +1,12 @@
-// The control pipe: a FIFO of 12-byte messages that the web application writes.
-//
-//     0        4        8        12
-//     +--------+--------+--------+     three unsigned 32-bit words in the host's
-//     |  type  | coll.  | index  |     byte order, no header, no padding; nobody
-//     +--------+--------+--------+     is answered
+// The control pipe: a FIFO of messages (daemon/control_message.h) that the web application writes.
 #pragma once
 
 #include <cstdint>
 
+#include "daemon/control_message.h"
 #include "files/unique_fd.h"
 
 namespace tally {
-
-enum class MessageType : std::uint32_t {
-  terminate = 0,
-  set_interval = 1,  // the collection type word holds the seconds, signed
-  viewing = 2,
-  create = 3,
-  destroy = 4,
-  reload_settings = 5,
-  rescan = 6,
-  none = 7,  // accepted and ignored
-};
-inline constexpr std::uint32_t kLastMessageType = 7;
-
-struct ControlMessage {
-  std::uint32_t type;
-  std::uint32_t collection_type;
-  std::uint32_t collection_index;
-};
-static_assert(sizeof(ControlMessage) == 12);
 
 // ControlPipe is the FIFO and the daemon's end of it.
 class ControlPipe {

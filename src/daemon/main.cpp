@@ -64,7 +64,7 @@ int serve(ControlPipe& pipe, Registry& registry) {
   auto& agent = *new TapdAgent;
   poll_task_entry().context = new PollTask{registry, agent};
   registry.reset();
-  for (const SupervisorKind& kind : supervisor_kinds()) kind.initialise();
+  for (SupervisorKind& kind : supervisor_kinds()) kind.initialise();
   if (init_supervisor_client() != 0) {
     log_warning("Error initializing SNMP client for tallyd.\n");
     terminate(-1);

@@ -29,8 +29,9 @@ void msg_set_interval(Registry& registry, const ControlMessage& message) {
     interval = kLongestInterval;
     log_warning("msg_set_interval() passed too large a value");
   }
+  registry.set_interval(interval);
   for (SupervisorKind& kind : supervisor_kinds()) apply_interval(kind.schedule, interval);
-  registry.apply_interval(interval);
+  registry.apply_interval();
 }
 
 void view_kind(SupervisorKind& kind, std::int32_t interval) {

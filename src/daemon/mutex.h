@@ -19,7 +19,6 @@
 #define TALLY_EXCLUDES(...) TALLY_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define TALLY_ACQUIRE(...) TALLY_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define TALLY_RELEASE(...) TALLY_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define TALLY_ASSERT_HELD(...) TALLY_THREAD_ATTRIBUTE(assert_capability(__VA_ARGS__))
 #define TALLY_NO_ANALYSIS TALLY_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace tally {

@@ -120,13 +120,17 @@ CollectionRecord* Registry::find(RegistryLock& lock, std::uint32_t type, std::ui
   return nullptr;
 }
 
+void Registry::re_sort() {
+  const RegistryLock lock(*this);
+  sort();
+}
+
 // One insertion pass walks from the second record to the end; a record that is due before its
 // predecessor goes back past every record that is due at the same time or later, and all others
 // stay. With thousands of collections that walk back is quadratic, so the same order is made in
 // another way: the records that would move are taken out, sorted so that the later of two equals
 // comes first, and merged in before those that stayed.
-void Registry::re_sort() {
-  const RegistryLock lock(*this);
+void Registry::sort() {
   CollectionRecord* movers = nullptr;  // the last to move comes first
   CollectionRecord* latest = &head_;
   for (CollectionRecord* record = head_.next; record;) {
@@ -147,16 +151,13 @@ void Registry::re_sort() {
   }
 }
 
-void Registry::apply_interval(std::int32_t interval) {
-  set_interval(interval);
+void Registry::apply_interval() {
+  const RegistryLock lock(*this);
   bool changed = false;
-  {
-    const RegistryLock lock(*this);
-    for (CollectionRecord* record = head_.next; record; record = record->next) {
-      changed |= tally::apply_interval(record->schedule, interval);
-    }
+  for (CollectionRecord* record = head_.next; record; record = record->next) {
+    changed |= tally::apply_interval(record->schedule, interval());
   }
-  if (changed) re_sort();
+  if (changed) sort();
 }
 
 void Registry::free_all() {
@@ -178,21 +179,19 @@ unsigned Registry::sweep(std::int32_t interval,
                          const std::function<void(const CollectionRecord&)>& poll) {
   unsigned polled = 0;
   const std::int32_t now = now_seconds();
-  {
-    const RegistryLock lock(*this);
-    // Due times change on the way and the list is sorted afterwards only: the records that were
-    // polled are told by their flag.
-    for (CollectionRecord* record = head_.next; record; record = record->next) {
-      Schedule& schedule = record->schedule;
-      if ((schedule.flags & kPolledInThisPass) != 0) continue;
-      if (schedule.next_due > now) break;
-      plan_next_poll(schedule, now, interval);
-      poll(*record);
-      schedule.flags |= kPolledInThisPass;
-      ++polled;
-    }
+  const RegistryLock lock(*this);
+  // Due times change on the way and the list is sorted afterwards only: the records that were
+  // polled are told by their flag.
+  for (CollectionRecord* record = head_.next; record; record = record->next) {
+    Schedule& schedule = record->schedule;
+    if ((schedule.flags & kPolledInThisPass) != 0) continue;
+    if (schedule.next_due > now) break;
+    plan_next_poll(schedule, now, interval);
+    poll(*record);
+    schedule.flags |= kPolledInThisPass;
+    ++polled;
   }
-  re_sort();
+  sort();
   return polled;
 }
 
@@ -206,8 +205,8 @@ void Registry::list(std::FILE* out, std::int32_t now) {
   for (const CollectionRecord* record = head_.next; record; record = record->next) {
     std::fprintf(out, "\nINDEX: %lu, COLLECTION: ", static_cast<unsigned long>(record->index));
     std::fputs(listing_name(record->type), out);
-    const auto since = static_cast<std::uint32_t>(now - record->schedule.last_poll);
-    const auto until = static_cast<std::uint32_t>(record->schedule.next_due - now);
+    const auto since = static_cast<std::uint32_t>(seconds_between(record->schedule.last_poll, now));
+    const auto until = static_cast<std::uint32_t>(seconds_between(now, record->schedule.next_due));
     std::fprintf(out, "\n   Time Since Last Poll: %lu, Time Until Next Poll: %lu",
                  static_cast<unsigned long>(since), static_cast<unsigned long>(until));
   }

@@ -2,7 +2,8 @@
 //
 // The main thread changes the list and is the only one to free records; the poll task sweeps it
 // with the lock held. Times are whole seconds since the epoch. Order among equal times is
-// behaviour: the newer record comes first.
+// behaviour: the newer record comes first. The registry's lock comes before the poll task's mutex
+// where both are taken.
 #pragma once
 
 #include <atomic>
@@ -50,11 +51,11 @@ class Registry final : public DueList, public Adopter {
   CollectionRecord* find(RegistryLock& lock, std::uint32_t type, std::uint32_t index)
       TALLY_REQUIRES(mutex_);
 
-  // re_sort sorts the list by due time in one insertion pass.
+  // re_sort sorts the list by due time, into the order that one insertion pass gives.
   void re_sort() TALLY_EXCLUDES(mutex_);
 
-  // apply_interval stores a new interval and moves the next poll of every viewed collection.
-  void apply_interval(std::int32_t interval) TALLY_EXCLUDES(mutex_);
+  // apply_interval moves the next poll of every viewed collection to the interval's end.
+  void apply_interval() TALLY_EXCLUDES(mutex_);
 
   // free_all frees every record.
   void free_all() TALLY_EXCLUDES(mutex_);
@@ -76,7 +77,7 @@ class Registry final : public DueList, public Adopter {
   // Adopter, for the scan of the control tables.
   bool adopt(std::uint32_t type, std::uint32_t index) override TALLY_EXCLUDES(mutex_);
 
-  // set_interval stores the interval that the preferences gave.
+  // set_interval stores the interval. The next polls stay where they are.
   void set_interval(std::int32_t seconds) { interval_.store(seconds); }
 
  private:
@@ -84,6 +85,8 @@ class Registry final : public DueList, public Adopter {
 
   // No collection, in earliest_due_.
   static constexpr std::int64_t kNoCollection = std::numeric_limits<std::int64_t>::min();
+
+  void sort() TALLY_REQUIRES(mutex_);
 
   // publish makes the due time of the first record known to those who do not hold the lock.
   void publish() TALLY_REQUIRES(mutex_);
@@ -109,7 +112,7 @@ class TALLY_SCOPED_CAPABILITY RegistryLock {
  private:
   friend class Registry;
 
-  // release gives up the lock when it is held; its end is announced to waiting readers.
+  // release gives up the lock when it is held, and publishes when the first collection is due.
   void release();
 
   Registry& registry_;

@@ -3,7 +3,8 @@
 // A collection is viewed while viewing messages keep arriving: at a poll, when at least one
 // interval has passed since the last of them, it no longer is. A viewed collection is due again one
 // interval after its poll, an unviewed one after an hour. Times are whole seconds since the epoch
-// in 32 bits; they stop at the last second that these can hold, on 19 January 2038.
+// in 32 bits; they stop at the last second that these can hold, on 19 January 2038, and what is due
+// then never becomes due.
 #pragma once
 
 #include <algorithm>

@@ -1,7 +1,10 @@
 #include "daemon/settings.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <limits>
 
 #include "daemon/log.h"
 #include "daemon/paths.h"
@@ -14,8 +17,12 @@ constexpr std::size_t kMostDigits = 47;
 
 }  // namespace
 
-SettingsDatabase::SettingsDatabase(const char* path)
-    : file_(gdbm_open(path, 1, GDBM_READER | GDBM_CLOEXEC, 0666, nullptr)) {}
+SettingsDatabase::SettingsDatabase(const char* path) {
+  // gdbm would wait for ever for somebody to write to a FIFO.
+  struct stat status;
+  if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return;
+  file_.reset(gdbm_open(path, 1, GDBM_READER | GDBM_CLOEXEC, 0666, nullptr));
+}
 
 std::optional<std::string> SettingsDatabase::fetch(const char* key) {
   std::string key_bytes(key);
@@ -39,7 +46,9 @@ std::int32_t read_interval() {
     return 0;
   }
   if (refresh->size() > kMostDigits) refresh->resize(kMostDigits);
-  return static_cast<std::int32_t>(std::strtol(refresh->c_str(), nullptr, 10));
+  using Limits = std::numeric_limits<std::int32_t>;
+  return static_cast<std::int32_t>(
+      std::clamp<long>(std::strtol(refresh->c_str(), nullptr, 10), Limits::min(), Limits::max()));
 }
 
 void strip_line_end(std::string& text) {

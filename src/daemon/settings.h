@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 namespace tally {
 
@@ -33,7 +34,7 @@ class SettingsDatabase {
 };
 
 // read_interval returns the poll interval of the preferences in seconds, or 0 when it cannot be had
-// (logs). Any number that stands there is returned as it is.
+// (logs). Any number that stands there is returned as it is, as far as 32 bits hold it.
 std::int32_t read_interval();
 
 // strip_line_end cuts a text at its first carriage return or line feed.

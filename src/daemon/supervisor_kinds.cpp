@@ -1,6 +1,7 @@
 #include "daemon/supervisor_kinds.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "daemon/collection_types.h"
 #include "supervisor/supclient.h"
@@ -34,12 +35,12 @@ SupervisorKind kinds[3] = {
 
 }  // namespace
 
-void SupervisorKind::initialise() const {
-  if (hooks.initialise) hooks.initialise();
+void SupervisorKind::initialise() {
+  if (hooks.initialise) hooks.initialise(schedule);
 }
 
 void SupervisorKind::refresh_rows() {
-  if (hooks.refresh_rows) row_count = hooks.refresh_rows();
+  if (hooks.refresh_rows) row_count = hooks.refresh_rows(schedule);
 }
 
 void SupervisorKind::poll(std::int32_t now, std::int32_t previous_poll) const {
@@ -65,7 +66,8 @@ std::optional<std::int32_t> next_timeout(std::span<const SupervisorKind> of, std
     if (!earliest || kind.schedule.next_due < *earliest) earliest = kind.schedule.next_due;
   }
   if (!earliest) return std::nullopt;
-  return static_cast<std::int32_t>(std::max(std::int64_t{*earliest} - now, kShortestTimeout));
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(
+      std::int64_t{*earliest} - now, kShortestTimeout, std::numeric_limits<std::int32_t>::max()));
 }
 
 void poll_due_kinds(std::span<SupervisorKind> of, std::int32_t now, std::int32_t interval) {

@@ -3,7 +3,6 @@
 // Everything here belongs to the main thread; nothing is locked.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -14,8 +13,8 @@ namespace tally {
 
 // KindHooks are what a kind does. Every hook may be null and is tested before it is called.
 struct KindHooks {
-  void (*initialise)() = nullptr;
-  std::uint32_t (*refresh_rows)() = nullptr;  // returns the number of rows that there are now
+  void (*initialise)(Schedule& schedule) = nullptr;
+  std::uint32_t (*refresh_rows)(Schedule& schedule) = nullptr;  // returns how many there are now
   void (*poll)(std::int32_t now, std::int32_t previous_poll) = nullptr;  // writes the delta file
   void (*clean_up)() = nullptr;
 };
@@ -31,7 +30,7 @@ struct SupervisorKind {
   Schedule schedule = {};
   std::uint32_t row_count = 0;  // a kind without rows never becomes due
 
-  void initialise() const;
+  void initialise();
   void refresh_rows();
   void poll(std::int32_t now, std::int32_t previous_poll) const;
   void clean_up() const;

@@ -4,10 +4,15 @@
 
 namespace tally {
 
+namespace {
+
+// Ended by an entry without a routine.
 ThreadEntry thread_table[] = {
     {{}, {}, {}, tapd_poll_task, nullptr},
     {},
 };
+
+}  // namespace
 
 ThreadEntry& poll_task_entry() {
   return thread_table[0];

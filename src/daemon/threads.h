@@ -5,9 +5,6 @@
 
 namespace tally {
 
-// thread_table is ended by an entry without a routine. Its one live entry is the poll task.
-extern ThreadEntry thread_table[];
-
 // poll_task_entry is where the registry signals.
 ThreadEntry& poll_task_entry();
 

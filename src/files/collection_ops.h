@@ -15,6 +15,29 @@ class AgentClient;  // one connection to the agent; opaque here
 // No record of an agent type is longer, in bytes.
 inline constexpr std::uint32_t kMaxRecordSize = 68;
 
+// Held owns an object whose type only its user knows.
+class Held {
+ public:
+  Held() = default;
+  Held(const Held&) = delete;
+  Held& operator=(const Held&) = delete;
+  ~Held() { reset(); }
+
+  template <class T>
+  T* as() const {
+    return static_cast<T*>(object_);
+  }
+  void reset(void* object = nullptr, void (*release)(void*) = nullptr) {
+    if (object_) release_(object_);
+    object_ = object;
+    release_ = release;
+  }
+
+ private:
+  void* object_ = nullptr;
+  void (*release_)(void*) = nullptr;
+};
+
 // RowIterator is the state of one pass over a collection's rows. Its owner fills in the first
 // group and hands it to the type's rpc_getnext; the rest starts as it is and belongs to
 // rpc_getnext.
@@ -24,24 +47,12 @@ struct RowIterator {
   std::uint32_t previous_up_time = 0;  // the agent's, of the previous sample; only carried
   AgentClient* client = nullptr;
 
-  std::uint32_t flags = 0;  // see kClosingRowDone
-  void* reply = nullptr;    // the decoded reply that is being stepped through
-  void (*free_reply)(void*) = nullptr;
+  std::uint32_t flags = 0;     // see kClosingRowDone
+  Held reply;                  // the decoded reply that is being stepped through
   std::uint32_t position = 0;  // row within the reply
+  std::uint32_t replies = 0;   // how many replies there were
+  Held milestone;              // the key that one of them led to
   unsigned char record[kMaxRecordSize] = {};
-
-  RowIterator() = default;
-  RowIterator(const RowIterator&) = delete;
-  RowIterator& operator=(const RowIterator&) = delete;
-
-  // An iteration that its owner breaks off (a write failed) still holds a reply.
-  ~RowIterator() { drop_reply(); }
-
-  // drop_reply frees the reply, if there is one. The record stays.
-  void drop_reply() {
-    if (reply) free_reply(reply);
-    reply = nullptr;
-  }
 };
 
 // Bit 0 of RowIterator::flags: the row that closes the table has been produced.
@@ -60,7 +71,6 @@ class Adopter {
 // (a type that has none, or an illegal type) and is tested before it is called. Records are
 // `record_size` bytes, a key followed by doubles, at any alignment.
 struct CollectionOps {
-  const char* stem = nullptr;
   std::uint32_t record_size = 0;
 
   // upload puts every row of the collection into the cache. 1, or 0 when a put failed (logs).

@@ -9,6 +9,7 @@
 #include "daemon/collection_types.h"
 #include "daemon/log.h"
 #include "daemon/paths.h"
+#include "files/unique_fd.h"
 
 namespace tally {
 namespace {
@@ -29,14 +30,14 @@ const char* kind_name(FileKind kind) {
 
 }  // namespace
 
-std::string collection_path(std::uint32_t type, std::uint32_t index, FileKind kind) {
-  char path[sizeof kDataDirectory + 64];
+CollectionPath collection_path(std::uint32_t type, std::uint32_t index, FileKind kind) {
+  CollectionPath path;
   if (is_supervisor_type(type)) {
-    std::snprintf(path, sizeof path, "%s/%s_%s%s", kDataDirectory, type_stem(type), kind_name(kind),
-                  kExtension);
-  } else {
-    std::snprintf(path, sizeof path, "%s/%s_%u_%s%s", kDataDirectory, type_stem(type), index,
+    std::snprintf(path.text, sizeof path.text, "%s/%s_%s%s", kDataDirectory, type_stem(type),
                   kind_name(kind), kExtension);
+  } else {
+    std::snprintf(path.text, sizeof path.text, "%s/%s_%u_%s%s", kDataDirectory, type_stem(type),
+                  index, kind_name(kind), kExtension);
   }
   return path;
 }
@@ -52,14 +53,14 @@ void remove_collection_files(std::uint32_t type, std::uint32_t index) {
     log_debug("Attempt to remove data for invalid collection type");
     return;
   }
-  std::remove(collection_path(type, index, FileKind::delta).c_str());
+  std::remove(collection_path(type, index, FileKind::delta).text);
   if (type == kEtherStats) return;  // keeps its samples in memory
-  std::remove(collection_path(type, index, FileKind::last).c_str());
-  std::remove(collection_path(type, index, FileKind::prev).c_str());
+  std::remove(collection_path(type, index, FileKind::last).text);
+  std::remove(collection_path(type, index, FileKind::prev).text);
 }
 
 bool delta_file_exists(std::uint32_t type, std::uint32_t index) {
-  return file_exists(collection_path(type, index, FileKind::delta).c_str());
+  return file_exists(collection_path(type, index, FileKind::delta).text);
 }
 
 bool read_file_header(int fd, FileHeader& header) {
@@ -71,10 +72,8 @@ bool read_file_header(int fd, FileHeader& header) {
 }
 
 bool file_exists(const char* path) {
-  const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
-  if (descriptor < 1) return false;  // 0 counts as absent: it is never a file of ours
-  close(descriptor);
-  return true;
+  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+  return file.get() >= 1;  // descriptor 0 counts as absent: kept
 }
 
 }  // namespace tally

@@ -14,7 +14,8 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+
+#include "daemon/paths.h"
 
 namespace tally {
 
@@ -33,15 +34,20 @@ static_assert(sizeof(FileHeader) == 16);
 // and locks the files.
 inline constexpr unsigned kFileMode = 0777;
 
+// CollectionPath is a path in place: polls and messages allocate nothing for it.
+struct CollectionPath {
+  char text[sizeof kDataDirectory + 64];
+};
+
 struct CollectionPaths {
-  std::string last;
-  std::string prev;
-  std::string delta;
+  CollectionPath last;
+  CollectionPath prev;
+  CollectionPath delta;
 };
 
 // collection_path returns the path of one file: "DIR/host_3_delta.bin" for an agent collection,
 // "DIR/ifstats_delta.bin" for a supervisor kind. The type must be legal.
-std::string collection_path(std::uint32_t type, std::uint32_t index, FileKind kind);
+CollectionPath collection_path(std::uint32_t type, std::uint32_t index, FileKind kind);
 
 // collection_paths returns the paths of all three files of a legal type.
 CollectionPaths collection_paths(std::uint32_t type, std::uint32_t index);

@@ -12,7 +12,7 @@ namespace tally {
 UniqueFd open_file(const char* path, int flags) {
   int fd = -1;
   do {
-    fd = open(path, flags | O_CLOEXEC, kFileMode);
+    fd = open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, kFileMode);
   } while (fd < 0 && errno == EINTR);
   return UniqueFd(fd);
 }

@@ -6,7 +6,8 @@
 namespace tally {
 
 // open_file opens a path with open(2)'s flags and the mode of collection files; close-on-exec, and
-// tried again when a signal interrupts it. The result may be empty (errno tells why).
+// tried again when a signal interrupts it. The web server may write to the directory: a symbolic
+// link is not followed, and a FIFO does not block. The result may be empty (errno tells why).
 [[nodiscard]] UniqueFd open_file(const char* path, int flags);
 
 // FileLock holds an exclusive flock for a scope; readers take a shared one.

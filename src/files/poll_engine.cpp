@@ -1,9 +1,11 @@
 #include "files/poll_engine.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
-#include <string>
+#include <new>
 
 #include "daemon/clock.h"
 #include "daemon/log.h"
@@ -125,6 +127,11 @@ class Merge {
 
 // Takes the first sample: the agent's rows under a header, without a delta file.
 bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const char* last_path) {
+  const auto upload = agent.ops(collection.type).upload;
+  if (!upload) {
+    log_debug("poll_tapd_collection: Error uploading collection.");
+    return false;
+  }
   const UniqueFd last = open_file(last_path, O_WRONLY | O_CREAT | O_TRUNC);
   if (!last) return false;
   RecordCache cache;
@@ -134,8 +141,7 @@ bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const
     log_debug("poll_tapd_collection: Error writing header.");
     return false;
   }
-  const auto upload = agent.ops(collection.type).upload;
-  if (!upload || !upload(agent.client(), cache, collection.index, collection)) {
+  if (!upload(agent.client(), cache, collection.index, collection)) {
     log_debug("poll_tapd_collection: Error uploading collection.");
     return false;
   }
@@ -207,21 +213,23 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
 }
 
 int poll_tapd_collection(Agent& agent, const CollectionRecord& collection) {
-  const CollectionPaths paths = collection_paths(collection.type, collection.index);
-  bool polled = false;
-  if (!file_exists(paths.last.c_str())) {
-    polled = upload_first_sample(agent, collection, paths.last.c_str());
-  } else if (std::rename(paths.last.c_str(), paths.prev.c_str()) != 0) {
-    // The engine would truncate the only sample. It stays where it is.
+  const auto& [last, prev, delta] = collection_paths(collection.type, collection.index);
+  const bool is_first = access(last.text, F_OK) != 0 && errno == ENOENT;
+  if (!is_first && (!file_exists(last.text) || std::rename(last.text, prev.text) != 0)) {
+    // There is a sample and no way to it, for want of descriptors or rights. It stays where it is.
     log_warning("poll_coll_delta: Error opening file!");
     return 0;
-  } else {
-    polled = poll_coll_delta(agent, collection, paths.last.c_str(), paths.prev.c_str(),
-                             paths.delta.c_str()) == 1;
+  }
+  bool polled = false;
+  try {
+    polled = is_first ? upload_first_sample(agent, collection, last.text)
+                      : poll_coll_delta(agent, collection, last.text, prev.text, delta.text) == 1;
+  } catch (const std::bad_alloc&) {
+    log_warning("Tallyd malloc() failure.");
   }
   if (polled) return 1;
-  std::remove(paths.last.c_str());
-  std::rename(paths.prev.c_str(), paths.last.c_str());
+  std::remove(last.text);
+  std::rename(prev.text, last.text);
   return 0;
 }
 

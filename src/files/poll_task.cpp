@@ -3,6 +3,7 @@
 #include <csignal>
 #include <ctime>
 
+#include "daemon/clock.h"
 #include "daemon/log.h"
 #include "daemon/thread_entry.h"
 #include "files/poll_engine.h"
@@ -38,7 +39,11 @@ bool connect_patiently(Agent& agent) {
 void wait_until_due(ThreadEntry& entry, const DueList& collections) {
   const MutexLock lock(entry.mutex);
   if (const auto due = collections.earliest_due()) {
-    entry.condition.wait_until(entry.mutex, CLOCK_REALTIME, timespec{*due, 0});
+    // Counted from now: 32-bit times end before the clock does.
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t left = std::time_t{*due} - whole_seconds(now);
+    entry.condition.wait_until(entry.mutex, CLOCK_REALTIME, timespec{now.tv_sec + left, 0});
   } else {
     entry.condition.wait(entry.mutex);
   }

@@ -1,0 +1,30 @@
+// A canned agent as a child process.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tally::bench {
+
+// AgentProcess starts the canned_agent that lies beside this program and ends it again. It runs on
+// the CPUs that this process may use.
+class AgentProcess {
+ public:
+  // Waits until the agent listens. The arguments are canned_agent's own. Throws when it does not
+  // start.
+  explicit AgentProcess(std::vector<std::string> arguments);
+  AgentProcess(const AgentProcess&) = delete;
+  AgentProcess& operator=(const AgentProcess&) = delete;
+  ~AgentProcess();
+
+  std::uint16_t port() const { return port_; }
+
+ private:
+  pid_t process_ = -1;
+  std::uint16_t port_ = 0;
+};
+
+}  // namespace tally::bench

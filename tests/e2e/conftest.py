@@ -1,0 +1,123 @@
+"""One sandbox serves the whole run. Scenarios share a daemon where they do not get into each other's
+way; after each of them the same things must hold: see the fixtures `log` and `daemon`."""
+import os
+
+import pytest
+
+pytest.register_assert_rewrite("harness")
+
+from harness import processes, settings  # after the registration
+from harness.agent import Agent
+from harness.daemon import Daemon, sanitizer_reports
+from harness.paths import DATA, PID_FILE, PIPE, PREFERENCES
+from harness.syslog import DEBUG, Syslog
+
+
+def pytest_configure(config):
+    if not PIPE.parent.is_dir() or os.path.exists("/dev/log"):
+        raise pytest.UsageError("run it as: scripts/sandbox /usr/bin/python3 -m pytest tests/e2e")
+    processes.become_reaper()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """A skip is a failure where nobody would notice it."""
+    report = (yield).get_result()
+    if report.skipped and os.environ.get("CI") == "true":
+        report.outcome = "failed"
+        report.longrepr = f"skipped in CI: {report.longrepr}"
+
+
+@pytest.fixture(scope="session")
+def syslog():
+    return Syslog()
+
+
+@pytest.fixture(autouse=True)
+def log(syslog):
+    """The log, which a scenario must have read to the end."""
+    yield syslog
+    assert syslog.take_all() == [], "not expected in the log"
+    assert sanitizer_reports() == []
+
+
+@pytest.fixture(scope="module")
+def agent():
+    """A scripted agent with empty tables."""
+    agent = Agent()
+    agent.start()
+    yield agent
+    agent.stop()
+
+
+class SharedDaemon:
+    """A daemon that polls only when it is told to (the interval is an hour), started when a scenario
+    wants it and kept for the next one. It makes way for a daemon of a scenario's own."""
+
+    def __init__(self, log):
+        self._log = log
+        self._daemon = None
+
+    def running(self, agent):
+        if self._daemon is None:
+            clean()
+            settings.refresh(3600)
+            agent.serve()
+            self._daemon = Daemon(self._log).start()
+            self._log.expect((DEBUG, "Starting tallyd."))
+        return self._daemon
+
+    def forget(self):
+        self._daemon = None
+
+    def stop(self):
+        if self._daemon is not None:
+            daemon, self._daemon = self._daemon, None
+            try:
+                assert daemon.stop() == 0
+            finally:
+                daemon.kill()
+                clean()
+
+
+def clean():
+    """Leave no file of a daemon that has ended."""
+    for path in (*DATA.iterdir(), PREFERENCES, PIPE, PID_FILE):
+        path.unlink(missing_ok=True)
+
+
+@pytest.fixture(scope="module")
+def shared_daemon(syslog):
+    shared = SharedDaemon(syslog)
+    yield shared
+    shared.stop()
+
+
+@pytest.fixture
+def daemon(agent, shared_daemon):
+    """The shared daemon; after the scenario it serves and holds nothing more than before."""
+    if agent.ended():
+        agent.start()
+    running = shared_daemon.running(agent)
+    before = running.measure()
+    yield running
+    try:
+        assert running.running(), "the daemon ended"
+        for collection in list(running.collections):
+            collection.destroy()
+        running.settle()
+        assert running.measure() == before, processes.descriptors(running.pid)
+    except BaseException:
+        running.kill()  # the next scenario gets a fresh one
+        shared_daemon.forget()
+        raise
+
+
+@pytest.fixture
+def own_daemon(syslog, shared_daemon):
+    """A daemon of the scenario's own, not started yet; killed if the scenario leaves it running."""
+    shared_daemon.stop()
+    daemon = Daemon(syslog)
+    yield daemon
+    daemon.kill()
+    clean()

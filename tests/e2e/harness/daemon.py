@@ -1,0 +1,105 @@
+"""The daemon under test: the shipped binary, run as shipped, at its true paths."""
+import os
+import pathlib
+import signal
+import subprocess
+
+from . import control, processes
+from .paths import program
+from .syslog import DEBUG, WARNING
+
+BINARY = program("TALLYD_BIN", "src/tallyd")
+REPORTS = pathlib.Path("/tmp/sanitizer-reports")  # of a binary that was built with sanitizers
+
+SANITIZED = b"__asan_init" in pathlib.Path(BINARY).read_bytes()  # its memory says nothing about ours
+
+UNEXPECTED_TYPE = "Unexpected message type found in pipe."
+NOT_THERE = "Received TALLYD_VIEWING_COLL message for non-existent collection type {}, index {}"
+STRACE = ("strace", "-f", "-qq", "-o", "/dev/null")  # to make one of its system calls fail
+ERROR_STATUS = 255  # what the shell sees of -1
+
+
+def environment(traced=False):
+    # Leaks cannot be looked for in a process that is being traced.
+    options = f"log_path={REPORTS}/tallyd:detect_leaks={int(not traced)}"
+    return dict(os.environ, ASAN_OPTIONS=options, UBSAN_OPTIONS=options + ":print_stacktrace=1",
+                TSAN_OPTIONS=options)
+
+
+class Daemon:
+    def __init__(self, log):
+        self.log = log
+        self.pid = None
+        self.collections = set()  # that a scenario made and has not destroyed
+        self.first_status = None  # exit status of the process that was started
+
+    def start(self, wrapper=(), serve=True, **popen):
+        """Start the daemon, behind a wrapper command if one is given, and wait until it serves."""
+        REPORTS.mkdir(exist_ok=True)
+        known = set(processes.children(self._name()))
+        self.first_status = subprocess.run([*wrapper, BINARY], stdin=subprocess.DEVNULL, check=False,
+                                           env=environment(wrapper[:1] == STRACE[:1]), timeout=30, **popen).returncode
+        new = set(processes.children(self._name())) - known
+        self.pid = new.pop() if new else None
+        if serve:
+            self.wait_until_serving()
+        return self
+
+    def wait_until_serving(self):
+        """The start sleeps 2 seconds after it made the pipe; then the first answer comes."""
+        def offered():
+            try:
+                control.send(control.IGNORED)
+                return True
+            except OSError:
+                return False
+        processes.wait_until(offered, timeout=20)
+        self.answer(timeout=20)
+
+    @staticmethod
+    def _name():
+        return pathlib.Path(BINARY).name
+
+    def answer(self, timeout=10):
+        """Wait until the main thread has dealt with every message sent before."""
+        control.send(8)
+        self.log.wait(UNEXPECTED_TYPE, DEBUG, timeout=timeout)
+
+    def settle(self, timeout=40):
+        """Wait until no poll pass is under way; it holds the registry's lock, and so does this."""
+        nobodys = 9, 987654321
+        control.send(control.VIEWING, *nobodys)
+        self.log.wait(NOT_THERE.format(*nobodys), WARNING, timeout=timeout)
+
+    def running(self):
+        return self.pid is not None and processes.state(self.pid) not in ("Z", "X", None)
+
+    def measure(self):
+        """Open descriptors and threads, which nothing that is over may have left more of."""
+        return len(processes.descriptors(self.pid)), processes.status_field(self.pid, "Threads")
+
+    def exit_status(self, timeout=10):
+        pid, self.pid = self.pid, None
+        return processes.exit_status(pid, timeout)
+
+    def stop(self):
+        """End it with a message, as the appliance does; its exit status."""
+        control.send(control.TERMINATE)
+        status = self.exit_status()
+        self.log.wait("Terminating tallyd.", WARNING)
+        return status
+
+    def kill(self):
+        """End it, if it still runs, whatever state it is in."""
+        if self.pid is not None:
+            os.kill(self.pid, signal.SIGKILL)
+            self.exit_status()
+
+
+def sanitizer_reports():
+    """What sanitizers found in any daemon so far; emptied by reading."""
+    texts = []
+    for path in sorted(REPORTS.glob("*")):
+        texts.append(f"{path.name}:\n{path.read_text(errors='replace')}")
+        path.unlink()
+    return texts

@@ -1,0 +1,71 @@
+"""Collection files, read as the web pages read them, and their rows as plain values.
+
+A row is (key bytes, counters as a tuple of floats). This knows nothing of the daemon's code: the
+layouts are written down again from the formats that the appliance's programs agree on.
+"""
+import collections
+import fcntl
+import struct
+
+from . import processes
+from .paths import DATA
+
+Header = collections.namedtuple("Header", "interval up_time time type")
+Sample = collections.namedtuple("Sample", "header rows")
+
+
+class Layout:
+    """One type's records: `key` bytes, then `counters` doubles."""
+
+    def __init__(self, code, stem, key, counters, order=bytes):
+        self.code, self.stem, self.key, self.counters = code, stem, key, counters
+        self.order = order  # what the records are sorted by, made from the key bytes
+        self._tail = struct.Struct(f"<{counters}d")
+        self.size = key + self._tail.size
+
+    def path(self, index, kind):
+        return DATA / f"{self.stem}_{index}_{kind}.bin"
+
+    def paths(self, index):
+        return [self.path(index, kind) for kind in ("prev", "last", "delta")]
+
+    def pack(self, header, rows):
+        return struct.pack("<iIiI", *header) + b"".join(
+            key + self._tail.pack(*counters) for key, counters in rows)
+
+    def unpack(self, data):
+        header, body = data[:16], data[16:]
+        assert len(header) == 16 and len(body) % self.size == 0, f"{len(data)} bytes"
+        return Sample(Header(*struct.unpack("<iIiI", header)), [
+            (body[at:at + self.key], self._tail.unpack_from(body, at + self.key))
+            for at in range(0, len(body), self.size)])
+
+    def read(self, index, kind):
+        """The file's sample, read under a shared lock."""
+        with open(self.path(index, kind), "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_SH)
+            return self.unpack(file.read())
+
+
+def _local_index(key):
+    """Protocols are ordered by the local index alone; the tag before it takes no part."""
+    return struct.unpack("<I", key[4:])
+
+
+HOST = Layout(0, "host", 6, 7)
+MATRIX = Layout(1, "matrix", 12, 3)
+PDIST = Layout(2, "pdist", 8, 2, order=_local_index)
+STEMS = ("host", "matrix", "pdist", "nlhost", "nlmatrix", "vlan", "prio", "dsstats", "dspdist",
+         "dshost", "dsmatrix")
+
+
+def listing():
+    return sorted(path.name for path in DATA.iterdir())
+
+
+def wait_for_listing(names):
+    """Wait until these are all the files there are."""
+    try:
+        processes.wait_until(lambda: listing() == sorted(names))
+    except AssertionError:
+        assert listing() == sorted(names)

@@ -1,0 +1,88 @@
+"""What must be in the files, computed anew: exact rational arithmetic, rounded as the daemon's
+processor rounds, and the merge of two samples, row by row."""
+import itertools
+import struct
+from fractions import Fraction
+
+WRAP = 2**64
+EXTENDED, DOUBLE = 64, 53  # bits of the significand
+
+
+def rounded(value, bits):
+    """The nearest number of that many significant bits, ties to the even one."""
+    value = Fraction(value)
+    if value == 0:
+        return value
+    exponent = abs(value.numerator).bit_length() - value.denominator.bit_length()
+    if abs(value) < Fraction(2)**exponent:
+        exponent -= 1
+    unit = Fraction(2)**(exponent - bits + 1)
+    return round(value / unit) * unit  # round() of a Fraction takes ties to even
+
+
+def divisor(seconds):
+    """The interval as the unsigned 32-bit number that rates are divided by."""
+    return (seconds & 0xFFFFFFFF) or 1
+
+
+def rate(old, new, seconds):
+    """Change per second of one counter between two doubles: every step is rounded to extended
+    precision, the result once more to double. A reset counter counts from 0, undivided."""
+    if new >= old:
+        change = rounded(Fraction(new) - Fraction(old), EXTENDED)
+    elif old > 2.0**63:
+        change = rounded(rounded(Fraction(new) + WRAP, EXTENDED) - Fraction(old), EXTENDED)
+    else:
+        return new
+    return float(rounded(rounded(change / divisor(seconds), EXTENDED), DOUBLE))
+
+
+def rate_of_new(new, seconds):
+    return float(rounded(rounded(Fraction(new) / divisor(seconds), EXTENDED), DOUBLE))
+
+
+def merge(layout, before, now, seconds):
+    """(last rows, delta rows) of a poll: `before` are the rows of the sample before, `now` those
+    that the agent returned; both in their own order."""
+    last, delta = [], []
+    before, now = list(before), list(now)
+    while before or now:
+        old = layout.order(before[0][0]) if before else None
+        new = layout.order(now[0][0]) if now else None
+        if not now or (before and old < new):  # gone: carried on as it was, without a rate
+            last.append(before.pop(0))
+            continue
+        key, counters = now.pop(0)
+        last.append((key, counters))
+        if not before or new < old:
+            delta.append((key, tuple(rate_of_new(value, seconds) for value in counters)))
+            continue
+        changes = tuple(rate(a, b, seconds) for a, b in zip(before.pop(0)[1], counters))
+        if any(changes):
+            delta.append((key, changes))
+    return last, delta
+
+
+def fixed(address, length=6):
+    """An address in its field: cut when longer, zero-filled when shorter."""
+    return bytes(address[:length]).ljust(length, b"\0")
+
+
+def record(layout, row):
+    """The record of one row as the agent states it: (key parts..., counters...)."""
+    if layout.stem == "host":
+        key, counters = fixed(row[0]), row[1:]
+    elif layout.stem == "matrix":
+        key, counters = fixed(row[0]) + fixed(row[1]), row[2:]
+    else:
+        key, counters = struct.pack("<II", row[0], row[1]), row[2:]
+    return key, tuple(float(counter) for counter in counters)
+
+
+def returned(layout, rows, index, totals=None):
+    """The records that a collection is made of when the agent returns these (control index, row): up
+    to the first foreign one; of protocols also the totals, unless there was no row at all."""
+    records = [record(layout, row) for _, row in itertools.takewhile(lambda r: r[0] == index, rows)]
+    if layout.stem == "pdist" and rows and totals is not None:
+        records.append(record(layout, (132, 0xFFFFFFFF, *totals)))
+    return records

@@ -1,0 +1,83 @@
+"""The control pipe: odd sizes and types, and each message with every type of collection."""
+import pytest
+
+from harness import control
+from harness.control import CREATE, DESTROY, IGNORED, INTERVAL, RELOAD, VIEWING, message
+from harness.daemon import UNEXPECTED_TYPE
+from harness.syslog import DEBUG, WARNING
+
+SIZE = (DEBUG, "Unexpected message size found in pipe.")
+TYPE = (DEBUG, UNEXPECTED_TYPE)
+TOO_SMALL = (WARNING, "msg_set_interval() passed too small a value")
+TOO_LARGE = (WARNING, "msg_set_interval() passed too large a value")
+
+
+def not_there(name, kind, index):
+    return (WARNING, f"Received TALLYD_{name}_COLL message for non-existent collection type {kind}, index {index}")
+
+
+def illegal(name):
+    return (WARNING, f"Illegal collection type in TALLYD_{name}_COLL message.")
+
+
+# What is written into the pipe in one piece, and all that is logged about it.
+BYTES = {
+    "5 bytes": (b"\3\0\0\0\0", [SIZE]),
+    "11 bytes": (message(VIEWING, 11)[:11], [SIZE]),
+    "13 bytes": (message(8) + b"\0", [TYPE, SIZE]),
+    "two messages": (message(8) + message(INTERVAL, 14), [TYPE, TOO_SMALL]),
+    "type 7": (message(IGNORED, 0xFFFFFFFF, 0xFFFFFFFF), []),
+    "type 8": (message(8), [TYPE]),
+    "type 0xffffffff": (message(0xFFFFFFFF), [TYPE]),
+    "interval 14": (message(INTERVAL, 14), [TOO_SMALL]),
+    "interval 15": (message(INTERVAL, 15), []),
+    "interval 0": (message(INTERVAL, 0), [TOO_SMALL]),
+    "interval -1": (message(INTERVAL, -1), [TOO_SMALL]),
+    "interval -2^31": (message(INTERVAL, -2**31), [TOO_SMALL]),
+    "interval 3601": (message(INTERVAL, 3601), [TOO_LARGE]),
+    "interval 2^31-1": (message(INTERVAL, 2**31 - 1), [TOO_LARGE]),
+    "interval 3600": (message(INTERVAL, 3600), []),
+    "reload": (message(RELOAD), []),
+}
+for _kind in (*range(10), 4294967):
+    _index = _kind * 1000 if _kind < 10 else 0xFFFFFFFF
+    _kind = _kind if _kind < 10 else 0
+    BYTES[f"viewing {_kind},{_index}"] = (message(VIEWING, _kind, _index), [not_there("VIEWING", _kind, _index)])
+    BYTES[f"destroy {_kind},{_index}"] = (message(DESTROY, _kind, _index), [not_there("DESTROY", _kind, _index)])
+for _kind in (11, 15, 16, 0xFFFFFFFF):
+    for _message, _name in ((VIEWING, "VIEWING"), (CREATE, "CREATE"), (DESTROY, "DESTROY")):
+        BYTES[f"{_name} of {_kind}"] = (message(_message, _kind, 1), [illegal(_name)])
+BYTES["viewing 10"] = (message(VIEWING, 10, 1),
+                       [(DEBUG, "Tallyd was notified of user viewing DSMATRIX collection.")])
+BYTES["create 10"] = (message(CREATE, 10, 1),
+                      [(DEBUG, "Tallyd was notified to create a DSMATRIX collection.")])
+BYTES["destroy 10"] = (message(DESTROY, 10, 1), [not_there("DESTROY", 10, 1)])
+
+
+@pytest.mark.parametrize("label", BYTES)
+def test_message(label, daemon, log):
+    data, texts = BYTES[label]
+    control.send_bytes(data)
+    log.expect(*texts)
+
+
+@pytest.mark.parametrize("kind, name, view_name", [
+    (12, "etherstats", "etherstats"), (13, "supvlanstats", "supvlanstats"), (14, "Ifstats", "Ifstats")])
+def test_supervisor_kind(kind, name, view_name, daemon, log):
+    """Enabled from the start; each message but the one that changes the state is silent."""
+    for send, texts in (
+            (VIEWING, []), (CREATE, []),
+            (DESTROY, [(DEBUG, f"{name} disabled.")]), (DESTROY, []),
+            (VIEWING, [(DEBUG, f"{view_name} is disabled. VIEW message discarded.")]),
+            (CREATE, [(DEBUG, f"{name} enabled.")]), (CREATE, []), (VIEWING, [])):
+        control.send(send, kind, 7)
+        daemon.answer()
+        log.expect(*texts)
+        assert log.peek() == []
+
+
+def test_burst(daemon, log):
+    control.send_bytes(message(IGNORED) * 10000)
+    daemon.answer()
+    control.send_bytes(message(0x80000000) * 10000)
+    log.wait(UNEXPECTED_TYPE, DEBUG, count=10000, timeout=60)

@@ -1,0 +1,224 @@
+"""What the data directory and the files in it can do to a poll: full, missing, read-only, damaged."""
+import contextlib
+import fcntl
+import subprocess
+import time
+
+import pytest
+
+from harness import control, model, processes, settings
+from harness.collection import Collection, next_second
+from harness.files import HOST, Header
+from harness.paths import DATA
+from harness.syslog import DEBUG, WARNING
+
+PAGE = 4096
+ROWS = [(1, (number.to_bytes(6, "big"), *[number * 1000] * 7)) for number in range(1, 400)]  # 4 blocks
+MORE = [(1, (*row[:1], *[value + 100 for value in row[1:]])) for _, row in ROWS]
+# What may stand first in the log when a write fails: all of it, or a part of it.
+WRITE = {(WARNING, "Unable to write poll cache to file."), (WARNING, "Not all tallyd cached data written to file.")}
+FLUSH = {(WARNING, "Unable to flush poll cache to file."), (WARNING, "Not all cached data flushed to file.")}
+# ... and which text of the poll may follow it.
+FULL = {
+    (WARNING, "poll_coll_delta: Error writing last record 4."): WRITE,
+    (WARNING, "poll_coll_delta: Error writing delta record 2."): WRITE,
+    (DEBUG, "poll_coll_delta: Error flushing last file."): FLUSH,
+    (DEBUG, "poll_coll_delta: Error flushing delta file."): FLUSH,
+}
+
+
+@contextlib.contextmanager
+def mounted(*arguments, on=DATA):
+    subprocess.run(["mount", *arguments, str(on)], check=True)
+    try:
+        yield
+    finally:
+        subprocess.run(["umount", "-l", str(on)], check=True)
+
+
+def resize(pages):
+    subprocess.run(["mount", "-o", f"remount,size={pages * PAGE}", str(DATA)], check=True)
+
+
+def pages(data):
+    return -(-len(data) // PAGE)
+
+
+def test_full_at_every_write(daemon, agent, log):
+    """One page more each time: a poll that does not get through puts the old sample back."""
+    records = lambda rows: model.returned(HOST, rows, 1)
+    with mounted("-t", "tmpfs", "-o", "mode=777,size=1m", "tmpfs"):
+        agent.serve(host=ROWS)
+        collection = Collection(daemon, HOST)
+        collection.first_sample(records(ROWS))
+        sample = HOST.path(1, "last").read_bytes()
+        agent.serve(host=MORE)
+        seen = []
+        next_second()
+        for free in range(2 * pages(sample)):
+            HOST.path(1, "delta").unlink(missing_ok=True)
+            resize(pages(sample) + free)
+            collection.poll(same_second=True)
+            writing, polling = log.take_all()
+            assert writing in FULL[polling]
+            seen.append(polling)
+            assert HOST.path(1, "last").read_bytes() == sample
+            assert not HOST.path(1, "prev").exists()
+        assert set(seen) == set(FULL), "every place was reached"
+        resize(3 * pages(sample))
+        HOST.path(1, "delta").unlink()
+        collection.next_sample(records(MORE))
+        collection.destroy()
+
+
+def test_full_at_the_first_sample(daemon, agent, log):
+    agent.serve(host=ROWS)
+    collection = Collection(daemon, HOST)
+    with mounted("-t", "tmpfs", "-o", "mode=777,size=64k", "tmpfs"):
+        filler = DATA / "filler"
+        for free in range(7):
+            filler.write_bytes(bytes(PAGE * (16 - free)))
+            control.send(control.CREATE, HOST.code, 1)
+            texts = [log.wait(text, DEBUG) and text for text in (
+                ["host_upload() error 1.", "poll_tapd_collection: Error uploading collection."] if free < 6
+                else ["poll_tapd_collection: Error flusing buffer."])]
+            daemon.settle()
+            (writing,) = log.take_all()
+            assert writing in (WRITE if len(texts) == 2 else FLUSH)
+            assert [path.name for path in DATA.iterdir()] == ["filler"]
+        filler.unlink()
+        collection.first_sample(model.returned(HOST, ROWS, 1))
+        collection.destroy()
+
+
+def test_missing_directory(daemon, agent):
+    """Nothing is said, nothing is lost."""
+    rows = ROWS[:3]
+    agent.serve(host=rows)
+    known, fresh = Collection(daemon, HOST, 1), Collection(daemon, HOST, 2)
+    known.first_sample(model.returned(HOST, rows, 1))
+    before = HOST.path(1, "last").read_bytes()
+    with mounted("-t", "tmpfs", "tmpfs", on=DATA.parent):
+        assert not DATA.exists()
+        agent.forget_calls()
+        control.send(control.CREATE, HOST.code, 2)
+        known.poll(wait_for_delta=False)
+        # Such a poll leaves no trace but the check of the connection before it.
+        processes.wait_until(lambda: len(agent.calls()) >= 2)
+        time.sleep(0.2)
+        daemon.settle()
+    assert HOST.path(1, "last").read_bytes() == before
+    known.next_sample(model.returned(HOST, rows, 1))
+    fresh.first_sample([])
+
+
+def test_read_only_directory(daemon, agent, log):
+    rows = ROWS[:3]
+    agent.serve(host=rows)
+    collection = Collection(daemon, HOST)
+    collection.first_sample(model.returned(HOST, rows, 1))
+    before = HOST.path(1, "last").read_bytes()
+    with mounted("--bind", str(DATA)):
+        subprocess.run(["mount", "-o", "remount,bind,ro", str(DATA)], check=True)
+        control.send(control.VIEWING, HOST.code, 1)
+        log.expect((WARNING, "poll_coll_delta: Error opening file!"))
+        daemon.settle()
+        assert HOST.path(1, "last").read_bytes() == before
+    collection.next_sample(model.returned(HOST, rows, 1))
+
+
+NO_HEADER = (WARNING, "poll_coll_delta: Error reading header from prev file!")
+
+
+@pytest.mark.parametrize("length", [0, 1, 15])
+def test_last_file_without_a_whole_header(length, daemon, agent, log):
+    """Every poll fails and keeps the file, until the collection is created anew."""
+    rows = ROWS[:3]
+    agent.serve(host=rows)
+    collection = Collection(daemon, HOST)
+    collection.first_sample(model.returned(HOST, rows, 1))
+    stump = HOST.path(1, "last").read_bytes()[:length]
+    HOST.path(1, "last").write_bytes(stump)
+    for _ in range(3):
+        collection.poll()
+        log.expect(NO_HEADER)
+        assert HOST.path(1, "last").read_bytes() == stump
+        assert HOST.path(1, "delta").read_bytes() == b""
+    collection.first_sample(model.returned(HOST, rows, 1))
+
+
+@pytest.mark.parametrize("rows, odd", [(0, 1), (3, 61), (131, 10), (132, 30), (300, 5)])
+def test_last_file_of_impossible_length(rows, odd, daemon, agent, log):
+    """The rows of the blocks before the odd one count; after it all rows are new."""
+    block = 8192 // HOST.size
+    agent.serve(host=ROWS)
+    collection = Collection(daemon, HOST)
+    collection.first_sample(model.returned(HOST, ROWS, 1))
+    damaged = HOST.path(1, "last").read_bytes()[:16 + rows * HOST.size + odd]
+    HOST.path(1, "last").write_bytes(damaged)
+    collection.rows = model.returned(HOST, ROWS[:rows // block * block], 1)
+    agent.serve(host=MORE)
+    collection.next_sample(model.returned(HOST, MORE, 1))
+    log.expect((WARNING, "Error 2 reading to fill file cache."), (DEBUG, "filebuf_getnext: ERROR filling cache!"))
+    collection.next_sample(model.returned(HOST, MORE, 1))
+
+
+@pytest.mark.parametrize("ahead", [3600, 10**6, -2**31 + 1, -3600])
+def test_clock_that_was_set(ahead, daemon, agent):
+    """A sample from the future or from long ago: the header tells the interval with its sign, the
+    rates are divided by it as an unsigned number."""
+    rows = ROWS[:3]
+    agent.serve(host=rows)
+    collection = Collection(daemon, HOST)
+    collection.first_sample(model.returned(HOST, rows, 1))
+    last = HOST.path(1, "last")
+    sample = HOST.unpack(last.read_bytes())
+    collection.time = min(sample.header.time + ahead, 2**31 - 1) if ahead > -10**9 else 2**31 + ahead
+    last.write_bytes(HOST.pack(Header(0, 1000, collection.time, 0), sample.rows))
+    agent.serve(host=MORE[:3])
+    collection.next_sample(model.returned(HOST, MORE[:3], 1))
+
+
+def test_reader_holds_a_poll_up(own_daemon, agent, log):
+    """The poll empties the delta file first, then waits for the lock, and so does who sends messages."""
+    settings.refresh(2)
+    rows = ROWS[:3]
+    agent.serve(host=rows)
+    own_daemon.start()
+    log.wait("Starting tallyd.")
+    collection = Collection(own_daemon, HOST)
+    collection.first_sample(model.returned(HOST, rows, 1))
+    collection.next_sample(model.returned(HOST, rows, 1))
+    control.send(control.VIEWING, HOST.code, 1)
+    with open(HOST.path(1, "delta"), "rb") as delta:
+        fcntl.flock(delta, fcntl.LOCK_SH)
+        held = HOST.path(1, "last").read_bytes()
+        assert delta.read() != b""
+        agent.serve(host=MORE[:3])
+        begun = collection.time + 2
+        processes.wait_until(lambda: HOST.path(1, "delta").stat().st_size == 0)
+        control.send(control.VIEWING, 0, 99)
+        time.sleep(1)
+        assert log.peek() == [], "the message waits for the poll"
+        assert HOST.path(1, "delta").stat().st_size == 0
+    log.wait("Received TALLYD_VIEWING_COLL message for non-existent collection type 0, index 99")
+    collection.judge_next(model.returned(HOST, MORE[:3], 1), held, begun)
+    assert own_daemon.stop() == 0
+
+
+def test_readers_never_see_a_torn_file(daemon, agent):
+    """Under a shared lock a delta file is empty, or whole."""
+    agent.serve(host=ROWS)
+    collection = Collection(daemon, HOST)
+    collection.create()
+    next_second()
+    agent.serve(host=MORE)
+    control.send(control.VIEWING, HOST.code, 1)
+    lengths, end = set(), time.monotonic() + 1
+    while time.monotonic() < end:
+        with contextlib.suppress(FileNotFoundError), open(HOST.path(1, "delta"), "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_SH)
+            lengths.add(len(file.read()))
+            if len(lengths - {0}) == 1 and len(lengths) > 1:
+                break
+    assert lengths <= {0, 16 + HOST.size * len(MORE)} and lengths != {0}

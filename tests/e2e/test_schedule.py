@@ -1,0 +1,161 @@
+"""When collections are polled: looked at, left alone, destroyed, and told a new interval."""
+import pathlib
+import time
+
+import pytest
+
+from harness import control, model, processes, settings
+from harness.agent import NULL, ROWS
+from harness.collection import Collection, next_second
+from harness.files import HOST, MATRIX, PDIST, listing
+
+ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3),
+       PDIST: (132, 1, 5, 6)}
+
+
+@pytest.fixture(name="brisk")
+def brisk_daemon(own_daemon, agent, log):
+    """A daemon whose interval is 2 seconds, beside an agent with a row of each kind."""
+    settings.refresh(2)
+    agent.serve(**{layout.stem: [(1, row)] for layout, row in ROW.items()})
+    own_daemon.start()
+    log.wait("Starting tallyd.")
+    yield own_daemon
+    own_daemon.answer()
+    assert own_daemon.stop() == 0
+
+
+def poll_times(layout, seconds, index=1, meanwhile=lambda: None):
+    """The sample times that the last file bears in the course of these seconds."""
+    times, end = [], time.monotonic() + seconds
+    while time.monotonic() < end:
+        try:
+            stamp = layout.read(index, "last").header.time
+        except (OSError, AssertionError):
+            continue  # just being replaced
+        if stamp not in times:
+            times.append(stamp)
+        meanwhile()
+        time.sleep(0.1)
+    return times
+
+
+def test_looked_at_and_left_alone(brisk):
+    for layout in (HOST, MATRIX, PDIST):
+        control.send(control.CREATE, layout.code, 1)
+    processes.wait_until(HOST.path(1, "last").exists)
+    # MATRIX is looked at once, at its first sample; PDIST never is.
+    brisk.settle()
+    next_second()
+    control.send(control.VIEWING, MATRIX.code, 1)
+    times = poll_times(HOST, 7.5, meanwhile=lambda: control.send(control.VIEWING, HOST.code, 1))
+    steps = [b - a for a, b in zip(times[1:], times[2:])]  # the first look finds no delta file
+    assert len(steps) >= 2 and set(steps) == {2}, times
+    assert len(poll_times(HOST, 4.5)) <= 3, "one more poll, or two, after the last look"
+    assert len(poll_times(HOST, 2.5)) == 1, "an hour to the next one"
+    created = HOST.read(1, "last").header.time - times[0]
+    assert created > 0
+    assert not PDIST.path(1, "delta").exists()
+    assert MATRIX.read(1, "last").header.time - MATRIX.read(1, "prev").header.time == 2
+
+
+def test_destroyed_and_made_again(brisk, agent):
+    look = lambda: control.send(control.VIEWING, HOST.code, 1)
+    collection = Collection(brisk, HOST)
+    collection.create()
+    next_second()
+    assert len(poll_times(HOST, 3, meanwhile=look)) >= 2
+    collection.destroy()
+    agent.forget_calls()
+    time.sleep(2.5)
+    assert agent.calls(ROWS["host"]) == []
+    assert not any(path.exists() for path in HOST.paths(1))
+    collection.create()
+    assert not HOST.path(1, "delta").exists()
+
+
+def test_delta_file_that_is_there_is_not_made_again(daemon, agent):
+    agent.serve(host=[(1, ROW[HOST])])
+    collection = Collection(daemon, HOST)
+    collection.create()
+    collection.poll()
+    agent.forget_calls()
+    for _ in range(3):
+        control.send(control.VIEWING, HOST.code, 1)
+    daemon.answer()
+    daemon.settle()
+    assert agent.calls(ROWS["host"]) == []
+    assert set(agent.calls()) <= {str(NULL)}
+
+
+def test_new_interval_does_not_wake_the_task(daemon, agent, log):
+    """The task sleeps on with the time it knew; at its next wake-up the new one counts."""
+    agent.serve(host=[(1, ROW[HOST])])
+    collection = Collection(daemon, HOST)
+    collection.create()
+    collection.poll()
+    first = HOST.read(1, "last").header.time
+    control.send(control.INTERVAL, 1)
+    log.wait("msg_set_interval() passed too small a value")
+    time.sleep(max(0.0, first + 15.5 - time.time()))
+    daemon.settle()
+    assert HOST.read(1, "last").header.time == first
+    other = Collection(daemon, MATRIX)
+    other.create()
+    daemon.settle()
+    assert HOST.read(1, "last").header.time - first in (15, 16)
+    control.send(control.INTERVAL, 3600)
+
+
+def test_many_collections(daemon, agent):
+    agent.serve(host=[(index, (b"\2\0\0\0\0\1", *range(index, index + 7))) for index in range(1, 201)])
+    for index in range(1, 201):
+        control.send(control.CREATE, HOST.code, index)
+    processes.wait_until(lambda: all(HOST.path(index, "last").exists() for index in range(1, 201)))
+    daemon.settle()
+    for index in range(1, 201):
+        assert [counters[0] for _, counters in HOST.read(index, "last").rows] == [index]
+    for index in range(1, 201):
+        control.send(control.DESTROY, HOST.code, index)
+    daemon.answer()
+
+
+@pytest.mark.parametrize("index", [0, 2**31 - 1, 2**31, 2**32 - 1])
+def test_any_index(index, daemon, agent):
+    """The index is 32 bits on every road: message, agent, file name."""
+    agent.serve(host=[(index, ROW[HOST])])
+    collection = Collection(daemon, HOST, index)
+    collection.first_sample(model.returned(HOST, [(index, ROW[HOST])], index))
+
+
+def test_made_and_destroyed_in_turns(daemon, agent, log):
+    """Thousands of collections come and go while the task polls what it finds."""
+    agent.serve(host=[(1, ROW[HOST])])
+    for turn in range(5):
+        for index in range(1, 301):
+            control.send(control.CREATE, HOST.code, index)
+            if turn % 2:
+                control.send(control.DESTROY, HOST.code, index)
+    for index in range(1, 301):
+        control.send(control.DESTROY, HOST.code, index)
+    daemon.answer()
+    daemon.settle()
+    assert listing() == []
+
+
+def wake_ups(pid):
+    """How often the process's threads went to sleep by themselves, all together."""
+    total = 0
+    for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status"):
+        total += int(status.read_text().split("voluntary_ctxt_switches:")[1].split()[0])
+    return total
+
+
+def test_idle_daemon_sleeps(daemon, agent):
+    agent.serve(host=[(1, ROW[HOST])])
+    collection = Collection(daemon, HOST)
+    collection.create()
+    time.sleep(0.2)
+    before = wake_ups(daemon.pid)
+    time.sleep(2)
+    assert wake_ups(daemon.pid) == before

@@ -1,0 +1,87 @@
+"""The polling interval out of the preferences database, whatever state that one is in."""
+import contextlib
+import dbm.gnu
+import time
+
+import pytest
+
+from harness import control, files, processes, settings
+from harness.paths import PREFERENCES
+from harness.syslog import DEBUG, WARNING
+
+CANNOT_OPEN = (WARNING, f"Tallyd could not open preferences file {PREFERENCES}.")
+NO_INTERVAL = (WARNING, f"Tallyd could not retrieve interval from {PREFERENCES}.")
+
+
+def database(**values):
+    return lambda: settings.write(PREFERENCES, **values) or contextlib.nullcontext()
+
+
+def damaged():
+    settings.refresh(1)
+    content = PREFERENCES.read_bytes()
+    PREFERENCES.write_bytes(content[:64] + b"\xff" * (len(content) - 64))
+    return contextlib.nullcontext()
+
+
+def foreign():
+    PREFERENCES.write_text("refresh=1\n")
+    return contextlib.nullcontext()
+
+
+def held_by_a_writer():
+    settings.refresh(1)
+    return dbm.gnu.open(str(PREFERENCES), "w")
+
+
+# label: (what to prepare, what is logged, seconds between the polls of a viewed collection)
+CASES = {
+    "missing": (contextlib.nullcontext, [CANNOT_OPEN], 60),
+    "no database": (foreign, [CANNOT_OPEN], 60),
+    "held by a writer": (held_by_a_writer, [CANNOT_OPEN], 60),
+    "without the key": (database(refreshed=b"1"), [NO_INTERVAL], 60),
+    "0": (database(refresh=b"0"), [], 60),
+    "abc": (database(refresh=b"abc"), [], 60),
+    "empty": (database(refresh=b""), [], 60),
+    "below the limits of the message": (database(refresh=b"2"), [], 2),
+    "with more behind the number": (database(refresh=b" 2 seconds"), [], 2),
+    "cut after 47 bytes": (database(refresh=b" " * 46 + b"23"), [], 2),
+}
+
+
+@pytest.mark.parametrize("label", CASES)
+def test_interval(label, own_daemon, agent, log):
+    prepare, texts, interval = CASES[label]
+    host = files.HOST
+    agent.serve(host=[(1, (b"\2\0\0\0\0\1", *range(7)))])
+    with prepare():
+        own_daemon.start()
+    log.expect((DEBUG, "Starting tallyd."), *texts)
+
+    control.send(control.CREATE, host.code, 1)
+    processes.wait_until(host.path(1, "last").exists)
+    own_daemon.settle()
+    created = host.read(1, "last").header.time
+    control.send(control.VIEWING, host.code, 1)  # no delta file: polled at once, then by the interval
+    processes.wait_until(host.path(1, "delta").exists)
+    own_daemon.settle()
+    first = host.read(1, "last").header.time
+    log.take_all("host_calc_delta() found a 0-length interval.")
+    if interval == 60:
+        time.sleep(1.5)
+        assert host.read(1, "last").header.time == first, "polled again although 60 s have not passed"
+    else:
+        next_poll = processes.wait_until(
+            lambda: (poll := host.read(1, "last").header).time != first and poll, timeout=interval + 2)
+        assert next_poll.time - first == interval
+        assert host.read(1, "prev").header.time in (first, created)
+    assert own_daemon.stop() == 0
+
+
+def test_damaged_database_is_survived(own_daemon, agent, log):
+    with damaged():
+        own_daemon.start()
+    log.wait("Starting tallyd.", DEBUG)
+    for entry in log.take_all():
+        assert entry in (CANNOT_OPEN, NO_INTERVAL)
+    assert own_daemon.stop() == 0

@@ -1,0 +1,156 @@
+// The rate rule, and the operations of all types that use it.
+#include "agent/rate.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "agent/mac_types.h"
+#include "support/syslog_capture.h"
+
+namespace tally {
+namespace {
+
+struct RateCase {
+  std::uint32_t interval;
+  double prev;
+  double last;
+  double rate;
+  double rate_of_new;
+};
+
+constexpr RateCase kCases[] = {
+#include "agent/rate_cases.inc"
+};
+
+struct TypeTexts {
+  const char* name;
+  const CollectionOps& ops;
+  std::uint32_t key_size;
+  const char* delta_null;
+  const char* delta_zero;
+  const char* rate_null;
+  const char* rate_zero;
+};
+
+const TypeTexts kTypes[] = {
+    {"host", host_ops, 6, "host_calc_delta: NULL pointer!",
+     "host_calc_delta() found a 0-length interval.", "host_calc_rate: NULL pointer!",
+     "host_calc_rate() found a 0-length interval."},
+    {"matrix", matrix_ops, 12, "matrix_calc_delta: NULL pointer!",
+     "matrix_calc_delta() found a 0-length interval.", "matrix_calc_rate: NULL pointer!",
+     "matrix_calc_rate() found a 0-length interval."},
+    {"pdist", pdist_ops, 8, "pdistcalc_delta2: NULL pointer!",
+     "pdist_calc_delta() found a 0-length interval.", "pdist_calc_rate: NULL pointer!",
+     "pdist_calc_rate() found a 0-length interval."},
+};
+
+// A record at an odd address, as it may lie in a cache.
+class Record {
+ public:
+  explicit Record(const TypeTexts& type, char key = 'k') : type_(type), bytes_(1 + 68, '#') {
+    std::memset(bytes_.data() + 1, key, type.key_size);
+  }
+  unsigned char* get() { return reinterpret_cast<unsigned char*>(bytes_.data() + 1); }
+  std::uint32_t counters() const { return (type_.ops.record_size - type_.key_size) / 8; }
+  void set(std::uint32_t counter, double value) {
+    std::memcpy(get() + type_.key_size + 8 * counter, &value, sizeof value);
+  }
+  double at(std::uint32_t counter) {
+    double value;
+    std::memcpy(&value, get() + type_.key_size + 8 * counter, sizeof value);
+    return value;
+  }
+  // The key, and what lies behind the record.
+  std::string frame() const {
+    return bytes_.substr(1, type_.key_size) + bytes_.substr(1 + type_.ops.record_size);
+  }
+
+ private:
+  const TypeTexts& type_;
+  std::string bytes_;
+};
+
+TEST(Rate, FollowsTheRuleInEveryCounterOfEveryType) {
+  for (const TypeTexts& type : kTypes) {
+    SCOPED_TRACE(type.name);
+    for (std::size_t first = 0; first < std::size(kCases); ++first) {
+      // Counters of one row share the interval, not the way of division: mix all cases that do.
+      const std::uint32_t interval = kCases[first].interval;
+      std::vector<const RateCase*> row;
+      for (std::size_t i = 0; row.size() < Record(type).counters(); ++i) {
+        const RateCase& next = kCases[(first + i) % std::size(kCases)];
+        if (next.interval == interval) row.push_back(&next);
+      }
+      for (const bool alone : {true, false}) {
+        Record prev(type, 'p');
+        Record last(type);
+        Record out(type, 'o');
+        bool changed = false;
+        for (std::uint32_t i = 0; i < row.size(); ++i) {
+          const bool still = alone && i > 0;  // all but the first do not change
+          prev.set(i, still ? 5 : row[i]->prev);
+          last.set(i, still ? 5 : row[i]->last);
+          changed |= !still && row[i]->rate != 0;
+        }
+        ASSERT_EQ(type.ops.calc_delta(prev.get(), last.get(), out.get(), interval), changed);
+        EXPECT_EQ(out.frame(), last.frame());
+        for (std::uint32_t i = 0; i < row.size(); ++i) {
+          EXPECT_EQ(out.at(i), alone && i > 0 ? 0 : row[i]->rate)
+              << row[i]->prev << " -> " << row[i]->last << " in " << interval;
+        }
+        Record fresh(type, 'o');
+        ASSERT_EQ(type.ops.calc_rate(last.get(), fresh.get(), interval), 1);
+        EXPECT_EQ(fresh.frame(), last.frame());
+        EXPECT_EQ(fresh.at(0), row[0]->rate_of_new) << row[0]->last << " in " << interval;
+      }
+    }
+  }
+}
+
+// Where plain division is taken, it is bit for bit the extended one.
+TEST(Rate, PlainDivisionIsExact) {
+  std::mt19937_64 random(2);
+  for (int i = 0; i < 300'000; ++i) {
+    const auto interval = static_cast<std::uint32_t>(1 + random() % (kPlainDivisionBelow - 1));
+    const double last[] = {static_cast<double>(random() >> (11 + random() % 40))};
+    const double prev[] = {
+        static_cast<double>(static_cast<std::uint64_t>(last[0]) >> (1 + random() % 60))};
+    double rates[1];
+    rates_between<1>(prev, last, rates, interval);
+    ASSERT_EQ(rates[0], rate_between(prev[0], last[0], interval));
+    rates_of_new<1>(last, rates, interval);
+    ASSERT_EQ(rates[0], rate_of_new(last[0], interval));
+  }
+}
+
+TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
+  for (const TypeTexts& type : kTypes) {
+    SCOPED_TRACE(type.name);
+    Record prev(type);
+    Record last(type);
+    Record out(type);
+    for (std::uint32_t i = 0; i < prev.counters(); ++i) {
+      prev.set(i, 7);
+      last.set(i, 7);
+    }
+    take_log();
+    EXPECT_EQ(type.ops.calc_delta(nullptr, last.get(), out.get(), 1), -1);
+    EXPECT_EQ(type.ops.calc_delta(prev.get(), nullptr, out.get(), 1), -1);
+    EXPECT_EQ(type.ops.calc_delta(prev.get(), last.get(), nullptr, 0), -1);
+    EXPECT_EQ(take_log(), std::vector(3, warning_line(type.delta_null)));
+    EXPECT_EQ(type.ops.calc_rate(nullptr, out.get(), 1), 0);
+    EXPECT_EQ(type.ops.calc_rate(last.get(), nullptr, 0), 0);
+    EXPECT_EQ(take_log(), std::vector(2, warning_line(type.rate_null)));
+    EXPECT_EQ(type.ops.calc_delta(prev.get(), last.get(), out.get(), 0), 0);
+    EXPECT_EQ(type.ops.calc_rate(last.get(), out.get(), 0), 1);
+    EXPECT_EQ(out.at(0), 7);
+    EXPECT_EQ(take_log(), (std::vector{debug_line(type.delta_zero), debug_line(type.rate_zero)}));
+  }
+}
+
+}  // namespace
+}  // namespace tally

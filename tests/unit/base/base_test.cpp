@@ -1,0 +1,117 @@
+// What stands below all rooms: log calls, the type tables, the schedule rules.
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "daemon/collection_types.h"
+#include "daemon/log.h"
+#include "daemon/schedule.h"
+#include "support/syslog_capture.h"
+
+namespace tally {
+namespace {
+
+TEST(Log, SendsTextsWithTheirPriority) {
+  take_log();
+  log_debug("Error %d creating delta file.", 17);
+  log_warning("%s", "100%s of %n are text");
+  log_warning("%s", std::string(5000, 'x').c_str());
+  EXPECT_EQ(take_log(), (std::vector{debug_line("Error 17 creating delta file."),
+                                     warning_line("100%s of %n are text"),
+                                     warning_line(std::string(1023, 'x'))}));
+}
+
+TEST(CollectionTypes, HaveTheirNames) {
+  const struct {
+    const char* stem;
+    const char* listing;
+  } names[] = {{"host", "Host (MAC)"},
+               {"matrix", "Matrix (MAC)"},
+               {"pdist", "Protocol Dist"},
+               {"nlhost", "Host (Net)"},
+               {"nlmatrix", "Matrix (Net)"},
+               {"vlan", "Vlan Id"},
+               {"prio", "Vlan Prio"},
+               {"dsstats", "Dsmon Stats"},
+               {"dspdist", "Dsmon Protocol Dist"},
+               {"dshost", "Dsmon Host"},
+               {"dsmatrix", "ILLEGAL VALUE!"},
+               {nullptr, "ILLEGAL VALUE!"},
+               {"etherstats", "EtherStats"},
+               {"supvlan", "VlanStats"},
+               {"ifstats", "IfStats"}};
+  for (const std::uint32_t type : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 11U, 12U, 13U, 14U,
+                                   15U, 16U, 255U, 0xffffffffU}) {
+    SCOPED_TRACE(type);
+    const auto& expected = names[type < std::size(names) ? type : 11];
+    EXPECT_STREQ(type_stem(type), expected.stem);
+    EXPECT_STREQ(listing_name(type), expected.listing);
+    EXPECT_EQ(is_agent_type(type), type < 11);
+    EXPECT_EQ(is_supervisor_type(type), type > 11 && type < 15);
+  }
+}
+
+constexpr std::int32_t kLast = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t kFirst = std::numeric_limits<std::int32_t>::min();
+
+TEST(Schedule, PlansTheNextPoll) {
+  const struct {
+    const char* label;
+    std::int32_t last_viewed;
+    bool viewed;
+    std::int32_t now;
+    std::int32_t interval;
+    bool still_viewed;
+    std::int32_t next_due;
+  } cases[] = {
+      {"unviewed", 0, false, 10'000, 60, false, 13'600},
+      {"just viewed", 10'000, true, 10'000, 60, true, 10'060},
+      {"viewed 59 s ago", 9'941, true, 10'000, 60, true, 10'060},
+      {"viewed one interval ago", 9'940, true, 10'000, 60, false, 13'600},
+      {"viewed in the future", 20'000, true, 10'000, 60, true, 10'060},
+      {"interval of the preferences: 1", 10'000, true, 10'000, 1, true, 10'001},
+      {"never due at once: negative", 20'000, true, 10'000, -5, true, 10'001},
+      {"negative interval, viewed now", 10'000, true, 10'000, -5, false, 13'600},
+      {"at the end of time", kLast, true, kLast, 60, true, kLast},
+      {"the last hour", 0, false, kLast - 3'599, 60, false, kLast},
+      {"an interval beyond the end", kLast, true, kLast - 1, kLast, true, kLast},
+      {"a clock before the epoch", kLast, true, kFirst, kFirst, true, kFirst + 1},
+      {"the whole range since", kFirst, true, kLast, kLast, false, kLast},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.label);
+    Schedule schedule{test.last_viewed, 5, 6, kPolledInThisPass | (test.viewed ? kViewed : 0)};
+    plan_next_poll(schedule, test.now, test.interval);
+    EXPECT_EQ(schedule.flags, kPolledInThisPass | (test.still_viewed ? kViewed : 0));
+    EXPECT_EQ(schedule.last_poll, test.now);
+    EXPECT_EQ(schedule.next_due, test.next_due);
+    EXPECT_EQ(schedule.last_viewed, test.last_viewed);
+  }
+}
+
+TEST(Schedule, ViewingAndIntervalsCountFromTheLastPoll) {
+  const struct {
+    std::int32_t last_poll;
+    std::int32_t interval;
+    std::int32_t next_due;
+  } cases[] = {{1'000, 60, 1'060},  {0, 60, 60},          {kLast - 10, 60, kLast},
+               {kLast, kFirst, -1}, {kFirst, -1, kFirst}, {0, -5, -5}};
+  for (const auto& [last_poll, interval, next_due] : cases) {
+    Schedule schedule{1, last_poll, 42, 0};
+    EXPECT_FALSE(apply_interval(schedule, interval));
+    EXPECT_EQ(schedule.next_due, 42);  // nobody looks
+    note_viewing(schedule, 77, interval);
+    EXPECT_EQ(schedule.next_due, next_due);
+    EXPECT_EQ(schedule.last_viewed, 77);
+    EXPECT_EQ(schedule.last_poll, last_poll);
+    EXPECT_EQ(schedule.flags, kViewed);
+    schedule.next_due = 42;
+    EXPECT_TRUE(apply_interval(schedule, interval));
+    EXPECT_EQ(schedule.next_due, next_due);
+  }
+}
+
+}  // namespace
+}  // namespace tally

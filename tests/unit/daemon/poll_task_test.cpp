@@ -1,0 +1,176 @@
+// The poll task as a thread, on a real registry and an agent of the test's own.
+#include "files/poll_task.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "daemon/clock.h"
+#include "daemon/collection_types.h"
+#include "daemon/registry.h"
+
+namespace tally {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t kFarIndex = 4'000'000'000;  // no such files
+
+class FakeAgent final : public Agent {
+ public:
+  bool connect() override { return true; }
+  bool check_connection() override {
+    if (ending) pthread_exit(nullptr);
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    alarms_blocked = sigismember(&blocked, SIGALRM) == 1;
+    checks += 1;
+    return reachable;
+  }
+  void rest() override { rests += 1; }
+  std::uint32_t up_time() override { return 0; }
+  AgentClient& client() override { return reinterpret_cast<AgentClient&>(*this); }
+  const CollectionOps& ops(std::uint32_t /*type*/) const override { return none_; }
+
+  std::atomic<bool> ending{false};
+  std::atomic<bool> reachable{true};
+  std::atomic<bool> alarms_blocked{false};
+  std::atomic<int> checks{0};
+  std::atomic<int> rests{0};
+
+ private:
+  CollectionOps none_;
+};
+
+// The registry, but a poll only notes its collection: the files are not a unit test's.
+class CountingList final : public DueList {
+ public:
+  explicit CountingList(Registry& registry) : registry_(registry) {}
+  std::optional<std::int32_t> earliest_due() const override { return registry_.earliest_due(); }
+  std::int32_t interval() const override { return registry_.interval(); }
+  void begin_pass() override { registry_.begin_pass(); }
+  unsigned sweep(std::int32_t interval,
+                 const std::function<void(const CollectionRecord&)>& /*poll*/) override {
+    return registry_.sweep(interval, [this](const CollectionRecord& record) {
+      last_polled = record.index;
+      polls += 1;
+    });
+  }
+
+  std::atomic<std::uint32_t> last_polled{0};
+  std::atomic<int> polls{0};
+
+ private:
+  Registry& registry_;
+};
+
+class PollTaskTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    entry_.context = &task_;
+    ASSERT_EQ(pthread_create(&entry_.thread, nullptr, tapd_poll_task, &entry_), 0);
+  }
+  void TearDown() override {
+    agent_.ending = true;
+    create(1);  // something due, so that it looks at the agent
+    registry_.wake_poll_task();
+    pthread_join(entry_.thread, nullptr);
+    registry_.free_all();
+  }
+  void create(std::uint32_t number) {
+    const RegistryLock lock(registry_);
+    ASSERT_NE(registry_.new_collection(kHost, kFarIndex + number), nullptr);
+  }
+  template <class Condition>
+  static bool soon(Condition condition) {
+    const auto end = Clock::now() + 5s;
+    while (!condition()) {
+      if (Clock::now() > end) return false;
+      std::this_thread::yield();
+    }
+    return true;
+  }
+
+  ThreadEntry entry_;
+  Registry registry_{entry_};
+  CountingList list_{registry_};
+  FakeAgent agent_;
+  PollTask task_{list_, agent_};
+};
+
+// The main thread's changes, as fast as the task answers: no wake-up is lost, wherever the task is.
+TEST_F(PollTaskTest, SeesEveryChange) {
+  for (std::uint32_t round = 1; round <= 1500; ++round) {
+    create(round);
+    ASSERT_TRUE(soon([&] { return list_.last_polled == kFarIndex + round; })) << "not polled";
+    if (round % 3 == 0) {  // due again, as a viewing message does it
+      const int polls = list_.polls;
+      {
+        RegistryLock lock(registry_);
+        CollectionRecord* record = registry_.find(lock, kHost, kFarIndex + round);
+        ASSERT_NE(record, nullptr);
+        lock.retake();
+        registry_.unlink(*record);
+        record->schedule.next_due = now_seconds();
+        registry_.insert_in_order(*record);
+      }
+      registry_.wake_poll_task();
+      ASSERT_TRUE(soon([&] { return list_.polls > polls; })) << "not polled again";
+    }
+    registry_.set_interval(static_cast<std::int32_t>(15 + round));
+    if (round % 4 == 0) registry_.apply_interval();
+    if (round % 2 == 0) {
+      RegistryLock lock(registry_);
+      CollectionRecord* record = registry_.find(lock, kHost, kFarIndex + round);
+      ASSERT_NE(record, nullptr);
+      lock.retake();
+      registry_.unlink(*record);
+      delete record;
+    }
+  }
+  EXPECT_TRUE(agent_.alarms_blocked);
+}
+
+TEST_F(PollTaskTest, SleepsWhileNothingIsDue) {
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(agent_.checks, 0);  // an empty list needs no agent
+  create(1);
+  ASSERT_TRUE(soon([&] { return agent_.rests > 0; }));
+  const int checks = agent_.checks;
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(agent_.checks, checks);
+  registry_.wake_poll_task();
+  ASSERT_TRUE(soon([&] { return agent_.checks > checks; }));
+  EXPECT_EQ(list_.polls, 1);
+}
+
+// While the agent is away something is always due. It is tried once a second at the most, however
+// often somebody signals, and not at all before the pause is over when nobody does.
+TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
+  agent_.reachable = false;
+  create(1);
+  ASSERT_TRUE(soon([&] { return agent_.checks > 0; }));
+  const auto first = Clock::now();
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_EQ(agent_.checks, 1);
+  int checks = agent_.checks;
+  for (int i = 0; i < 250; ++i) {
+    registry_.wake_poll_task();
+    std::this_thread::sleep_for(10ms);
+  }
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - first);
+  checks = agent_.checks;
+  EXPECT_GE(checks, 3);
+  EXPECT_LE(checks, 1 + seconds.count());
+  EXPECT_EQ(list_.polls, 0);
+  agent_.reachable = true;
+  registry_.wake_poll_task();
+  EXPECT_TRUE(soon([&] { return list_.polls == 1; }));
+}
+
+}  // namespace
+}  // namespace tally

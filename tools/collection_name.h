@@ -1,0 +1,37 @@
+// Collections as people name them: "host 3", "etherstats", "0 3", "12".
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tally {
+
+struct Collection {
+  std::uint32_t type;   // a legal type
+  std::uint32_t index;  // 0 for the supervisor kinds
+
+  bool operator==(const Collection&) const = default;
+};
+
+// UsageError tells what is wrong with the words on the command line.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// parse_collections reads a list of TYPE INDEX pairs; the type is a file stem or a code. An agent
+// type is followed by its control index, a supervisor kind (12 to 14) is not. Throws UsageError.
+std::vector<Collection> parse_collections(const std::vector<std::string>& words);
+
+// parse_collection reads the words of exactly one collection. Here a supervisor kind may have the
+// index 0 after it. Throws UsageError.
+Collection parse_collection(std::vector<std::string> words);
+
+// title returns "host 3" or "etherstats".
+std::string title(const Collection& collection);
+
+// delta_path returns where the collection's delta file lies in a data directory.
+std::string delta_path(const std::string& directory, const Collection& collection);
+
+}  // namespace tally
