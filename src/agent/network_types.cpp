@@ -1,5 +1,6 @@
 #include "agent/network_types.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "agent/agent_type.h"

@@ -1,6 +1,7 @@
 #include "agent/smon_types.h"
 
 #include <cstdint>
+#include <string_view>
 
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
