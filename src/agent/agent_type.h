@@ -1,13 +1,14 @@
 // What an agent collection type is, as data, and the operations that come from it.
 //
-// A type is a struct with static members; mac_types.cpp has the first three. It names
+// A type is a struct with static members: see the families in mac_types, network_types, smon_types
+// and dsmon_types. It names
 //
 //   kType, kKeySize, kCounters   code, bytes of the key, number of doubles behind it
 //   kTexts                       its log texts (kept as the system has them, also where one type
 //                                uses the name of another)
 //   compare(a, b)                the order of two keys
-//   kControl...                  see control_scan.h
-//   rows                         see batch_rows.h
+//   kControlProcedure, ...       what control_scan.h needs; a type without it adopts nothing
+//   kRowProcedure, ...           what batch_rows.h or single_rows.h needs
 //
 // and collection_ops<Type>() is then its line in the table of operations.
 #pragma once
@@ -105,13 +106,15 @@ int upload(AgentClient& client, RecordCache& cache, std::uint32_t /*index*/,
 template <class Type>
 constexpr CollectionOps collection_ops() {
   static_assert(kRecordSize<Type> <= kMaxRecordSize);
-  return {kRecordSize<Type>,
-          agent_ops::upload<Type>,
-          Type::compare,
-          agent_ops::calc_delta<Type>,
-          agent_ops::calc_rate<Type>,
-          scan_control_rows<Type>,
-          Type::rpc_getnext};
+  CollectionOps ops{kRecordSize<Type>,
+                    agent_ops::upload<Type>,
+                    Type::compare,
+                    agent_ops::calc_delta<Type>,
+                    agent_ops::calc_rate<Type>,
+                    nullptr,
+                    Type::rpc_getnext};
+  if constexpr (requires { Type::kControlProcedure; }) ops.add_active = scan_control_rows<Type>;
+  return ops;
 }
 
 }  // namespace tally

@@ -150,7 +150,7 @@ struct PdistType {
 
   // The tag takes no part: two records with one local index and different tags are one key.
   static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_words(a + 4, b + 4);
+    return compare_words<1>(a + 4, b + 4);
   }
   static const unsigned char* rpc_getnext(RowIterator& rows) {
     return batch_getnext<PdistType>(rows);

@@ -59,13 +59,17 @@ int compare_bytes(const unsigned char* a, const unsigned char* b) {
   return 0;
 }
 
-// compare_words orders two keys that are one 32-bit word, as unsigned numbers: -1, 0 or 1.
-inline int compare_words(const unsigned char* a, const unsigned char* b) {
-  std::uint32_t left;
-  std::uint32_t right;
-  std::memcpy(&left, a, sizeof left);
-  std::memcpy(&right, b, sizeof right);
-  return (left > right) - (left < right);
+// compare_words orders two keys that are kWords 32-bit words, as unsigned numbers: -1, 0 or 1.
+template <std::uint32_t kWords>
+int compare_words(const unsigned char* a, const unsigned char* b) {
+  for (std::uint32_t i = 0; i < kWords; ++i) {
+    std::uint32_t left;
+    std::uint32_t right;
+    std::memcpy(&left, a + 4 * i, sizeof left);
+    std::memcpy(&right, b + 4 * i, sizeof right);
+    if (left != right) return left < right ? -1 : 1;
+  }
+  return 0;
 }
 
 }  // namespace tally

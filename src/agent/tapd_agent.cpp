@@ -1,7 +1,10 @@
 #include "agent/tapd_agent.h"
 
+#include "agent/dsmon_types.h"
 #include "agent/mac_types.h"
+#include "agent/network_types.h"
 #include "agent/procedures.h"
+#include "agent/smon_types.h"
 #include "daemon/log.h"
 #include "daemon/paths.h"
 
@@ -9,7 +12,9 @@ namespace tally {
 
 const CollectionOps& agent_type_ops(std::uint32_t type) {
   static constexpr CollectionOps kNone;
-  static const CollectionOps* const kTypes[kTypeSlots] = {&host_ops, &matrix_ops, &pdist_ops};
+  static const CollectionOps* const kTypes[kTypeSlots] = {
+      &host_ops, &matrix_ops,  &pdist_ops,   &nlhost_ops, &nlmatrix_ops, &vlan_ops,
+      &prio_ops, &dsstats_ops, &dspdist_ops, &dshost_ops, &dsmatrix_ops};
   return type < kTypeSlots && kTypes[type] ? *kTypes[type] : kNone;
 }
 

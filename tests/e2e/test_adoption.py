@@ -1,19 +1,25 @@
 """The agent's control rows that this appliance owns become collections, at the start and on demand."""
 import pytest
 
-from harness import control, model, processes
-from harness.agent import CONTROL, LOCAL
+from harness import control, model, processes, samples
+from harness.agent import CONTROL, LOCAL, ROWS
 from harness.collection import Collection
-from harness.files import HOST, MATRIX, PDIST, listing, wait_for_listing
+from harness.files import DSSTATS, HOST, LAYOUTS, MATRIX, PRIO, VLAN, listing, wait_for_listing
+from harness.paths import DATA
 
-KINDS = (HOST, MATRIX, PDIST)
-# (owner, status): adopted or not.
+# (owner, status) of rows that every kind adopts, that some do, and that none does.
 ADOPTED = [(LOCAL, 1)]
+OTHER_STATES = [(LOCAL, 2), (LOCAL, 3), (LOCAL, 4), (LOCAL, 0), (LOCAL, -1)]
+AGENTS_OWN = [("monitor", 1)]
 REFUSED = [(LOCAL + "2", 1), (LOCAL[:-1], 1), (LOCAL.lower(), 1), ("", 1), ("x" * 255, 1), (" " + LOCAL, 1),
-           (LOCAL, 2), (LOCAL, 3), (LOCAL, 4), (LOCAL, 0), (LOCAL, -1)]
+           ("monitor", 2), ("monitor2", 1), ("Monitor", 1)]
 ENTRIES = [(10 * at, *entry) for at, entry in enumerate(
-    [REFUSED[0], *ADOPTED, *REFUSED[1:], *ADOPTED, ("monitor", 1), *ADOPTED], start=1)]
-MINE = [index for index, *entry in ENTRIES if tuple(entry) in ADOPTED]
+    [REFUSED[0], *ADOPTED, *REFUSED[1:], *ADOPTED, *AGENTS_OWN, *OTHER_STATES, *ADOPTED], start=1)]
+RULES = {VLAN: ADOPTED + AGENTS_OWN, PRIO: ADOPTED + AGENTS_OWN, DSSTATS: ADOPTED + OTHER_STATES}
+
+
+def adopted(layout):
+    return [index for index, *entry in ENTRIES if tuple(entry) in RULES.get(layout, ADOPTED)]
 
 
 def scan_calls(entries):
@@ -22,33 +28,39 @@ def scan_calls(entries):
 
 
 def test_adoption_at_the_start(own_daemon, agent, log):
-    row = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3),
-           PDIST: (132, 1, 5, 6)}
-    agent.serve(control={layout.stem: ENTRIES for layout in KINDS},
-                **{layout.stem: [(index, row[layout]) for index in MINE] for layout in KINDS})
+    """Every kind by its own rule; dsmatrix has none, whatever the agent holds."""
+    mine = {layout: adopted(layout) for layout in LAYOUTS}
+    agent.serve(control={layout.stem: ENTRIES for layout in LAYOUTS},
+                dsmatrix=[(20, (1, 5, b"\1" * 20, b"\2" * 20, 3, 4))],
+                **{layout.stem: [samples.row(layout, 1, 5, index) for index in mine[layout]] for layout in LAYOUTS})
     own_daemon.start()
     log.expect((151, "Starting tallyd."),
                (148, "Tallyd could not open preferences file /nvram/config/web/pref.dba."))
-    wanted = sorted(layout.path(index, "last").name for layout in KINDS for index in MINE)
+    wanted = sorted(layout.path(index, "last").name for layout in LAYOUTS for index in mine[layout])
     wait_for_listing(wanted)
     own_daemon.settle()
     assert listing() == wanted
-    calls = agent.calls(*CONTROL.values())
-    assert calls == [f"{CONTROL[layout.stem]} {call}" for layout in KINDS for call in scan_calls(ENTRIES)]
+    calls = agent.calls(*CONTROL.values(), ROWS["dsmatrix"])
+    assert calls == [f"{CONTROL[layout.stem]} {call}" for layout in LAYOUTS for call in scan_calls(ENTRIES)]
+    for layout in LAYOUTS:
+        for index in mine[layout]:
+            served = [samples.row(layout, 1, 5, index)]
+            assert layout.read(index, "last").rows == model.returned(layout, served, index)
 
     # Once more: what is known already stays as it is, and is not polled for it.
-    samples = {layout: layout.path(MINE[0], "last").read_bytes() for layout in KINDS}
+    before = {name: (DATA / name).read_bytes() for name in wanted}
     added = [*ENTRIES, (999, LOCAL, 1)]
-    agent.serve(control={"matrix": added}, matrix=[(999, row[MATRIX])])
+    agent.serve(control={"matrix": added}, matrix=[samples.row(MATRIX, 1, 5, 999)])
     control.send(control.RESCAN)
     processes.wait_until(MATRIX.path(999, "last").exists)
     own_daemon.settle()
     assert listing() == sorted([*wanted, "matrix_999_last.bin"])
-    assert {layout: layout.path(MINE[0], "last").read_bytes() for layout in KINDS} == samples
-    assert agent.calls(*CONTROL.values()) == (
-        ["9 index=0 request=2", *(f"16 {call}" for call in scan_calls(added)), "24 index=0 request=2"])
-    for layout in KINDS:
-        for index in MINE:
+    assert {name: (DATA / name).read_bytes() for name in wanted} == before
+    assert agent.calls(*CONTROL.values()) == [
+        f"{CONTROL[layout.stem]} {call}" for layout in LAYOUTS
+        for call in (scan_calls(added) if layout is MATRIX else ["index=0 request=2"])]
+    for layout in LAYOUTS:
+        for index in mine[layout]:
             Collection(own_daemon, layout, index).destroy()
     assert own_daemon.stop() == 0
 
@@ -62,17 +74,17 @@ def test_adoption_at_the_start(own_daemon, agent, log):
 def test_scan_that_fails_midway(fault, daemon, agent):
     """What came before is adopted, the other kinds are scanned; nothing is said."""
     entries = [(1, LOCAL, 1), (2, LOCAL, 1), (3, LOCAL, 1)]
-    agent.serve(control={layout.stem: entries for layout in KINDS},
+    agent.serve(control={layout.stem: entries for layout in LAYOUTS},
                 faults=[{"procedure": CONTROL["host"], "call": 3, **fault}])
     control.send(control.RESCAN)
     daemon.answer()
     wanted = sorted(["host_1_last.bin", "host_2_last.bin",
-                     *(f"{stem}_{index}_last.bin" for stem in ("matrix", "pdist") for index in (1, 2, 3))])
+                     *(layout.path(index, "last").name for layout in LAYOUTS[1:] for index in (1, 2, 3))])
     wait_for_listing(wanted)
     assert len(agent.calls(CONTROL["host"])) == 3
     for name in wanted:
         stem, index, _ = name.split("_")
-        Collection(daemon, {layout.stem: layout for layout in KINDS}[stem], int(index)).destroy()
+        Collection(daemon, {layout.stem: layout for layout in LAYOUTS}[stem], int(index)).destroy()
 
 
 def test_scan_without_agent(daemon, agent, log):

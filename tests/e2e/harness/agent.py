@@ -14,19 +14,25 @@ TRACE = pathlib.Path("/tmp/agent-trace")
 
 # Procedures by number, as scripts and traces name them.
 NULL, SYSTEM_INFO = 0, 1
-CONTROL = {"host": 9, "matrix": 16, "pdist": 24}
-ROWS = {"host": 11, "matrix": 18, "pdist": 26}
+CONTROL = {"host": 9, "matrix": 16, "pdist": 24, "nlhost": 32, "nlmatrix": 35, "vlan": 76, "prio": 79,
+           "dsstats": 72, "dspdist": 133, "dshost": 135}
+ROWS = {"host": 11, "matrix": 18, "pdist": 26, "nlhost": 34, "nlmatrix": 37, "vlan": 78, "prio": 81,
+        "dsstats": 74, "dspdist": 137, "dshost": 138, "dsmatrix": 141}
 TOTALS = 184
 
 LOCAL = "LocalMgr"
-_KEYS = {"host": ("address",), "matrix": ("source", "dest"), "pdist": ("tag", "local_index")}
+_KEYS = {"host": ("address",), "matrix": ("source", "dest"), "pdist": ("tag", "local_index"),
+         "nlhost": ("local_index", "address"), "nlmatrix": ("local_index", "source", "dest"),
+         "vlan": ("id",), "prio": ("id",), "dsstats": ("group",), "dspdist": ("group", "local_index"),
+         "dshost": ("group", "local_index", "address_word", "address"),
+         "dsmatrix": ("group", "local_index", "source", "dest")}
 
 
-def row(table, index, values):
-    """A row of a script from (control index, (key parts..., counters...))."""
+def row(table, index, values, others=None):
+    """A row of a script from (control index, (key parts..., counters...)[, {other member: value}])."""
     names = _KEYS[table]
     members = {name: part.hex(":") if isinstance(part, bytes) else part for name, part in zip(names, values)}
-    return {"index": index, **members, "counters": list(values[len(names):])}
+    return {"index": index, **members, "counters": list(values[len(names):]), **(others or {})}
 
 
 class Agent:

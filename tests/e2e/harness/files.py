@@ -47,16 +47,30 @@ class Layout:
             return self.unpack(file.read())
 
 
+def words(key):
+    """The order of keys that are 32-bit numbers."""
+    return struct.unpack(f"<{len(key) // 4}I", key)
+
+
 def _local_index(key):
     """Protocols are ordered by the local index alone; the tag before it takes no part."""
-    return struct.unpack("<I", key[4:])
+    return words(key)[1]
 
 
 HOST = Layout(0, "host", 6, 7)
 MATRIX = Layout(1, "matrix", 12, 3)
 PDIST = Layout(2, "pdist", 8, 2, order=_local_index)
-STEMS = ("host", "matrix", "pdist", "nlhost", "nlmatrix", "vlan", "prio", "dsstats", "dspdist",
-         "dshost", "dsmatrix")
+NLHOST = Layout(3, "nlhost", 24, 5)  # numbers and all, byte by byte, as they lie in the file
+NLMATRIX = Layout(4, "nlmatrix", 44, 2)
+VLAN = Layout(5, "vlan", 4, 4, order=words)
+PRIO = Layout(6, "prio", 4, 2, order=words)
+DSSTATS = Layout(7, "dsstats", 4, 4, order=words)
+DSPDIST = Layout(8, "dspdist", 8, 2, order=words)
+DSHOST = Layout(9, "dshost", 28, 4)
+
+BATCHED = (HOST, MATRIX, PDIST, NLHOST, NLMATRIX)
+SINGLE = (VLAN, PRIO, DSSTATS, DSPDIST, DSHOST)  # one row a call
+LAYOUTS = BATCHED + SINGLE  # by their codes; nobody can create the eleventh, dsmatrix
 
 
 def listing():

@@ -68,21 +68,44 @@ def fixed(address, length=6):
     return bytes(address[:length]).ljust(length, b"\0")
 
 
+def network(address):
+    """A network address as records hold it: its length, at most 16, and a field of 16 bytes."""
+    return struct.pack("<I", min(len(address), 16)) + fixed(address, 16)
+
+
+def number(*values):
+    return b"".join(struct.pack("<I", value & 0xFFFFFFFF) for value in values)
+
+
+# Stem: the key of a record from the key parts of a row, in the order of harness.agent.
+KEYS = {
+    "host": fixed,
+    "matrix": lambda source, dest: fixed(source) + fixed(dest),
+    "pdist": number,
+    "nlhost": lambda protocol, address: number(protocol) + network(address),
+    "nlmatrix": lambda protocol, source, dest: number(protocol) + network(source) + network(dest),
+    "vlan": number,
+    "prio": number,
+    "dsstats": number,
+    "dspdist": number,
+    "dshost": lambda group, protocol, word, address: number(group, protocol, word) + fixed(address, 16),
+}
+
+
 def record(layout, row):
     """The record of one row as the agent states it: (key parts..., counters...)."""
-    if layout.stem == "host":
-        key, counters = fixed(row[0]), row[1:]
-    elif layout.stem == "matrix":
-        key, counters = fixed(row[0]) + fixed(row[1]), row[2:]
-    else:
-        key, counters = struct.pack("<II", row[0], row[1]), row[2:]
-    return key, tuple(float(counter) for counter in counters)
+    parts, counters = row[:-layout.counters], row[-layout.counters:]
+    return KEYS[layout.stem](*parts), tuple(float(counter) for counter in counters)
 
 
 def returned(layout, rows, index, totals=None):
-    """The records that a collection is made of when the agent returns these (control index, row): up
-    to the first foreign one; of protocols also the totals, unless there was no row at all."""
-    records = [record(layout, row) for _, row in itertools.takewhile(lambda r: r[0] == index, rows)]
+    """The records that a collection is made of when the agent returns these rows, each (control
+    index, row[, others]): up to the first foreign one; of protocols also the totals, unless there was
+    no row at all."""
+    def own(entry):
+        others = entry[2] if len(entry) > 2 else {}
+        return entry[0] == index and others.get("time_mark", 0) == 0
+    records = [record(layout, entry[1]) for entry in itertools.takewhile(own, rows)]
     if layout.stem == "pdist" and rows and totals is not None:
         records.append(record(layout, (132, 0xFFFFFFFF, *totals)))
     return records

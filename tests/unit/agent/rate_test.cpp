@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/mac_types.h"
+#include "agent/type_samples.h"
 #include "support/syslog_capture.h"
 
 namespace tally {
@@ -26,36 +26,14 @@ constexpr RateCase kCases[] = {
 #include "agent/rate_cases.inc"
 };
 
-struct TypeTexts {
-  const char* name;
-  const CollectionOps& ops;
-  std::uint32_t key_size;
-  const char* delta_null;
-  const char* delta_zero;
-  const char* rate_null;
-  const char* rate_zero;
-};
-
-const TypeTexts kTypes[] = {
-    {"host", host_ops, 6, "host_calc_delta: NULL pointer!",
-     "host_calc_delta() found a 0-length interval.", "host_calc_rate: NULL pointer!",
-     "host_calc_rate() found a 0-length interval."},
-    {"matrix", matrix_ops, 12, "matrix_calc_delta: NULL pointer!",
-     "matrix_calc_delta() found a 0-length interval.", "matrix_calc_rate: NULL pointer!",
-     "matrix_calc_rate() found a 0-length interval."},
-    {"pdist", pdist_ops, 8, "pdistcalc_delta2: NULL pointer!",
-     "pdist_calc_delta() found a 0-length interval.", "pdist_calc_rate: NULL pointer!",
-     "pdist_calc_rate() found a 0-length interval."},
-};
-
 // A record at an odd address, as it may lie in a cache.
 class Record {
  public:
-  explicit Record(const TypeTexts& type, char key = 'k') : type_(type), bytes_(1 + 68, '#') {
+  explicit Record(const TypeSample& type, char key = 'k') : type_(type), bytes_(1 + 68, '#') {
     std::memset(bytes_.data() + 1, key, type.key_size);
   }
   unsigned char* get() { return reinterpret_cast<unsigned char*>(bytes_.data() + 1); }
-  std::uint32_t counters() const { return (type_.ops.record_size - type_.key_size) / 8; }
+  std::uint32_t counters() const { return type_.counters; }
   void set(std::uint32_t counter, double value) {
     std::memcpy(get() + type_.key_size + 8 * counter, &value, sizeof value);
   }
@@ -66,16 +44,16 @@ class Record {
   }
   // The key, and what lies behind the record.
   std::string frame() const {
-    return bytes_.substr(1, type_.key_size) + bytes_.substr(1 + type_.ops.record_size);
+    return bytes_.substr(1, type_.key_size) + bytes_.substr(1 + type_.ops().record_size);
   }
 
  private:
-  const TypeTexts& type_;
+  const TypeSample& type_;
   std::string bytes_;
 };
 
 TEST(Rate, FollowsTheRuleInEveryCounterOfEveryType) {
-  for (const TypeTexts& type : kTypes) {
+  for (const TypeSample& type : type_samples()) {
     SCOPED_TRACE(type.name);
     for (std::size_t first = 0; first < std::size(kCases); ++first) {
       // Counters of one row share the interval, not the way of division: mix all cases that do.
@@ -96,14 +74,14 @@ TEST(Rate, FollowsTheRuleInEveryCounterOfEveryType) {
           last.set(i, still ? 5 : row[i]->last);
           changed |= !still && row[i]->rate != 0;
         }
-        ASSERT_EQ(type.ops.calc_delta(prev.get(), last.get(), out.get(), interval), changed);
+        ASSERT_EQ(type.ops().calc_delta(prev.get(), last.get(), out.get(), interval), changed);
         EXPECT_EQ(out.frame(), last.frame());
         for (std::uint32_t i = 0; i < row.size(); ++i) {
           EXPECT_EQ(out.at(i), alone && i > 0 ? 0 : row[i]->rate)
               << row[i]->prev << " -> " << row[i]->last << " in " << interval;
         }
         Record fresh(type, 'o');
-        ASSERT_EQ(type.ops.calc_rate(last.get(), fresh.get(), interval), 1);
+        ASSERT_EQ(type.ops().calc_rate(last.get(), fresh.get(), interval), 1);
         EXPECT_EQ(fresh.frame(), last.frame());
         EXPECT_EQ(fresh.at(0), row[0]->rate_of_new) << row[0]->last << " in " << interval;
       }
@@ -128,7 +106,7 @@ TEST(Rate, PlainDivisionIsExact) {
 }
 
 TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
-  for (const TypeTexts& type : kTypes) {
+  for (const TypeSample& type : type_samples()) {
     SCOPED_TRACE(type.name);
     Record prev(type);
     Record last(type);
@@ -138,15 +116,15 @@ TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
       last.set(i, 7);
     }
     take_log();
-    EXPECT_EQ(type.ops.calc_delta(nullptr, last.get(), out.get(), 1), -1);
-    EXPECT_EQ(type.ops.calc_delta(prev.get(), nullptr, out.get(), 1), -1);
-    EXPECT_EQ(type.ops.calc_delta(prev.get(), last.get(), nullptr, 0), -1);
+    EXPECT_EQ(type.ops().calc_delta(nullptr, last.get(), out.get(), 1), -1);
+    EXPECT_EQ(type.ops().calc_delta(prev.get(), nullptr, out.get(), 1), -1);
+    EXPECT_EQ(type.ops().calc_delta(prev.get(), last.get(), nullptr, 0), -1);
     EXPECT_EQ(take_log(), std::vector(3, warning_line(type.delta_null)));
-    EXPECT_EQ(type.ops.calc_rate(nullptr, out.get(), 1), 0);
-    EXPECT_EQ(type.ops.calc_rate(last.get(), nullptr, 0), 0);
+    EXPECT_EQ(type.ops().calc_rate(nullptr, out.get(), 1), 0);
+    EXPECT_EQ(type.ops().calc_rate(last.get(), nullptr, 0), 0);
     EXPECT_EQ(take_log(), std::vector(2, warning_line(type.rate_null)));
-    EXPECT_EQ(type.ops.calc_delta(prev.get(), last.get(), out.get(), 0), 0);
-    EXPECT_EQ(type.ops.calc_rate(last.get(), out.get(), 0), 1);
+    EXPECT_EQ(type.ops().calc_delta(prev.get(), last.get(), out.get(), 0), 0);
+    EXPECT_EQ(type.ops().calc_rate(last.get(), out.get(), 0), 1);
     EXPECT_EQ(out.at(0), 7);
     EXPECT_EQ(take_log(), (std::vector{debug_line(type.delta_zero), debug_line(type.rate_zero)}));
   }

@@ -43,7 +43,7 @@ class ScriptedClient {
   static clnt_stat call(CLIENT* handle, rpcproc_t procedure, xdrproc_t encode, void* argument,
                         xdrproc_t decode, void* result, timeval /*timeout*/) {
     auto& self = *static_cast<ScriptedClient*>(handle->cl_private);
-    char request[1024];
+    char request[4096];
     XDR stream;
     xdrmem_create(&stream, request, sizeof request, XDR_ENCODE);
     if (!encode(&stream, argument)) return RPC_CANTENCODEARGS;
