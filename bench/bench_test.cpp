@@ -18,6 +18,7 @@
 #include "bench/stock_client.h"
 #include "bench/wire_bytes.h"
 #include "daemon/clock.h"
+#include "daemon/collection_types.h"
 #include "files/file_format.h"
 
 namespace tally::bench {
@@ -55,7 +56,7 @@ TEST(CannedAgent, ServesEveryHostRowOnceWithCountersThatAdvance) {
       };
       EXPECT_EQ(walk_host_rows(*client, kIndex, check), rows);
       EXPECT_EQ(row, rows);
-      EXPECT_EQ(fetch_and_free(*client, kIndex + 1), 0U);
+      EXPECT_EQ(fetch_and_free(*client, TableKind::host, kIndex + 1), 0U);
       EXPECT_EQ(agent_up_time(*client), epoch * 100);
       next_epoch(*client);
     }
@@ -142,16 +143,81 @@ std::string content(const std::string& path) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
+template <class... Value>
+std::string little_endian(Value... values) {
+  std::string bytes;
+  (bytes.append(reinterpret_cast<const char*>(&values), sizeof values), ...);
+  return bytes;
+}
+
+std::string big_endian(std::uint64_t number, std::size_t length) {
+  std::string bytes;
+  for (std::size_t i = length; i-- > 0;) bytes += static_cast<char>(number >> (8 * i));
+  return bytes;
+}
+
+// The record of a canned row, as files have it.
+std::string record(TableKind kind, std::uint32_t row, std::uint32_t epoch) {
+  const auto ip = [](std::uint32_t host) {
+    return little_endian(4U) + big_endian(ip_address(host), 4) + std::string(12, '\0');
+  };
+  const std::uint32_t source = row / kPeersOfAHost;
+  const std::uint32_t dest = row % kPeersOfAHost;
+  std::string bytes;
+  if (kind == TableKind::host) bytes = big_endian(mac_address(row), 6);
+  if (kind == TableKind::matrix) {
+    bytes = big_endian(mac_address(source), 6) + big_endian(mac_address(dest), 6);
+  }
+  if (kind == TableKind::nlhost) bytes = little_endian(kProtocol) + ip(row);
+  if (kind == TableKind::nlmatrix) bytes = little_endian(kProtocol) + ip(source) + ip(dest);
+  if (kind == TableKind::dshost) {
+    bytes = little_endian(kGroup, kProtocol, kAddressWord) + ip(row).substr(4);
+  }
+  for (std::uint32_t field = 0; field < table_shape(kind).counters; ++field) {
+    bytes += little_endian(static_cast<double>(counter_value(row, field, epoch)));
+  }
+  return bytes;
+}
+
+std::filesystem::path own_directory() {
+  const auto path =
+      std::filesystem::temp_directory_path() / ("pollers." + std::to_string(getpid()));
+  std::filesystem::create_directory(path);
+  return path;
+}
+
+// Every row once, whoever asks: the stock client counts them, the daemon writes them down.
+TEST(Pollers, FetchEveryRowOfEveryTable) {
+  const auto directory = own_directory();
+  const SamplePaths paths{directory / "last", directory / "prev", directory / "delta"};
+  for (const TableKind kind : {TableKind::host, TableKind::matrix, TableKind::nlhost,
+                               TableKind::nlmatrix, TableKind::dshost}) {
+    const TableShape& shape = table_shape(kind);
+    for (const std::uint32_t rows : {0U, 1U, 100U, 250U}) {
+      SCOPED_TRACE(std::string(shape.name) + " " + std::to_string(rows));
+      const AgentProcess agent(serve(shape.name, rows));
+      const ClientHandle client = connect_stock(agent.port());
+      next_epoch(*client);
+      EXPECT_EQ(fetch_and_free(*client, kind, kIndex), rows);
+      EXPECT_EQ(fetch_and_free(*client, kind, kIndex + 1), 0U);
+      write_sample(paths.prev, shape.type, {}, now_seconds() - 100);
+      PolledAgent(agent.port(), shape.type, kIndex).poll(paths);
+      std::string expected;
+      for (std::uint32_t row = 0; row < rows; ++row) expected += record(kind, row, 1);
+      EXPECT_TRUE(content(paths.last).substr(sizeof(FileHeader)) == expected);
+    }
+  }
+  std::filesystem::remove_all(directory);
+}
+
 // Each poller in turn takes the same sample: 250 rows now, of which the previous sample had some,
 // and others that have gone.
 TEST(Pollers, WriteTheSameBytes) {
-  const auto directory =
-      std::filesystem::temp_directory_path() / ("pollers." + std::to_string(getpid()));
-  std::filesystem::create_directory(directory);
+  const auto directory = own_directory();
   const SamplePaths paths{directory / "last", directory / "prev", directory / "delta"};
   const AgentProcess agent(serve("host", 250));
   const ClientHandle client = connect_stock(agent.port());
-  PolledAgent daemon(agent.port(), kIndex);
+  PolledAgent daemon(agent.port(), tally::kHost, kIndex);
   const int connection = connect_raw(agent.port());
   next_epoch(*client);
   next_epoch(*client);
@@ -160,10 +226,10 @@ TEST(Pollers, WriteTheSameBytes) {
   const std::size_t record = before.size() / 400;
   for (const auto& [first, count] : {std::pair{0, 250}, {0, 0}, {100, 300}, {0, 60}, {300, 100}}) {
     SCOPED_TRACE(first);
-    write_host_sample(paths.prev,
-                      std::span(before).subspan(static_cast<std::size_t>(first) * record,
-                                                static_cast<std::size_t>(count) * record),
-                      now_seconds() - 100);
+    write_sample(paths.prev, tally::kHost,
+                 std::span(before).subspan(static_cast<std::size_t>(first) * record,
+                                           static_cast<std::size_t>(count) * record),
+                 now_seconds() - 100);
     daemon.poll(paths);
     const std::string last = content(paths.last);
     const std::string delta = content(paths.delta);

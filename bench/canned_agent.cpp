@@ -8,6 +8,7 @@
 //        pass, so counters advance from poll to poll, and outside of what a benchmark times.
 //   1    system information            9, 16, 24   control tables, all empty
 //   11, 18, 26   host, matrix and protocol distribution rows         184   the totals of the last
+//   34, 37       network hosts and conversations                     138   DSMON hosts, one a call
 //
 // All other procedures are refused as unavailable, what is malformed ends its connection.
 // Prints "listening on PORT" when it is ready and runs until it is killed.
@@ -20,6 +21,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -39,6 +41,7 @@ namespace {
 using tally::bench::put_u32;
 using tally::bench::put_u64;
 using tally::bench::SampleTable;
+using tally::bench::table_shape;
 using tally::bench::TableKind;
 using tally::bench::WireCursor;
 
@@ -62,7 +65,7 @@ enum AcceptStatus : std::uint32_t { kSuccess = 0, kProcedureUnavailable = 3 };
 struct Reply {
   static constexpr std::size_t kHead = 28;  // record mark and accepted-reply header
 
-  std::array<std::uint8_t, 128> bytes;
+  std::array<std::uint8_t, 192> bytes;
   std::uint8_t* end = bytes.data() + kHead;
   std::span<const std::uint8_t> rows;
 };
@@ -145,15 +148,23 @@ class Agent {
       default:
         break;
     }
-    for (const TableKind kind : {TableKind::host, TableKind::matrix, TableKind::pdist}) {
-      if (procedure != table_shape(kind).procedure) continue;
+    for (const TableKind kind : tally::bench::kTableKinds) {
+      const auto& shape = table_shape(kind);
+      if (procedure != shape.procedure) continue;
       if (procedure == table_.shape().procedure) {
         const auto first = table_.first_after(argument);
         if (!first) return std::nullopt;
-        reply.rows = table_.wire(*first, kBatch);
+        reply.rows = table_.wire(*first, shape.batched ? kBatch : 1);
       }
-      const auto count = reply.rows.size() / table_shape(kind).row_size;
-      reply.end = put_u32(reply.end, static_cast<std::uint32_t>(count));
+      if (shape.batched) {
+        const auto count = reply.rows.size() / shape.row_size;
+        reply.end = put_u32(reply.end, static_cast<std::uint32_t>(count));
+      } else if (reply.rows.empty()) {
+        // No such row: a status that is not 0, and a row of zeros.
+        std::uint8_t* const begin = reply.end;
+        reply.end = begin + shape.row_size;
+        std::fill(put_u32(begin, 1), reply.end, std::uint8_t{0});
+      }
       return kSuccess;
     }
     return kProcedureUnavailable;
@@ -234,12 +245,12 @@ int main(int argc, char** argv) try {
   std::uint32_t index = 1;
   bool with_parent = false;
   TableKind kind = TableKind::host;
-  const std::map<std::string, TableKind> kinds{
-      {"host", TableKind::host}, {"matrix", TableKind::matrix}, {"pdist", TableKind::pdist}};
+  std::map<std::string, TableKind> kinds;
+  for (const TableKind each : tally::bench::kTableKinds) kinds[table_shape(each).name] = each;
 
   CLI::App app("Serves one canned RMON table over ONC RPC on 127.0.0.1.");
   app.add_option("--port", port, "TCP port, 0 for any free one")->capture_default_str();
-  app.add_option("--table", kind, "host, matrix or pdist; the other tables are empty")
+  app.add_option("--table", kind, "Which table has rows; the others are empty")
       ->transform(CLI::CheckedTransformer(kinds));
   app.add_option("--rows", rows, "Rows of the table")
       ->check(CLI::Range(0U, tally::bench::kMostRows))

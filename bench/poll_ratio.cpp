@@ -3,7 +3,7 @@
 // Runs the contenders in turn on one CPU against a canned agent and prints every cost as JSON;
 // bench/run makes the table of ratios from it.
 //
-//   poll    the daemon's poll of a host table: fetch, merge, last and delta files
+//   poll    the daemon's poll of a table: fetch, merge, last and delta files
 //   stock   the stock rpcgen client that fetches the same rows and frees them
 //   bytes   the bytes of these rows through the RPC library, not decoded
 //   bare    the same poll without libraries and checks: the least that it costs on this machine
@@ -11,6 +11,8 @@
 //   rrd     the same rows written into librrd
 //   merge   the merge engine alone, with rows that lie in memory
 //   copy    a read-write loop over one sample file in blocks of 8 KiB
+//
+// All but poll and stock work on the host table only.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -26,9 +28,11 @@
 #include "bench/map_poller.h"
 #include "bench/poll_subject.h"
 #include "bench/rrd_files.h"
+#include "bench/sample_table.h"
 #include "bench/stock_client.h"
 #include "bench/stopwatch.h"
 #include "daemon/clock.h"
+#include "daemon/collection_types.h"
 
 namespace {
 
@@ -38,6 +42,7 @@ constexpr std::uint32_t kIndex = 1;
 constexpr std::int32_t kInterval = 60;
 
 struct Options {
+  TableKind table = TableKind::host;
   std::uint32_t rows = 100'000;
   std::uint32_t rounds = 15;
   int cpu = 0;
@@ -74,22 +79,29 @@ class WorkDirectory {
 class Arena {
  public:
   explicit Arena(const Options& options)
-      : rows_(options.rows),
+      : table_(options.table),
+        rows_(options.rows),
         directory_(options.directory),
-        agent_({"--port", "0", "--rows", std::to_string(rows_)}),
+        agent_(
+            {"--port", "0", "--table", table_shape(table_).name, "--rows", std::to_string(rows_)}),
         stock_(connect_stock(agent_.port())) {}
 
   Contender contender(const std::string& name) {
     const SamplePaths paths = directory_.sample(name);
+    if (name != "poll" && name != "stock" && table_ != TableKind::host) {
+      throw CLI::ValidationError(name + " works on the host table only");
+    }
     if (name == "stock" || name == "bytes") {
-      const auto fetch = name == "stock" ? fetch_and_free : fetch_bytes;
+      const bool decodes = name == "stock";
       return {name, [this] { next_epoch(*stock_); },
-              [this, fetch] {
-                if (fetch(*stock_, kIndex) != rows_) throw std::runtime_error("rows lost");
+              [this, decodes] {
+                const std::uint64_t rows = decodes ? fetch_and_free(*stock_, table_, kIndex)
+                                                   : fetch_bytes(*stock_, kIndex);
+                if (rows != rows_) throw std::runtime_error("rows lost");
               }};
     }
     if (name == "poll") {
-      auto agent = std::make_shared<PolledAgent>(agent_.port(), kIndex);
+      auto agent = std::make_shared<PolledAgent>(agent_.port(), table_shape(table_).type, kIndex);
       return poller(name, paths, [agent, paths] { agent->poll(paths); });
     }
     if (name == "bare") {
@@ -107,12 +119,13 @@ class Arena {
       return {name, [] {}, [files] { files->update(); }};
     }
     if (name == "merge") {
-      write_host_sample(paths.prev, host_records(rows_, 0), tally::now_seconds() - kInterval);
+      write_sample(paths.prev, tally::kHost, host_records(rows_, 0),
+                   tally::now_seconds() - kInterval);
       return {name, [] {},
               [records = host_records(rows_, 1), paths] { merge_records(records, paths); }};
     }
     if (name == "copy") {
-      write_host_sample(paths.prev, host_records(rows_, 0), tally::now_seconds());
+      write_sample(paths.prev, tally::kHost, host_records(rows_, 0), tally::now_seconds());
       return {name, [] {}, [paths] { copy_in_blocks(paths.prev, paths.last); }};
     }
     throw CLI::ValidationError("no contender " + name);
@@ -121,7 +134,7 @@ class Arena {
  private:
   // Before a poll the counters advance and the last sample becomes the previous one.
   Contender poller(const std::string& name, const SamplePaths& paths, std::function<void()> work) {
-    write_host_sample(paths.last, {}, tally::now_seconds() - kInterval);
+    write_sample(paths.last, table_shape(table_).type, {}, tally::now_seconds() - kInterval);
     return {name,
             [this, paths] {
               next_epoch(*stock_);
@@ -130,6 +143,7 @@ class Arena {
             std::move(work)};
   }
 
+  TableKind table_;
   std::uint32_t rows_;
   WorkDirectory directory_;
   AgentProcess agent_;
@@ -143,7 +157,9 @@ void run(const Options& options) {
   for (const std::string& name : options.contenders) contenders.push_back(arena.contender(name));
   const auto costs = alternate(contenders, options.rounds);
 
-  nlohmann::ordered_json result{{"rows", options.rows}, {"rounds", options.rounds}};
+  nlohmann::ordered_json result{{"table", table_shape(options.table).name},
+                                {"rows", options.rows},
+                                {"rounds", options.rounds}};
   for (std::size_t i = 0; i < contenders.size(); ++i) {
     auto& entry = result["contenders"][contenders[i].name];
     for (const Cost& cost : costs[i]) {
@@ -158,7 +174,11 @@ void run(const Options& options) {
 
 int main(int argc, char** argv) try {
   Options options;
-  CLI::App app("Measures polls of a host table; prints costs in seconds as JSON.");
+  std::map<std::string, TableKind> tables;
+  for (const TableKind each : kTableKinds) tables[table_shape(each).name] = each;
+  CLI::App app("Measures polls of a table; prints costs in seconds as JSON.");
+  app.add_option("--table", options.table, "Table that is polled; host if not given")
+      ->transform(CLI::CheckedTransformer(tables));
   app.add_option("--rows", options.rows, "Rows of the table")->capture_default_str();
   app.add_option("--rounds", options.rounds, "Measured runs of each")->capture_default_str();
   app.add_option("--cpu", options.cpu, "CPU that everything runs on")->capture_default_str();

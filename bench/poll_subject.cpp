@@ -87,9 +87,9 @@ class MemoryAgent final : public FixedAgent {
   CollectionOps ops_;
 };
 
-void run_engine(Agent& agent, std::uint32_t index, const SamplePaths& paths) {
+void run_engine(Agent& agent, std::uint32_t type, std::uint32_t index, const SamplePaths& paths) {
   CollectionRecord collection{};
-  collection.type = kHost;
+  collection.type = type;
   collection.index = index;
   if (poll_coll_delta(agent, collection, paths.last.c_str(), paths.prev.c_str(),
                       paths.delta.c_str()) != 1) {
@@ -117,10 +117,10 @@ std::vector<unsigned char> host_records(std::uint32_t count, std::uint32_t epoch
   return records;
 }
 
-void write_host_sample(const std::string& path, std::span<const unsigned char> records,
-                       std::int32_t time) {
+void write_sample(const std::string& path, std::uint32_t type,
+                  std::span<const unsigned char> records, std::int32_t time) {
   std::ofstream out(path, std::ios::binary);
-  const FileHeader header{0, 0, time, kHost};
+  const FileHeader header{0, 0, time, type};
   out.write(reinterpret_cast<const char*>(&header), sizeof header);
   out.write(reinterpret_cast<const char*>(records.data()),
             static_cast<std::streamsize>(records.size()));
@@ -137,18 +137,18 @@ void make_prev(const SamplePaths& paths, std::int32_t seconds) {
   }
 }
 
-PolledAgent::PolledAgent(std::uint16_t port, std::uint32_t control_index)
-    : agent_(std::make_unique<ConnectedAgent>(port)), index_(control_index) {}
+PolledAgent::PolledAgent(std::uint16_t port, std::uint32_t type, std::uint32_t control_index)
+    : agent_(std::make_unique<ConnectedAgent>(port)), type_(type), index_(control_index) {}
 
 PolledAgent::~PolledAgent() = default;
 
 void PolledAgent::poll(const SamplePaths& paths) {
-  run_engine(*agent_, index_, paths);
+  run_engine(*agent_, type_, index_, paths);
 }
 
 void merge_records(std::span<const unsigned char> records, const SamplePaths& paths) {
   MemoryAgent agent(records);
-  run_engine(agent, 0, paths);
+  run_engine(agent, kHost, 0, paths);
 }
 
 }  // namespace tally::bench

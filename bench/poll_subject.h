@@ -19,19 +19,20 @@ namespace tally::bench {
 // records, one behind the other.
 std::vector<unsigned char> host_records(std::uint32_t count, std::uint32_t epoch);
 
-// write_host_sample writes a sample file with these records that was taken at `time`.
-void write_host_sample(const std::string& path, std::span<const unsigned char> records,
-                       std::int32_t time);
+// write_sample writes a sample file of a collection type with these records that was taken at
+// `time`.
+void write_sample(const std::string& path, std::uint32_t type,
+                  std::span<const unsigned char> records, std::int32_t time);
 
 // make_prev turns the last sample into the previous one, taken `seconds` ago, so that polls without
 // a pause between them have an interval all the same.
 void make_prev(const SamplePaths& paths, std::int32_t seconds);
 
-// PolledAgent is the host table of a canned agent at 127.0.0.1:port, polled as the daemon does.
+// PolledAgent is a table of a canned agent at 127.0.0.1:port, polled as the daemon does.
 class PolledAgent {
  public:
   // Throws when the agent is not there.
-  PolledAgent(std::uint16_t port, std::uint32_t control_index);
+  PolledAgent(std::uint16_t port, std::uint32_t type, std::uint32_t control_index);
   ~PolledAgent();
 
   // poll takes one sample, the daemon's way. Throws when it fails.
@@ -39,6 +40,7 @@ class PolledAgent {
 
  private:
   std::unique_ptr<Agent> agent_;
+  std::uint32_t type_;
   std::uint32_t index_;
 };
 

@@ -17,13 +17,18 @@
 
 namespace tally::bench {
 
-enum class TableKind { host, matrix, pdist };
+enum class TableKind { host, matrix, pdist, nlhost, nlmatrix, dshost };
+inline constexpr TableKind kTableKinds[] = {TableKind::host,     TableKind::matrix,
+                                            TableKind::pdist,    TableKind::nlhost,
+                                            TableKind::nlmatrix, TableKind::dshost};
 
 // TableShape describes the rows of one kind on the wire. All counters of a row are neighbours.
 struct TableShape {
   const char* name;
-  std::uint32_t procedure;      // the bulk read
-  std::uint32_t row_size;       // bytes, with 6-byte addresses
+  std::uint32_t type;           // collection type code
+  std::uint32_t procedure;      // that reads rows
+  bool batched;                 // it returns lists of rows, not one row a call
+  std::uint32_t row_size;       // bytes, with MAC addresses of 6 bytes, network addresses of 4
   std::uint32_t first_counter;  // offset of the first counter
   std::uint32_t counters;       // 8 bytes each
 };
@@ -38,7 +43,18 @@ constexpr std::uint64_t mac_address(std::uint32_t row) {
   return 0x0200'0000'0000 + std::uint64_t{row} * 4099;
 }
 
-// A matrix row is the pair of hosts row / 16 and row % 16, so many rows share a source.
+// ip_address returns the IPv4 address of a network host row. In dshost it is the first four of the
+// twenty bytes.
+constexpr std::uint32_t ip_address(std::uint32_t row) {
+  return 0x0A00'0000 + row * 37;
+}
+
+// What all rows have in common: the protocol of network hosts and the aggregation group.
+inline constexpr std::uint32_t kProtocol = 7;
+inline constexpr std::uint32_t kGroup = 3;
+inline constexpr std::uint32_t kAddressWord = 4;
+
+// A matrix or nlmatrix row is the pair of hosts row / 16 and row % 16, so many rows share a source.
 inline constexpr std::uint32_t kPeersOfAHost = 16;
 
 constexpr std::uint64_t counter_start(std::uint32_t row, std::uint32_t field) {
@@ -67,7 +83,7 @@ class SampleTable {
   // wire returns the bytes of `count` rows from `first` on, cut at the end of the table.
   std::span<const std::uint8_t> wire(std::uint32_t first, std::uint32_t count) const;
 
-  // first_after returns the number of the first row behind the key of a bulk request (the whole
+  // first_after returns the number of the first row behind the key of a row request (the whole
   // encoded argument), which is rows() when there is none or when the key names another control
   // index. Nothing when the argument is malformed.
   std::optional<std::uint32_t> first_after(std::span<const std::uint8_t> argument) const;

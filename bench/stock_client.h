@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "bench/sample_table.h"
 #include "minitapd/tapd.h"
 
 namespace tally::bench {
@@ -57,8 +58,9 @@ std::uint64_t walk_host_rows(CLIENT& client, std::uint32_t index, Use&& use) {
   }
 }
 
-// fetch_and_free fetches a host table and throws it away. Returns the number of rows.
-std::uint64_t fetch_and_free(CLIENT& client, std::uint32_t index);
+// fetch_and_free fetches a table of any kind but pdist and throws it away. Returns the number of
+// rows.
+std::uint64_t fetch_and_free(CLIENT& client, TableKind kind, std::uint32_t index);
 
 // fetch_bytes fetches a host table and decodes nothing of it but the address to go on from: what
 // the RPC library's transport costs. Rows must have 6-byte addresses. Returns the number of rows.

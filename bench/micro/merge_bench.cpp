@@ -9,6 +9,7 @@
 #include "bench/bare_poller.h"
 #include "bench/poll_subject.h"
 #include "daemon/clock.h"
+#include "daemon/collection_types.h"
 
 namespace {
 
@@ -20,8 +21,8 @@ constexpr std::uint32_t kRows = 100'000;
 class Sample {
  public:
   Sample() : stem_("/dev/shm/merge_bench." + std::to_string(getpid())) {
-    tally::bench::write_host_sample(paths().prev, tally::bench::host_records(kRows, 0),
-                                    tally::now_seconds() - 60);
+    tally::bench::write_sample(paths().prev, tally::kHost, tally::bench::host_records(kRows, 0),
+                               tally::now_seconds() - 60);
   }
   Sample(const Sample&) = delete;
   Sample& operator=(const Sample&) = delete;
