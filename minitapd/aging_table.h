@@ -32,7 +32,7 @@ class AgingTable {
   // touch finds or makes the row of a key, which is then the one last seen. `now` is remembered
   // for a new row and for one that has to leave. The reference lives until the next touch.
   Entry& touch(const Key& key, std::uint32_t now) {
-    const std::size_t hash = hash_of(key);
+    const std::uint64_t hash = hash_of(key);
     if (const Slot known = slot_of(key, hash); known != kNone) {
       if (known != newest_) {
         unlink(known);
@@ -44,7 +44,7 @@ class AgingTable {
     Node& node = nodes_[slot];
     node.key = key;
     node.entry = {.counters = {}, .ordinal = ++inserts_, .created = now};
-    Slot& head = buckets_[hash & (buckets_.size() - 1)];
+    Slot& head = buckets_[bucket_of(hash)];
     node.next_in_bucket = head;
     head = slot;
     link_newest(slot);
@@ -103,19 +103,22 @@ class AgingTable {
   };
 
   // The keys come from the network; the random start keeps their senders from choosing collisions.
-  [[nodiscard]] std::size_t hash_of(const Key& key) const {
+  [[nodiscard]] std::uint64_t hash_of(const Key& key) const {
     std::uint64_t hash = seed_;
     for (std::size_t at = 0; at < kKeyBytes; at += 8) {
       std::uint64_t part = 0;
       std::memcpy(&part, key.data() + at, std::min<std::size_t>(8, kKeyBytes - at));
-      hash = (hash ^ part) * 0x9e3779b97f4a7c15U;
       hash ^= hash >> 32;
+      hash = (hash ^ part) * 0x9e3779b97f4a7c15U;
     }
     return hash;
   }
 
-  [[nodiscard]] Slot slot_of(const Key& key, std::size_t hash) const {
-    Slot slot = buckets_[hash & (buckets_.size() - 1)];
+  // Only the highest bits of a product depend on all bits of its factors.
+  [[nodiscard]] std::size_t bucket_of(std::uint64_t hash) const { return hash >> bucket_shift_; }
+
+  [[nodiscard]] Slot slot_of(const Key& key, std::uint64_t hash) const {
+    Slot slot = buckets_[bucket_of(hash)];
     while (slot != kNone && nodes_[slot].key != key) slot = nodes_[slot].next_in_bucket;
     return slot;
   }
@@ -123,8 +126,9 @@ class AgingTable {
   Slot add_node() {
     if (nodes_.size() == buckets_.size()) {
       buckets_.assign(2 * buckets_.size(), kNone);
+      --bucket_shift_;
       for (Slot slot = 0; slot < nodes_.size(); ++slot) {
-        Slot& head = buckets_[hash_of(nodes_[slot].key) & (buckets_.size() - 1)];
+        Slot& head = buckets_[bucket_of(hash_of(nodes_[slot].key))];
         nodes_[slot].next_in_bucket = head;
         head = slot;
       }
@@ -138,7 +142,7 @@ class AgingTable {
     Node& node = nodes_[slot];
     if (!node.waits_for_order) order_.erase(slot);
     unlink(slot);
-    Slot* link = &buckets_[hash_of(node.key) & (buckets_.size() - 1)];
+    Slot* link = &buckets_[bucket_of(hash_of(node.key))];
     while (*link != slot) link = &nodes_[*link].next_in_bucket;
     *link = node.next_in_bucket;
     last_delete_ = now;
@@ -161,7 +165,8 @@ class AgingTable {
   std::size_t max_rows_;
   std::uint64_t seed_ = std::random_device{}() | std::uint64_t{std::random_device{}()} << 32;
   std::vector<Node> nodes_;
-  std::vector<Slot> buckets_ = std::vector<Slot>(64, kNone);  // a power of two, of chains
+  std::vector<Slot> buckets_ = std::vector<Slot>(64, kNone);  // chains through next_in_bucket
+  int bucket_shift_ = 64 - 6;                                 // there are 2^(64 - it) buckets
   std::set<Slot, ByKey> order_{ByKey{&nodes_}};
   std::vector<Slot> unordered_;  // those of nodes_ that are not in order_
   Slot newest_ = kNone;

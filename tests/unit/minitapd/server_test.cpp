@@ -214,7 +214,7 @@ TEST(Server, RefusesABadStart) {
       {{"--script", script.path(), "--interface", "lo"}, 2},
       {{"--script", script.path(), "--port", "65536"}, 2},
       {{"--script", script.path(), "--capture-netns", "/proc/self/ns/net"}, 2},
-      {{"--interface", "lo", "--control", "vlan:1:x"}, 2},
+      {{"--interface", "lo", "--control", "vlans:1:x"}, 2},
       {{"--interface", "lo", "--control", "host:0:x"}, 2},
       {{"--interface", "lo", "--control", "host:1"}, 2},
       {{"--script", script.path(), "--port", taken}, 1},

@@ -1,0 +1,163 @@
+#!/usr/bin/python3
+"""The agent's counters of a capture file, number by number, against what tshark says of its frames.
+
+counts_test.py MINITAPD. tshark takes the frames apart; the sums over its fields are made here.
+"""
+import collections
+import ipaddress
+import os
+import random
+import struct
+import subprocess
+import sys
+import tempfile
+
+from agent_walk import walk
+from scapy.all import ARP, ICMP, IP, TCP, UDP, Dot1Q, Ether, ICMPv6EchoRequest, IPv6, Raw, wrpcap
+
+OWN = "02:00:00:00:00:01"
+# Local indexes, as minitapd --protocols tells them.
+TRANSPORTS = {(11, 1): 30, (11, 6): 32, (11, 17): 33, (12, 58): 50, (12, 6): 51, (12, 17): 52}
+PORTS = {(32, 80): 106, (32, 443): 111, (33, 53): 130, (33, 161): 135, (51, 80): 166, (51, 443): 171,
+         (52, 53): 190, (52, 161): 195}
+
+
+def frames(count):
+    dice = random.Random(6)
+    mac = lambda i: f"02:00:00:00:00:{i:02x}"
+    for _ in range(count):
+        a, b = dice.randrange(1, 40), dice.randrange(1, 40)
+        dest = dice.choice([mac(b)] * 6 + ["ff:ff:ff:ff:ff:ff", "01:00:5e:00:00:fb"])
+        frame = Ether(src=mac(a), dst=dest)
+        for _ in range(dice.choice([0, 0, 1, 1, 2])):
+            frame /= Dot1Q(vlan=dice.choice([0, 1, 2, 255, 256, 257, 4094, 4095]), prio=dice.randrange(8))
+        tos = dice.choice([0, 0, 0x28, 0xB8, 0xFF])
+        upper = dice.choice([TCP(sport=80, dport=50000 + a), TCP(sport=50000, dport=443), UDP(sport=53, dport=161),
+                             UDP(sport=40000, dport=40001), None]) 
+        load = Raw(b"x" * dice.randrange(1, 900))
+        kind = dice.random()
+        if kind < 0.5:
+            frame /= IP(src=f"10.0.{a}.1", dst=f"10.0.{b}.2", tos=tos) / (upper or ICMP()) / load
+        elif kind < 0.8:
+            frame /= IPv6(src=f"2001:db8::{a:x}", dst=f"2001:db8::{b:x}", tc=tos) / (upper or ICMPv6EchoRequest()) / load
+        elif kind < 0.95:
+            frame /= ARP(psrc=f"10.0.{a}.1", pdst=f"10.0.{b}.2")
+        else:
+            frame = frame.copy()
+            frame.lastlayer().type = 0x9999
+            frame /= load
+        yield frame
+
+
+def fields(path):
+    """What tshark finds in each frame: a dict of the first value of each field."""
+    names = ["frame.len", "eth.src", "eth.dst", "vlan.id", "vlan.priority", "arp.src.proto_ipv4",
+             "arp.dst.proto_ipv4", "ip.src", "ip.dst", "ip.dsfield.dscp", "ip.proto", "ipv6.src", "ipv6.dst",
+             "ipv6.tclass.dscp", "ipv6.nxt", "tcp.srcport", "tcp.dstport", "udp.srcport", "udp.dstport"]
+    command = ["tshark", "-n", "-r", path, "-T", "fields", "-E", "separator=;", "-E", "occurrence=f"]
+    out = subprocess.run(command + [part for name in names for part in ("-e", name)], check=True,
+                         capture_output=True, text=True).stdout
+    for line in out.splitlines():
+        yield dict(zip(names, line.split(";")))
+
+
+def stack_of(f):
+    network = 10 if f["arp.src.proto_ipv4"] else 11 if f["ip.src"] else 12 if f["ipv6.src"] else 0
+    stack = [1, network] if network else [1]
+    transport = TRANSPORTS.get((network, int(f["ip.proto"] or f["ipv6.nxt"] or 0)))
+    if transport:
+        stack.append(transport)
+        ports = sorted(int(f[n]) for n in ("tcp.srcport", "tcp.dstport", "udp.srcport", "udp.dstport") if f[n])
+        stack += [PORTS[transport, port] for port in ports if (transport, port) in PORTS][:1]
+    return network, stack
+
+
+def expected(path):
+    tables = collections.defaultdict(dict)
+
+    def add(table, width, key, pkts, octets, size):
+        row = tables[table].setdefault(key, [0] * width)
+        row[pkts] += 1
+        if octets is not None:
+            row[octets] += size
+
+    for priority in range(8):
+        tables["prio"][(priority,)] = [0, 0]
+    for f in fields(path):
+        size = max(int(f["frame.len"]), 60) + 4
+        source, dest = (bytes.fromhex(f[n].replace(":", "")) for n in ("eth.src", "eth.dst"))
+        group = dest[0] & 1
+        add("host", 7, (source,), 1, 3, size)
+        add("host", 7, (dest,), 0, 2, size)
+        if group:
+            add("host", 7, (source,), 5 if dest == b"\xff" * 6 else 6, None, size)
+        add("matrix", 3, (source, dest), 0, 1, size)
+        network, stack = stack_of(f)
+        for index in stack:
+            add("pdist", 2, (index,), 0, 1, size)
+        add("prio", 2, (int(f["vlan.priority"] or 0),), 0, 1, size)
+        if 1 <= int(f["vlan.id"] or 0) <= 4094:
+            add("vlan", 4, (int(f["vlan.id"]),), 0, 1, size)
+            if group:
+                add("vlan", 4, (int(f["vlan.id"]),), 2, 3, size)
+        if not network:
+            continue
+        src, dst = (ipaddress.ip_address(f[f"arp.{side}.proto_ipv4"] or f[f"ip.{side}"] or f[f"ipv6.{side}"]).packed
+                    for side in ("src", "dst"))
+        add("nlhost", 5, (network, src), 1, 3, size)
+        add("nlhost", 5, (network, dst), 0, 2, size)
+        if group:
+            add("nlhost", 5, (network, src), 4, None, size)
+        add("nlmatrix", 2, (network, src, dst), 0, 1, size)
+        if network == 10:
+            continue
+        dscp = int(f["ip.dsfield.dscp"] or f["ipv6.tclass.dscp"])
+        out = 2 if f["eth.src"] == OWN else 0
+        add("dsstats", 4, (dscp,), out, out + 1, size)
+        for index in stack:
+            add("dspdist", 2, (dscp, index), 0, 1, size)
+        pad = lambda address: address.ljust(20, b"\0")
+        add("dshost", 4, (dscp, network, pad(src), len(src)), 2, 3, size)
+        add("dshost", 4, (dscp, network, pad(dst), len(dst)), 0, 1, size)
+        add("dsmatrix", 2, (dscp, network, pad(src), pad(dst), stack[-1], len(src), len(dst)), 0, 1, size)
+    return tables
+
+
+# The keys of the client's records, packed little-endian; numeric tables compare as they are.
+word = lambda value: struct.pack("<I", value)
+ORDER = {
+    "nlhost": lambda k: word(k[0]) + word(len(k[1])) + k[1].ljust(16, b"\0"),
+    "nlmatrix": lambda k: word(k[0]) + b"".join(word(len(a)) + a.ljust(16, b"\0") for a in k[1:]),
+    "dshost": lambda k: word(k[0]) + word(k[1]) + word(k[3]) + k[2][:16],
+    "dsmatrix": lambda k: word(k[0]) + word(k[1]) + word(k[5]) + k[2][:16] + word(k[6]) + k[3][:16] + word(k[4]),
+}
+TABLES = ["host", "matrix", "pdist", "nlhost", "nlmatrix", "vlan", "prio", "dsstats", "dspdist", "dshost", "dsmatrix"]
+
+
+def check(agent, directory):
+    path = os.path.join(directory, "mixed.pcap")
+    wrpcap(path, list(frames(4000)))
+    with open(path, "ab") as file:
+        file.write(b"\0\0\0\0\0\0\0")  # the capture was cut in its next frame
+    whole = os.path.join(directory, "whole.pcap")
+    wrpcap(whole, list(frames(4000)))
+    tables = expected(whole)
+    assert set(tables) == set(TABLES)
+    process = subprocess.Popen([agent, "--read", path, "--port", "0", "--own-address", OWN],
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    try:
+        port = int(process.stdout.readline().split()[-1])
+        for name in TABLES:
+            rows = walk(port, name)
+            assert dict(rows) == tables[name], name
+            assert [key for key, _ in rows] == sorted(tables[name], key=ORDER.get(name)), f"order of {name}"
+            print(f"{name}: {len(rows)} rows as tshark counts them")
+    finally:
+        process.terminate()
+        message = process.communicate(timeout=20)[1]
+    assert "truncated dump file" in message and "counted the 4000 frames before" in message, message
+
+
+if __name__ == "__main__":
+    with tempfile.TemporaryDirectory() as scratch:
+        check(sys.argv[1], scratch)
