@@ -4,7 +4,7 @@
 // explain, its values written back give the same bytes (so no byte of a record is without a
 // column), and its table has a line per row and nothing in it that a terminal would obey.
 #include <algorithm>
-#include <cstring>
+#include <numeric>
 #include <string>
 #include <variant>
 #include <vector>
@@ -19,23 +19,22 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-void append(Bytes& bytes, const void* from, std::size_t size) {
-  const auto* first = static_cast<const unsigned char*>(from);
-  bytes.insert(bytes.end(), first, first + size);
-}
-
 Bytes write_back(const DeltaTable& table) {
   Bytes bytes;
-  append(bytes, &table.header, sizeof table.header);
+  const auto append = [&](const auto& value) {
+    const auto* first = reinterpret_cast<const unsigned char*>(&value);
+    bytes.insert(bytes.end(), first, first + sizeof value);
+  };
+  append(table.header);
   for (std::size_t row = 0; row < table.count(); ++row) {
     for (std::size_t column = 0; column < table.layout->columns.size(); ++column) {
       const Cell cell = table.cell(row, column);
       if (const auto* octets = std::get_if<Octets>(&cell)) {
-        append(bytes, octets->bytes.data(), octets->bytes.size());
+        bytes.insert(bytes.end(), octets->bytes.begin(), octets->bytes.end());
       } else if (const auto* rate = std::get_if<double>(&cell)) {
-        append(bytes, rate, sizeof *rate);
+        append(*rate);
       } else {
-        append(bytes, &std::get<std::uint32_t>(cell), sizeof(std::uint32_t));
+        append(std::get<std::uint32_t>(cell));
       }
     }
   }
@@ -43,23 +42,19 @@ Bytes write_back(const DeltaTable& table) {
 }
 
 void check_table(const DeltaTable& table) {
+  std::vector<std::size_t> all(table.count());
+  std::iota(all.begin(), all.end(), std::size_t{0});
   for (std::size_t column = 0; column < table.layout->columns.size(); ++column) {
-    TableStyle style;
-    style.sort_column = column;
-    std::vector<std::size_t> rows = ordered_rows(table, style);
+    auto rows = ordered_rows(table, {.sort_column = column});
     std::sort(rows.begin(), rows.end());
-    for (std::size_t i = 0; i < rows.size(); ++i) demand(rows[i] == i, "sorting keeps every row");
-    demand(rows.size() == table.count(), "sorting adds no row");
+    demand(rows == all, "sorting keeps every row and adds none");
   }
   for (const NumberStyle numbers : {NumberStyle::exact, NumberStyle::si}) {
-    TableStyle style;
-    style.numbers = numbers;
-    const std::string text = table_text(table, "fuzz", style);
+    const std::string text = table_text(table, "fuzz", {.numbers = numbers, .sort_column = {}});
     const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
     demand(lines == (table.count() == 0 ? 1 : table.count() + 2), "one line per row");
-    demand(std::all_of(text.begin(), text.end(),
-                       [](char c) { return c == '\n' || (c >= 0x20 && c < 0x7f); }),
-           "plain text");
+    const auto plain = [](char c) { return c == '\n' || (c >= 0x20 && c < 0x7f); };
+    demand(std::all_of(text.begin(), text.end(), plain), "plain text");
   }
 }
 

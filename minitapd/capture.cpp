@@ -3,10 +3,14 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -48,6 +52,19 @@ void inside_namespace(const std::string& path, Function function) {
   go_back();
 }
 
+// The address of an interface of the namespace that the thread is in.
+MacAddress station_of(const std::string& interface) {
+  ifreq request{};
+  interface.copy(std::begin(request.ifr_name), IFNAMSIZ - 1);
+  const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!socket || ::ioctl(socket.get(), SIOCGIFHWADDR, &request) != 0) {
+    fail("cannot read the address of " + interface);
+  }
+  MacAddress address{};
+  std::memcpy(address.data(), request.ifr_hwaddr.sa_data, address.size());
+  return address;
+}
+
 void deliver(u_char* sink, const pcap_pkthdr* header, const u_char* bytes) {
   (*reinterpret_cast<FrameSink*>(sink))({bytes, header->caplen}, header->len);
 }
@@ -63,12 +80,18 @@ void read_capture_file(const std::string& path, const FrameSink& sink) {
   const std::unique_ptr<pcap_t, decltype(&pcap_close)> file(
       pcap_open_offline(path.c_str(), error.data()), pcap_close);
   if (!file) throw std::runtime_error(path + ": " + error.data());
-  if (pcap_datalink(file.get()) != DLT_EN10MB) {
-    throw std::runtime_error(path + ": not a capture of Ethernet frames");
+  if (const int link = pcap_datalink(file.get()); link != DLT_EN10MB) {
+    const char* name = pcap_datalink_val_to_description_or_dlt(link);
+    throw std::runtime_error(path + ": a capture of " + name + ", not of Ethernet frames");
   }
-  FrameSink own = sink;
-  if (pcap_loop(file.get(), -1, deliver, as_user(own)) < 0) {
-    throw std::runtime_error(path + ": " + pcap_geterr(file.get()));
+  std::uint64_t frames = 0;
+  FrameSink counted = [&](std::span<const std::uint8_t> bytes, std::uint32_t wire_length) {
+    ++frames;
+    sink(bytes, wire_length);
+  };
+  if (pcap_loop(file.get(), -1, deliver, as_user(counted)) < 0) {
+    (void)std::fprintf(stderr, "minitapd: %s: %s; counted the %llu frames before\n", path.c_str(),
+                       pcap_geterr(file.get()), static_cast<unsigned long long>(frames));
   }
 }
 
@@ -100,6 +123,7 @@ void Capture::open() {
   if (pcap_setnonblock(handle.get(), 1, error.data()) != 0) {
     throw std::runtime_error(name + ": " + error.data());
   }
+  if (settings_.opened) settings_.opened(station_of(name));
   interface_index_ = ::if_nametoindex(name.c_str());
   handle_ = std::move(handle);
 }

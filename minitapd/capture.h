@@ -10,14 +10,17 @@
 #include <span>
 #include <string>
 
+#include "minitapd/packet.h"
+
 namespace minitapd {
 
 // Takes a frame of `wire_length` bytes, of which the first `bytes` were captured.
 using FrameSink =
     std::function<void(std::span<const std::uint8_t> bytes, std::uint32_t wire_length)>;
 
-// read_capture_file hands all frames of an Ethernet capture file to the sink. Throws
-// std::runtime_error.
+// read_capture_file hands all frames of an Ethernet capture file to the sink. A file that ends in
+// the middle of a frame, as one that is still written does, gives the frames before and a message
+// on standard error. Throws std::runtime_error for what is no such file.
 void read_capture_file(const std::string& path, const FrameSink& sink);
 
 // A live capture. It never blocks. An interface that goes away is reported once on standard error
@@ -28,6 +31,7 @@ class Capture {
     std::string interface;
     std::string netns;  // "" = the own network namespace
     bool promiscuous = true;
+    std::function<void(const MacAddress& own)> opened;  // called whenever the interface was opened
   };
 
   // Opens the interface. Throws std::runtime_error.

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -31,6 +32,7 @@ class LiveSource : public TableSource {
     std::size_t max_rows = 65536;
     std::uint32_t max_frame_octets = 0;  // 0 = no frame is too long
     std::string descr;
+    std::optional<MacAddress> own_address;  // whose frames count as sent
   };
   explicit LiveSource(Settings settings);
 
@@ -40,6 +42,8 @@ class LiveSource : public TableSource {
 
   // watch_capture says where control rows learn of the capture; it is asked anew for each row.
   void watch_capture(std::function<CaptureState()> capture) { capture_ = std::move(capture); }
+
+  void set_own_address(const MacAddress& address) { settings_.own_address = address; }
 
   // count_frame counts a frame of `wire_length` bytes, of which the first `bytes` were captured. A
   // frame without a whole Ethernet header is left out.
@@ -54,13 +58,13 @@ class LiveSource : public TableSource {
 
  private:
   [[nodiscard]] std::vector<ControlRow>& control_of(Table table);
+  [[nodiscard]] bool has_control(Table table, std::int32_t index) const;
   void describe_use(Table table, ControlRow& row) const;
 
   Settings settings_;
-  // By Table; null where nothing is counted.
-  std::array<std::unique_ptr<CountingTable>, kTableCount> tables_;
-  const PdistTable* pdist_ = nullptr;                         // the one of tables_, for its totals
-  std::array<std::vector<ControlRow>, kTableCount> control_;  // by index
+  std::array<std::unique_ptr<CountingTable>, kTableCount> tables_;  // by Table
+  std::array<std::vector<ControlRow>, kTableCount> control_;        // by Table; each by index
+  Totals totals_{.status = 0, .pkts = 0, .octets = 0};              // of all good frames
   std::function<CaptureState()> capture_ = [] { return CaptureState{}; };
   std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
 };

@@ -44,7 +44,8 @@ void serve_traffic(const Options& options) {
   const bool live = !options.interface.empty();
   LiveSource source({.max_rows = options.max_rows,
                      .max_frame_octets = options.max_frame_octets,
-                     .descr = "minitapd on " + (live ? options.interface : options.capture_file)});
+                     .descr = "minitapd on " + (live ? options.interface : options.capture_file),
+                     .own_address = options.own_address});
   for (const ControlOption& row : options.control) {
     source.add_control(row.table, row.index, row.owner);
   }
@@ -60,7 +61,11 @@ void serve_traffic(const Options& options) {
   }
   Capture capture({.interface = options.interface,
                    .netns = options.capture_netns,
-                   .promiscuous = options.promiscuous},
+                   .promiscuous = options.promiscuous,
+                   .opened =
+                       [&](const MacAddress& own) {
+                         source.set_own_address(options.own_address.value_or(own));
+                       }},
                   sink);
   source.watch_capture([&capture] {
     return CaptureState{.interface_index = capture.interface_index(),

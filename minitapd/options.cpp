@@ -1,5 +1,7 @@
 #include "minitapd/options.h"
 
+#include <netinet/ether.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
@@ -11,9 +13,6 @@ namespace minitapd {
 
 namespace {
 
-// What is counted from traffic; only these tables can have control rows of their own.
-constexpr std::array kCounted = {Table::host, Table::matrix, Table::pdist};
-
 std::string control_error(const std::string& text) {
   try {
     (void)parse_control(text);
@@ -21,6 +20,16 @@ std::string control_error(const std::string& text) {
   } catch (const std::invalid_argument& error) {
     return error.what();
   }
+}
+
+std::optional<MacAddress> parse_address(const std::string& text) {
+  ether_addr parsed{};
+  if (::ether_aton_r(text.c_str(), &parsed) == nullptr) return std::nullopt;
+  return std::to_array(parsed.ether_addr_octet);
+}
+
+std::string address_error(const std::string& text) {
+  return parse_address(text) ? std::string() : "not a MAC address: " + text;
 }
 
 }  // namespace
@@ -33,12 +42,10 @@ ControlOption parse_control(const std::string& text) {
   }
   ControlOption option;
   const std::string name = text.substr(0, first);
-  const auto* table =
-      std::ranges::find_if(kCounted, [&](Table counted) { return shape_of(counted).name == name; });
-  if (table == kCounted.end()) {
-    throw std::invalid_argument("no counted table is called " + name);
-  }
-  option.table = *table;
+  const auto shapes = table_shapes();
+  const auto shape = std::ranges::find(shapes, name, &TableShape::name);
+  if (shape == shapes.end()) throw std::invalid_argument("no table is called " + name);
+  option.table = static_cast<Table>(shape - shapes.begin());
   const char* const end = text.data() + second;
   const auto [stop, error] = std::from_chars(text.data() + first + 1, end, option.index);
   if (error != std::errc{} || stop != end || option.index < 1 || option.index > 65535) {
@@ -72,14 +79,19 @@ Options parse_options(int argc, char** argv) {
   app.add_flag("--promiscuous,!--no-promiscuous", options.promiscuous,
                "See frames for other stations, too (default)");
   app.add_option("--control", control,
-                 "A control row, TABLE:INDEX:OWNER; repeatable. Default: one row of index 1 and "
-                 "owner LocalMgr for each of host, matrix and pdist")
+                 "A control row, TABLE:INDEX:OWNER; repeatable. Default: one row of index 1 for "
+                 "each table, owner monitor for vlan and prio, LocalMgr for the others")
       ->check(control_error);
   app.add_option("--max-rows", options.max_rows,
                  "Most rows of a table; the one that was not seen "
                  "for longest leaves")
       ->check(CLI::Range(2, 10'000'000))
       ->capture_default_str();
+  std::string own_address;
+  app.add_option("--own-address", own_address,
+                 "MAC address whose frames count as sent. Default: that of the interface, and none "
+                 "for a capture file")
+      ->check(address_error);
   app.add_option("--max-frame", options.max_frame_octets,
                  "Frames of more octets, FCS included, are errors; 0 = no limit")
       ->capture_default_str();
@@ -90,8 +102,13 @@ Options parse_options(int argc, char** argv) {
     std::exit(app.exit(error) == 0 ? EXIT_SUCCESS : 2);
   }
   if (control.empty()) {
-    for (const Table table : kCounted) options.control.push_back({table, 1, "LocalMgr"});
+    for (std::size_t i = 0; i < kTableCount; ++i) {
+      const auto table = static_cast<Table>(i);
+      const bool own = table == Table::vlan || table == Table::prio;
+      options.control.push_back({table, 1, own ? "monitor" : "LocalMgr"});
+    }
   }
+  if (!own_address.empty()) options.own_address = parse_address(own_address);
   for (const std::string& text : control) options.control.push_back(parse_control(text));
   return options;
 }

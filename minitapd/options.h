@@ -3,9 +3,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "minitapd/packet.h"
 #include "minitapd/tables.h"
 
 namespace minitapd {
@@ -26,8 +28,9 @@ struct Options {
   std::string capture_netns;  // with --interface: the network namespace that it is in
   bool promiscuous = true;
   std::vector<ControlOption> control;
-  std::size_t max_rows = 65536;        // of every counted table
-  std::uint32_t max_frame_octets = 0;  // longer frames are errors; 0 = no limit
+  std::size_t max_rows = 65536;           // of every counted table
+  std::uint32_t max_frame_octets = 0;     // longer frames are errors; 0 = no limit
+  std::optional<MacAddress> own_address;  // whose frames count as sent
   std::string trace;
   bool list_protocols = false;
 };

@@ -108,6 +108,14 @@ void parse_ipv6(Packet& packet, Bytes rest) {
   if (!later_fragment) parse_ports(packet, transport, rest);
 }
 
+// RFC 826, for IPv4 addresses over Ethernet.
+void parse_arp(Packet& packet, Bytes rest) {
+  constexpr std::array<std::uint8_t, 6> kIpOverEthernet = {0, 1, 8, 0, 6, 4};
+  const Bytes message = take(rest, 28);
+  if (message.empty() || !std::ranges::equal(message.first(6), kIpOverEthernet)) return;
+  packet.network = addresses(protocol::kArp, message.subspan(14, 4), message.subspan(24, 4), 0);
+}
+
 // IEEE 802.2: what stands behind a length.
 void parse_llc(Packet& packet, Bytes rest) {
   const Bytes header = take(rest, 3);
@@ -159,6 +167,7 @@ std::optional<Packet> parse_frame(Bytes bytes, std::uint32_t wire_length) {
   }
   enter(packet, 0, protocol::kEther2);
   const LocalIndex network = enter(packet, protocol::kEther2, type);
+  if (network == protocol::kArp) parse_arp(packet, bytes);
   if (network == protocol::kIp) parse_ip(packet, bytes);
   if (network == protocol::kIpv6) parse_ipv6(packet, bytes);
   return packet;

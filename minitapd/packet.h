@@ -22,12 +22,16 @@ struct VlanTag {
   std::uint8_t priority = 0;  // 0 to 7
 };
 
+using NetworkAddress = std::array<std::uint8_t, 16>;  // zeros behind a shorter one
+
 struct NetworkHeader {
-  LocalIndex protocol = 0;  // ip or ipv6
+  LocalIndex protocol = 0;  // ip, ipv6, or arp, whose addresses are those of IP
   std::uint8_t address_size = 0;
-  std::array<std::uint8_t, 16> source{};
-  std::array<std::uint8_t, 16> dest{};
-  std::uint8_t dscp = 0;  // 0 to 63
+  NetworkAddress source{};  // of ARP: the sender
+  NetworkAddress dest{};    // of ARP: the target
+  std::uint8_t dscp = 0;    // 0 to 63; of IP only
+
+  [[nodiscard]] bool is_ip() const { return protocol != protocol::kArp; }
 };
 
 struct Packet {

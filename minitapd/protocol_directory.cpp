@@ -14,7 +14,7 @@ constexpr std::array kBase = {
     Protocol{kEther2, Layer::link, "ether2", 0, 1},
     Protocol{kLlc, Layer::link, "llc", 0, 2},
     Protocol{kSnap, Layer::link, "snap", 0, 3},
-    Protocol{10, Layer::network, "arp", kEther2, 0x0806},
+    Protocol{kArp, Layer::network, "arp", kEther2, 0x0806},
     Protocol{kIp, Layer::network, "ip", kEther2, 0x0800},
     Protocol{kIpv6, Layer::network, "ipv6", kEther2, 0x86dd},
     Protocol{13, Layer::network, "lldp", kEther2, 0x88cc},

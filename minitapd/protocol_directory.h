@@ -29,6 +29,7 @@ namespace protocol {
 inline constexpr LocalIndex kEther2 = 1;  // a type field
 inline constexpr LocalIndex kLlc = 2;     // IEEE 802.2
 inline constexpr LocalIndex kSnap = 3;    // 802.2 with a type field behind
+inline constexpr LocalIndex kArp = 10;
 inline constexpr LocalIndex kIp = 11;
 inline constexpr LocalIndex kIpv6 = 12;
 inline constexpr LocalIndex kTcpOverIp = 32;

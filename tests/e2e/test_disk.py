@@ -8,7 +8,7 @@ import pytest
 
 from harness import control, model, processes, settings
 from harness.collection import Collection, next_second
-from harness.files import HOST, Header
+from harness.files import HOST
 from harness.paths import DATA
 from harness.syslog import DEBUG, WARNING
 
@@ -161,22 +161,6 @@ def test_last_file_of_impossible_length(rows, odd, daemon, agent, log):
     collection.next_sample(model.returned(HOST, MORE, 1))
     log.expect((WARNING, "Error 2 reading to fill file cache."), (DEBUG, "filebuf_getnext: ERROR filling cache!"))
     collection.next_sample(model.returned(HOST, MORE, 1))
-
-
-@pytest.mark.parametrize("ahead", [3600, 10**6, -2**31 + 1, -3600])
-def test_clock_that_was_set(ahead, daemon, agent):
-    """A sample from the future or from long ago: the header tells the interval with its sign, the
-    rates are divided by it as an unsigned number."""
-    rows = ROWS[:3]
-    agent.serve(host=rows)
-    collection = Collection(daemon, HOST)
-    collection.first_sample(model.returned(HOST, rows, 1))
-    last = HOST.path(1, "last")
-    sample = HOST.unpack(last.read_bytes())
-    collection.time = min(sample.header.time + ahead, 2**31 - 1) if ahead > -10**9 else 2**31 + ahead
-    last.write_bytes(HOST.pack(Header(0, 1000, collection.time, 0), sample.rows))
-    agent.serve(host=MORE[:3])
-    collection.next_sample(model.returned(HOST, MORE[:3], 1))
 
 
 def test_reader_holds_a_poll_up(own_daemon, agent, log):

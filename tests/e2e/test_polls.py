@@ -1,4 +1,6 @@
 """Collections from a create message to delta files, byte by byte, for every type that can be created."""
+import random
+
 import pytest
 
 from harness import model, samples
@@ -237,3 +239,29 @@ def test_one_pass_asks_no_more_than_it_needs(daemon, agent):
     calls = [call.split()[0] for call in agent.calls()]
     assert [call for call in calls if call != str(NULL)] == ["1", "11", "11"]
     assert 1 <= calls.count(str(NULL)) <= 2
+
+
+def random_hosts(pick, count):
+    """Hosts whose counters are of every size, near the powers of two more often than not."""
+    def counter():
+        value = pick.getrandbits(pick.randint(1, 64))
+        return value if pick.random() < 0.5 else max(0, min(TOP, 2**pick.randint(0, 64) + pick.randint(-3, 3)))
+    return [(INDEX, (number.to_bytes(6, "big"), *(counter() for _ in range(7)))) for number in range(1, count)]
+
+
+# Seconds between two samples: within the edges of the arithmetic, and what a clock that was set
+# makes of it (the header tells the sign, the divisor is an unsigned number).
+@pytest.mark.parametrize("interval", [1, 3, 7, 60, 2047, 2048, 2049, 3600, 10**8, 2**31 - 1, -1, -3600, -10**6])
+def test_arithmetic_over_any_interval(interval, daemon, agent):
+    """A sample that is as old as that, or from the future, and hundreds of random counters."""
+    pick = random.Random(interval)
+    before, after = random_hosts(pick, 150), random_hosts(pick, 200)
+    agent.serve(host=before)
+    collection = Collection(daemon, HOST, INDEX)
+    collection.first_sample(returned(HOST, before))
+    last = HOST.path(INDEX, "last")
+    sample = HOST.unpack(last.read_bytes())
+    collection.time = max(sample.header.time - interval, 0)
+    last.write_bytes(HOST.pack(sample.header._replace(time=collection.time), sample.rows))
+    agent.serve(host=after)
+    collection.next_sample(returned(HOST, after), same_second=True)

@@ -1,11 +1,9 @@
-// What stands below all rooms: log calls, the type tables, the schedule rules.
+// What stands below all rooms: log calls and the schedule rules.
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <optional>
 #include <string>
 
-#include "daemon/collection_types.h"
 #include "daemon/log.h"
 #include "daemon/schedule.h"
 #include "support/syslog_capture.h"
@@ -21,36 +19,6 @@ TEST(Log, SendsTextsWithTheirPriority) {
   EXPECT_EQ(take_log(), (std::vector{debug_line("Error 17 creating delta file."),
                                      warning_line("100%s of %n are text"),
                                      warning_line(std::string(1023, 'x'))}));
-}
-
-TEST(CollectionTypes, HaveTheirNames) {
-  const struct {
-    const char* stem;
-    const char* listing;
-  } names[] = {{"host", "Host (MAC)"},
-               {"matrix", "Matrix (MAC)"},
-               {"pdist", "Protocol Dist"},
-               {"nlhost", "Host (Net)"},
-               {"nlmatrix", "Matrix (Net)"},
-               {"vlan", "Vlan Id"},
-               {"prio", "Vlan Prio"},
-               {"dsstats", "Dsmon Stats"},
-               {"dspdist", "Dsmon Protocol Dist"},
-               {"dshost", "Dsmon Host"},
-               {"dsmatrix", "ILLEGAL VALUE!"},
-               {nullptr, "ILLEGAL VALUE!"},
-               {"etherstats", "EtherStats"},
-               {"supvlan", "VlanStats"},
-               {"ifstats", "IfStats"}};
-  for (const std::uint32_t type : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 11U, 12U, 13U, 14U,
-                                   15U, 16U, 255U, 0xffffffffU}) {
-    SCOPED_TRACE(type);
-    const auto& expected = names[type < std::size(names) ? type : 11];
-    EXPECT_STREQ(type_stem(type), expected.stem);
-    EXPECT_STREQ(listing_name(type), expected.listing);
-    EXPECT_EQ(is_agent_type(type), type < 11);
-    EXPECT_EQ(is_supervisor_type(type), type > 11 && type < 15);
-  }
 }
 
 constexpr std::int32_t kLast = std::numeric_limits<std::int32_t>::max();

@@ -50,7 +50,14 @@ class FakeAgent final : public Agent {
 class CountingList final : public DueList {
  public:
   explicit CountingList(Registry& registry) : registry_(registry) {}
-  std::optional<std::int32_t> earliest_due() const override { return registry_.earliest_due(); }
+  std::optional<std::int32_t> earliest_due() const override {
+    const auto due = registry_.earliest_due();
+    if (calls_to_pause > 0 && --calls_to_pause == 0) {
+      pausing = true;
+      std::this_thread::sleep_for(100ms);
+    }
+    return due;
+  }
   std::int32_t interval() const override { return registry_.interval(); }
   void begin_pass() override { registry_.begin_pass(); }
   unsigned sweep(std::int32_t interval,
@@ -61,6 +68,8 @@ class CountingList final : public DueList {
     });
   }
 
+  mutable std::atomic<int> calls_to_pause{0};
+  mutable std::atomic<bool> pausing{false};
   std::atomic<std::uint32_t> last_polled{0};
   std::atomic<int> polls{0};
 
@@ -133,6 +142,16 @@ TEST_F(PollTaskTest, SeesEveryChange) {
     }
   }
   EXPECT_TRUE(agent_.alarms_blocked);
+}
+
+// A collection that is made between the task's look at the due time and its wait.
+TEST_F(PollTaskTest, LosesNoWakeUpBeforeTheWait) {
+  std::this_thread::sleep_for(50ms);  // the task waits
+  list_.calls_to_pause = 2;           // it looks whether there is anything, then for how long
+  registry_.wake_poll_task();
+  ASSERT_TRUE(soon([&] { return list_.pausing.load(); }));
+  create(1);
+  EXPECT_TRUE(soon([&] { return list_.polls > 0; }));
 }
 
 TEST_F(PollTaskTest, SleepsWhileNothingIsDue) {

@@ -36,14 +36,6 @@ std::vector<SupervisorKind> test_kinds() {
           {kIfStats, enabled[2], "", "", "", {}}};
 }
 
-TEST(SupervisorKinds, AreThreeInOrder) {
-  const auto kinds = supervisor_kinds();
-  for (const std::uint32_t type : {kEtherStats, kSupVlan, kIfStats}) {
-    EXPECT_EQ(kinds[type - kEtherStats].type, type);
-    EXPECT_EQ(&supervisor_kind(type), &kinds[type - kEtherStats]);
-  }
-}
-
 TEST(SupervisorKinds, NextTimeout) {
   struct Kind {
     bool enabled;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "frames.h"
+#include "minitapd/aging_table.h"
 
 namespace minitapd {
 namespace {
@@ -98,7 +99,7 @@ TEST(LiveSource, CountsAsAPlainTallyDoes) {
                {"86dd 60000000 00083a40 00000000000000000000000000000001"
                 "00000000000000000000000000000002 8000",
                 {1, 12, 50}}};
-  LiveSource source({.max_rows = 1000, .max_frame_octets = 1518, .descr = ""});
+  LiveSource source({.max_rows = 1000, .max_frame_octets = 1518, .descr = "", .own_address = {}});
   source.add_control(Table::host, 1, "LocalMgr");
   source.add_control(Table::matrix, 1, "LocalMgr");
   source.add_control(Table::pdist, 1, "LocalMgr");
@@ -148,7 +149,7 @@ TEST(LiveSource, CountsAsAPlainTallyDoes) {
 }
 
 TEST(LiveSource, WalksFromAnyKeyIntoTheNextControlIndex) {
-  LiveSource source({.max_rows = 1000, .max_frame_octets = 0, .descr = ""});
+  LiveSource source({.max_rows = 1000, .max_frame_octets = 0, .descr = "", .own_address = {}});
   source.add_control(Table::host, 9, "later");
   source.add_control(Table::host, 4, "LocalMgr");
   EXPECT_THROW(source.add_control(Table::host, 9, "again"), std::invalid_argument);
@@ -215,11 +216,11 @@ TEST(AgingTable, LetsTheRowGoThatWasNotSeenForLongest) {
   };
   for (const int key : {30, 10, 20}) see(static_cast<std::uint8_t>(key), 1);
   EXPECT_THAT(keys(), ElementsAre(10, 20, 30));
-  EXPECT_EQ(table.last_delete(), 0U);
+  EXPECT_EQ(table.use().last_delete, 0U);
   see(30, 2);  // now 10 is the oldest
   see(40, 3);
   EXPECT_THAT(keys(), ElementsAre(20, 30, 40));
-  EXPECT_EQ(table.last_delete(), 3U);
+  EXPECT_EQ(table.use().last_delete, 3U);
   EXPECT_NE(table.find({0, 20}), nullptr);  // looking is not seeing
   see(5, 4);
   EXPECT_THAT(keys(), ElementsAre(5, 30, 40));
@@ -228,7 +229,7 @@ TEST(AgingTable, LetsTheRowGoThatWasNotSeenForLongest) {
   EXPECT_EQ(table.touch({0, 20}, 5).ordinal, 6U);
   for (int i = 0; i < 10000; ++i) {
     table.touch({static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)}, 6);
-    ASSERT_LE(table.size(), 3U);
+    ASSERT_LE(table.use().rows, 3U);
   }
 }
 

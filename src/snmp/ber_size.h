@@ -1,0 +1,45 @@
+// Sizes of contents and length fields, without tests and messages. Private to the library: shared
+// by the size pass (findlen) and the write pass (bld_pkt).
+#pragma once
+
+#include <bit>
+#include <cstdint>
+
+#include "snmp/values.h"
+
+namespace tally {
+
+inline constexpr std::int32_t kMaxLength = 0xFFFFFF;  // of a content that is encoded here
+
+// Bytes of content. A two's complement number needs room for its sign bit above its significant
+// bits, and an unsigned one needs a bit of 0 there, so both have one byte more than
+// floor(significant bits / 8).
+constexpr int int_content(std::int32_t value) {
+  return std::bit_width(static_cast<std::uint32_t>(value < 0 ? ~value : value)) / 8 + 1;
+}
+
+constexpr int uint_content(std::uint64_t value) {
+  return static_cast<int>(std::bit_width(value)) / 8 + 1;
+}
+
+// length_size returns the bytes of the length field for a content of 0 to 0xFFFFFF bytes.
+constexpr std::int16_t length_size(std::int32_t length) {
+  return static_cast<std::int16_t>(1 + (length > 0x7F) + (length > 0xFF) + (length > 0xFFFF));
+}
+
+// subid_size returns the bytes of a sub-identifier in base 128: 1 to 5.
+constexpr int subid_size(std::uint32_t subid) {
+  return 1 + (subid > 0x7F) + (subid > 0x3FFF) + (subid > 0x1FFFFF) + (subid > 0xFFFFFFF);
+}
+
+// four_small tells whether the next four sub-identifiers have one byte each, as most have: the one
+// test in place of four is worth it, because names are most of a packet.
+constexpr bool four_small(const std::uint32_t* sids) {
+  return (sids[0] | sids[1] | sids[2] | sids[3]) <= 0x7F;
+}
+
+// oid_content returns the bytes of an OID's content, or -1 for an OID (or null) that has more
+// sub-identifiers than any length here can count.
+[[nodiscard]] std::int32_t oid_content(const OID* oid);
+
+}  // namespace tally

@@ -1,0 +1,174 @@
+#include "snmp/debug.h"
+
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace tally {
+namespace {
+
+struct BitName {
+  std::uint32_t bit;
+  const char* name;
+};
+
+constexpr BitName kLevels[] = {
+    {APTRACE, "APTRACE"},     {APWARN, "APWARN"},   {APERROR, "APERROR"},
+    {APTHREAD, "APTHREAD"},   {APTIMER, "APTIMER"}, {APCONFIG, "APCONFIG"},
+    {APPACKET, "APPACKET"},   {APTRAP, "APTRAP"},   {APACCESS, "APACCESS"},
+    {APVERBOSE, "APVERBOSE"}, {APUSER, "APUSER"},
+};
+
+constexpr BitName kSinkFlags[] = {
+    {ZNLOG_FILE, "ZNLOG_FILE"},
+    {ZNLOG_TRACEFILE, "ZNLOG_TRACEFILE"},
+    {ZNLOG_APPEND, "ZNLOG_APPEND"},
+    {ZNLOG_STDOUT, "ZNLOG_STDOUT"},
+    {ZNLOG_STDERR, "ZNLOG_STDERR"},
+    {ZNLOG_RESERVED_D, "ZNLOG_RESERVED_D"},
+    {ZNLOG_RESERVED_C, "ZNLOG_RESERVED_C"},
+    {ZNLOG_RESERVED_B, "ZNLOG_RESERVED_B"},
+    {ZNLOG_RESERVED_A, "ZNLOG_RESERVED_A"},
+    {ZNLOG_EXTEND, "ZNLOG_EXTEND"},
+};
+
+bool passes(const LogContext& context, std::uint32_t level) {
+  return level == APALWAYS || (level & context.mask) != 0;
+}
+
+const char* text_of(const char* text) {
+  return text == nullptr ? "" : text;
+}
+
+// A stream that cannot be written to has no log to say so in.
+[[gnu::format(printf, 2, 3)]] void print(std::FILE* stream, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  static_cast<void>(std::vfprintf(stream, format, arguments));
+  va_end(arguments);
+}
+
+}  // namespace
+
+LogContext* log_context = nullptr;
+
+void FreeLogMessage(LogMessage* message) {
+  if (message == nullptr) return;
+  std::free(message->progname);
+  std::free(message->filename);
+  std::free(message->message);
+  std::free(message);
+}
+
+void StartLogMessage(std::uint32_t level, const char* format, ...) {
+  LogContext* const context = log_context;
+  if (context == nullptr || context->pending != nullptr || context->sink == nullptr ||
+      context->sink == FreeLogMessage || !passes(*context, level)) {
+    return;
+  }
+  const bool named = context->progname != nullptr && context->progname[0] != '\0';
+  std::size_t used = 0;
+  if (named) {
+    const int wanted =
+        std::snprintf(context->buffer, sizeof context->buffer, "%s: ", context->progname);
+    if (wanted < 0) return;
+    used = std::strlen(context->buffer);
+  }
+  va_list arguments;
+  va_start(arguments, format);
+  const int written =
+      std::vsnprintf(context->buffer + used, sizeof context->buffer - used, format, arguments);
+  va_end(arguments);
+  if (written < 0) return;
+
+  auto* message = static_cast<LogMessage*>(std::malloc(sizeof(LogMessage)));
+  if (message == nullptr) return;
+  *message = {level,  static_cast<std::uint32_t>(std::time(nullptr)), nullptr, nullptr, 0, nullptr,
+              nullptr};
+  message->message = strdup(context->buffer);
+  if (named) message->progname = strdup(context->progname);
+  if (message->message == nullptr || (named && message->progname == nullptr)) {
+    FreeLogMessage(message);
+    return;
+  }
+  context->pending = message;
+}
+
+void FinishLogMessage(const char* filename, std::int32_t linenum) {
+  LogContext* const context = log_context;
+  if (context == nullptr || context->pending == nullptr || context->delivering ||
+      !passes(*context, context->pending->level)) {
+    return;
+  }
+  context->pending->filename = strdup(text_of(filename));
+  context->pending->linenum = linenum;
+  // The slot stays taken while the sink runs, so that a sink whose own calls fail is not entered
+  // again; `delivering` keeps the second step of such a call off the record, which may be gone.
+  context->delivering = true;
+  context->sink(context->pending);
+  context->delivering = false;
+  context->pending = nullptr;
+}
+
+void WriteLogMessage(LogMessage* message) {
+  const LogSink* const sink = log_context == nullptr ? nullptr : log_context->output;
+  if (sink != nullptr && sink->logfile_fp != nullptr) {
+    (sink->format == 0 ? PrintShortLogMessage : PrintLongLogMessage)(message, sink->logfile_fp);
+  }
+  FreeLogMessage(message);
+}
+
+void PrintShortLogMessage(const LogMessage* message, std::FILE* stream) {
+  print(stream, "%s", text_of(message->message));
+  print(stream, "                              at line %d in file %s\n", message->linenum,
+        text_of(message->filename));
+  static_cast<void>(std::fflush(stream));
+}
+
+void PrintLongLogMessage(const LogMessage* message, std::FILE* stream) {
+  print(stream, "LogLevel:   ");
+  if (message->level == APALWAYS) print(stream, " APALWAYS");
+  for (const BitName& level : kLevels) {
+    if ((message->level & level.bit) != 0) print(stream, " %s", level.name);
+  }
+  print(stream, "\n");
+
+  const std::time_t seconds = message->timestamp;
+  char when[32] = "";
+  if (ctime_r(&seconds, when) != nullptr) when[std::strcspn(when, "\n")] = '\0';
+  print(stream, "timestamp:   %u (%s)\n", message->timestamp, when);
+  print(stream, "progname:    %s\n", text_of(message->progname));
+  print(stream, "filename:    %s\n", text_of(message->filename));
+  print(stream, "linenum:     %d\n", message->linenum);
+  print(stream, "message:     %s", text_of(message->message));
+  print(stream, "UserData:    0x%" PRIxPTR "\n",
+        reinterpret_cast<std::uintptr_t>(message->user_data));
+  static_cast<void>(std::fflush(stream));
+}
+
+void PrintLogSink(const LogSink* sink, std::FILE* stream) {
+  print(stream, "operFlags:  ");
+  for (const BitName& flag : kSinkFlags) {
+    if ((sink->operFlags & flag.bit) != 0) print(stream, " %s", flag.name);
+  }
+  print(stream, "\nformat:      %d\nlogfile_fp:  ", sink->format);
+  if (sink->logfile_fp == stdout) {
+    print(stream, "stdout\n");
+  } else if (sink->logfile_fp == stderr) {
+    print(stream, "stderr\n");
+  } else {
+    print(stream, "0x%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(sink->logfile_fp));
+  }
+  static_cast<void>(std::fflush(stream));
+}
+
+void TestLogMessages() {
+  ZN_LOG(APALWAYS, "Testing log message facility for %s.\n", "APALWAYS");
+  for (const BitName& level : kLevels) {
+    ZN_LOG(level.bit, "Testing log message facility for %s.\n", level.name);
+  }
+}
+
+}  // namespace tally

@@ -1,0 +1,76 @@
+#include "snmp/free_lib.h"
+
+#include <cstdlib>
+
+#include "snmp/debug.h"
+#include "snmp/record.h"
+
+namespace tally {
+
+void FreeOctetString(OctetString* string) {
+  if (string == nullptr) return;
+  if (string->octet_ptr != nullptr && string->octet_ptr != own_bytes(string)) {
+    ZN_LOG(APWARN, "freed octet string with separate octet_ptr\n");
+    std::free(string->octet_ptr);
+  }
+  std::free(string);
+}
+
+void FreeOID(OID* oid) {
+  if (oid == nullptr) return;
+  if (oid->oid_ptr != nullptr && oid->oid_ptr != own_sids(oid)) {
+    ZN_LOG(APWARN, "freed oid with separate oid_ptr\n");
+    std::free(oid->oid_ptr);
+    std::free(oid);
+    return;
+  }
+  free_oid(oid);
+}
+
+void FreeUInt64(UInt64* value) {
+  if (value != nullptr) free_counter(value);
+}
+
+void FreeVarBind(VarBind* binding) {
+  if (binding == nullptr) return;
+  FreeOID(binding->name);
+  switch (value_kind(binding->type)) {
+    case ValueKind::oid:
+      FreeOID(binding->value.oid_value);
+      break;
+    case ValueKind::octets:
+      FreeOctetString(binding->value.os_value);
+      break;
+    case ValueKind::unsigned64:
+      FreeUInt64(binding->value.uint64_value);
+      break;
+    case ValueKind::integer:
+    case ValueKind::unsigned32:
+    case ValueKind::empty:
+    case ValueKind::illegal:
+      break;
+  }
+  free_binding(binding);
+}
+
+void FreeVarBindList(VarBind* list) {
+  while (list != nullptr) {
+    VarBind* const next = list->next_var;
+    FreeVarBind(list);
+    list = next;
+  }
+}
+
+void FreePdu(Pdu* pdu) {
+  if (pdu == nullptr) return;
+  FreeOctetString(pdu->packlet);
+  // The request words share the storage of the trap's pointers: only the type tells them apart.
+  if (pdu_form(pdu->type) == PduForm::trap) {
+    FreeOID(pdu->enterprise);
+    FreeOctetString(pdu->agent_addr);
+  }
+  FreeVarBindList(pdu->var_bind_list);
+  std::free(pdu);
+}
+
+}  // namespace tally

@@ -1,0 +1,387 @@
+#include "snmp/make_lib.h"
+
+#include <cstring>
+#include <ctime>
+
+#include "snmp/debug.h"
+#include "snmp/findlen.h"
+#include "snmp/free_lib.h"
+#include "snmp/oid_lib.h"
+#include "snmp/record.h"
+
+namespace tally {
+
+std::int32_t zn_pkt_size = kMaxOctets;
+
+namespace {
+
+bool octets_fit(std::int32_t length) {
+  if (length < 0) return false;
+  return length <= kMaxOctets || (zn_pkt_size > kMaxOctets && length <= zn_pkt_size);
+}
+
+// The octet string that both makers make, with `spare` zeros behind it, or null for want of
+// memory.
+OctetString* new_octet_string(const unsigned char* bytes, std::int32_t length, std::size_t spare) {
+  const auto size = static_cast<std::size_t>(length);
+  OctetString* const string = new_record<OctetString>(size + spare);
+  if (string == nullptr) return nullptr;
+  string->octet_ptr = own_bytes(string);
+  string->length = length;
+  if (bytes != nullptr) {
+    std::memcpy(string->octet_ptr, bytes, size);
+    std::memset(string->octet_ptr + size, 0, spare);
+  } else {
+    std::memset(string->octet_ptr, 0, size + spare);
+  }
+  return string;
+}
+
+// Value of a hex digit, or -1.
+int hex_digit(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+  return -1;
+}
+
+// Reads the pairs of digits of a text into `bytes` (null: only counts them). Returns how many
+// there are, or -1 for a text that is no hex text or is longer than any octet string.
+std::int32_t read_hex(const char* text, unsigned char* bytes) {
+  if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) text += 2;
+  std::int32_t count = 0;
+  while (*text != '\0') {
+    if (count > 0 && std::strchr(" :-", *text) != nullptr) ++text;
+    const int high = hex_digit(text[0]);
+    const int low = high < 0 ? -1 : hex_digit(text[1]);
+    if (low < 0 || !octets_fit(count + 1)) return -1;
+    if (bytes != nullptr) bytes[count] = static_cast<unsigned char>(high * 16 + low);
+    ++count;
+    text += 2;
+  }
+  return count;
+}
+
+// What the two makers of bindings say when they fail.
+struct BindingTexts {
+  const char* null_object;
+  const char* no_memory;
+  const char* no_name;
+};
+
+// A binding with its name and the name's size, without a value. Null on failure (logs).
+VarBindPtr named_binding(const OID* object, const OID* instance, const BindingTexts& texts) {
+  if (object == nullptr) {
+    ZN_LOG(APWARN, "%s", texts.null_object);
+    return nullptr;
+  }
+  VarBindPtr binding(new_binding());
+  if (binding == nullptr) {
+    ZN_LOG(APWARN, "%s", texts.no_memory);
+    return nullptr;
+  }
+  binding->name = instance != nullptr ? CatOID(object, instance) : CloneOID(object);
+  if (binding->name == nullptr) {
+    ZN_LOG(APWARN, "%s", texts.no_name);
+    return nullptr;
+  }
+  binding->name_size = FindLenOID(binding->name);
+  return binding;
+}
+
+// Copies the value of a binding by its type. False when memory is short or the value is missing.
+bool clone_value(const VarBind& from, VarBind& to) {
+  to.type = from.type;
+  switch (value_kind(from.type)) {
+    case ValueKind::oid:
+      to.value.oid_value =
+          from.value.oid_value == nullptr ? nullptr : CloneOID(from.value.oid_value);
+      return to.value.oid_value != nullptr;
+    case ValueKind::octets:
+      to.value.os_value = CloneOctetString(from.value.os_value);
+      return to.value.os_value != nullptr;
+    case ValueKind::unsigned64:
+      to.value.uint64_value = CloneUInt64(from.value.uint64_value);
+      return to.value.uint64_value != nullptr;
+    case ValueKind::integer:
+    case ValueKind::unsigned32:
+    case ValueKind::empty:
+    case ValueKind::illegal:
+      break;
+  }
+  to.value = from.value;
+  return true;
+}
+
+}  // namespace
+
+OctetString* MakeOctetString(const unsigned char* bytes, std::int32_t length) {
+  if (!octets_fit(length)) {
+    ZN_LOG(APPACKET, "MakeOctetString: Bad octetstring length: %d\n", length);
+    return nullptr;
+  }
+  OctetString* const string = new_octet_string(bytes, length, 0);
+  if (string == nullptr) ZN_LOG(APWARN, "MakeOctetString, os_ptr malloc\n");
+  return string;
+}
+
+OctetString* MakeOctetString2(const unsigned char* bytes, std::int32_t length) {
+  if (!octets_fit(length)) {
+    ZN_LOG(APPACKET, "MakeOctetString2: Bad octetstring length: %d\n", length);
+    return nullptr;
+  }
+  OctetString* const string = new_octet_string(bytes, length, 6);
+  if (string == nullptr) ZN_LOG(APWARN, "MakeOctetString2, os_ptr malloc\n");
+  return string;
+}
+
+OctetString* MakeOctetStringFromText(const char* text) {
+  if (text == nullptr) text = "";
+  const std::size_t room = std::strlen(text);
+  // A text beyond 2 GiB gets a length that is refused.
+  OctetString* const string =
+      MakeOctetString(nullptr, room > INT32_MAX ? -1 : static_cast<std::int32_t>(room));
+  if (string == nullptr) return nullptr;
+  unsigned char* next = string->octet_ptr;
+  for (std::size_t i = 0; i < room; ++i) {
+    char byte = text[i];
+    if (byte == '\\' && i + 1 < room) {
+      byte = text[++i];
+      if (byte == 'n')
+        byte = '\n';
+      else if (byte == 'r')
+        byte = '\r';
+      else if (byte == 't')
+        byte = '\t';
+    }
+    *next++ = static_cast<unsigned char>(byte);
+  }
+  string->length = static_cast<std::int32_t>(next - string->octet_ptr);
+  return string;
+}
+
+OctetString* MakeOctetStringFromHex(const char* text) {
+  if (text == nullptr) text = "";
+  const std::int32_t length = read_hex(text, nullptr);
+  if (length < 0) {
+    ZN_LOG(APPACKET, "MakeOctetStringFromHex: Bad hex text: %s\n", text);
+    return nullptr;
+  }
+  OctetString* const string = MakeOctetString(nullptr, length);
+  if (string != nullptr) read_hex(text, string->octet_ptr);
+  return string;
+}
+
+OctetString* CloneOctetString(const OctetString* string) {
+  if (string == nullptr) {
+    ZN_LOG(APWARN, "CloneOctetString: value passed in is NULL\n");
+    return nullptr;
+  }
+  return MakeOctetString(string->octet_ptr, string->length);
+}
+
+OID* MakeOID(const std::uint32_t* sids, std::int32_t length) {
+  if (length < 0 || length > kMaxSubIds) {
+    ZN_LOG(APPACKET, "MakeOID: Bad sid string length: %d\n", length);
+    return nullptr;
+  }
+  OID* const oid = new_oid(length);
+  if (oid == nullptr) {
+    ZN_LOG(APWARN, "MakeOID, oid malloc failed\n");
+    return nullptr;
+  }
+  const std::size_t size = static_cast<std::size_t>(length) * sizeof(std::uint32_t);
+  if (sids != nullptr) {
+    std::memcpy(oid->oid_ptr, sids, size);
+  } else {
+    std::memset(oid->oid_ptr, 0, size);
+  }
+  return oid;
+}
+
+UInt64* MakeCounter64(std::uint32_t big_end, std::uint32_t little_end) {
+  UInt64* const counter = new_counter();
+  if (counter == nullptr) {
+    ZN_LOG(APWARN, "MakeCounter64, counter64 malloc failed\n");
+    return nullptr;
+  }
+  *counter = {big_end, little_end};
+  return counter;
+}
+
+UInt64* CloneUInt64(const UInt64* value) {
+  if (value == nullptr) {
+    ZN_LOG(APWARN, "CloneUInt64: value passed in is NULL\n");
+    return nullptr;
+  }
+  UInt64* const copy = new_counter();
+  if (copy == nullptr) {
+    ZN_LOG(APWARN, "CloneUInt64: Cannot malloc return_val\n");
+    return nullptr;
+  }
+  *copy = *value;
+  return copy;
+}
+
+VarBind* MakeVarBindWithValue(const OID* object, const OID* instance, std::int16_t type,
+                              void* value) {
+  VarBindPtr binding = named_binding(
+      object, instance,
+      {"MakeVarBindWithValue: Null object OID.\n", "MakeVarBindWithValue: vb malloc\n",
+       "MakeVarBindWithValue: cannot malloc vb->name.\n"});
+  if (binding == nullptr) return nullptr;
+
+  // Until `type` is set the binding does not own what its value points at: a failure below leaves
+  // that to the caller.
+  switch (value_kind(type)) {
+    case ValueKind::integer:
+      if (value == nullptr) return nullptr;
+      std::memcpy(&binding->value.sl_value, value, sizeof(std::int32_t));
+      binding->value_size = FindLenInt(binding->value.sl_value);
+      break;
+    case ValueKind::unsigned32:
+      if (value == nullptr) return nullptr;
+      std::memcpy(&binding->value.ul_value, value, sizeof(std::uint32_t));
+      binding->value_size = FindLenUInt(binding->value.ul_value);
+      break;
+    case ValueKind::unsigned64:
+      if (value == nullptr) return nullptr;
+      binding->value.uint64_value = static_cast<UInt64*>(value);
+      binding->value_size = FindLenUInt64(binding->value.uint64_value);
+      break;
+    case ValueKind::octets:
+      binding->value.os_value = static_cast<OctetString*>(value);
+      binding->value_size = FindLenOctetString(binding->value.os_value);
+      break;
+    case ValueKind::oid:
+      binding->value.oid_value = static_cast<OID*>(value);
+      binding->value_size = FindLenOID(binding->value.oid_value);
+      break;
+    case ValueKind::empty:
+      binding->value_size = 2;
+      break;
+    case ValueKind::illegal:
+      ZN_LOG(APPACKET, "%s: Illegal type: 0x%x\n", "MakeVarBindWithValue",
+             static_cast<unsigned>(type));
+      return nullptr;
+  }
+  if (binding->name_size < 0 || binding->value_size < 0) return nullptr;
+  binding->type = type;
+  binding->data_length = binding->name_size + binding->value_size;
+  return binding.release();
+}
+
+VarBind* MakeVarBindWithNull(const OID* object, const OID* instance) {
+  VarBindPtr binding =
+      named_binding(object, instance,
+                    {"MakeVarBindWithNull: Null object OID.\n", "MakeVarBindWithNull, vb malloc\n",
+                     "MakeVarBindWithNull: cannot malloc vb->name.\n"});
+  if (binding == nullptr) return nullptr;
+  binding->type = NULL_TYPE;
+  binding->value_size = 2;
+  binding->data_length = binding->name_size + binding->value_size;
+  return binding.release();
+}
+
+VarBind* CloneVarBind(const VarBind* binding) {
+  if (binding == nullptr) {
+    ZN_LOG(APWARN, "CloneVarBind: value passed in is NULL\n");
+    return nullptr;
+  }
+  VarBindPtr copy(new_binding());
+  if (copy == nullptr) {
+    ZN_LOG(APWARN, "%s: vb malloc\n", "CloneVarBind");
+    return nullptr;
+  }
+  copy->name = binding->name == nullptr ? nullptr : CloneOID(binding->name);
+  if (copy->name == nullptr) {
+    ZN_LOG(APWARN, "%s: Unable to clone vb->name\n", "CloneVarBind");
+    return nullptr;
+  }
+  if (!clone_value(*binding, *copy)) {
+    ZN_LOG(APWARN, "%s: Unable to clone vb->value\n", "CloneVarBind");
+    return nullptr;
+  }
+  copy->name_size = binding->name_size;
+  copy->value_size = binding->value_size;
+  copy->data_length = binding->data_length;
+  return copy.release();
+}
+
+VarBind* CloneVarBindList(const VarBind* list) {
+  if (list == nullptr) {
+    ZN_LOG(APWARN, "CloneVarBindList: value passed in is NULL\n");
+    return nullptr;
+  }
+  VarBindListPtr head;
+  VarBind* tail = nullptr;
+  for (; list != nullptr; list = list->next_var) {
+    VarBind* const copy = CloneVarBind(list);
+    if (copy == nullptr) return nullptr;
+    if (tail == nullptr) {
+      head.reset(copy);
+    } else {
+      tail->next_var = copy;
+    }
+    tail = copy;
+  }
+  return head.release();
+}
+
+Pdu* MakePdu(std::int16_t type, std::int32_t request_id, std::int32_t error_status,
+             std::int32_t error_index, OID* enterprise, OctetString* agent_addr,
+             std::int32_t generic_trap, std::int32_t specific_trap, std::uint32_t time_ticks) {
+  PduPtr pdu(new_record<Pdu>());
+  if (pdu == nullptr) {
+    ZN_LOG(APWARN, "MakePdu, pdu_ptr malloc\n");
+    return nullptr;
+  }
+  switch (pdu_form(type)) {
+    case PduForm::request:
+      pdu->request_id = request_id;
+      pdu->error_status = error_status;
+      pdu->error_index = error_index;
+      break;
+    case PduForm::trap:
+      if (enterprise == nullptr) {
+        ZN_LOG(APWARN, "MakePdu: Trap type but no Enterprise.\n");
+        return nullptr;
+      }
+      if (agent_addr == nullptr) {
+        ZN_LOG(APWARN, "MakePdu: Trap type but no Agent_addr.\n");
+        return nullptr;
+      }
+      pdu->enterprise = enterprise;
+      pdu->agent_addr = agent_addr;
+      pdu->generic_trap = generic_trap;
+      pdu->specific_trap = specific_trap;
+      pdu->time_ticks = time_ticks;
+      break;
+    case PduForm::illegal:
+      ZN_LOG(APPACKET, "MakePdu: illegal type: 0x%x\n", static_cast<unsigned>(type));
+      return nullptr;
+  }
+  pdu->type = type;
+  return pdu.release();
+}
+
+int LinkVarBind(Pdu* pdu, VarBind* binding) {
+  if (pdu == nullptr || binding == nullptr) {
+    ZN_LOG(APWARN, "LinkVarBind: Trying to add Null Variable\n");
+    return -1;
+  }
+  if (pdu->var_bind_list == nullptr) {
+    pdu->var_bind_list = binding;
+  } else {
+    pdu->var_bind_end_ptr->next_var = binding;
+  }
+  while (binding->next_var != nullptr) binding = binding->next_var;
+  pdu->var_bind_end_ptr = binding;
+  return 0;
+}
+
+std::int32_t MakeReqId() {
+  return static_cast<std::int32_t>(std::time(nullptr) & 0x7FFF);
+}
+
+}  // namespace tally

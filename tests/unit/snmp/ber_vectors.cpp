@@ -1,0 +1,141 @@
+#include "ber_vectors.h"
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace tally {
+namespace {
+
+// Splits at blanks and repeats "x*n" n times, joined by `joint`.
+std::string unfold(const std::string& text, char joint) {
+  std::istringstream words(text);
+  std::string unfolded;
+  for (std::string word; words >> word;) {
+    const std::size_t star = word.find('*');
+    const std::size_t cut = star == std::string::npos ? std::string::npos : word.rfind('.', star);
+    const std::string head = cut == std::string::npos ? "" : word.substr(0, cut + 1);
+    const std::size_t first = head.size();
+    const int times = star == std::string::npos ? 1 : std::stoi(word.substr(star + 1));
+    const std::string piece = word.substr(first, star == std::string::npos ? star : star - first);
+    if (!unfolded.empty()) unfolded += ' ';
+    unfolded += head;
+    for (int i = 0; i < times; ++i) {
+      if (i > 0) unfolded += joint;
+      unfolded += piece;
+    }
+  }
+  return unfolded;
+}
+
+void set(BerVector& vector, const std::string& attribute, const std::string& text) {
+  if (attribute == "name" && vector.name.empty()) {
+    vector.name = text;
+  } else if (attribute == "read" && vector.read.empty()) {
+    vector.read = text;
+  } else if (attribute == "hex" && vector.bytes.empty()) {
+    vector.bytes = bytes_of(text);
+  } else if (attribute == "value" && vector.value == "refused") {
+    vector.value = unfold(text, vector.read == "oid" ? '.' : ' ');
+  } else if (attribute == "rest" && vector.rest == 0) {
+    vector.rest = std::stoul(text);
+  } else if (attribute == "write" && !vector.write) {
+    vector.write = text == "same" ? vector.bytes : bytes_of(text);
+  } else if (attribute == "log") {
+    vector.log.push_back(text);
+  } else {
+    throw std::runtime_error("unknown or repeated: " + attribute + " = " + text);
+  }
+}
+
+}  // namespace
+
+std::vector<BerVector> read_vectors(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw std::runtime_error("cannot read " + path);
+  std::vector<BerVector> vectors;
+  bool inside = false;
+  for (std::string line; std::getline(file, line);) {
+    if (line.empty() || line[0] == '#') {
+      inside = false;
+      continue;
+    }
+    if (!inside) vectors.emplace_back();
+    inside = true;
+    const std::size_t equal = line.find(" =");
+    if (equal == std::string::npos) throw std::runtime_error("no attribute: " + line);
+    set(vectors.back(), line.substr(0, equal),
+        equal + 3 > line.size() ? "" : line.substr(equal + 3));
+  }
+  return vectors;
+}
+
+Bytes bytes_of(const std::string& text) {
+  std::istringstream words(unfold(text, ' '));
+  Bytes bytes;
+  for (std::string word; words >> word;) {
+    bytes.push_back(static_cast<unsigned char>(std::stoi(word, nullptr, 16)));
+  }
+  return bytes;
+}
+
+std::string text_of(const unsigned char* bytes, std::size_t size) {
+  std::string text;
+  for (std::size_t i = 0; i < size; ++i) {
+    char pair[8];
+    std::snprintf(pair, sizeof pair, i == 0 ? "%02X" : " %02X", bytes[i]);
+    text += pair;
+  }
+  return text;
+}
+
+std::string text_of(const OctetString* string) {
+  return text_of(string->octet_ptr, static_cast<std::size_t>(string->length));
+}
+
+std::string text_of(const OID* oid) {
+  std::string text;
+  for (std::int32_t i = 0; i < oid->length; ++i) {
+    if (i > 0) text += '.';
+    text += std::to_string(oid->oid_ptr[i]);
+  }
+  return text;
+}
+
+std::string text_of(const VarBind& binding) {
+  const std::string head = text_of(binding.name) + "=" + std::to_string(binding.type) + ":";
+  switch (value_kind(binding.type)) {
+    case ValueKind::integer:
+      return head + std::to_string(binding.value.sl_value);
+    case ValueKind::unsigned32:
+      return head + std::to_string(binding.value.ul_value);
+    case ValueKind::unsigned64:
+      return head + std::to_string(as_number(*binding.value.uint64_value));
+    case ValueKind::octets:
+      return head + text_of(binding.value.os_value);
+    case ValueKind::oid:
+      return head + text_of(binding.value.oid_value);
+    case ValueKind::empty:
+    case ValueKind::illegal:
+      break;
+  }
+  return head;
+}
+
+std::string text_of(const Pdu& pdu) {
+  std::ostringstream text;
+  text << std::hex << std::uppercase << pdu.type << std::dec << ' ';
+  if (pdu_form(pdu.type) == PduForm::trap) {
+    text << text_of(pdu.enterprise) << ' ' << text_of(pdu.agent_addr) << ' ' << pdu.generic_trap
+         << ' ' << pdu.specific_trap << ' ' << pdu.time_ticks;
+  } else {
+    text << pdu.request_id << ' ' << pdu.error_status << ' ' << pdu.error_index;
+  }
+  for (const VarBind* binding = pdu.var_bind_list; binding; binding = binding->next_var) {
+    text << " [" << text_of(*binding) << ']';
+  }
+  return text.str();
+}
+
+}  // namespace tally

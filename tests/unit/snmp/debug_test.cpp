@@ -1,0 +1,230 @@
+// The log facility itself, and times as values and as text.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "ber_vectors.h"
+#include "recorded_log.h"
+#include "sample_pdu.h"
+#include "snmp/snmp.h"
+#include "system_faults.h"
+
+namespace tally {
+namespace {
+
+// What `print` writes to a stream.
+template <typename Print>
+std::string printed(Print print) {
+  char* text = nullptr;
+  std::size_t size = 0;
+  std::FILE* const stream = open_memstream(&text, &size);
+  print(stream);
+  std::fclose(stream);
+  const std::string copy(text, size);
+  std::free(text);  // NOLINT: made by open_memstream
+  return copy;
+}
+
+LogMessage* last_message = nullptr;
+int delivered = 0;
+
+void keep(LogMessage* message) {
+  FreeLogMessage(last_message);
+  last_message = message;
+  ++delivered;
+}
+
+class Log : public testing::Test {
+ protected:
+  Log() {
+    context.mask = APWARN | APUSER;
+    context.progname = "tallyd";
+    context.sink = keep;
+    delivered = 0;
+    log_context = &context;
+  }
+  ~Log() override {
+    log_context = nullptr;
+    FreeLogMessage(last_message);
+    last_message = nullptr;
+  }
+  LogSink sink = {};
+  LogContext context = {};
+};
+
+TEST_F(Log, AMessageHasItsPlaceItsTimeAndItsProgram) {
+  StartLogMessage(APWARN, "%s: %d\n", "lost", 7);
+  FinishLogMessage("make_lib.cpp", 42);
+  ASSERT_NE(last_message, nullptr);
+  EXPECT_STREQ(last_message->message, "tallyd: lost: 7\n");
+  EXPECT_STREQ(last_message->progname, "tallyd");
+  EXPECT_STREQ(last_message->filename, "make_lib.cpp");
+  EXPECT_EQ(last_message->linenum, 42);
+  EXPECT_EQ(last_message->level, APWARN);
+  EXPECT_NEAR(last_message->timestamp, static_cast<double>(std::time(nullptr)), 2);
+
+  last_message->timestamp = 0;
+  setenv("TZ", "UTC", 1);
+  tzset();
+  EXPECT_EQ(printed([](std::FILE* s) { PrintShortLogMessage(last_message, s); }),
+            "tallyd: lost: 7\n"
+            "                              at line 42 in file make_lib.cpp\n");
+  last_message->level = APTRACE | APUSER;
+  last_message->user_data = reinterpret_cast<void*>(0xBEEF);
+  EXPECT_EQ(printed([](std::FILE* s) { PrintLongLogMessage(last_message, s); }),
+            "LogLevel:    APTRACE APUSER\n"
+            "timestamp:   0 (Thu Jan  1 00:00:00 1970)\n"
+            "progname:    tallyd\n"
+            "filename:    make_lib.cpp\n"
+            "linenum:     42\n"
+            "message:     tallyd: lost: 7\n"
+            "UserData:    0xbeef\n");
+  last_message->level = APALWAYS;
+  EXPECT_EQ(printed([](std::FILE* s) {
+              PrintLongLogMessage(last_message, s);
+            }).find("LogLevel:    APALWAYS\n"),
+            0U);
+}
+
+TEST_F(Log, WhatIsDropped) {
+  ZN_LOG(APERROR, "not in the mask\n");
+  EXPECT_EQ(delivered, 0);
+  context.mask = 0;
+  ZN_LOG(APALWAYS, "in every mask\n");
+  EXPECT_EQ(delivered, 1);
+  StartLogMessage(APALWAYS, "first\n");
+  StartLogMessage(APALWAYS, "while another is pending\n");
+  FinishLogMessage("a", 1);
+  FinishLogMessage("b", 2);
+  EXPECT_EQ(delivered, 2);
+  EXPECT_STREQ(last_message->message, "tallyd: first\n");
+  context.sink = FreeLogMessage;
+  StartLogMessage(APALWAYS, "discarded before it is made\n");
+  EXPECT_EQ(context.pending, nullptr);
+  context.sink = nullptr;
+  ZN_LOG(APALWAYS, "no sink\n");
+  log_context = nullptr;
+  ZN_LOG(APALWAYS, "no context\n");
+  EXPECT_EQ(delivered, 2);
+}
+
+TEST_F(Log, ASinkWhoseOwnCallsFailIsNotEnteredAgain) {
+  context.sink = [](LogMessage* message) {
+    FreeLogMessage(message);
+    ++delivered;
+    EXPECT_EQ(MakeOID(nullptr, 129), nullptr);
+    EXPECT_EQ(MakeOctetString2(nullptr, -1), nullptr);
+  };
+  context.mask = ~0U;
+  EXPECT_EQ(MakeOID(nullptr, -1), nullptr);
+  EXPECT_EQ(delivered, 1);
+  EXPECT_EQ(MakeOID(nullptr, -1), nullptr);
+  EXPECT_EQ(delivered, 2);
+}
+
+TEST_F(Log, TextsOfAnyLengthAreCut) {
+  const std::string long_name(5000, 'n');
+  context.progname = long_name.c_str();
+  ZN_LOG(APWARN, "%s\n", long_name.c_str());
+  EXPECT_EQ(std::strlen(last_message->message), sizeof context.buffer - 1);
+  context.progname = "";
+  ZN_LOG(APWARN, "%s\n", long_name.c_str());
+  EXPECT_EQ(std::strlen(last_message->message), sizeof context.buffer - 1);
+  EXPECT_EQ(last_message->progname, nullptr);
+}
+
+TEST_F(Log, AMessageThatCannotBeMadeIsDropped) {
+  reset_faults();
+  faults().failing_malloc = 1;
+  ZN_LOG(APWARN, "no memory\n");
+  reset_faults();
+  EXPECT_EQ(delivered, 0);
+}
+
+TEST_F(Log, TheSelfTestLogsOncePerLevel) {
+  RecordedLog log;
+  TestLogMessages();
+  const std::vector<std::string> lines = log.take();
+  ASSERT_EQ(lines.size(), 12U);
+  EXPECT_EQ(lines[0], "0 Testing log message facility for APALWAYS.");
+  EXPECT_EQ(lines[1], "80 Testing log message facility for APTRACE.");
+  EXPECT_EQ(lines[11], "400000 Testing log message facility for APUSER.");
+}
+
+TEST_F(Log, SinksAndTheirDump) {
+  sink = {ZNLOG_STDERR | ZNLOG_APPEND | ZNLOG_EXTEND, 1, stderr};
+  const auto dump = [this](std::FILE* stream) { PrintLogSink(&sink, stream); };
+  EXPECT_EQ(printed(dump),
+            "operFlags:   ZNLOG_APPEND ZNLOG_STDERR ZNLOG_EXTEND\n"
+            "format:      1\nlogfile_fp:  stderr\n");
+  sink = {0, 0, stdout};
+  EXPECT_EQ(printed(dump), "operFlags:  \nformat:      0\nlogfile_fp:  stdout\n");
+  EXPECT_EQ(printed([&](std::FILE* stream) {
+              sink.logfile_fp = stream;
+              PrintLogSink(&sink, stream);
+            }).find("operFlags:  \nformat:      0\nlogfile_fp:  0x"),
+            0U);
+
+  context.sink = WriteLogMessage;
+  ZN_LOG(APWARN, "nowhere to go\n");
+  context.output = &sink;
+  for (const char* start : {"tallyd: written", "LogLevel:    APWARN\n"}) {
+    EXPECT_EQ(printed([&](std::FILE* stream) {
+                sink.logfile_fp = stream;
+                ZN_LOG(APWARN, "written\n");
+              }).find(start),
+              0U);
+    sink.format = 1;
+  }
+}
+
+TEST(Time, DateAndTimeOfTheLocalClock) {
+  setenv("TZ", "UTC+3:30", 1);  // west of Greenwich
+  tzset();
+  OctetString* out = nullptr;
+  ASSERT_EQ(GetSystemDateAndTime(11, &out), 0);
+  const OctetStringPtr time(out);
+  const std::time_t now = std::time(nullptr) - 210 * 60;
+  tm expected = {};
+  gmtime_r(&now, &expected);
+  EXPECT_EQ(time->octet_ptr[0] * 256 + time->octet_ptr[1], expected.tm_year + 1900);
+  EXPECT_EQ(time->octet_ptr[2], expected.tm_mon + 1);
+  EXPECT_EQ(time->octet_ptr[4], expected.tm_hour);
+  EXPECT_LE(time->octet_ptr[7], 9);
+  EXPECT_EQ(text_of(time->octet_ptr + 8, 3), "2D 03 1E");
+
+  RecordedLog log;
+  EXPECT_EQ(GetSystemDateAndTime(9, &out), -1);
+  EXPECT_EQ(GetSystemDateAndTime(8, &out), -1);
+  faults().no_time = true;
+  EXPECT_EQ(GetSystemDateAndTime(11, &out), -1);
+  reset_faults();
+  faults().no_local_time = true;
+  EXPECT_EQ(GetSystemDateAndTime(11, &out), -1);
+  reset_faults();
+  EXPECT_EQ(log.take(),
+            (std::vector<std::string>{
+                "20000 GetSystemDateAndTime: Invalid size parameter 9, must be 8 or 11.",
+                "20000 GetSystemDateAndTime: Incoming OctetString not the right size.  Should be 8 "
+                "and is 11",
+                "2000 GetSystemDateAndTime: GetTOD failed with error 14",
+                "2000 GetSystemDateAndTime: localtime failed"}));
+}
+
+TEST(Time, AsText) {
+  char text[64];
+  FormatTimeTicks(0, text, sizeof text);
+  EXPECT_STREQ(text, "  0 00:00:00.00");
+  FormatTimeTicks(4294967295, text, sizeof text);
+  EXPECT_STREQ(text, "497 02:27:52.95");
+  const OctetStringPtr time(MakeOctetStringFromHex("07c8051a0d1e0f00"));  // RFC 2579's example
+  ASSERT_EQ(FormatDateAndTime(time.get(), text, sizeof text), 0);
+  EXPECT_STREQ(text, "1992/05/26 13:30:15.00");
+  const OctetStringPtr broken(MakeOctetString(nullptr, 9));
+  EXPECT_EQ(FormatDateAndTime(broken.get(), text, sizeof text), -1);
+  EXPECT_EQ(FormatDateAndTime(nullptr, text, sizeof text), -1);
+}
+
+}  // namespace
+}  // namespace tally

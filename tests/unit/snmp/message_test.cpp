@@ -1,0 +1,102 @@
+// Messages beyond what tests/data/ber.txt says about them: tables, contexts, refused builds.
+#include <gtest/gtest.h>
+
+#include "ber_vectors.h"
+#include "recorded_log.h"
+#include "sample_pdu.h"
+#include "snmp/snmp.h"
+
+namespace tally {
+namespace {
+
+const SnmpVersionTable kVersions = {1, {1}, {}, {ZnParseV1SnmpMessage}, {ZnBuildV1SnmpMessage}};
+
+SnmpMessagePtr message_with(const std::string& community) {
+  return SnmpMessagePtr(
+      ZnCreateV2cSnmpMessage(MakeOctetStringFromText(community.c_str()), nullptr));
+}
+
+PduPtr built(std::size_t name_length) {
+  PduPtr pdu(MakePdu(GET_REQUEST_PDU, 5, 0, 0, nullptr, nullptr, 0, 0, 0));
+  const std::vector<std::uint32_t> sids(name_length, 1);
+  const OidPtr name(MakeOID(sids.data(), static_cast<std::int32_t>(name_length)));
+  LinkVarBind(pdu.get(), MakeVarBindWithNull(name.get(), nullptr));
+  EXPECT_EQ(BuildPdu(pdu.get()), 0);
+  return pdu;
+}
+
+TEST(Message, TheCommunityIsAdoptedOrCopiedByTheContext) {
+  OctetStringPtr community(MakeOctetStringFromText("kivrel"));
+  int context = 0;
+  const SnmpMessagePtr copied(ZnCreateV2cSnmpMessage(community.get(), &context));
+  EXPECT_NE(copied->community, community.get());
+  EXPECT_EQ(text_of(copied->community), text_of(community.get()));
+  EXPECT_EQ(copied->context, &context);
+  EXPECT_EQ(copied->version, 1);
+  const SnmpMessagePtr adopted(ZnCreateV2cSnmpMessage(community.get(), nullptr));
+  EXPECT_EQ(adopted->community, community.release());
+}
+
+TEST(Message, BuiltTwiceAndUnderOtherVersions) {
+  const PduPtr pdu = built(4);
+  const SnmpMessagePtr message = message_with("kivrel");
+  for (int i = 0; i < 2; ++i)
+    ASSERT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &kVersions), 0);
+  EXPECT_EQ(text_of(message->packlet).find("30 21 02 01 01 04 06 6B 69 76 72 65 6C A0 14"), 0U);
+
+  RecordedLog log;
+  message->version = 3;
+  EXPECT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &kVersions), -1);
+  EXPECT_EQ(message->packlet, nullptr);
+  EXPECT_EQ(log.take(), std::vector<std::string>{"20000 ZnBuildSnmpMessage, bad SNMP version: 3"});
+
+  // A version is written as an unsigned number, which no reader of integers takes when negative.
+  SnmpVersionTable odd = kVersions;
+  odd.version[0] = message->version = -1;
+  ASSERT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &odd), 0);
+  EXPECT_EQ(text_of(message->packlet).find("30 25 02 05 00 FF FF FF FF 04 06"), 0U);
+  odd.count = 1000;  // the table has four rows whatever it says
+  message->version = 77;
+  EXPECT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &odd), -1);
+}
+
+TEST(Message, WhatDoesNotFitAPacketIsRefused) {
+  const PduPtr pdu = built(100);
+  for (const std::size_t size : {1U, 100U, 1900U, 1920U, 1921U, 1930U, 2048U}) {
+    const SnmpMessagePtr message = message_with(std::string(size, 'c'));
+    const int result = ZnBuildSnmpMessage(message.get(), pdu.get(), &kVersions);
+    EXPECT_EQ(result == 0, message->packlet != nullptr);
+    const std::size_t whole = size + 11 + static_cast<std::size_t>(pdu->packlet->length);
+    EXPECT_EQ(result == 0, whole <= 2048) << size;
+  }
+  RecordedLog log;
+  const SnmpMessagePtr none = message_with("");
+  Pdu unbuilt = {};
+  EXPECT_EQ(ZnBuildSnmpMessage(none.get(), &unbuilt, &kVersions), -1);
+  FreeOctetString(none->community);
+  none->community = nullptr;
+  EXPECT_EQ(ZnBuildSnmpMessage(none.get(), pdu.get(), &kVersions), -1);
+  EXPECT_EQ(log.take(), std::vector<std::string>(2, "20000 FindLenOctetString, NULL input"));
+}
+
+TEST(Message, TheRowsArgumentsArePassedOn) {
+  static std::vector<void*> seen;
+  int one = 1;
+  int two = 2;
+  int three = 3;
+  SnmpVersionTable table = {2, {1, 3}, {nullptr, &one}, {}, {}};
+  table.parse[1] = [](SnmpMessage* message, const SnmpVersionTable*, void* arg, void* arg2,
+                      void* arg3, const unsigned char*, std::int32_t) {
+    seen = {arg, arg2, arg3};
+    message->user_name = MakeOctetStringFromText("freed with the message");
+  };
+  const Bytes bytes = bytes_of("30 03 02 01 03");
+  const SnmpMessagePtr message(ZnParseSnmpMessage(&table, &two, &three, bytes.data(), 5));
+  EXPECT_EQ(seen, (std::vector<void*>{&one, &two, &three}));
+  EXPECT_EQ(message->version, 3);
+  const SnmpMessagePtr empty(ZnParseSnmpMessage(&table, nullptr, nullptr, nullptr, 7));
+  EXPECT_EQ(empty->status, kParseAsn1Error);
+}
+
+}  // namespace
+}  // namespace tally

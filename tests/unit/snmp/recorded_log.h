@@ -1,0 +1,47 @@
+// Records what the SNMP library logs while it lives: "LEVEL text", the level in hex, no newline.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "snmp/debug.h"
+
+namespace tally {
+
+class RecordedLog {
+ public:
+  RecordedLog() {
+    lines().clear();
+    context_.mask = ~0U;
+    context_.sink = [](LogMessage* message) {
+      std::string text = message->message;
+      if (!text.empty() && text.back() == '\n') text.pop_back();
+      char level[16];
+      std::snprintf(level, sizeof level, "%x ", message->level);
+      lines().push_back(level + text);
+      FreeLogMessage(message);
+    };
+    log_context = &context_;
+  }
+  ~RecordedLog() { log_context = nullptr; }
+  RecordedLog(const RecordedLog&) = delete;
+  RecordedLog& operator=(const RecordedLog&) = delete;
+
+  // take returns what was logged since the last call.
+  std::vector<std::string> take() {
+    std::vector<std::string> taken;
+    taken.swap(lines());
+    return taken;
+  }
+
+ private:
+  static std::vector<std::string>& lines() {
+    static std::vector<std::string> lines;
+    return lines;
+  }
+
+  LogContext context_ = {};
+};
+
+}  // namespace tally

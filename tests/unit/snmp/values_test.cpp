@@ -1,0 +1,334 @@
+// Constructors, copies, destructors and the encoder's refusals.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <utility>
+
+#include "ber_vectors.h"
+#include "recorded_log.h"
+#include "sample_pdu.h"
+#include "snmp/snmp.h"
+#include "system_faults.h"
+
+namespace tally {
+namespace {
+
+std::string text_or_null(const OidPtr& value) {
+  return value ? text_of(value.get()) : "null";
+}
+
+std::string text_or_null(const OctetStringPtr& value) {
+  return value ? text_of(value.get()) : "null";
+}
+
+// What is refused leaves a message of its own and nothing behind; the calls stand in the order of
+// the messages.
+class Refusals : public testing::Test {
+ protected:
+  void SetUp() override {
+    FreeKeptRecords();
+    before_ = live_blocks();
+  }
+  void TearDown() override {
+    FreeKeptRecords();
+    EXPECT_EQ(live_blocks(), before_);
+  }
+  RecordedLog log;
+
+ private:
+  std::size_t before_ = 0;
+};
+
+TEST_F(Refusals, OfTheConstructors) {
+  std::int32_t number = 7;
+  OctetString huge = {nullptr, 40000};
+  const OidPtr name = oid({1, 3, 6});
+  const OidPtr longest(MakeOID(nullptr, 128));
+  const OidPtr index = oid({3, 1, 2});
+  const auto bind = [&](std::int16_t type, void* value) {
+    return MakeVarBindWithValue(name.get(), nullptr, type, value);
+  };
+  const auto pdu = [](std::int16_t type, OID* enterprise) {
+    return MakePdu(type, 1, 0, 0, enterprise, nullptr, 0, 0, 0);
+  };
+  EXPECT_EQ(MakeOctetString(nullptr, 2049), nullptr);
+  EXPECT_EQ(MakeOctetString(nullptr, -1), nullptr);
+  EXPECT_EQ(MakeOctetString2(nullptr, 2049), nullptr);
+  EXPECT_EQ(MakeOctetStringFromText(std::string(2050, 'x').c_str()), nullptr);
+  EXPECT_EQ(MakeOctetStringFromHex("00:1"), nullptr);
+  EXPECT_EQ(MakeOID(nullptr, 129), nullptr);
+  EXPECT_EQ(CatOID(longest.get(), name.get()), nullptr);
+  EXPECT_EQ(MakeOIDSubLen(index->oid_ptr, 3), nullptr);
+  EXPECT_EQ(MakeVarBindWithValue(nullptr, nullptr, NULL_TYPE, nullptr), nullptr);
+  EXPECT_EQ(MakeVarBindWithNull(nullptr, nullptr), nullptr);
+  EXPECT_EQ(bind(0x47, &number), nullptr);
+  EXPECT_EQ(bind(0x45, &number), nullptr);
+  EXPECT_EQ(bind(INTEGER_TYPE, nullptr), nullptr);  // without a message
+  EXPECT_EQ(bind(OPAQUE_TYPE, nullptr), nullptr);
+  EXPECT_EQ(bind(OCTET_STRING_TYPE, &huge), nullptr);
+  EXPECT_EQ(MakeVarBindWithNull(longest.get(), name.get()), nullptr);
+  EXPECT_EQ(pdu(0xA9, nullptr), nullptr);
+  EXPECT_EQ(pdu(TRAP_PDU, nullptr), nullptr);
+  EXPECT_EQ(pdu(TRAP_PDU, name.get()), nullptr);
+  EXPECT_EQ(LinkVarBind(PduPtr(pdu(GET_REQUEST_PDU, nullptr)).get(), nullptr), -1);
+  EXPECT_EQ(CloneUInt64(nullptr), nullptr);
+  EXPECT_EQ(CloneOctetString(nullptr), nullptr);
+  EXPECT_EQ(CloneVarBind(nullptr), nullptr);
+  EXPECT_EQ(CloneVarBindList(nullptr), nullptr);
+  EXPECT_EQ(log.take(),
+            (std::vector<std::string>{"20000 MakeOctetString: Bad octetstring length: 2049",
+                                      "20000 MakeOctetString: Bad octetstring length: -1",
+                                      "20000 MakeOctetString2: Bad octetstring length: 2049",
+                                      "20000 MakeOctetString: Bad octetstring length: 2050",
+                                      "20000 MakeOctetStringFromHex: Bad hex text: 00:1",
+                                      "20000 MakeOID: Bad sid string length: 129",
+                                      "20000 CatOID: Too long: 131",
+                                      "20000 MakeOIDSubLen: Bad sid string length: 3",
+                                      "1000 MakeVarBindWithValue: Null object OID.",
+                                      "1000 MakeVarBindWithNull: Null object OID.",
+                                      "20000 MakeVarBindWithValue: Illegal type: 0x47",
+                                      "20000 MakeVarBindWithValue: Illegal type: 0x45",
+                                      "20000 FindLenOctetString, NULL input",
+                                      "20000 FindLenOctetString, lenlen",
+                                      "20000 CatOID: Too long: 131",
+                                      "1000 MakeVarBindWithNull: cannot malloc vb->name.",
+                                      "20000 MakePdu: illegal type: 0xa9",
+                                      "1000 MakePdu: Trap type but no Enterprise.",
+                                      "1000 MakePdu: Trap type but no Agent_addr.",
+                                      "1000 LinkVarBind: Trying to add Null Variable",
+                                      "1000 CloneUInt64: value passed in is NULL",
+                                      "1000 CloneOctetString: value passed in is NULL",
+                                      "1000 CloneVarBind: value passed in is NULL",
+                                      "1000 CloneVarBindList: value passed in is NULL"}));
+}
+
+TEST_F(Refusals, OfTheSizesAndWriters) {
+  unsigned char room[64];
+  std::uint32_t sids[2] = {1, 3};
+  unsigned char* out = room;
+  const OctetString long_string = {room, 0x1000000};
+  const OID long_oid = {40000, sids};
+  VarBind odd = {};
+  odd.data_length = -1;
+  EXPECT_EQ(DoLenLen(0x1000000), -1);
+  EXPECT_EQ(FindLenOctetString(nullptr), -1);
+  EXPECT_EQ(FindLenOID(nullptr), -1);
+  EXPECT_EQ(AddOctetString(&out, OCTET_STRING_TYPE, &long_string), -1);
+  EXPECT_EQ(AddOID(&out, OBJECT_ID_TYPE, &long_oid), -1);
+  EXPECT_EQ(AddOID(&out, OBJECT_ID_TYPE, oid({1}).get()), -1);
+  EXPECT_EQ(AddOID(&out, OBJECT_ID_TYPE, oid({2, 40}).get()), -1);
+  EXPECT_EQ(AddOID(&out, OBJECT_ID_TYPE, oid({3, 0}).get()), -1);
+  EXPECT_EQ(AddVarBind(&out, &odd, nullptr), -1);
+  odd.name_size = odd.value_size = 16384;
+  EXPECT_EQ(FindLenVarBind(&odd), -1);
+  EXPECT_EQ(out, room);
+  EXPECT_EQ(log.take(),
+            (std::vector<std::string>{
+                "20000 Lenlen: Length greater than 0x01000000???",
+                "20000 FindLenOctetString, NULL input", "20000 FindLenOID, lenlen",
+                "20000 Lenlen: Length greater than 0x01000000???", "20000 AddOctetString,lenlen",
+                "20000 AddOID: lenlen", "1000 AddOID: Attempting to encode oid with length < 2",
+                "1000 AddOID: illegal value for first two subids",
+                "1000 AddOID: illegal value for first two subids",
+                "20000 Lenlen: Length greater than 0x01000000???",
+                "20000 AddVarBind: lenlen:", "20000 FindLenVarBind, lenlen"}));
+}
+
+// Something that was built is spoilt and built again: that fails, and leaves no packlet.
+TEST_F(Refusals, OfAPduThatWasBuilt) {
+  struct Case {
+    std::int16_t pdu_type;
+    std::function<void(Pdu&, VarBind&)> spoil;
+    std::vector<std::string> log;
+  };
+  const auto give_value = [](VarBind& b, std::int16_t type, OID* value) {
+    FreeOctetString(b.value.os_value);
+    b.type = type;
+    b.value.oid_value = value;
+  };
+  const Case cases[] = {
+      {RESPONSE_PDU,
+       [](Pdu&, VarBind& b) { b.name->oid_ptr[0] = 3; },
+       {"1000 AddOID: illegal value for first two subids", "20000 AddVarBind: AddOID"}},
+      {RESPONSE_PDU,
+       [&](Pdu&, VarBind& b) { give_value(b, 0x06, oid({1}).release()); },
+       {"1000 AddOID: Attempting to encode oid with length < 2", "20000 AddVarBind: AddOID"}},
+      {RESPONSE_PDU,
+       [&](Pdu&, VarBind& b) { give_value(b, 0x04, nullptr); },
+       {"20000 AddOctetString,lenlen", "20000 AddVarBind: AddOctetString"}},
+      {RESPONSE_PDU,
+       [&](Pdu&, VarBind& b) { give_value(b, 0x47, nullptr); },
+       {"20000 AddVarBind: value: Illegal type: 0x47"}},
+      {RESPONSE_PDU, [](Pdu& p, VarBind&) { p.type = 0xA9; }, {"20000 BuildPdu: bad pdu type: a9"}},
+      {TRAP_PDU,
+       [](Pdu& p, VarBind&) { FreeOID(std::exchange(p.enterprise, nullptr)); },
+       {"20000 FindLenOID, lenlen", "20000 BuildPdu: temp_data_len (1)"}},
+      {TRAP_PDU,
+       [](Pdu& p, VarBind&) { FreeOctetString(std::exchange(p.agent_addr, nullptr)); },
+       {"20000 FindLenOctetString, NULL input", "20000 BuildPdu: temp_data_len (2)"}},
+      {GET_REQUEST_PDU,
+       [](Pdu&, VarBind& b) { b.name_size = INT16_MAX; },
+       {"20000 FindLenVarBind, lenlen", "20000 BuildPdu: varbindlen:"}},
+      {GET_REQUEST_PDU,
+       [](Pdu&, VarBind& b) { b.name_size = 2048; },
+       {"20000 MakeOctetString: Bad octetstring length: 2074",
+        "1000 BuildPdu: pdu_ptr->packlet MakeOctetString failed"}},
+  };
+  for (const Case& c : cases) {
+    const bool trap = c.pdu_type == TRAP_PDU;
+    const PduPtr pdu(MakePdu(c.pdu_type, 1, 0, 0, trap ? oid({1, 3, 6}).release() : nullptr,
+                             trap ? MakeOctetString(nullptr, 4) : nullptr, 0, 0, 0));
+    LinkVarBind(pdu.get(), MakeVarBindWithValue(oid({1, 3}).get(), nullptr, OCTET_STRING_TYPE,
+                                                MakeOctetString(nullptr, 3)));
+    EXPECT_EQ(BuildPdu(pdu.get()), 0);
+    c.spoil(*pdu, *pdu->var_bind_list);
+    EXPECT_EQ(BuildPdu(pdu.get()), -1);
+    EXPECT_EQ(pdu->packlet, nullptr);
+    EXPECT_EQ(log.take(), c.log);
+  }
+}
+
+TEST(Encoder, LengthFieldsAndTheQuirkOfSmallOids) {
+  const struct {
+    std::int32_t length;
+    int size;
+    const char* bytes;
+  } cases[] = {{0x7F, 1, "7F"},        {0x80, 2, "81 80"},      {0xFF, 2, "81 FF"},
+               {0x100, 3, "82 01 00"}, {0xFFFF, 3, "82 FF FF"}, {0x10000, 4, "83 01 00 00"}};
+  for (const auto& c : cases) {
+    unsigned char room[8];
+    unsigned char* out = room;
+    EXPECT_EQ(DoLenLen(c.length), c.size);
+    EXPECT_EQ(AddLen(&out, DoLenLen(c.length), c.length), 0);
+    EXPECT_EQ(text_of(room, static_cast<std::size_t>(out - room)), c.bytes);
+  }
+  EXPECT_EQ(FindLenOID(OidPtr(MakeOID(nullptr, 0)).get()), 3);
+  EXPECT_EQ(FindLenOID(oid({1}).get()), 3);
+  EXPECT_EQ(FindLenOID(oid({2, 4000000000}).get()), 3);
+}
+
+TEST(Encoder, ChangedValuesAreMeasuredAgainWithOneAllocationOtherwise) {
+  const PduPtr pdu(MakePdu(SET_REQUEST_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
+  std::int32_t number = 5;
+  LinkVarBind(pdu.get(), MakeVarBindWithValue(oid({1, 3}).get(), nullptr, INTEGER_TYPE, &number));
+  for (const std::int32_t value : {5, 500, 500000, -1}) {
+    pdu->var_bind_list->value.sl_value = value;
+    ASSERT_EQ(BuildPdu(pdu.get()), 0);
+    reset_faults();
+    ASSERT_EQ(BuildPdu(pdu.get()), 0);
+    EXPECT_EQ(faults().mallocs, 1);
+    const PduPtr again(ZnParsePdu(pdu->packlet->octet_ptr, pdu->packlet->length));
+    EXPECT_EQ(again->var_bind_list->value.sl_value, value);
+  }
+}
+
+TEST(Encoder, WrongSizesOfEveryTypeAreMendedBeforeAnythingIsBuilt) {
+  const PduPtr pdu = every_type(RESPONSE_PDU);
+  ASSERT_EQ(BuildPdu(pdu.get()), 0);
+  const std::string right = text_of(pdu->packlet);
+  for (const int wrong : {-2, -1, 1, 100}) {
+    for (VarBind* b = pdu->var_bind_list; b; b = b->next_var) {
+      b->name_size = static_cast<std::int16_t>(b->name_size + wrong);
+      b->value_size = static_cast<std::int16_t>(b->value_size - wrong / 2);
+    }
+    ASSERT_EQ(BuildPdu(pdu.get()), 0);
+    EXPECT_EQ(text_of(pdu->packlet), right) << wrong;
+  }
+}
+
+TEST(Values, Limits) {
+  EXPECT_NE(OidPtr(MakeOID(nullptr, 128)), nullptr);
+  EXPECT_EQ(OctetStringPtr(MakeOctetString(nullptr, 0))->length, 0);
+  EXPECT_EQ(OctetStringPtr(MakeOctetString(nullptr, 2048))->octet_ptr[2047], 0);
+  zn_pkt_size = 4000;
+  EXPECT_NE(OctetStringPtr(MakeOctetString(nullptr, 4000)), nullptr);
+  EXPECT_EQ(OctetStringPtr(MakeOctetString(nullptr, 4001)), nullptr);
+  zn_pkt_size = 100;  // does not lower the limit
+  EXPECT_NE(OctetStringPtr(MakeOctetString(nullptr, 2048)), nullptr);
+  zn_pkt_size = 2048;
+  const OctetStringPtr ended(MakeOctetString2(bytes_of("41 42").data(), 2));
+  EXPECT_STREQ(reinterpret_cast<const char*>(ended->octet_ptr), "AB");
+  EXPECT_EQ(text_of(ended->octet_ptr, 8), "41 42 00 00 00 00 00 00");
+}
+
+TEST(Values, Texts) {
+  const struct {
+    const char* text;
+    const char* bytes;
+  } escapes[] = {{"a\\tb", "61 09 62"}, {"\\n\\r\\t\\q\\\\", "0A 0D 09 71 5C"},
+                 {"a\\", "61 5C"},      {"\\", "5C"},
+                 {"\\\\", "5C"},        {"", ""},
+                 {nullptr, ""}};
+  for (const auto& c : escapes) {
+    EXPECT_EQ(text_or_null(OctetStringPtr(MakeOctetStringFromText(c.text))), c.bytes);
+  }
+  for (const char* text : {"00:1b:ff", "00 1B FF", "00-1b-Ff", "001bff", "0x001bff"}) {
+    EXPECT_EQ(text_or_null(OctetStringPtr(MakeOctetStringFromHex(text))), "00 1B FF");
+    EXPECT_EQ(text_or_null(OidPtr(MakeOIDFromHex(text))), "0.27.255");
+  }
+  for (const char* text : {"0", "0g", "00:", ":00", "00::11", "00 1 2", "\xff\xff"}) {
+    EXPECT_EQ(OctetStringPtr(MakeOctetStringFromHex(text)), nullptr) << text;
+  }
+}
+
+TEST(Values, OidsMadeOfOthers) {
+  const OidPtr head = oid({1, 3});
+  const OidPtr tail = oid({6, 1});
+  EXPECT_EQ(text_or_null(OidPtr(CatOID(head.get(), tail.get()))), "1.3.6.1");
+  EXPECT_EQ(text_or_null(OidPtr(CatOID(nullptr, tail.get()))), "6.1");
+  EXPECT_EQ(text_or_null(OidPtr(CloneOID(head.get()))), "1.3");
+  EXPECT_EQ(text_or_null(OidPtr(MakeLenOID(tail->oid_ptr, 2))), "2.6.1");
+  const OidPtr index = oid({2, 6, 1, 9});
+  EXPECT_EQ(text_or_null(OidPtr(MakeOIDSubLen(index->oid_ptr, 4))), "6.1");
+}
+
+TEST(Values, BindingsKeepTheirOrderAndTheirCopiesAreDeep) {
+  PduPtr pdu = every_type(RESPONSE_PDU);
+  const std::string whole =
+      "A2 7 0 0 [1.3.6.2=2:-2147483647] [1.3.6.4=4:61 62 63 64] [1.3.6.5=5:] [1.3.6.6=6:1.3.4] "
+      "[1.3.6.64=64:61 62 63 64] [1.3.6.65=65:2147483649] [1.3.6.66=66:2147483649] "
+      "[1.3.6.67=67:2147483649] [1.3.6.68=68:61 62 63 64] [1.3.6.70=70:4294967298] "
+      "[1.3.6.128=128:] [1.3.6.129=129:] [1.3.6.130=130:]";
+  EXPECT_EQ(text_of(*pdu), whole);
+  PduPtr copy(MakePdu(RESPONSE_PDU, 7, 0, 0, nullptr, nullptr, 0, 0, 0));
+  LinkVarBind(copy.get(), CloneVarBindList(pdu->var_bind_list));
+  LinkVarBind(copy.get(), MakeVarBindWithNull(oid({1, 3}).get(), nullptr));
+  pdu.reset();
+  EXPECT_EQ(text_of(*copy), whole + " [1.3=5:]");
+  ASSERT_EQ(BuildPdu(copy.get()), 0);
+  const PduPtr again(ZnParsePdu(copy->packlet->octet_ptr, copy->packlet->length));
+  EXPECT_EQ(text_of(*again), text_of(*copy));
+  EXPECT_EQ(again->num_varbinds, 14);
+}
+
+TEST(Values, SeparateStorageIsFreedWithAMessage) {
+  RecordedLog log;
+  FreeKeptRecords();
+  const std::size_t before = live_blocks();
+  OctetString* const string = MakeOctetString(nullptr, 1);
+  string->octet_ptr = static_cast<unsigned char*>(std::malloc(9));
+  FreeOctetString(string);
+  OID* const name = MakeOID(nullptr, 1);
+  name->oid_ptr = static_cast<std::uint32_t*>(std::malloc(12));
+  FreeOID(name);
+  EXPECT_EQ(live_blocks(), before);
+  EXPECT_EQ(log.take(), (std::vector<std::string>{"1000 freed octet string with separate octet_ptr",
+                                                  "1000 freed oid with separate oid_ptr"}));
+  FreeOctetString(nullptr);
+  FreeOID(nullptr);
+  FreeUInt64(nullptr);
+  FreeVarBind(nullptr);
+  FreeVarBindList(nullptr);
+  FreePdu(nullptr);
+  ZnFreeSnmpMessage(nullptr);
+}
+
+TEST(Values, RequestIdsHave15Bits) {
+  const std::int32_t id = MakeReqId();
+  EXPECT_GE(id, 0);
+  EXPECT_LE(id, 32767);
+}
+
+}  // namespace
+}  // namespace tally
