@@ -186,7 +186,8 @@ std::filesystem::path own_directory() {
   return path;
 }
 
-// Every row once, whoever asks: the stock client counts them, the daemon writes them down.
+// Every row once, whoever asks: the stock client counts them, the daemon and the bare poller write
+// the same down.
 TEST(Pollers, FetchEveryRowOfEveryTable) {
   const auto directory = own_directory();
   const SamplePaths paths{directory / "last", directory / "prev", directory / "delta"};
@@ -205,6 +206,15 @@ TEST(Pollers, FetchEveryRowOfEveryTable) {
       std::string expected;
       for (std::uint32_t row = 0; row < rows; ++row) expected += record(kind, row, 1);
       EXPECT_TRUE(content(paths.last).substr(sizeof(FileHeader)) == expected);
+
+      const std::string delta = content(paths.delta);
+      FileHeader header;
+      std::memcpy(&header, delta.data(), sizeof header);
+      const int connection = connect_raw(agent.port());
+      bare_poll(connection, kind, kIndex, paths, header.sample_time);
+      close(connection);
+      EXPECT_TRUE(content(paths.last).substr(sizeof(FileHeader)) == expected);
+      EXPECT_TRUE(content(paths.delta) == delta);
     }
   }
   std::filesystem::remove_all(directory);
@@ -242,7 +252,7 @@ TEST(Pollers, WriteTheSameBytes) {
     EXPECT_TRUE(content(paths.last) == last);
     EXPECT_TRUE(content(paths.delta) == delta);
 
-    bare_poll(connection, kIndex, paths, header.sample_time);
+    bare_poll(connection, TableKind::host, kIndex, paths, header.sample_time);
     EXPECT_TRUE(content(paths.last).substr(sizeof header) == last.substr(sizeof header));
     EXPECT_TRUE(content(paths.delta) == delta);
   }

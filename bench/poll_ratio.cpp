@@ -12,7 +12,7 @@
 //   merge   the merge engine alone, with rows that lie in memory
 //   copy    a read-write loop over one sample file in blocks of 8 KiB
 //
-// All but poll and stock work on the host table only.
+// All but poll, stock and bare work on the host table only.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -88,7 +88,7 @@ class Arena {
 
   Contender contender(const std::string& name) {
     const SamplePaths paths = directory_.sample(name);
-    if (name != "poll" && name != "stock" && table_ != TableKind::host) {
+    if (name != "poll" && name != "stock" && name != "bare" && table_ != TableKind::host) {
       throw CLI::ValidationError(name + " works on the host table only");
     }
     if (name == "stock" || name == "bytes") {
@@ -106,8 +106,8 @@ class Arena {
     }
     if (name == "bare") {
       const int connection = connect_raw(agent_.port());
-      return poller(name, paths, [connection, paths] {
-        bare_poll(connection, kIndex, paths, tally::now_seconds());
+      return poller(name, paths, [this, connection, paths] {
+        bare_poll(connection, table_, kIndex, paths, tally::now_seconds());
       });
     }
     if (name == "map") {
