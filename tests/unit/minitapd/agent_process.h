@@ -5,26 +5,19 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <utility>
 
 #include "frames.h"
 #include "minitapd/unique_fd.h"
 #include "support/temporary_directory.h"
+#include "support/xdr_streams.h"
 
 namespace minitapd::testing {
 
 using Words = std::vector<std::uint32_t>;  // XDR units; a 64-bit counter is two
-
-inline Frame to_bytes(Words words) {
-  for (std::uint32_t& word : words) word = htonl(word);
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(words.data());
-  return {bytes, bytes + 4 * words.size()};
-}
 
 // A call's record, in one fragment; its transaction id is 100.
 inline Frame call_record(std::uint32_t procedure, const Words& argument = {},
@@ -32,7 +25,9 @@ inline Frame call_record(std::uint32_t procedure, const Words& argument = {},
   Words words = {0x80000000, 100, 0, 2, program, version, procedure, 0, 0, 0, 0};
   words.insert(words.end(), argument.begin(), argument.end());
   words[0] += static_cast<std::uint32_t>(4 * (words.size() - 1));
-  return to_bytes(words);
+  Frame record;
+  for (const std::uint32_t word : words) tally::append_word(record, word);
+  return record;
 }
 
 // write_file writes a file of the test program's own and returns its path.
@@ -44,29 +39,23 @@ inline std::string write_file(const std::string& name, const std::string& text) 
 
 class AgentProcess {
  public:
-  // Starts the agent with these arguments, as in a shell, and waits until it serves or ends.
-  explicit AgentProcess(const std::string& arguments, int port = 0) {
-    // The shell tells its process id before it becomes the agent.
-    const std::string command = "echo $$; exec " MINITAPD_BINARY " --port " + std::to_string(port);
-    output_ = ::popen((command + " " + arguments).c_str(), "r");
-    (void)std::fscanf(output_, "%d minitapd: serving 127.0.0.1 port %hu", &pid_, &port_);
+  // Starts the agent on a free port with these arguments, as in a shell, and waits until it serves.
+  explicit AgentProcess(const std::string& arguments)
+      // The shell tells its process id before it becomes the agent.
+      : output_(::popen(("echo $$; exec " MINITAPD_BINARY " --port 0 " + arguments).c_str(), "r")) {
+    EXPECT_EQ(std::fscanf(output_, "%d minitapd: serving 127.0.0.1 port %hu", &pid_, &port_), 2);
   }
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
-  ~AgentProcess() { (void)end(); }
+  ~AgentProcess() {
+    if (pid_ > 0) (void)::kill(pid_, SIGKILL);
+    (void)::pclose(output_);
+  }
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
 
-  // end returns the exit status, or -1 if the agent served and had to be killed.
-  int end() {
-    if (output_ == nullptr) return -1;
-    if (port_ != 0) (void)::kill(pid_, SIGKILL);
-    const int status = ::pclose(std::exchange(output_, nullptr));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
  private:
-  FILE* output_ = nullptr;
+  FILE* output_;
   pid_t pid_ = 0;
   std::uint16_t port_ = 0;
 };
@@ -98,7 +87,8 @@ class Connection {
 
   [[nodiscard]] bool at_end() const {
     char byte = 0;
-    return ::recv(fd_.get(), &byte, 1, 0) == 0 || errno == ECONNRESET;
+    const ssize_t n = ::recv(fd_.get(), &byte, 1, 0);
+    return n == 0 || (n < 0 && errno == ECONNRESET);
   }
 
   // receive_words reads the words that came; others are 0.

@@ -58,7 +58,6 @@ const struct {
     {"9 host_control_getnext index=0 request=2", {0, 2}, {0, 11, 1, 2, 3, 4, kMine, kMax}},
     {"9 host_control_getnext index=11 request=1", {11, 1}, {0, 11, 1, 2, 3, 4, kMine, kMax}},
     {"9 host_control_getnext index=11 request=2", {11, 2}, {1, 0, 0, 0, 0, 0, 0}},
-    {"9 host_control_getnext index=12 request=1", {12, 1}, {1, 0, 0, 0, 0, 0, 0}},
     {"9 host_control_getnext index=11 request=3", {11, 3}, {1, 0, 0, 0, 0, 0, 0}},
     {"16 matrix_control_getnext index=0 request=2", {0, 2}, {0, 12, 1, 2, 3, 4, kMine, 1}},
     {"24 pdist_control_getnext index=0 request=2", {0, 2}, {0, 13, 1, 2, 3, 4, kMine, 1}},
@@ -86,13 +85,13 @@ const struct {
     {"37 nlmatrix_table_get index=105 local_index=2 source=fe dest=ff count=9 mode=6 time_mark=1 "
      "reserved_1=3 reserved_2=7 reserved_3=8", {105, 1, 2, 3, 1, 254, 1, 255, 6, 7, 8, 9},
      {1, 5, 4, 1, 10, 1, 11, 0, 1, 0, 2, 3, 105, 31, 0}},
-    // No number but a priority has a sign; -1 stands before priority 0.
+    // No number but a priority has a sign; priority 0 stands behind -1, and none behind 0.
     {"78 vlan_table_get index=106 id=0 request=2", {106, 0, 2},
      {0, 31, 0, 1, 0, 2, 0, 3, 0, 4, 5, 106}},
     {"78 vlan_table_get index=106 id=4294967295 request=2", {106, kMax, 2},
      {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
     {"81 prio_table_get index=107 id=-1 request=2", {107, kMax, 2}, {0, 0, 0, 1, 0, 2, 107}},
-    {"81 prio_table_get index=107 id=-1 request=1", {107, kMax, 1}, {1, 0, 0, 0, 0, 0, 0}},
+    {"81 prio_table_get index=107 id=0 request=2", {107, 0, 2}, {1, 0, 0, 0, 0, 0, 0}},
     {"74 dsstats_table_get index=108 group=31 request=1", {108, 31, 1},
      {0, 31, 108, 0, 1, 0, 2, 0, 3, 0, 4}},
     {"137 dspdist_table_get index=109 group=2 local_index=3 request=2 time_mark=1",
