@@ -64,7 +64,10 @@ bool add_uint(BerWriter& out, std::int16_t tag, std::uint32_t value) {
 }
 
 bool add_uint64(BerWriter& out, std::int16_t tag, const UInt64* value) {
-  if (value == nullptr) return false;
+  if (value == nullptr) {
+    ZN_LOG(APPACKET, "AddUInt64, NULL input\n");
+    return false;
+  }
   return add_number(out, tag, uint_content(as_number(*value)), as_number(*value));
 }
 

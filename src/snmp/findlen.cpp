@@ -30,7 +30,10 @@ std::int16_t FindLenUInt(std::uint32_t value) {
 }
 
 std::int16_t FindLenUInt64(const UInt64* value) {
-  if (value == nullptr) return -1;
+  if (value == nullptr) {
+    ZN_LOG(APPACKET, "FindLenUInt64, NULL input\n");
+    return -1;
+  }
   return static_cast<std::int16_t>(uint_content(as_number(*value)) + 2);
 }
 

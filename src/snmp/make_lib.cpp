@@ -231,21 +231,24 @@ VarBind* MakeVarBindWithValue(const OID* object, const OID* instance, std::int16
        "MakeVarBindWithValue: cannot malloc vb->name.\n"});
   if (binding == nullptr) return nullptr;
 
+  // The size routine of every other kind refuses a null value by itself.
+  const ValueKind kind = value_kind(type);
+  if (value == nullptr && (kind == ValueKind::integer || kind == ValueKind::unsigned32)) {
+    ZN_LOG(APWARN, "%s: Null value.\n", "MakeVarBindWithValue");
+    return nullptr;
+  }
   // Until `type` is set the binding does not own what its value points at: a failure below leaves
   // that to the caller.
-  switch (value_kind(type)) {
+  switch (kind) {
     case ValueKind::integer:
-      if (value == nullptr) return nullptr;
       std::memcpy(&binding->value.sl_value, value, sizeof(std::int32_t));
       binding->value_size = FindLenInt(binding->value.sl_value);
       break;
     case ValueKind::unsigned32:
-      if (value == nullptr) return nullptr;
       std::memcpy(&binding->value.ul_value, value, sizeof(std::uint32_t));
       binding->value_size = FindLenUInt(binding->value.ul_value);
       break;
     case ValueKind::unsigned64:
-      if (value == nullptr) return nullptr;
       binding->value.uint64_value = static_cast<UInt64*>(value);
       binding->value_size = FindLenUInt64(binding->value.uint64_value);
       break;

@@ -11,7 +11,7 @@ namespace tally {
 OID* CatOID(const OID* first, const OID* second) {
   const std::int64_t head = first == nullptr ? 0 : first->length;
   const std::int64_t tail = second == nullptr ? 0 : second->length;
-  if (head + tail > kMaxSubIds) {
+  if (head < 0 || tail < 0 || head + tail > kMaxSubIds) {
     ZN_LOG(APPACKET, "CatOID: Too long: %d\n", static_cast<int>(head + tail));
     return nullptr;
   }
@@ -30,6 +30,11 @@ OID* CloneOID(const OID* oid) {
 }
 
 OID* MakeLenOID(const std::uint32_t* sids, std::int32_t length) {
+  if (length < 0) {
+    ZN_LOG(APPACKET, "MakeLenOID: Bad sid string length: %d\n", length);
+    return nullptr;
+  }
+  if (sids == nullptr) length = 0;
   auto count = static_cast<std::uint32_t>(length);
   const OID head = {1, &count};
   const OID tail = {length, const_cast<std::uint32_t*>(sids)};  // CatOID only reads it

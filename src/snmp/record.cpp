@@ -36,73 +36,78 @@ struct Stack {
   }
 };
 
-class Keeper {
- public:
-  Keeper() = default;
-  Keeper(const Keeper&) = delete;
-  Keeper& operator=(const Keeper&) = delete;
-
-  // A record that is freed after this, by another destructor at the thread's end, goes to free().
-  ~Keeper() {
-    clear();
-    room_ = 0;
-  }
-
-  void* take(Stack& stack, std::size_t size) {
-    void* const block = stack.pop();
-    if (block == nullptr) return std::malloc(size);
-    ++room_;
-    return block;
-  }
-
-  void put(Stack& stack, void* block) {
-    if (room_ == 0) {
-      std::free(block);
-      return;
-    }
-    --room_;
-    stack.push(block);
-  }
-
-  void clear() {
-    clear(bindings);
-    clear(counters);
-    for (Stack& stack : oids) clear(stack);
-  }
-
+// What a thread keeps. It has no destructor, for it must still be good when another destructor
+// frees a record at the thread's end, after KeptEnd has run.
+struct Kept {
   Stack bindings;
   Stack counters;
   Stack oids[kKeptSubIds + 1];  // by length, which a block's room is never below
-
- private:
-  void clear(Stack& stack) {
-    while (void* const block = stack.pop()) {
-      std::free(block);
-      ++room_;
-    }
-  }
-
-  int room_ = kMaxKept;
+  int room = 0;                 // blocks that may be kept beside those that are
+  bool opened = false;          // false until the thread frees its first record
 };
 
-thread_local Keeper keeper;
+constinit thread_local Kept kept;
+
+void free_all(Stack& stack) {
+  while (void* const block = stack.pop()) {
+    std::free(block);
+    ++kept.room;
+  }
+}
+
+void free_kept() {
+  free_all(kept.bindings);
+  free_all(kept.counters);
+  for (Stack& stack : kept.oids) free_all(stack);
+}
+
+// Gives everything back at the thread's end; what is freed after that is not kept.
+struct KeptEnd {
+  KeptEnd() = default;
+  KeptEnd(const KeptEnd&) = delete;
+  KeptEnd& operator=(const KeptEnd&) = delete;
+  ~KeptEnd() {
+    free_kept();
+    kept.room = 0;
+  }
+};
+
+void* take(Stack& stack, std::size_t size) {
+  void* const block = stack.pop();
+  if (block == nullptr) return std::malloc(size);
+  ++kept.room;
+  return block;
+}
+
+void put(Stack& stack, void* block) {
+  if (kept.room == 0 && !kept.opened) {
+    thread_local KeptEnd end;  // made here, so that it ends with the thread
+    kept.opened = true;
+    kept.room = kMaxKept;
+  }
+  if (kept.room == 0) {
+    std::free(block);
+    return;
+  }
+  --kept.room;
+  stack.push(block);
+}
 
 }  // namespace
 
 VarBind* new_binding() {
-  void* const block = keeper.take(keeper.bindings, sizeof(VarBind));
+  void* const block = take(kept.bindings, sizeof(VarBind));
   return block == nullptr ? nullptr : ::new (block) VarBind();
 }
 
 UInt64* new_counter() {
-  void* const block = keeper.take(keeper.counters, sizeof(UInt64));
+  void* const block = take(kept.counters, sizeof(UInt64));
   return block == nullptr ? nullptr : ::new (block) UInt64();
 }
 
 OID* new_oid(std::int32_t length) {
   const std::size_t size = sizeof(OID) + static_cast<std::size_t>(length) * sizeof(std::uint32_t);
-  void* const block =
-      length <= kKeptSubIds ? keeper.take(keeper.oids[length], size) : std::malloc(size);
+  void* const block = length <= kKeptSubIds ? take(kept.oids[length], size) : std::malloc(size);
   if (block == nullptr) return nullptr;
   OID* const oid = ::new (block) OID();
   oid->length = length;
@@ -111,23 +116,23 @@ OID* new_oid(std::int32_t length) {
 }
 
 void free_binding(VarBind* binding) {
-  keeper.put(keeper.bindings, binding);
+  put(kept.bindings, binding);
 }
 
 void free_counter(UInt64* counter) {
-  keeper.put(keeper.counters, counter);
+  put(kept.counters, counter);
 }
 
 void free_oid(OID* oid) {
   if (oid->length >= 0 && oid->length <= kKeptSubIds) {
-    keeper.put(keeper.oids[oid->length], oid);
+    put(kept.oids[oid->length], oid);
   } else {
     std::free(oid);
   }
 }
 
 void FreeKeptRecords() {
-  keeper.clear();
+  free_kept();
 }
 
 }  // namespace tally

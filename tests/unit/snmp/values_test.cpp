@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <functional>
+#include <thread>
 #include <utility>
 
 #include "ber_vectors.h"
@@ -43,6 +44,7 @@ class Refusals : public testing::Test {
 TEST_F(Refusals, OfTheConstructors) {
   std::int32_t number = 7;
   OctetString huge = {nullptr, 40000};
+  const OID negative = {-1, nullptr};
   const OidPtr name = oid({1, 3, 6});
   const OidPtr longest(MakeOID(nullptr, 128));
   const OidPtr index = oid({3, 1, 2});
@@ -59,12 +61,15 @@ TEST_F(Refusals, OfTheConstructors) {
   EXPECT_EQ(MakeOctetStringFromHex("00:1"), nullptr);
   EXPECT_EQ(MakeOID(nullptr, 129), nullptr);
   EXPECT_EQ(CatOID(longest.get(), name.get()), nullptr);
+  EXPECT_EQ(CatOID(name.get(), &negative), nullptr);
+  EXPECT_EQ(MakeLenOID(index->oid_ptr, -1), nullptr);
   EXPECT_EQ(MakeOIDSubLen(index->oid_ptr, 3), nullptr);
   EXPECT_EQ(MakeVarBindWithValue(nullptr, nullptr, NULL_TYPE, nullptr), nullptr);
   EXPECT_EQ(MakeVarBindWithNull(nullptr, nullptr), nullptr);
   EXPECT_EQ(bind(0x47, &number), nullptr);
   EXPECT_EQ(bind(0x45, &number), nullptr);
-  EXPECT_EQ(bind(INTEGER_TYPE, nullptr), nullptr);  // without a message
+  EXPECT_EQ(bind(INTEGER_TYPE, nullptr), nullptr);
+  EXPECT_EQ(bind(COUNTER_64_TYPE, nullptr), nullptr);
   EXPECT_EQ(bind(OPAQUE_TYPE, nullptr), nullptr);
   EXPECT_EQ(bind(OCTET_STRING_TYPE, &huge), nullptr);
   EXPECT_EQ(MakeVarBindWithNull(longest.get(), name.get()), nullptr);
@@ -84,11 +89,15 @@ TEST_F(Refusals, OfTheConstructors) {
                                       "20000 MakeOctetStringFromHex: Bad hex text: 00:1",
                                       "20000 MakeOID: Bad sid string length: 129",
                                       "20000 CatOID: Too long: 131",
+                                      "20000 CatOID: Too long: 2",
+                                      "20000 MakeLenOID: Bad sid string length: -1",
                                       "20000 MakeOIDSubLen: Bad sid string length: 3",
                                       "1000 MakeVarBindWithValue: Null object OID.",
                                       "1000 MakeVarBindWithNull: Null object OID.",
                                       "20000 MakeVarBindWithValue: Illegal type: 0x47",
                                       "20000 MakeVarBindWithValue: Illegal type: 0x45",
+                                      "1000 MakeVarBindWithValue: Null value.",
+                                      "20000 FindLenUInt64, NULL input",
                                       "20000 FindLenOctetString, NULL input",
                                       "20000 FindLenOctetString, lenlen",
                                       "20000 CatOID: Too long: 131",
@@ -157,6 +166,9 @@ TEST_F(Refusals, OfAPduThatWasBuilt) {
       {RESPONSE_PDU,
        [&](Pdu&, VarBind& b) { give_value(b, 0x04, nullptr); },
        {"20000 AddOctetString,lenlen", "20000 AddVarBind: AddOctetString"}},
+      {RESPONSE_PDU,
+       [&](Pdu&, VarBind& b) { give_value(b, 0x46, nullptr); },
+       {"20000 AddUInt64, NULL input"}},
       {RESPONSE_PDU,
        [&](Pdu&, VarBind& b) { give_value(b, 0x47, nullptr); },
        {"20000 AddVarBind: value: Illegal type: 0x47"}},
@@ -279,6 +291,7 @@ TEST(Values, OidsMadeOfOthers) {
   EXPECT_EQ(text_or_null(OidPtr(CatOID(nullptr, tail.get()))), "6.1");
   EXPECT_EQ(text_or_null(OidPtr(CloneOID(head.get()))), "1.3");
   EXPECT_EQ(text_or_null(OidPtr(MakeLenOID(tail->oid_ptr, 2))), "2.6.1");
+  EXPECT_EQ(text_or_null(OidPtr(MakeLenOID(nullptr, 2))), "0");
   const OidPtr index = oid({2, 6, 1, 9});
   EXPECT_EQ(text_or_null(OidPtr(MakeOIDSubLen(index->oid_ptr, 4))), "6.1");
 }
@@ -322,6 +335,19 @@ TEST(Values, SeparateStorageIsFreedWithAMessage) {
   FreeVarBindList(nullptr);
   FreePdu(nullptr);
   ZnFreeSnmpMessage(nullptr);
+}
+
+// The order in which a thread's destructors run is not the library's: records are freed before and
+// after it has given back what it keeps.
+TEST(Values, AThreadKeepsNothingBeyondItsEnd) {
+  const std::size_t before = live_blocks();
+  std::thread([] {
+    static thread_local OidPtr first;
+    first.reset();  // constructs it, so that it is destroyed last
+    for (const OidPtr& name : {oid({1, 3}), oid({1, 3, 6})}) EXPECT_NE(name, nullptr);
+    first = oid({1, 3, 6});
+  }).join();
+  EXPECT_EQ(live_blocks(), before);
 }
 
 TEST(Values, RequestIdsHave15Bits) {
