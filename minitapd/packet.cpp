@@ -153,7 +153,7 @@ std::optional<Packet> parse_frame(Bytes bytes, std::uint32_t wire_length) {
   std::uint16_t type = word_at(take(bytes, 2), 0);
   for (int i = 0; i < kMaxTags && (type == kVlanTag || type == kServiceTag); ++i) {
     const Bytes tag = take(bytes, 4);
-    if (tag.empty()) break;
+    if (tag.empty()) return packet;  // what it holds may be a type or a length
     const std::uint16_t control = word_at(tag, 0);
     if (!packet.tag) {
       packet.tag = VlanTag{.id = static_cast<std::uint16_t>(control & 0x0fffU),
