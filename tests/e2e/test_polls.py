@@ -241,7 +241,7 @@ def test_one_pass_asks_no_more_than_it_needs(daemon, agent):
     assert 1 <= calls.count(str(NULL)) <= 2
 
 
-def random_hosts(pick):
+def random_hosts(pick, count):
     """Two samples of the same hosts. In two of three rows every counter grows, below 2^53 or at any
     size; in the others they go where they will, near the powers of two more often than not."""
     def counter():
@@ -253,11 +253,11 @@ def random_hosts(pick):
         return sorted(pick.getrandbits(pick.randint(40, (53, 62)[flavour])) for _ in range(2))
 
     before, after = [], []
-    for number in range(240):
+    for number in range(count):
         old, new = zip(*(pair(number % 3) for _ in range(7)))
         for sample, counters in ((before, old), (after, new)):
             sample.append((INDEX, (number.to_bytes(6, "big"), *counters)))
-    return before[:200], after
+    return before[:-40], after
 
 
 # Seconds between two samples: within the edges of the arithmetic, and what a clock that was set
@@ -266,7 +266,7 @@ def random_hosts(pick):
 def test_arithmetic_over_any_interval(interval, daemon, agent):
     """A sample that is as old as that, or from the future, and hundreds of random counters."""
     pick = random.Random(interval)
-    before, after = random_hosts(pick)
+    before, after = random_hosts(pick, 240 if interval < 10000 else 900)
     agent.serve(host=before)
     collection = Collection(daemon, HOST, INDEX)
     collection.first_sample(returned(HOST, before))
