@@ -1,7 +1,6 @@
 #include "minitapd/script.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
@@ -14,6 +13,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
 using testing::write_file;
 
 TEST(Script, NamesThePlaceOfEveryError) {
@@ -39,19 +39,14 @@ TEST(Script, NamesThePlaceOfEveryError) {
       {R"({"replies": {"184": [[]]}})", "replies.184: unknown key"},
   };
   for (const auto& [text, message] : cases) {
-    SCOPED_TRACE(text);
-    try {
-      (void)parse_script(text);
-      ADD_FAILURE() << "was taken";
-    } catch (const ScriptError& error) {
-      EXPECT_THAT(error.what(), HasSubstr(message));
-    }
+    EXPECT_THAT([script = text] { (void)parse_script(script); },
+                ThrowsMessage<ScriptError>(HasSubstr(message)))
+        << text;
   }
 }
 
 // The tags of the protocols behind a local index, under control index 1.
-std::vector<std::uint32_t> served(ScriptedSource& source, std::int64_t start,
-                                  std::size_t limit = 100) {
+std::vector<std::uint32_t> served(ScriptedSource& source, int start, std::size_t limit = 100) {
   std::vector<Row> rows;
   source.rows_after(Table::pdist, 1, {.numbers = {start}, .addresses = {}}, limit, rows);
   std::vector<std::uint32_t> tags;

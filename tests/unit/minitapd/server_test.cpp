@@ -123,13 +123,13 @@ TEST(Server, CountsAnInterfaceOfAnotherNetworkNamespace) {
   if (shell("ip netns add " + name) != 0) GTEST_SKIP() << "needs the right to make a namespace";
   EXPECT_EQ(shell("ip -n " + name + " link set lo up"), 0);
   const AgentProcess agent("--interface lo --capture-netns /run/netns/" + name);
-  const std::string datagram = "echo -n 0123456789 >/dev/udp/127.0.0.1/161";
-  EXPECT_EQ(shell("ip netns exec " + name + " bash -c '" + datagram + "; " + datagram + "'"), 0);
+  EXPECT_EQ(shell("ip netns exec " + name + " bash -c 'echo 123456789 >/dev/udp/127.0.0.1/161'"),
+            0);
   EXPECT_EQ(shell("ip netns del " + name), 0);  // the agent still has it
   const Connection client(agent);
   const auto snmp = [&client] { return client.call(26, {1, 134, 3, 1}); };
-  // Index 135 is ether2.ip.udp.snmp; frames of 52 bytes, padded, with their check sequences.
-  const Words expected = {1, 1, 1, 135, 0, 2, 0, 128, 7};
+  // Index 135 is ether2.ip.udp.snmp; a frame of 52 bytes, padded, with its check sequence.
+  const Words expected = {1, 1, 1, 135, 0, 1, 0, 64, 7};
   for (int i = 0; i < 100 && snmp() != expected; ++i) std::this_thread::sleep_for(20ms);
   EXPECT_EQ(snmp(), expected);
 }
@@ -138,7 +138,6 @@ TEST(Server, RefusesABadStart) {
   const std::string path = write_file("start.json", "{}");
   const AgentProcess other("--script " + path);
   const std::pair<std::string, int> cases[] = {
-      {"", 2},
       {"--script /nonexistent", 1},
       {"--script " + path + " --listen ::1", 1},
       {"--script " + path + " --port " + std::to_string(other.port()), 1},
