@@ -55,11 +55,11 @@ std::vector<std::uint32_t> served(ScriptedSource& source, int start, std::size_t
 }
 
 TEST(ScriptedSource, ServesFileOrderFromTheAskedKeyOn) {
-  ScriptedSource source(write_file("order.json", R"({"batch": 4,
-    "control": {"host": [{"index": 5}, {"index": 2}, {"index": 7}]},
-    "pdist": [{"index": 2, "local_index": 1, "tag": 100}, {"index": 1, "local_index": 9, "tag": 101},
-              {"index": 1, "local_index": 3, "tag": 102}, {"index": 1, "local_index": 9, "tag": 103},
-              {"index": 2, "local_index": 3, "tag": 104}, {"index": 1, "local_index": 5, "tag": 105}]})"));
+  ScriptedSource source(write_file("order.json", R"({
+    "batch": 4, "control": {"host": [{"index": 5}, {"index": 2}, {"index": 7}]}, "pdist": [
+    {"index": 2, "local_index": 1, "tag": 100}, {"index": 1, "local_index": 9, "tag": 101},
+    {"index": 1, "local_index": 3, "tag": 102}, {"index": 1, "local_index": 9, "tag": 103},
+    {"index": 2, "local_index": 3, "tag": 104}, {"index": 1, "local_index": 5, "tag": 105}]})"));
   EXPECT_THAT(served(source, 0), ElementsAre(101, 102, 103, 104));
   EXPECT_THAT(served(source, 0, 2), ElementsAre(101, 102));
   EXPECT_THAT(served(source, 9), ElementsAre(104, 105)) << "behind the last 9";
