@@ -1,7 +1,8 @@
 // Independent software on the other side: libsnmp decodes what we encode and the other way round,
-// and a real snmpd answers the documented client.
+// tshark judges our packets, and a real snmpd answers them.
 #include <net-snmp/net-snmp-config.h>
 // The configuration must come first.
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -19,11 +21,24 @@
 namespace tally {
 namespace {
 
+using namespace snmpio;
+
 const SnmpVersionTable kVersions = {2,
                                     {0, 1},
                                     {},
                                     {ZnParseV1SnmpMessage, ZnParseV1SnmpMessage},
                                     {ZnBuildV1SnmpMessage, ZnBuildV1SnmpMessage}};
+
+const std::int16_t kRequestForms[] = {
+    GET_REQUEST_PDU,      GET_NEXT_REQUEST_PDU, RESPONSE_PDU,    SET_REQUEST_PDU,
+    GET_BULK_REQUEST_PDU, INFORM_REQUEST_PDU,   SNMPV2_TRAP_PDU, REPORT_PDU};
+
+PduPtr sample_trap() {
+  PduPtr pdu(MakePdu(TRAP_PDU, 0, 0, 0, oid({1, 3, 6, 1, 4, 1, 32473}).release(),
+                     MakeOctetStringFromHex("7f00000b"), 6, -42, 0x80000000));
+  LinkVarBind(pdu.get(), MakeVarBindWithNull(oid({1, 3, 6}).get(), nullptr));
+  return pdu;
+}
 
 Bytes message_of(Pdu* pdu, std::int32_t version) {
   EXPECT_EQ(BuildPdu(pdu), 0);
@@ -77,29 +92,30 @@ class Peer : public testing::Test {
 };
 netsnmp_session* Peer::session_ = nullptr;
 
-std::string dotted(const ::oid* sids, std::size_t size) {
-  std::string text;
-  for (std::size_t i = 0; i < size; ++i)
-    text.append(i > 0 ? "." : "").append(std::to_string(sids[i]));
-  return text;
-}
-
 // What libsnmp understood, in the text form of our own values.
 std::string text_of(const netsnmp_variable_list& variable) {
-  const netsnmp_vardata& value = variable.val;
-  const std::string text =
-      dotted(variable.name, variable.name_length) + "=" + std::to_string(variable.type) + ":";
+  std::string text;
+  for (std::size_t i = 0; i < variable.name_length; ++i) {
+    if (i > 0) text += '.';
+    text += std::to_string(variable.name[i]);
+  }
+  text.append("=").append(std::to_string(variable.type)).append(":");
   switch (value_kind(variable.type)) {
     case ValueKind::integer:
-      return text + std::to_string(*value.integer);
+      return text + std::to_string(*variable.val.integer);
     case ValueKind::unsigned32:
-      return text + std::to_string(static_cast<std::uint32_t>(*value.integer));
+      return text + std::to_string(static_cast<std::uint32_t>(*variable.val.integer));
     case ValueKind::unsigned64:
-      return text + std::to_string(value.counter64->high << 32 | value.counter64->low);
+      return text +
+             std::to_string(variable.val.counter64->high << 32 | variable.val.counter64->low);
     case ValueKind::octets:
-      return text + tally::text_of(value.string, variable.val_len);
+      return text + tally::text_of(variable.val.string, variable.val_len);
     case ValueKind::oid:
-      return text + dotted(value.objid, variable.val_len / sizeof(::oid));
+      for (std::size_t i = 0; i < variable.val_len / sizeof(::oid); ++i) {
+        if (i > 0) text += '.';
+        text += std::to_string(variable.val.objid[i]);
+      }
+      return text;
     default:
       return text;
   }
@@ -108,9 +124,7 @@ std::string text_of(const netsnmp_variable_list& variable) {
 // There and back: libsnmp decodes our bytes to the same values and encodes them to the same bytes,
 // which we decode to what we began with.
 TEST_F(Peer, LibsnmpAgreesOnEveryTypeAndPdu) {
-  for (const std::int16_t type :
-       {GET_REQUEST_PDU, GET_NEXT_REQUEST_PDU, RESPONSE_PDU, SET_REQUEST_PDU, GET_BULK_REQUEST_PDU,
-        INFORM_REQUEST_PDU, SNMPV2_TRAP_PDU, REPORT_PDU}) {
+  for (const std::int16_t type : kRequestForms) {
     SCOPED_TRACE(type);
     const PduPtr ours = every_type(type);
     const Bytes bytes = message_of(ours.get(), 1);
@@ -140,9 +154,7 @@ TEST_F(Peer, LibsnmpAgreesOnEveryTypeAndPdu) {
 }
 
 TEST_F(Peer, LibsnmpAgreesOnTraps) {
-  const PduPtr ours(MakePdu(TRAP_PDU, 0, 0, 0, oid({1, 3, 6, 1, 4, 1, 32473}).release(),
-                            MakeOctetStringFromHex("7f00000b"), 6, -42, 0x80000000));
-  LinkVarBind(ours.get(), MakeVarBindWithNull(oid({1, 3, 6}).get(), nullptr));
+  const PduPtr ours = sample_trap();
   const Bytes bytes = message_of(ours.get(), 0);
   netsnmp_pdu* const theirs = parse(bytes, SNMP_VERSION_1);
   EXPECT_EQ(theirs->command, SNMP_MSG_TRAP);
@@ -164,9 +176,86 @@ std::string output_of(const std::string& command) {
   return text;
 }
 
+bool installed(const std::string& program) {
+  return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// Writes packets as a capture of UDP datagrams to port 161 (LINKTYPE_IPV4).
+void write_capture(const std::filesystem::path& path, const std::vector<Bytes>& packets) {
+  std::ofstream file(path, std::ios::binary);
+  const auto word = [&file](std::uint32_t value) {
+    file.write(reinterpret_cast<const char*>(&value), sizeof value);
+  };
+  for (const std::uint32_t value : {0xA1B2C3D4U, 0x00040002U, 0U, 0U, 65535U, 228U}) word(value);
+  for (const Bytes& packet : packets) {
+    const auto size = static_cast<std::uint32_t>(packet.size() + 28);
+    for (const std::uint32_t value : {0U, 0U, size, size}) word(value);
+    const auto high = [](std::uint32_t n) { return static_cast<unsigned char>(n >> 8); };
+    const auto low = [](std::uint32_t n) { return static_cast<unsigned char>(n); };
+    const Bytes head = {0x45,
+                        0,
+                        high(size),
+                        low(size),
+                        0,
+                        0,
+                        0,
+                        0,
+                        64,
+                        17,
+                        0,
+                        0,
+                        127,
+                        0,
+                        0,
+                        1,
+                        127,
+                        0,
+                        0,
+                        1,
+                        0x30,
+                        0x39,
+                        0,
+                        161,
+                        high(size - 20),
+                        low(size - 20),
+                        0,
+                        0};
+    file.write(reinterpret_cast<const char*>(head.data()),
+               static_cast<std::streamsize>(head.size()));
+    file.write(reinterpret_cast<const char*>(packet.data()),
+               static_cast<std::streamsize>(packet.size()));
+  }
+}
+
+TEST(Tshark, FindsNothingToComplainOf) {
+  if (!installed("tshark")) GTEST_SKIP() << "tshark is not installed";
+  std::vector<Bytes> packets;
+  for (const std::int16_t type : kRequestForms) {
+    packets.push_back(message_of(every_type(type).get(), 1));
+  }
+  packets.push_back(message_of(sample_trap().get(), 0));
+  const auto path =
+      std::filesystem::temp_directory_path() / ("tally_snmp_" + std::to_string(getpid()) + ".pcap");
+  write_capture(path, packets);
+  const std::string read = "tshark -n -r " + path.string() + " 2>/dev/null ";
+  EXPECT_EQ(
+      output_of(read +
+                "-Y '_ws.malformed or _ws.expert.severity > 0x400000' -T fields -e frame.number"),
+      "");
+  EXPECT_EQ(output_of(read + "-T fields -e snmp.community"),
+            "kivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\nkivrel\n");
+  EXPECT_EQ(output_of(read + "-c 3 -Y 'frame.number == 3' -T fields -e snmp.request_id "
+                             "-e snmp.value.int -e snmp.value.g32 -e snmp.value.counter "
+                             "-e snmp.value.timeticks -e snmp.value.ipv4"),
+            "7\t-2147483647\t2147483649\t2147483649,4294967298\t2147483649\t97.98.99.100\n");
+  std::filesystem::remove(path);
+}
+
 // A real agent on loopback for the life of the object.
 class Agent {
  public:
+  static constexpr int kPort = 51161;
+
   Agent() {
     directory_ =
         std::filesystem::temp_directory_path() / ("tally_snmpd_" + std::to_string(getpid()));
@@ -199,17 +288,61 @@ class Agent {
   pid_t child_ = -1;
 };
 
-// The client of the library's page says the up-time: days, hours, minutes, seconds, hundredths.
-TEST(Snmpd, AnswersTheClientOfThePage) {
-  if (std::system("command -v snmpd >/dev/null") != 0) GTEST_SKIP() << "snmpd is not installed";
-  const Agent agent;
-  const std::string client = "ZN_SNMP_TEST_PORT=51161 " SNMP_CLIENT " 127.0.0.1 ";
-  std::string up_time;
-  for (int attempt = 0; attempt < 10 && up_time.empty(); ++attempt) {  // while the agent starts
-    up_time = output_of(client + "kivrel 2>/dev/null");
+// Asks as a program does, up to a few times while the agent starts.
+PduPtr ask(Pdu* request) {
+  const Bytes bytes = message_of(request, 1);
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    EXPECT_EQ(SendToIO(fd, bytes.data(), static_cast<std::int32_t>(bytes.size())), 1);
+    while (GetResponse() == 2) {
+      const SnmpMessagePtr message(
+          ZnParseSnmpMessage(&kVersions, nullptr, nullptr, packet, packet_len));
+      if (message->packlet == nullptr) continue;
+      PduPtr pdu(ZnParsePdu(message->packlet->octet_ptr, message->packlet->length));
+      if (pdu != nullptr && pdu->request_id == request->request_id) return pdu;
+    }
   }
-  EXPECT_THAT(up_time, testing::MatchesRegex("  0 00:0[01]:[0-5][0-9]\\.[0-9][0-9]\n"));
-  EXPECT_EQ(output_of(client + "wrong 2>&1"), "no up-time from 127.0.0.1\n");
+  return nullptr;
+}
+
+PduPtr request(std::int16_t type, std::int32_t id, std::int32_t non_repeaters,
+               std::int32_t repetitions, std::initializer_list<std::uint32_t> name) {
+  PduPtr pdu(MakePdu(type, id, non_repeaters, repetitions, nullptr, nullptr, 0, 0, 0));
+  LinkVarBind(pdu.get(), MakeVarBindWithNull(oid(name).get(), nullptr));
+  return pdu;
+}
+
+TEST(Snmpd, AnswersOurRequests) {
+  if (!installed("snmpd")) GTEST_SKIP() << "snmpd is not installed";
+  const Agent agent;
+  InitializeIO("peer_test", "localhost");
+  agent_address.sin_port = htons(Agent::kPort);
+  seconds = 1;
+
+  const PduPtr get = ask(request(GET_REQUEST_PDU, 1, 0, 0, {1, 3, 6, 1, 2, 1, 1, 5, 0}).get());
+  ASSERT_NE(get, nullptr) << "snmpd does not answer";
+  EXPECT_EQ(text_of(*get), "A2 1 0 0 [1.3.6.1.2.1.1.5.0=4:74 61 6C 6C 79]");
+
+  const PduPtr next = ask(request(GET_NEXT_REQUEST_PDU, 2, 0, 0, {1, 3, 6, 1, 2, 1, 1, 2}).get());
+  ASSERT_NE(next, nullptr);
+  EXPECT_EQ(text_of(*next).find("A2 2 0 0 [1.3.6.1.2.1.1.2.0=6:1.3.6.1.4.1."), 0U);
+
+  const PduPtr bulk = ask(request(GET_BULK_REQUEST_PDU, 3, 0, 7, {1, 3, 6, 1, 2, 1, 1}).get());
+  ASSERT_NE(bulk, nullptr);
+  EXPECT_EQ(bulk->num_varbinds, 7);
+  const VarBind* const up_time = bulk->var_bind_list->next_var->next_var;
+  EXPECT_EQ(up_time->type, TIME_TICKS_TYPE);
+  EXPECT_LT(up_time->value.ul_value, 6000U);  // it has started within the last minute
+
+  const PduPtr missing = ask(request(GET_REQUEST_PDU, 4, 0, 0, {1, 3, 6, 1, 2, 1, 1, 99, 0}).get());
+  ASSERT_NE(missing, nullptr);
+  EXPECT_EQ(missing->var_bind_list->type, NO_SUCH_OBJECT_TYPE);
+  CloseUp();
+
+  // The client of the library's page says the up-time: days, hours, minutes, seconds, hundredths.
+  const std::string client = "ZN_SNMP_TEST_PORT=" + std::to_string(Agent::kPort) + " " SNMP_CLIENT;
+  EXPECT_THAT(output_of(client + " 127.0.0.1 kivrel"),
+              testing::MatchesRegex("  0 00:0[01]:[0-5][0-9]\\.[0-9][0-9]\n"));
+  EXPECT_EQ(output_of(client + " 127.0.0.1 wrong 2>&1"), "no up-time from 127.0.0.1\n");
 }
 
 }  // namespace
