@@ -60,13 +60,9 @@ int calc_delta(const unsigned char* prev, const unsigned char* last, unsigned ch
     return -1;
   }
   const std::uint32_t seconds = divisor(interval, Type::kTexts.delta_zero_interval);
-  double before[Type::kCounters];
-  double now[Type::kCounters];
-  std::memcpy(before, prev + Type::kKeySize, sizeof before);
-  std::memcpy(now, last + Type::kKeySize, sizeof now);
-  const bool changed = rates_between<Type::kCounters>(before, now, now, seconds);
+  const bool changed = rates_between<Type::kCounters>(prev + Type::kKeySize, last + Type::kKeySize,
+                                                      out + Type::kKeySize, seconds);
   std::memcpy(out, last, Type::kKeySize);
-  std::memcpy(out + Type::kKeySize, now, sizeof now);
   return changed ? 1 : 0;
 }
 

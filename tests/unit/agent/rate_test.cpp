@@ -94,14 +94,20 @@ TEST(Rate, PlainDivisionIsExact) {
   std::mt19937_64 random(2);
   for (int i = 0; i < 300'000; ++i) {
     const auto interval = static_cast<std::uint32_t>(1 + random() % (kPlainDivisionBelow - 1));
-    const double last[] = {static_cast<double>(random() >> (11 + random() % 40))};
-    const double prev[] = {
-        static_cast<double>(static_cast<std::uint64_t>(last[0]) >> (1 + random() % 60))};
-    double rates[1];
-    rates_between<1>(prev, last, rates, interval);
-    ASSERT_EQ(rates[0], rate_between(prev[0], last[0], interval));
-    rates_of_new<1>(last, rates, interval);
-    ASSERT_EQ(rates[0], rate_of_new(last[0], interval));
+    const double last = static_cast<double>(random() >> (11 + random() % 40));
+    const double prev =
+        static_cast<double>(static_cast<std::uint64_t>(last) >> (1 + random() % 60));
+    unsigned char before[sizeof prev];
+    unsigned char now[sizeof last];
+    unsigned char out[sizeof last];
+    std::memcpy(before, &prev, sizeof prev);
+    std::memcpy(now, &last, sizeof last);
+    double rate = 0;
+    rates_between<1>(before, now, out, interval);
+    std::memcpy(&rate, out, sizeof rate);
+    ASSERT_EQ(rate, rate_between(prev, last, interval));
+    rates_of_new<1>(&last, &rate, interval);
+    ASSERT_EQ(rate, rate_of_new(last, interval));
   }
 }
 
