@@ -53,6 +53,11 @@ class WireReader {
     for (std::size_t i = 0; i < count; ++i) to[i] = at_[4 * i + 3];
     at_ += 4 * count;
   }
+  template <std::size_t kCount>
+  void units(std::uint8_t* to) {
+    for (std::size_t i = 0; i < kCount; ++i) to[i] = at_[4 * i + 3];
+    at_ += 4 * kCount;
+  }
 
   // raw reads `count` bytes and passes over the zeros that fill the last unit.
   void raw(char* to, std::size_t count) {

@@ -31,8 +31,7 @@ bool WireReader::refill(std::size_t bytes) {
 
 namespace wire {
 
-bool decode(WireReader& in, ByteList& value) {
-  const std::uint32_t count = in.u32();
+bool decode_any_length(WireReader& in, std::uint32_t count, ByteList& value) {
   if (count <= ByteList::kInPlace) {
     if (!in.need(std::size_t{count} * 4)) return false;
     in.units(value.resize(count), count);

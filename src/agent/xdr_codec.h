@@ -133,7 +133,16 @@ inline bool decode(WireReader& in, ByteVector20& value) {
   in.units(value.data(), value.size());
   return true;
 }
-bool decode(WireReader& in, ByteList& value);
+// Nearly every byte list is a MAC address; its six units are read without a loop.
+bool decode_any_length(WireReader& in, std::uint32_t count, ByteList& value);
+inline bool decode(WireReader& in, ByteList& value) {
+  constexpr std::uint32_t kMacSize = 6;
+  const std::uint32_t count = in.u32();
+  if (count != kMacSize) return decode_any_length(in, count, value);
+  if (!in.need(kMacSize * std::size_t{4})) return false;
+  in.units<kMacSize>(value.resize(kMacSize));
+  return true;
+}
 bool decode(WireReader& in, WireString& value);
 
 template <WireStruct T>
