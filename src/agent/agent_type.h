@@ -3,11 +3,11 @@
 // A type is a struct with static members: see the families in mac_types, network_types, smon_types
 // and dsmon_types. It names
 //
-//   kType, kKeySize, kCounters   code, bytes of the key, number of doubles behind it
+//   kKeySize, kCounters          bytes of the key, number of doubles behind it
 //   kTexts                       its log texts (kept as the system has them, also where one type
 //                                uses the name of another)
 //   compare(a, b)                the order of two keys
-//   kControlProcedure, ...       what control_scan.h needs; a type without it adopts nothing
+//   kType, kControlProcedure ... what control_scan.h needs; a type without it adopts nothing
 //   kRowProcedure, ...           what batch_rows.h or single_rows.h needs
 //
 // and collection_ops<Type>() is then its line in the table of operations.

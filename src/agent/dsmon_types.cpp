@@ -166,7 +166,6 @@ struct DsHostType {
 // No control procedure: control rows of this type are not adopted, and no control message creates
 // one.
 struct DsMatrixType {
-  static constexpr std::uint32_t kType = kDsMatrix;
   static constexpr std::uint32_t kKeySize = 52;
   static constexpr std::uint32_t kCounters = 2;
   static constexpr AgentTexts kTexts = {
