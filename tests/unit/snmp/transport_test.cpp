@@ -51,11 +51,11 @@ class Transport : public testing::Test {
     agent_address.sin_port = address.sin_port;
     seconds = 1;
     ASSERT_EQ(SendToIO(fd, reinterpret_cast<const unsigned char*>("ask"), 3), 1);
+    client_size_ = sizeof client_;
     char request[8];
-    ASSERT_EQ(
-        recvfrom(peer_, request, sizeof request, 0, reinterpret_cast<sockaddr*>(&address), &size),
-        3);
-    ASSERT_EQ(connect(peer_, reinterpret_cast<sockaddr*>(&address), size), 0);
+    ASSERT_EQ(recvfrom(peer_, request, sizeof request, 0, reinterpret_cast<sockaddr*>(&client_),
+                       &client_size_),
+              3);
   }
   void TearDown() override {
     CloseUp();
@@ -66,17 +66,20 @@ class Transport : public testing::Test {
 
   void answer(std::size_t size) {
     const Bytes bytes(size, 0x5A);
-    ASSERT_EQ(send(peer_, bytes.data(), size, 0), static_cast<ssize_t>(size));
+    ASSERT_EQ(
+        sendto(peer_, bytes.data(), size, 0, reinterpret_cast<sockaddr*>(&client_), client_size_),
+        static_cast<ssize_t>(size));
   }
 
-  // Nothing comes; returns the seconds until that was given up.
-  double no_response() {
+  double timed_response(int* result) {
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(GetResponse(), 1);
+    *result = GetResponse();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
 
   int peer_ = -1;
+  sockaddr_in client_ = {};
+  socklen_t client_size_ = 0;
 };
 
 TEST_F(Transport, ADatagramIsReceivedAsItIs) {
@@ -90,20 +93,29 @@ TEST_F(Transport, ADatagramIsReceivedAsItIs) {
   EXPECT_EQ(received_state, 0);
 }
 
-TEST_F(Transport, EmptyAndLargeDatagrams) {
+TEST_F(Transport, AnEmptyDatagramIsNoResponse) {
   answer(0);
-  EXPECT_LT(no_response(), 0.5);
-  for (const std::int32_t wanted : {2048, 60000}) {  // the buffer is not that large
-    zn_pkt_size = wanted;
-    answer(3000);
-    EXPECT_EQ(GetResponse(), 2);
-    EXPECT_EQ(packet_len, 2048);
-  }
+  int result = 0;
+  EXPECT_LT(timed_response(&result), 0.5);
+  EXPECT_EQ(result, 1);
+}
+
+TEST_F(Transport, ADatagramLargerThanAPacketIsCut) {
+  answer(3000);
+  EXPECT_EQ(GetResponse(), 2);
+  EXPECT_EQ(packet_len, 2048);
+  zn_pkt_size = 60000;  // the buffer is not that large
+  answer(3000);
+  EXPECT_EQ(GetResponse(), 2);
+  EXPECT_EQ(packet_len, 2048);
 }
 
 TEST_F(Transport, SilenceEndsWithTheAlarm) {
-  EXPECT_NEAR(no_response(), 1.0, 0.5);
+  int result = 0;
+  const double waited = timed_response(&result);
+  EXPECT_EQ(result, 1);
   EXPECT_EQ(received_state, 1);
+  EXPECT_NEAR(waited, 1.0, 0.5);
   EXPECT_EQ(alarm(0), 0U);
 }
 
@@ -111,7 +123,10 @@ TEST_F(Transport, AnAlarmBeforeTheReceiveStartsDoesNotHangIt) {
   faults().before_receive = [] {
     while (received_state == 0) usleep(1000);
   };
-  EXPECT_NEAR(no_response(), 3.0, 0.7);  // the alarm's second, and then the socket's two
+  int result = 0;
+  const double waited = timed_response(&result);
+  EXPECT_EQ(result, 1);
+  EXPECT_NEAR(waited, 3.0, 0.7);  // the alarm's second, and then the socket's two
 }
 
 TEST_F(Transport, OtherSignalsDoNotEndTheWait) {
@@ -133,6 +148,16 @@ TEST_F(Transport, OtherSignalsDoNotEndTheWait) {
   peer.join();
 }
 
+TEST_F(Transport, AnUnreachablePortIsSilence) {
+  sockaddr_in nobody = agent_address;
+  nobody.sin_port = htons(1);
+  agent_address = nobody;
+  EXPECT_EQ(SendToIO(fd, packet, 10), 1);
+  int result = 0;
+  timed_response(&result);
+  EXPECT_EQ(result, 1);
+}
+
 TEST_F(Transport, WhatCannotBeSent) {
   RecordedLog log;
   EXPECT_EQ(SendToIO(fd, packet, 2049), 0);
@@ -141,9 +166,10 @@ TEST_F(Transport, WhatCannotBeSent) {
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
   faults().no_send = true;
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
-  const std::string send = "2000 transport_test:  send.";
-  const std::string memory = "1000 transport_test:  couldn't get send buffer";
-  EXPECT_EQ(log.take(), (std::vector{send, send, memory, send}));
+  EXPECT_EQ(log.take(),
+            (std::vector<std::string>{"2000 transport_test:  send.", "2000 transport_test:  send.",
+                                      "1000 transport_test:  couldn't get send buffer",
+                                      "2000 transport_test:  send."}));
 }
 
 TEST_F(Transport, WithoutABufferOrASocketThereIsNoResponse) {
@@ -204,42 +230,44 @@ TEST_F(Start, HostsAndNames) {
 struct PortCase {
   const char* snmp_variable;
   const char* trap_variable;
+  bool services;
   int snmp_port;
   int trap_port;
   const char* log;
-  bool no_services = false;
 };
 
 void look_up_ports(const PortCase& c) {
   log_to_stderr();
-  for (const auto& [name, value] : {std::pair("ZN_SNMP_TEST_PORT", c.snmp_variable),
-                                    std::pair("ZN_TRAP_TEST_PORT", c.trap_variable)}) {
-    value == nullptr ? unsetenv(name) : setenv(name, value, 1);
+  unsetenv("ZN_SNMP_TEST_PORT");
+  unsetenv("ZN_TRAP_TEST_PORT");
+  if (c.snmp_variable != nullptr) setenv("ZN_SNMP_TEST_PORT", c.snmp_variable, 1);
+  if (c.trap_variable != nullptr) setenv("ZN_TRAP_TEST_PORT", c.trap_variable, 1);
+  faults().no_services = !c.services;
+  for (int i = 0; i < 2; ++i) {
+    demand(GetSNMPPort() == c.snmp_port && GetSNMPTrapPort() == c.trap_port, 1 + i);
+    setenv("ZN_SNMP_TEST_PORT", "99", 1);  // too late
+    setenv("ZN_TRAP_TEST_PORT", "99", 1);
   }
-  faults().no_services = c.no_services;
-  demand(GetSNMPPort() == c.snmp_port && GetSNMPTrapPort() == c.trap_port, 1);
-  setenv("ZN_SNMP_TEST_PORT", "99", 1);  // too late
-  setenv("ZN_TRAP_TEST_PORT", "99", 1);
-  demand(GetSNMPPort() == c.snmp_port && GetSNMPTrapPort() == c.trap_port, 2);
   _exit(0);
 }
 
 TEST_F(Start, PortsAreLookedUpOnce) {
   const PortCase cases[] = {
-      {"1161", nullptr, 1161, 1162,
+      {"1161", nullptr, true, 1161, 1162,
        "80 GetSNMPPort: snmp port is 1161 from getenv(\"ZN_SNMP_TEST_PORT\")\n|"
        "40000 GetSNMPTrapPort: trap port is 1162 from getenv(\"ZN_SNMP_TEST_PORT\") + 1\n|"},
-      {"1161", "3000", 1161, 3000,
+      {"1161", "3000", true, 1161, 3000,
+       "80 GetSNMPPort: snmp port is 1161 from getenv(\"ZN_SNMP_TEST_PORT\")\n|"
        "40000 GetSNMPTrapPort: trap port is 3000 from getenv(\"ZN_TRAP_TEST_PORT\")\n|"},
-      {nullptr, nullptr, 161, 162,
+      {nullptr, nullptr, true, 161, 162,
        "80 GetSNMPPort: snmp port is 161 from snmp in /etc/services\n|"
        "40000 GetSNMPTrapPort: trap port is 162 from snmp-trap in /etc/services\n|"},
-      {nullptr, nullptr, 161, 162,
+      {nullptr, nullptr, false, 161, 162,
        "1000 GetSNMPPort: no snmp entry in /etc/services; |"
        "1000 snmp port is 161 from #define SNMP_PORT\n|"
        "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
-       "40000 trap port is 162 from #define SNMP_TRAP_PORT\n|",
-       true}};
+       "40000 trap port is 162 from #define SNMP_TRAP_PORT\n|"},
+  };
   for (const PortCase& c : cases) EXPECT_EXIT(look_up_ports(c), kGood, HasSubstr(c.log));
 }
 
