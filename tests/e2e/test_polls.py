@@ -7,6 +7,7 @@ from harness import model, samples
 from harness.agent import NULL, ROWS, SYSTEM_INFO, TOTALS
 from harness.collection import Collection
 from harness.files import BATCHED, DSSTATS, HOST, LAYOUTS, MATRIX, NLHOST, NLMATRIX, PDIST, SINGLE
+from harness.syslog import DEBUG
 
 TOP = 2**64 - 1
 INDEX = 5
@@ -143,15 +144,17 @@ def test_rows_with_a_time_mark_end_the_table(layout, daemon, agent):
         collection.first_sample(returned(layout, served))
 
 
-def test_totals_that_are_refused(daemon, agent):
-    """No totals row when the agent has none, when the call fails, or when there is no row at all."""
+def test_totals_that_do_not_come(daemon, agent, log):
+    """The agent has none, the call fails, there is no row at all, or the row call failed before."""
     collection = Collection(daemon, PDIST, INDEX)
-    served = rows(PDIST, {1: 5})
-    for served, faults in ((served, [{"procedure": TOTALS, "action": "status", "value": 1}]),
-                           (served, [{"procedure": TOTALS, "action": "system_err"}]), ([], [])):
+    some = rows(PDIST, {1: 5})
+    for served, calls, faults in ((some, 1, [{"procedure": TOTALS, "action": "status", "value": 1}]),
+                                  (some, 1, [{"procedure": TOTALS, "action": "system_err"}]), ([], 0, []),
+                                  (some, 0, [{"procedure": ROWS["pdist"], "call": 2, "action": "system_err"}])):
         agent.serve(pdist=served, totals={INDEX: (8, 9)}, faults=faults)
         collection.first_sample(returned(PDIST, served))
-        assert len(agent.calls(TOTALS)) == len(served)
+        assert len(agent.calls(TOTALS)) == calls
+    log.wait("pdist_rpc_getnext: RPC failed", DEBUG)
 
 
 def mac(text):
