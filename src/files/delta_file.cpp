@@ -40,7 +40,6 @@ class DeltaMerge {
       int order = -1;  // without a prev row left, every last row is new
       while (prev_.count != 0 && (order = routines_.compare(last_, prev_)) > 0) {
         if (!advance(prev_, routines_.record_size)) return fail(19);
-        order = -1;
       }
       const bool is_new = order != 0;
       if (!put(is_new ? nullptr : &prev_)) return fail(is_new ? 17 : 18);
