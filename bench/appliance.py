@@ -1,4 +1,5 @@
 """The real daemon beside a canned agent, in a sandbox: start, steer, wait, read what it cost."""
+import dbm.gnu
 import fcntl
 import os
 import pathlib
@@ -10,6 +11,7 @@ import time
 DATA_DIRECTORY = pathlib.Path("/usr/local/apache/htdocs/tmp")
 CONTROL_PIPE = "/usr/local/qor/bin/tallyd_pipe"
 PID_FILE = "/tmp/tallyd.pid"
+NMP_SETTINGS = "/nvram/config/web/nmp.dba"
 AGENT_PORT = 9911
 
 TERMINATE, SET_INTERVAL, VIEWING, CREATE = 0, 1, 2, 3
@@ -57,6 +59,8 @@ class Daemon:
     """The daemon, started as it is shipped. Its files are removed at the end."""
 
     def __init__(self, program):
+        with dbm.gnu.open(NMP_SETTINGS, "n", 0o666) as settings:  # there is no supervisor
+            settings["NMP_ETHERSTATS"] = settings["NMP_VLANSTATS"] = "disable"
         subprocess.run([program], stdin=subprocess.DEVNULL, check=True)
         wait_until(lambda: os.path.exists(CONTROL_PIPE), 10, "the control pipe")
         self.pid = int(pathlib.Path(PID_FILE).read_text(encoding="ascii"))

@@ -7,3 +7,18 @@ set(TALLYD_PREFERENCES "/nvram/config/web/pref.dba" CACHE STRING "The preference
 set(TALLYD_AGENT_HOST "127.0.0.1" CACHE STRING "The agent's address")
 set(TALLYD_AGENT_PORT "9911" CACHE STRING "The agent's TCP port")
 set(TALLYD_OWNER "LocalMgr" CACHE STRING "Owner of the control rows that users ask for")
+set(TALLYD_NMP_SETTINGS "/nvram/config/web/nmp.dba" CACHE STRING "The supervisor settings database")
+set(TALLYD_APPLIANCE_SETTINGS "/usr/local/qor/etc/qor_settings" CACHE STRING "The appliance settings file")
+set(TALLYD_NMP_ADDRESS "127.0.0.11" CACHE STRING "The supervisor's address, unless the settings have one")
+set(TALLYD_NMP_COMMUNITY "kivrel" CACHE STRING "The supervisor's community, unless the settings have one")
+set(TALLYD_NMP_PORT "161" CACHE STRING "The supervisor's UDP port")
+set(TALLYD_RMON_OWNER "monitor" CACHE STRING "Owner of the supervisor's control rows that are ours to read")
+
+# The column of the switch maker's private port table that holds a port's duplex mode: 13 numbers,
+# behind which module and port follow. It stands in the MIB of the switch; this default lies below
+# the enterprise number that is reserved for documentation (RFC 5612).
+set(TALLYD_PORT_TABLE_OID "1.3.6.1.4.1.32473.1.4.1.1.1.10" CACHE STRING "portDuplex, without module and port")
+if(NOT TALLYD_PORT_TABLE_OID MATCHES "^[0-9]+(\\.[0-9]+)*$")
+  message(FATAL_ERROR "TALLYD_PORT_TABLE_OID is no dotted object identifier: ${TALLYD_PORT_TABLE_OID}")
+endif()
+string(REPLACE "." ", " TALLYD_PORT_TABLE_SUBIDS "${TALLYD_PORT_TABLE_OID}")

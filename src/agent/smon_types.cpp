@@ -1,21 +1,19 @@
 #include "agent/smon_types.h"
 
 #include <cstdint>
-#include <string_view>
 
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
 #include "agent/single_rows.h"
+#include "daemon/paths.h"
 
 namespace tally {
 namespace {
 
-// These two types alone adopt the agent's own control rows, too.
-constexpr std::string_view kAgentsOwner = "monitor";
-
-bool valid_and_ours_or_the_agents(const ControlEntry& entry) {
-  return valid_and_ours(entry) || (entry.row_status == kRowValid && entry.owner == kAgentsOwner);
+// These two types alone adopt the appliance's own control rows, too.
+bool valid_and_ours_or_the_appliances(const ControlEntry& entry) {
+  return valid_and_ours(entry) || (entry.row_status == kRowValid && entry.owner == kRmonOwner);
 }
 
 // Some texts name other types: kept as the system has them.
@@ -37,7 +35,7 @@ struct VlanType {
   static ControlEntry control_entry(const SmonControlReply& reply) {
     return {reply.index, reply.owner.view(), reply.row_status};
   }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours_or_the_agents(entry); }
+  static bool adopts(const ControlEntry& entry) { return valid_and_ours_or_the_appliances(entry); }
 
   static constexpr auto kRowProcedure = vlan_table_get;
   // VLAN ids start at 1, so the first row is the one behind 0.
@@ -79,7 +77,7 @@ struct PrioType {
   static ControlEntry control_entry(const SmonControlReply& reply) {
     return {reply.index, reply.owner.view(), reply.row_status};
   }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours_or_the_agents(entry); }
+  static bool adopts(const ControlEntry& entry) { return valid_and_ours_or_the_appliances(entry); }
 
   static constexpr auto kRowProcedure = prio_table_get;
   // Priorities start at 0, so the first row is the one behind -1.

@@ -9,7 +9,6 @@
 #include <cstdlib>
 
 #include "agent/tapd_agent.h"
-#include "daemon/clock.h"
 #include "daemon/control_pipe.h"
 #include "daemon/log.h"
 #include "daemon/main_loop.h"
@@ -38,8 +37,8 @@ int serve(ControlPipe& pipe, Registry& registry) {
   const std::int32_t refresh = read_interval();
   registry.set_interval(refresh == 0 ? kDefaultInterval : refresh);
   scan_control_tables(registry);
-  for (const SupervisorKind& kind : supervisor_kinds()) {
-    if (kind.enabled) kind.poll(now_seconds(), kind.schedule.last_poll);
+  for (SupervisorKind& kind : supervisor_kinds()) {
+    if (kind.enabled) kind.poll_at_once();
   }
   registry.re_sort();
   return run_main_loop(pipe, registry);

@@ -15,7 +15,7 @@ namespace {
 
 void msg_terminate(Registry& registry) {
   registry.free_all();
-  for (const SupervisorKind& kind : supervisor_kinds()) kind.clean_up();
+  for (SupervisorKind& kind : supervisor_kinds()) kind.clean_up();
 }
 
 // The poll task is not woken: it sees the new times when it wakes by itself, so a shorter interval
@@ -88,7 +88,7 @@ void create_kind(SupervisorKind& kind) {
   log_debug("%s", kind.enabled_text);
   kind.initialise();
   kind.refresh_rows();
-  kind.poll(now_seconds(), kind.schedule.last_poll);
+  kind.poll_at_once();
 }
 
 // A collection that exists already starts again from an empty history.

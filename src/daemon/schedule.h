@@ -37,6 +37,12 @@ constexpr std::int32_t seconds_after(std::int32_t time, std::int32_t seconds) {
       std::clamp<std::int64_t>(std::int64_t{time} + seconds, Limits::min(), Limits::max()));
 }
 
+// reset_times makes a supervisor kind's times those of a fresh start at `now`.
+constexpr void reset_times(Schedule& schedule, std::int32_t now) {
+  schedule.last_viewed = schedule.last_poll = now;
+  schedule.next_due = seconds_after(now, kUnviewedInterval);
+}
+
 // plan_next_poll notes a poll at `now` and tells when the next one is due: never at once, whatever
 // number the preferences hold.
 constexpr void plan_next_poll(Schedule& schedule, std::int32_t now, std::int32_t interval) {

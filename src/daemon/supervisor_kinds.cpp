@@ -3,8 +3,13 @@
 #include <algorithm>
 #include <limits>
 
+#include "daemon/clock.h"
 #include "daemon/collection_types.h"
+#include "files/file_format.h"
+#include "supervisor/etherstats.h"
+#include "supervisor/ifstats.h"
 #include "supervisor/supclient.h"
+#include "supervisor/supvlan.h"
 
 namespace tally {
 namespace {
@@ -18,37 +23,47 @@ SupervisorKind kinds[3] = {
      "etherstats enabled.",
      "etherstats disabled.",
      "etherstats is disabled. VIEW message discarded.",
-     {}},
+     {reset_etherstats, refresh_etherstats_rows, poll_etherstats, clear_etherstats_rows}},
     {kSupVlan,
      supvlan_enabled,
      "supvlanstats enabled.",
      "supvlanstats disabled.",
      "supvlanstats is disabled. VIEW message discarded.",
-     {}},
+     {reset_supvlan, refresh_supvlan_rows, poll_supvlan, clear_supvlan_rows}},
     {kIfStats,
      ifstats_enabled,
      "Ifstats enabled.",
      "Ifstats disabled.",
      "Ifstats is disabled. VIEW message discarded.",
-     {}},
+     {reset_ifstats, refresh_ifstats_rows, poll_ifstats, clear_ifstats_rows}},
 };
 
 }  // namespace
 
 void SupervisorKind::initialise() {
-  if (hooks.initialise) hooks.initialise(schedule);
+  hooks.initialise(schedule);
+  row_count = 0;
 }
 
 void SupervisorKind::refresh_rows() {
-  if (hooks.refresh_rows) row_count = hooks.refresh_rows(schedule);
+  row_count = hooks.refresh_rows(schedule);
 }
 
+// Failures have been logged, and put back what they had to.
 void SupervisorKind::poll(std::int32_t now, std::int32_t previous_poll) const {
-  if (hooks.poll) hooks.poll(now, previous_poll);
+  static_cast<void>(hooks.poll(now, previous_poll));
 }
 
-void SupervisorKind::clean_up() const {
-  if (hooks.clean_up) hooks.clean_up();
+void SupervisorKind::poll_at_once() {
+  const std::int32_t now = now_seconds();
+  const std::int32_t previous_poll = schedule.last_poll;
+  poll(now, previous_poll);
+  if (seconds_between(previous_poll, now) >= 1) schedule.last_poll = now;
+}
+
+void SupervisorKind::clean_up() {
+  hooks.clean_up();
+  row_count = 0;
 }
 
 std::span<SupervisorKind, 3> supervisor_kinds() {

@@ -11,12 +11,12 @@
 
 namespace tally {
 
-// KindHooks are what a kind does. Every hook may be null and is tested before it is called.
+// KindHooks are what a kind does.
 struct KindHooks {
-  void (*initialise)(Schedule& schedule) = nullptr;
-  std::uint32_t (*refresh_rows)(Schedule& schedule) = nullptr;  // returns how many there are now
-  void (*poll)(std::int32_t now, std::int32_t previous_poll) = nullptr;  // writes the delta file
-  void (*clean_up)() = nullptr;
+  void (*initialise)(Schedule& schedule);
+  std::uint32_t (*refresh_rows)(Schedule& schedule);          // returns how many there are now
+  int (*poll)(std::int32_t now, std::int32_t previous_poll);  // writes the delta file: 1 or 0
+  void (*clean_up)();                                         // forgets all rows
 };
 
 struct SupervisorKind {
@@ -33,7 +33,8 @@ struct SupervisorKind {
   void initialise();
   void refresh_rows();
   void poll(std::int32_t now, std::int32_t previous_poll) const;
-  void clean_up() const;
+  void poll_at_once();  // and notes it, unless the last poll was in this second
+  void clean_up();
 };
 
 // supervisor_kinds returns the three kinds: etherstats, supvlan, ifstats, always in this order.

@@ -59,6 +59,19 @@ void remove_collection_files(std::uint32_t type, std::uint32_t index) {
   std::remove(collection_path(type, index, FileKind::prev).text);
 }
 
+// For want of descriptors or rights a sample may be there and out of reach.
+PreviousSample set_sample_aside(const CollectionPaths& paths) {
+  if (access(paths.last.text, F_OK) != 0 && errno == ENOENT) return PreviousSample::none;
+  const bool moved =
+      file_exists(paths.last.text) && std::rename(paths.last.text, paths.prev.text) == 0;
+  return moved ? PreviousSample::kept : PreviousSample::stuck;
+}
+
+void restore_sample(const CollectionPaths& paths) {
+  std::remove(paths.last.text);
+  std::rename(paths.prev.text, paths.last.text);
+}
+
 bool delta_file_exists(std::uint32_t type, std::uint32_t index) {
   return file_exists(collection_path(type, index, FileKind::delta).text);
 }

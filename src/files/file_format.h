@@ -56,6 +56,16 @@ CollectionPaths collection_paths(std::uint32_t type, std::uint32_t index);
 // over in silence. Of etherstats only the delta file is a file. Logs an illegal type.
 void remove_collection_files(std::uint32_t type, std::uint32_t index);
 
+// set_sample_aside makes the last file of a collection its prev file, before a new sample is taken.
+// restore_sample takes that back after a failure, in place of whatever is the last file by then.
+enum class PreviousSample {
+  none,   // there is no last file
+  kept,   // it is the prev file now
+  stuck,  // it cannot be opened or renamed and was left where it is: no new one may be written
+};
+[[nodiscard]] PreviousSample set_sample_aside(const CollectionPaths& paths);
+void restore_sample(const CollectionPaths& paths);
+
 // delta_file_exists tells whether the delta file of a legal type can be opened for reading.
 bool delta_file_exists(std::uint32_t type, std::uint32_t index);
 

@@ -213,23 +213,23 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
 }
 
 int poll_tapd_collection(Agent& agent, const CollectionRecord& collection) {
-  const auto& [last, prev, delta] = collection_paths(collection.type, collection.index);
-  const bool is_first = access(last.text, F_OK) != 0 && errno == ENOENT;
-  if (!is_first && (!file_exists(last.text) || std::rename(last.text, prev.text) != 0)) {
-    // There is a sample and no way to it, for want of descriptors or rights. It stays where it is.
+  const CollectionPaths paths = collection_paths(collection.type, collection.index);
+  const PreviousSample previous = set_sample_aside(paths);
+  if (previous == PreviousSample::stuck) {
     log_warning("poll_coll_delta: Error opening file!");
     return 0;
   }
   bool polled = false;
   try {
-    polled = is_first ? upload_first_sample(agent, collection, last.text)
-                      : poll_coll_delta(agent, collection, last.text, prev.text, delta.text) == 1;
+    polled = previous == PreviousSample::none
+                 ? upload_first_sample(agent, collection, paths.last.text)
+                 : poll_coll_delta(agent, collection, paths.last.text, paths.prev.text,
+                                   paths.delta.text) == 1;
   } catch (const std::bad_alloc&) {
     log_warning("Tallyd malloc() failure.");
   }
   if (polled) return 1;
-  std::remove(last.text);
-  std::rename(prev.text, last.text);
+  restore_sample(paths);
   return 0;
 }
 

@@ -1,18 +1,163 @@
 #include "supervisor/supclient.h"
 
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "daemon/log.h"
+#include "daemon/paths.h"
+#include "daemon/settings.h"
+#include "files/unique_fd.h"
+#include "snmp/snmpio.h"
+
 namespace tally {
 
+char nmp_address[kMaxNmpText + 1] = {};
+char nmp_community[kMaxNmpText + 1] = {};
+std::int32_t target_id = -1;
 bool etherstats_enabled = true;
 bool supvlan_enabled = true;
 bool ifstats_enabled = true;
 
-// This build has no supervisor kind with rows, and so nobody to ask over SNMP.
+namespace {
+
+constexpr char kProgramName[] = "tallyd";  // for the transport
+constexpr unsigned kResponseTimeout = 2;   // seconds
+constexpr int kMaxSettingsLine = 255;      // bytes; the rest of a longer one counts as a line, too
+
+using Text = char[kMaxNmpText + 1];
+
+void set_text(Text& text, std::string_view value) {
+  std::memcpy(text, value.data(), value.size());
+  text[value.size()] = '\0';
+}
+
+// The last number that 32 bits hold stands for all beyond.
+std::optional<std::int32_t> target_of_line(const char* line) {
+  constexpr std::string_view kKey = "QOR_TARGET_ID=";
+  if (std::strncmp(line, kKey.data(), kKey.size()) != 0) return std::nullopt;
+  const char* const digits = line + kKey.size();
+  char* end = nullptr;
+  const long number = std::strtol(digits, &end, 10);
+  if (end == digits) return std::nullopt;
+  using Limits = std::numeric_limits<std::int32_t>;
+  return static_cast<std::int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+}
+
+std::int32_t read_target_id() {
+  struct Close {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
+  UniqueFd fd(open(kApplianceSettings, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd) return -1;
+  const std::unique_ptr<std::FILE, Close> file(fdopen(fd.get(), "r"));
+  if (!file) return -1;
+  static_cast<void>(fd.release());
+  char line[kMaxSettingsLine + 1];
+  while (std::fgets(line, sizeof line, file.get())) {
+    if (const auto target = target_of_line(line)) return *target;
+  }
+  return -1;
+}
+
+// Clears the flag of a kind that the settings disable. No value ever sets it.
+void read_flag(SettingsDatabase& settings, const char* key, bool& enabled,
+               const char* missing_text) {
+  constexpr std::string_view kDisable = "disable";
+  const auto value = settings.fetch(key);
+  if (!value) {
+    log_debug("%s", missing_text);
+  } else if (value->size() >= kDisable.size() &&
+             strncasecmp(value->data(), kDisable.data(), kDisable.size()) == 0) {
+    enabled = false;
+  }
+}
+
+void read_settings() {
+  SettingsDatabase settings(kNmpSettings);
+  if (!settings.opened()) {
+    set_text(nmp_address, kDefaultNmpAddress);
+    set_text(nmp_community, kDefaultNmpCommunity);
+    log_warning("Tallyd error reading NMP parameters, using defaults");
+    return;
+  }
+  const auto address = settings.fetch("NMP_ADDR");
+  if (address && !address->empty() && address->size() <= kMaxNmpText) {
+    set_text(nmp_address, *address);
+  } else {
+    set_text(nmp_address, kDefaultNmpAddress);
+    log_warning("Tallyd error reading NMP address, using default");
+  }
+  const auto community = settings.fetch("NMP_COMMSTR");
+  if (community && community->size() <= kMaxNmpText) {
+    set_text(nmp_community, *community);
+  } else {
+    set_text(nmp_community, kDefaultNmpCommunity);
+    log_warning("Tallyd error reading NMP community, using default");
+  }
+  if (target_id == kInterfaceTarget) {
+    read_flag(settings, "NMP_IFSTATS", ifstats_enabled,
+              "Tallyd error reading ifstats setting, using default");
+    etherstats_enabled = supvlan_enabled = false;
+  } else {
+    read_flag(settings, "NMP_ETHERSTATS", etherstats_enabled,
+              "Tallyd error reading etherstats setting, using default");
+    read_flag(settings, "NMP_VLANSTATS", supvlan_enabled,
+              "Tallyd error reading vlanstats setting, using default");
+    ifstats_enabled = false;
+  }
+  log_debug("%s", etherstats_enabled ? "etherstats enabled" : "etherstats disabled");
+  log_debug("%s", supvlan_enabled ? "supvlanstats enabled" : "supvlanstats disabled");
+  log_debug("%s", ifstats_enabled ? "ifstats enabled" : "ifstats disabled");
+}
+
+// The transport ends the process over an unknown host without a word that anybody would see.
+void warn_of_unknown_host() {
+  if (inet_addr(nmp_address) == INADDR_NONE && !gethostbyname(nmp_address)) {
+    log_warning("NMP address %s is unknown, terminating tallyd.", nmp_address);
+  }
+}
+
+}  // namespace
+
 int init_supervisor_client() {
+  target_id = read_target_id();
+  read_settings();
+  return start_snmp_client();
+}
+
+int start_snmp_client() {
+  snmpio::seconds = kResponseTimeout;
+  if (setenv("ZN_SNMP_TEST_PORT", kNmpPort, 1) != 0) {
+    log_debug("Error setting up ZN environment variable.");
+    return -1;
+  }
+  warn_of_unknown_host();
+  InitializeIO(kProgramName, nmp_address);
   return 0;
 }
+
+void stop_snmp_client() {
+  CloseUp();
+}
+
 int reload_supervisor_settings() {
-  return 0;
+  const std::string before = nmp_address;
+  read_settings();
+  if (before == nmp_address) return 0;
+  stop_snmp_client();
+  return start_snmp_client();
 }
-void stop_snmp_client() {}
 
 }  // namespace tally

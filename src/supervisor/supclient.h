@@ -1,24 +1,47 @@
-// The supervisor client: which supervisor kinds exist, and the SNMP client that asks for them.
+// The supervisor client: who the switch's supervisor is, which of its kinds exist, and the SNMP
+// client that asks it.
 //
-// Everything here belongs to the main thread.
+// Everything in this room belongs to the main thread and nothing is locked. One socket is open at a
+// time and one request under way.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
 
 namespace tally {
 
-// Whether a kind is polled at all. Initially set; the supervisor settings clear a flag, the create
-// message sets it and the destroy message clears it.
+// Address and community are texts of up to this many bytes; longer ones count as missing.
+inline constexpr std::size_t kMaxNmpText = 255;
+
+// The supervisor's dotted IPv4 address or host name, and the community of every request.
+extern char nmp_address[kMaxNmpText + 1];
+extern char nmp_community[kMaxNmpText + 1];
+
+// The appliance target id, -1 when unknown. An appliance of target id 7 has interface statistics,
+// every other one Ethernet and VLAN statistics.
+extern std::int32_t target_id;
+inline constexpr std::int32_t kInterfaceTarget = 7;
+
+// Whether a kind is polled at all. Initially set; the supervisor settings only ever clear a flag,
+// the create message sets it and the destroy message clears it.
 extern bool etherstats_enabled;
 extern bool supvlan_enabled;
 extern bool ifstats_enabled;
 
-// init_supervisor_client reads the settings and starts the SNMP client. 0, or -1 on failure.
+// init_supervisor_client reads the target id and the settings (missing ones have defaults; logs)
+// and starts the SNMP client. 0, or -1 on failure.
 int init_supervisor_client();
 
-// reload_supervisor_settings reads the settings again. 0, or -1 when the client, restarted because
-// the supervisor's address changed, cannot be started.
-int reload_supervisor_settings();
+// start_snmp_client opens the transport to `nmp_address`. 0, or -1 when the environment cannot be
+// set (logs). A supervisor whose name cannot be resolved (logs), and a system without sockets, end
+// the process with status -1.
+int start_snmp_client();
 
-// stop_snmp_client closes the client's socket.
+// stop_snmp_client closes the transport's socket.
 void stop_snmp_client();
+
+// reload_supervisor_settings reads the settings again, but not the target id, and starts the client
+// anew when the address has changed. 0, or -1 when that fails (logs).
+int reload_supervisor_settings();
 
 }  // namespace tally

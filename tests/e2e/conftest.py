@@ -8,9 +8,9 @@ pytest.register_assert_rewrite("harness")
 
 from harness import processes, settings  # after the registration
 from harness.agent import Agent
-from harness.daemon import Daemon, sanitizer_reports
-from harness.paths import DATA, PID_FILE, PIPE, PREFERENCES
-from harness.syslog import DEBUG, Syslog
+from harness.daemon import STARTED, Daemon, sanitizer_reports
+from harness.paths import APPLIANCE_SETTINGS, DATA, PID_FILE, PIPE, PREFERENCES
+from harness.syslog import Syslog
 
 
 def pytest_configure(config):
@@ -64,7 +64,7 @@ class SharedDaemon:
             settings.refresh(3600)
             agent.serve()
             self._daemon = Daemon(self._log).start()
-            self._log.expect((DEBUG, "Starting tallyd."))
+            self._log.expect(*STARTED)
         return self._daemon
 
     def forget(self):
@@ -81,9 +81,10 @@ class SharedDaemon:
 
 
 def clean():
-    """Leave no file of a daemon that has ended."""
-    for path in (*DATA.iterdir(), PREFERENCES, PIPE, PID_FILE):
+    """Leave no file of a daemon that has ended, and no settings but those without a supervisor."""
+    for path in (*DATA.iterdir(), PREFERENCES, APPLIANCE_SETTINGS, PIPE, PID_FILE):
         path.unlink(missing_ok=True)
+    settings.no_supervisor()
 
 
 @pytest.fixture(scope="module")
@@ -117,6 +118,7 @@ def daemon(agent, shared_daemon):
 def own_daemon(syslog, shared_daemon):
     """A daemon of the scenario's own, not started yet; killed if the scenario leaves it running."""
     shared_daemon.stop()
+    settings.no_supervisor()
     daemon = Daemon(syslog)
     yield daemon
     daemon.kill()

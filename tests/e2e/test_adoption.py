@@ -4,6 +4,7 @@ import pytest
 from harness import control, model, processes, samples
 from harness.agent import CONTROL, LOCAL, ROWS
 from harness.collection import Collection
+from harness.daemon import STARTED
 from harness.files import DSSTATS, HOST, LAYOUTS, MATRIX, PRIO, VLAN, listing, wait_for_listing
 from harness.paths import DATA
 
@@ -34,7 +35,7 @@ def test_adoption_at_the_start(own_daemon, agent, log):
                 dsmatrix=[(20, (1, 5, b"\1" * 20, b"\2" * 20, 3, 4))],
                 **{layout.stem: [samples.row(layout, 1, 5, index) for index in mine[layout]] for layout in LAYOUTS})
     own_daemon.start()
-    log.expect((151, "Starting tallyd."),
+    log.expect(*STARTED,
                (148, "Tallyd could not open preferences file /nvram/config/web/pref.dba."))
     wanted = sorted(layout.path(index, "last").name for layout in LAYOUTS for index in mine[layout])
     wait_for_listing(wanted)

@@ -8,6 +8,7 @@ import pytest
 
 from harness import control, model, processes, settings
 from harness.collection import Collection, next_second
+from harness.daemon import STARTED
 from harness.files import HOST
 from harness.paths import DATA
 from harness.syslog import DEBUG, WARNING
@@ -169,7 +170,7 @@ def test_reader_holds_a_poll_up(own_daemon, agent, log):
     rows = ROWS[:3]
     agent.serve(host=rows)
     own_daemon.start()
-    log.wait("Starting tallyd.")
+    log.expect(*STARTED)
     collection = Collection(own_daemon, HOST)
     collection.first_sample(model.returned(HOST, rows, 1))
     collection.next_sample(model.returned(HOST, rows, 1))

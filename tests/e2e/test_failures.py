@@ -6,7 +6,7 @@ import pytest
 from harness import control, model, processes, settings
 from harness.agent import NULL, ROWS, SYSTEM_INFO
 from harness.collection import Collection, next_second
-from harness.daemon import SANITIZED
+from harness.daemon import SANITIZED, STARTED
 from harness.files import HOST, MATRIX
 from harness.syslog import DEBUG
 
@@ -69,7 +69,7 @@ def test_agent_that_stays_away(own_daemon, agent, log):
     settings.refresh(1)
     agent.serve(host=HOSTS)
     own_daemon.start()
-    log.wait("Starting tallyd.")
+    log.expect(*STARTED)
     collection = Collection(own_daemon, HOST)
     collection.first_sample(records(HOSTS))
     sample = HOST.path(1, "last").read_bytes()
@@ -99,7 +99,7 @@ def test_agent_that_comes_late(own_daemon, agent, log):
     agent.stop()
     try:
         own_daemon.start()
-        log.expect((DEBUG, "Starting tallyd."),
+        log.expect(*STARTED,
                    (148, "Tallyd could not open preferences file /nvram/config/web/pref.dba."),
                    (DEBUG, "Error 1 scanning control tables."))
         for layout in (HOST, MATRIX):

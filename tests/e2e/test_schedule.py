@@ -7,6 +7,7 @@ import pytest
 from harness import control, model, processes, settings
 from harness.agent import NULL, ROWS
 from harness.collection import Collection, next_second
+from harness.daemon import STARTED
 from harness.files import HOST, MATRIX, PDIST, listing
 
 ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3),
@@ -19,7 +20,7 @@ def brisk_daemon(own_daemon, agent, log):
     settings.refresh(2)
     agent.serve(**{layout.stem: [(1, row)] for layout, row in ROW.items()})
     own_daemon.start()
-    log.wait("Starting tallyd.")
+    log.expect(*STARTED)
     yield own_daemon
     own_daemon.answer()
     assert own_daemon.stop() == 0

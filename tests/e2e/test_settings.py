@@ -6,6 +6,7 @@ import time
 import pytest
 
 from harness import control, files, processes, settings
+from harness.daemon import STARTED
 from harness.paths import PREFERENCES
 from harness.syslog import DEBUG, WARNING
 
@@ -56,7 +57,7 @@ def test_interval(label, own_daemon, agent, log):
     agent.serve(host=[(1, (b"\2\0\0\0\0\1", *range(7)))])
     with prepare():
         own_daemon.start()
-    log.expect((DEBUG, "Starting tallyd."), *texts)
+    log.expect(*STARTED, *texts)
 
     control.send(control.CREATE, host.code, 1)
     processes.wait_until(host.path(1, "last").exists)
@@ -86,7 +87,7 @@ def test_interval(label, own_daemon, agent, log):
 def test_damaged_database_is_survived(own_daemon, agent, log):
     with damaged():
         own_daemon.start()
-    log.wait("Starting tallyd.", DEBUG)
+    log.expect(*STARTED)
     for entry in log.take_all():
         assert entry in (CANNOT_OPEN, NO_INTERVAL)
     assert own_daemon.stop() == 0

@@ -7,11 +7,11 @@ import subprocess
 import pytest
 
 from harness import control, processes
-from harness.daemon import ERROR_STATUS, STRACE, Daemon
+from harness.daemon import ERROR_STATUS, STARTED, STRACE, Daemon
 from harness.paths import PID_FILE, PIPE, PREFERENCES
 from harness.syslog import DEBUG, WARNING
 
-STARTING = (DEBUG, "Starting tallyd.")
+STARTING = STARTED[0]
 TERMINATING = (WARNING, "Terminating tallyd.")
 NO_PREFERENCES = (WARNING, f"Tallyd could not open preferences file {PREFERENCES}.")
 NO_AGENT = (DEBUG, "Error 1 scanning control tables.")
@@ -31,7 +31,7 @@ def test_start_and_end(own_daemon, log):
     PID_FILE.chmod(0o777)
     os.mkfifo(PIPE, 0o600)
     left_over = PIPE.stat().st_ino
-    log_order = [STARTING, NO_PREFERENCES, NO_AGENT]
+    log_order = [*STARTED, NO_PREFERENCES, NO_AGENT]
 
     own_daemon.start()
     assert own_daemon.first_status == 0
@@ -64,7 +64,7 @@ def test_killed_daemon_does_not_hinder_the_next(own_daemon, log):
     assert PIPE.exists() and PID_FILE.exists()
     log.take_all()
     own_daemon.start()
-    log.expect(STARTING, NO_PREFERENCES, NO_AGENT)
+    log.expect(*STARTED, NO_PREFERENCES, NO_AGENT)
     assert own_daemon.stop() == 0
 
 
@@ -137,7 +137,7 @@ def test_pipe_failure_ends_the_start(label, own_daemon, log):
     prepare()
     own_daemon.start(wrapper, serve=False)
     assert (own_daemon.first_status, own_daemon.exit_status()) == (0, ERROR_STATUS)
-    log.expect(STARTING, (WARNING, text), TERMINATING)
+    log.expect(*STARTED, (WARNING, text), TERMINATING)
     if label == "cannot be made":
         (PIPE / "full").rmdir()
         PIPE.rmdir()

@@ -13,6 +13,9 @@ REPORTS = pathlib.Path("/tmp/sanitizer-reports")  # of a binary that was built w
 
 SANITIZED = b"__asan_init" in pathlib.Path(BINARY).read_bytes()  # its memory says nothing about ours
 
+# What the log says first where the settings let no supervisor kind be.
+STARTED = ((DEBUG, "Starting tallyd."), (DEBUG, "etherstats disabled"), (DEBUG, "supvlanstats disabled"),
+           (DEBUG, "ifstats disabled"))
 UNEXPECTED_TYPE = "Unexpected message type found in pipe."
 NOT_THERE = "Received TALLYD_VIEWING_COLL message for non-existent collection type {}, index {}"
 STRACE = ("strace", "-f", "-qq", "-o", "/dev/null")  # to make one of its system calls fail

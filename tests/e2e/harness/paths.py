@@ -6,6 +6,8 @@ DATA = pathlib.Path("/usr/local/apache/htdocs/tmp")
 PIPE = pathlib.Path("/usr/local/qor/bin/tallyd_pipe")
 PID_FILE = pathlib.Path("/tmp/tallyd.pid")
 PREFERENCES = pathlib.Path("/nvram/config/web/pref.dba")
+NMP_SETTINGS = pathlib.Path("/nvram/config/web/nmp.dba")
+APPLIANCE_SETTINGS = pathlib.Path("/usr/local/qor/etc/qor_settings")
 LOG_SOCKET = pathlib.Path("/dev/log")
 AGENT = ("127.0.0.1", 9911)
 

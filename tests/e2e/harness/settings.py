@@ -1,7 +1,7 @@
 """The appliance's settings databases, written by gdbm itself through Python's own binding."""
 import dbm.gnu
 
-from .paths import PREFERENCES
+from .paths import NMP_SETTINGS, PREFERENCES
 
 
 def write(path, **values):
@@ -10,6 +10,16 @@ def write(path, **values):
     with dbm.gnu.open(str(path), "n", 0o666) as database:
         for key, value in values.items():
             database[key.encode()] = value
+
+
+def supervisor(address=b"127.0.0.11", community=b"kivrel", **kinds):
+    """Who the supervisor is, and a value for each kind ("NMP_VLANSTATS" and so on)."""
+    write(NMP_SETTINGS, NMP_ADDR=address, NMP_COMMSTR=community, **kinds)
+
+
+def no_supervisor():
+    """Let no supervisor kind be asked for: nobody would answer."""
+    supervisor(NMP_ETHERSTATS=b"disable", NMP_VLANSTATS=b"disable")
 
 
 def refresh(seconds):

@@ -18,7 +18,7 @@ namespace {
 bool enabled[3];
 std::vector<std::string> hook_calls;
 
-// Three kinds with hooks that tell that they were called; the third has none.
+// Three kinds with hooks that tell that they were called.
 std::vector<SupervisorKind> test_kinds() {
   const KindHooks hooks = {
       [](Schedule&) { hook_calls.emplace_back("initialise"); },
@@ -28,11 +28,12 @@ std::vector<SupervisorKind> test_kinds() {
       },
       [](std::int32_t now, std::int32_t previous) {
         hook_calls.push_back("poll " + std::to_string(now) + " after " + std::to_string(previous));
+        return 1;
       },
       [] { hook_calls.emplace_back("clean"); }};
   return {{kEtherStats, enabled[0], "", "", "", hooks},
           {kSupVlan, enabled[1], "", "", "", hooks},
-          {kIfStats, enabled[2], "", "", "", {}}};
+          {kIfStats, enabled[2], "", "", "", hooks}};
 }
 
 TEST(SupervisorKinds, NextTimeout) {
@@ -71,6 +72,7 @@ TEST(SupervisorKinds, NextTimeout) {
 TEST(SupervisorKinds, PollsWhatIsEnabledAndDue) {
   auto kinds = test_kinds();
   for (auto& kind : kinds) kind.schedule = {970, 900, 1000, kViewed};
+  kinds[2].schedule.next_due = 1001;
   enabled[0] = enabled[2] = true;
   enabled[1] = false;
   poll_due_kinds(kinds, 999, 60);
@@ -80,8 +82,9 @@ TEST(SupervisorKinds, PollsWhatIsEnabledAndDue) {
   EXPECT_EQ(kinds[0].row_count, 4U);
   EXPECT_EQ(kinds[0].schedule.next_due, 1060);
   EXPECT_EQ(kinds[1].schedule.next_due, 1000);
-  EXPECT_EQ(kinds[2].schedule.next_due, 1060);
+  EXPECT_EQ(kinds[2].schedule.next_due, 1001);
   kinds[0].schedule.flags = 0;
+  enabled[2] = false;
   poll_due_kinds(kinds, 1060, 60);
   EXPECT_EQ(hook_calls.back(), "poll 1060 after 1000");
   EXPECT_EQ(kinds[0].schedule.next_due, 4660);

@@ -1,0 +1,193 @@
+#include "supervisor/etherstats.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "daemon/clock.h"
+#include "daemon/collection_types.h"
+#include "daemon/log.h"
+#include "files/file_format.h"
+#include "files/file_lock.h"
+#include "files/filebuf.h"
+#include "supervisor/query.h"
+#include "supervisor/row_list.h"
+#include "supervisor/supclient.h"
+
+namespace tally {
+namespace {
+
+constexpr std::int32_t kRowValid = 1;  // etherStatsStatus
+
+RowList<EtherStatsRecord, &EtherStatsRecord::etherStatsIndex> rows;
+
+// Where to learn an interface's duplex mode, by target id: switches differ in what they know.
+constexpr std::int32_t kPortTableTargets[] = {1, 3, 4};
+constexpr std::int32_t kEtherLikeTarget = 6;
+
+// In etherStatsEntry a frame counts without its preamble and the gap behind it, 160 bits, which
+// take the link's time, too. Percent.
+constexpr long double kPercentPerOctet = 8 * 100;
+constexpr long double kPercentPerPacket = 160 * 100;
+constexpr std::size_t kOctets = 1;  // in kEtherCounterTable
+constexpr std::size_t kPackets = 2;
+
+struct [[gnu::packed]] DeltaRecord {
+  std::uint32_t if_index;
+  std::uint32_t index;
+  std::uint32_t name_length;
+  char name[sizeof InterfaceName::bytes];
+  double utilisation;
+  double rates[kEtherCounters];
+};
+static_assert(sizeof(DeltaRecord) == 172);
+
+// All failures to make the file are numbered variants of one text, at debug level.
+bool fail(int number) {
+  log_debug("Error %d creating etherstats delta file.", number);
+  return false;
+}
+
+void set_baseline(EtherStatsRecord& record, const EtherStatsSample& sample) {
+  std::transform(std::begin(sample.counters), std::end(sample.counters), record.baseline,
+                 [](std::uint64_t count) { return static_cast<double>(count); });
+}
+
+// An interface that was down when it was last seen, and still is, has nothing to count.
+void see_again(EtherStatsRecord& record) {
+  const auto state = interface_state(record.ifIndex);
+  if (!state) return;
+  const bool idle = is_not_up(state->oper_status) && state->last_change == record.state.last_change;
+  record.flags = (idle ? 0 : kRowPolled) | kRowSeen;
+  record.state = *state;
+}
+
+void add_row(const EtherStatsRow& row, Schedule& schedule) {
+  const auto interface = named_interface_state(row.if_index);
+  if (!interface) return;
+  EtherStatsRecord fresh = {};
+  fresh.etherStatsIndex = row.index;
+  fresh.ifIndex = row.if_index;
+  fresh.name = interface->name;
+  fresh.state = interface->state;
+  fresh.flags = (is_not_up(interface->state.oper_status) ? 0 : kRowPolled) | kRowSeen;
+  EtherStatsRecord* const record =
+      rows.insert(rows.begin(), fresh, "Tallyd unable to add active etherstats collection.");
+  if (!record) return;
+  remove_collection_files(kEtherStats, row.index);
+  if (const auto sample = etherstats_sample(record->etherStatsIndex, record->ifIndex)) {
+    set_baseline(*record, *sample);
+    schedule.last_poll = now_seconds();
+  } else {
+    log_debug("Error getting etherstats baseline");
+  }
+}
+
+// A counter that went down, wrapped or restarted, counts as 0 this time: on purpose there is no
+// correction. Quotients are taken in extended precision.
+DeltaRecord delta_record(const EtherStatsRecord& record, const EtherStatsSample& sample,
+                         std::int32_t interval) {
+  DeltaRecord delta = {};
+  delta.if_index = record.ifIndex;
+  delta.index = record.etherStatsIndex;
+  delta.name_length = record.name.length;
+  std::memcpy(delta.name, record.name.bytes, sizeof delta.name);
+  long double change[kEtherCounters];
+  for (std::size_t i = 0; i < kEtherCounters; ++i) {
+    const auto count = static_cast<double>(sample.counters[i]);
+    const double before = record.baseline[i];
+    change[i] = count > before ? static_cast<long double>(count) - before : 0;
+    delta.rates[i] = static_cast<double>(change[i] / interval);
+  }
+  if (sample.speed != 0) {
+    const long double used =
+        change[kOctets] * kPercentPerOctet + change[kPackets] * kPercentPerPacket;
+    const long double room = static_cast<long double>(sample.speed) *
+                             etherstats_duplex(record.name.view(), record.ifIndex) * interval;
+    delta.utilisation = std::min(static_cast<double>(used / room), 100.0);
+  }
+  return delta;
+}
+
+bool write_records(RecordCache& cache, std::int32_t now, std::int32_t interval) {
+  const FileHeader header{interval, 0, now, kEtherStats};
+  if (!filebuf_put(cache, &header, sizeof header)) return fail(8);
+  for (EtherStatsRecord& record : rows) {
+    if ((record.flags & kRowPolled) == 0) continue;
+    const auto sample = etherstats_sample(record.etherStatsIndex, record.ifIndex);
+    if (!sample) {
+      fail(9);
+      continue;
+    }
+    const DeltaRecord delta = delta_record(record, *sample, interval);
+    if (!filebuf_put(cache, &delta, sizeof delta)) return fail(10);
+    set_baseline(record, *sample);
+  }
+  if (filebuf_flush(cache)) return true;
+  log_debug("Error 8 polling collection.");
+  return false;
+}
+
+}  // namespace
+
+void reset_etherstats(Schedule& schedule) {
+  rows.clear();
+  reset_times(schedule, now_seconds());
+  schedule.flags = 0;
+}
+
+std::uint32_t refresh_etherstats_rows(Schedule& schedule) {
+  rows.forget_seen();
+  walk_rows(next_etherstats_row, [&schedule](const EtherStatsRow& row) {
+    if (!row.is_ours || row.status != kRowValid) return;
+    if (EtherStatsRecord* const record = find_etherstats_row(row.index)) {
+      see_again(*record);
+    } else {
+      add_row(row, schedule);
+    }
+  });
+  rows.drop_unseen();
+  return rows.size();
+}
+
+// The file is written in place: readers that lock it see the old one or the new one.
+int poll_etherstats(std::int32_t now, std::int32_t last_poll) {
+  const std::int32_t interval = seconds_between(last_poll, now);
+  if (interval < 1) return 1;
+  const auto path = collection_path(kEtherStats, 0, FileKind::delta);
+  const UniqueFd file = open_file(path.text, O_WRONLY | O_CREAT);
+  if (!file) return fail(1);
+  const FileLock lock(file.get());
+  if (!lock.locked()) return fail(2);
+  if (ftruncate(file.get(), 0) != 0) return fail(3);
+  RecordCache cache;
+  filebuf_init(cache, file.get());
+  if (write_records(cache, now, interval)) return 1;
+  static_cast<void>(ftruncate(file.get(), 0) == 0);  // half a file must not pass for one
+  return 0;
+}
+
+EtherStatsRecord* find_etherstats_row(std::uint32_t index) {
+  return rows.find(index);
+}
+
+void clear_etherstats_rows() {
+  rows.clear();
+}
+
+std::uint32_t etherstats_duplex(std::string_view name, std::uint32_t if_index) {
+  constexpr std::int32_t kPortIsHalf = 1;    // portDuplex
+  constexpr std::int32_t kStatusIsHalf = 2;  // dot3StatsDuplexStatus
+  bool half = false;
+  if (std::find(std::begin(kPortTableTargets), std::end(kPortTableTargets), target_id) !=
+      std::end(kPortTableTargets)) {
+    half = port_duplex(name) == kPortIsHalf;
+  } else if (target_id == kEtherLikeTarget) {
+    half = duplex_status(if_index) == kStatusIsHalf;
+  }
+  return half ? 1 : 2;
+}
+
+}  // namespace tally

@@ -1,0 +1,36 @@
+// What the kinds know of the switch's interfaces (IF-MIB, RFC 2863).
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace tally {
+
+// InterfaceName is the first 16 bytes of an ifName, as they stand in the collection files: bytes,
+// not text, filled up with zeros.
+struct InterfaceName {
+  std::uint32_t length = 0;
+  char bytes[16] = {};
+
+  InterfaceName() = default;
+  explicit InterfaceName(std::string_view name)
+      : length(static_cast<std::uint32_t>(std::min(name.size(), sizeof bytes))) {
+    if (length != 0) std::memcpy(bytes, name.data(), length);
+  }
+  std::string_view view() const { return {bytes, length}; }
+};
+
+// is_not_up tells whether an ifOperStatus says that the interface passes no traffic. Testing and
+// unknown count as up.
+constexpr bool is_not_up(std::int32_t oper_status) {
+  constexpr std::int32_t kDown = 2;
+  constexpr std::int32_t kDormant = 5;
+  constexpr std::int32_t kNotPresent = 6;
+  constexpr std::int32_t kLowerLayerDown = 7;
+  return oper_status == kDown || oper_status == kDormant || oper_status == kNotPresent ||
+         oper_status == kLowerLayerDown;
+}
+
+}  // namespace tally
