@@ -15,6 +15,9 @@ namespace {
 // Values are short decimal numbers; what is longer is cut here.
 constexpr std::size_t kMostDigits = 47;
 
+// No setting is nearly as long. A damaged database may hold anything.
+constexpr std::size_t kMostBytes = 4096;
+
 }  // namespace
 
 SettingsDatabase::SettingsDatabase(const char* path) {
@@ -29,7 +32,8 @@ std::optional<std::string> SettingsDatabase::fetch(const char* key) {
   const datum value =
       gdbm_fetch(file_.get(), {key_bytes.data(), static_cast<int>(key_bytes.size())});
   if (!value.dptr) return std::nullopt;
-  std::string bytes(value.dptr, static_cast<std::size_t>(value.dsize));
+  std::string bytes(value.dptr,
+                    std::min<std::size_t>(static_cast<unsigned>(value.dsize), kMostBytes));
   std::free(value.dptr);
   return bytes;
 }

@@ -22,8 +22,8 @@ class SettingsDatabase {
 
   bool opened() const { return file_ != nullptr; }
 
-  // fetch returns the bytes of a key's value, or nothing when there is no such record. The key is
-  // stored without a terminating zero.
+  // fetch returns the bytes of a key's value, of a very long one the first 4096, or nothing when
+  // there is no such record. The key is stored without a terminating zero.
   std::optional<std::string> fetch(const char* key);
 
  private:

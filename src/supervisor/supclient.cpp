@@ -12,7 +12,6 @@
 #include <limits>
 #include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "daemon/log.h"
@@ -57,7 +56,7 @@ std::optional<std::int32_t> target_of_line(const char* line) {
 
 std::int32_t read_target_id() {
   struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+    void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
   };
   UniqueFd fd(open(kApplianceSettings, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd) return -1;
@@ -153,9 +152,10 @@ void stop_snmp_client() {
 }
 
 int reload_supervisor_settings() {
-  const std::string before = nmp_address;
+  Text before;
+  std::memcpy(before, nmp_address, sizeof before);
   read_settings();
-  if (before == nmp_address) return 0;
+  if (std::strcmp(before, nmp_address) == 0) return 0;
   stop_snmp_client();
   return start_snmp_client();
 }
