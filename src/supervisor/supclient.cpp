@@ -36,6 +36,9 @@ constexpr unsigned kResponseTimeout = 2;   // seconds
 constexpr int kMaxSettingsLine = 255;      // bytes; the rest of a longer one counts as a line, too
 
 using Text = char[kMaxNmpText + 1];
+static_assert(sizeof kDefaultNmpAddress <= sizeof(Text) &&
+                  sizeof kDefaultNmpCommunity <= sizeof(Text),
+              "TALLYD_NMP_ADDRESS or TALLYD_NMP_COMMUNITY is too long");
 
 void set_text(Text& text, std::string_view value) {
   std::memcpy(text, value.data(), value.size());
