@@ -18,7 +18,7 @@ set(TALLYD_RMON_OWNER "monitor" CACHE STRING "Owner of the supervisor's control 
 # behind which module and port follow. It stands in the MIB of the switch; this default lies below
 # the enterprise number that is reserved for documentation (RFC 5612).
 set(TALLYD_PORT_TABLE_OID "1.3.6.1.4.1.32473.1.4.1.1.1.10" CACHE STRING "portDuplex, without module and port")
-if(NOT TALLYD_PORT_TABLE_OID MATCHES "^[0-9]+(\\.[0-9]+)*$")
+if(NOT TALLYD_PORT_TABLE_OID MATCHES "^(0|[1-9][0-9]*)(\\.(0|[1-9][0-9]*))*$") # 010 would be 8 in C++
   message(FATAL_ERROR "TALLYD_PORT_TABLE_OID is no dotted object identifier: ${TALLYD_PORT_TABLE_OID}")
 endif()
 string(REPLACE "." ", " TALLYD_PORT_TABLE_SUBIDS "${TALLYD_PORT_TABLE_OID}")
