@@ -31,6 +31,7 @@ using namespace snmpio;
 namespace {
 
 std::int32_t packet_room = 0;  // bytes of `packet`; zn_pkt_size may have been raised since
+unsigned limited_for = 0;      // the `seconds` that the socket's own time-out was set for
 
 struct FreeBytes {
   void operator()(unsigned char* bytes) const { std::free(bytes); }
@@ -62,11 +63,12 @@ void resolve(const char* host) {
 }
 
 // A receive that starts after its alarm has rung would wait for ever; the socket's own time-out,
-// a second longer, ends that one.
+// a second longer, ends that one. A fresh socket has none, as `seconds` of 0 want it.
 void set_receive_limit() {
+  if (seconds == limited_for) return;
   timeval limit = {};
   if (seconds != 0) limit.tv_sec = static_cast<time_t>(seconds) + 1;
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0) limited_for = seconds;
 }
 
 }  // namespace
@@ -93,6 +95,7 @@ void InitializeIO(const char* progname, const char* host) {
     ZN_LOG(APERROR, "%s:  unable to connect to socket.\n", imagename);
     std::exit(-1);
   }
+  limited_for = 0;
   resolve(host);
   agent_address.sin_port = htons(GetSNMPPort());
 }
