@@ -131,7 +131,7 @@ std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
   EtherStatsSample sample;
-  sample.up_time = answer.unsigned32();
+  static_cast<void>(answer.unsigned32());  // sysUpTime
   for (std::size_t i = 0; i < kEtherCounters; ++i) {
     sample.counters[i] = answer.unsigned32();
     if (kEtherCounterTable[i].overflow != 0) {
@@ -139,7 +139,7 @@ std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint
     }
   }
   sample.speed = answer.unsigned32();
-  sample.last_change = answer.unsigned32();
+  static_cast<void>(answer.unsigned32());  // ifLastChange
   return answer.ok() ? std::optional(sample) : std::nullopt;
 }
 

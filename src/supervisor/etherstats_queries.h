@@ -62,9 +62,7 @@ struct NamedInterfaceState {
 
 struct EtherStatsSample {
   std::uint64_t counters[kEtherCounters];
-  std::uint32_t up_time;  // of the supervisor, in hundredths of a second
-  double speed;           // bits per second
-  std::uint32_t last_change;
+  double speed;  // bits per second
 };
 
 // next_etherstats_row returns the row behind an index; its index is 0 when there is none.
