@@ -15,9 +15,9 @@
 
 namespace tally::bench {
 
-AgentProcess::AgentProcess(std::vector<std::string> arguments) {
+AgentProcess::AgentProcess(std::vector<std::string> arguments, const std::string& program) {
   const auto here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  arguments.insert(arguments.begin(), {(here / "canned_agent").string(), "--with-parent"});
+  arguments.insert(arguments.begin(), {(here / program).string(), "--with-parent"});
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -36,7 +36,7 @@ AgentProcess::AgentProcess(std::vector<std::string> arguments) {
   char line[32] = "";
   if (error != 0 || std::fgets(line, sizeof line, output.get()) == nullptr ||
       !std::string_view(line).starts_with(kReady)) {
-    throw std::runtime_error("the canned agent does not start");
+    throw std::runtime_error(program + " does not start");
   }
   port_ = static_cast<std::uint16_t>(std::strtoul(line + kReady.size(), nullptr, 10));
 }

@@ -1,4 +1,4 @@
-// A canned agent as a child process.
+// A canned agent, or a canned supervisor, as a child process.
 #pragma once
 
 #include <sys/types.h>
@@ -9,13 +9,14 @@
 
 namespace tally::bench {
 
-// AgentProcess starts the canned_agent that lies beside this program and ends it again. It runs on
-// the CPUs that this process may use.
+// AgentProcess starts a program that lies beside this one and ends it again. It runs on the CPUs
+// that this process may use.
 class AgentProcess {
  public:
-  // Waits until the agent listens. The arguments are canned_agent's own. Throws when it does not
+  // Waits until the agent listens. The arguments are the program's own. Throws when it does not
   // start.
-  explicit AgentProcess(std::vector<std::string> arguments);
+  explicit AgentProcess(std::vector<std::string> arguments,
+                        const std::string& program = "canned_agent");
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
   ~AgentProcess();

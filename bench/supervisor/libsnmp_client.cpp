@@ -1,0 +1,51 @@
+#include <net-snmp/net-snmp-config.h>
+// The configuration must come first.
+#include <net-snmp/net-snmp-includes.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "bench/supervisor/contenders.h"
+#include "daemon/paths.h"
+
+namespace tally::bench {
+
+LibsnmpClient::LibsnmpClient(std::uint16_t port, const Work& work) : steps_(steps_of(work)) {
+  init_snmp("bench");
+  std::string peer = "udp:127.0.0.1:" + std::to_string(port);
+  std::string community = kDefaultNmpCommunity;
+  netsnmp_session wanted;
+  snmp_sess_init(&wanted);
+  wanted.version = SNMP_VERSION_2c;
+  wanted.peername = peer.data();
+  wanted.community = reinterpret_cast<u_char*>(community.data());
+  wanted.community_len = community.size();
+  session_ = snmp_sess_open(&wanted);
+  if (session_ == nullptr) throw std::runtime_error("no session of libsnmp");
+}
+
+LibsnmpClient::~LibsnmpClient() {
+  snmp_sess_close(session_);
+}
+
+void LibsnmpClient::run() {
+  for (const Step& step : steps_) {
+    const RequestShape& shape = request_shape(step.kind);
+    netsnmp_pdu* const pdu = snmp_pdu_create(shape.walks ? SNMP_MSG_GETNEXT : SNMP_MSG_GET);
+    for (const Column& column : shape.columns) {
+      oid name[MAX_OID_LEN];
+      oid* const end = std::copy(column.object.begin(), column.object.end(), name);
+      *end = column.content == Content::up_time ? 0 : step.row;
+      snmp_add_null_var(pdu, name, column.object.size() + 1);
+    }
+    netsnmp_pdu* response = nullptr;
+    const int status = snmp_sess_synch_response(session_, pdu, &response);
+    const bool answered = status == STAT_SUCCESS && response->errstat == SNMP_ERR_NOERROR;
+    if (response != nullptr) snmp_free_pdu(response);
+    if (!answered) throw std::runtime_error("no response to libsnmp");
+  }
+}
+
+}  // namespace tally::bench
