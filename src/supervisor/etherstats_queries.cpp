@@ -60,6 +60,13 @@ constexpr Query kDuplexStatusQuery = {
     "Received error status %u for duplexStatus.",
 };
 
+// How many bindings the counters of a row take.
+constexpr std::size_t kCounterColumns = [] {
+  std::size_t columns = 0;
+  for (const EtherCounter& counter : kEtherCounterTable) columns += counter.overflow == 0 ? 1 : 2;
+  return columns;
+}();
+
 std::optional<std::int32_t> only_integer(const PduPtr& response) {
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
@@ -116,7 +123,8 @@ std::optional<NamedInterfaceState> named_interface_state(std::uint32_t if_index)
 }
 
 std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint32_t if_index) {
-  const PduPtr response = run_query(kCounterQuery, [index, if_index](Pdu& request) {
+  static KeptRequest kept(kCounterQuery);
+  const auto bind = [index, if_index](Pdu& request) {
     if (add_sysuptime_varbind(request) != 0) return false;
     for (const EtherCounter& counter : kEtherCounterTable) {
       if (add_pdu_varbind(etherStatsEntry, counter.column, index, request) != 0) return false;
@@ -127,6 +135,10 @@ std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint
     }
     return add_ifspeed_varbind(if_index, request) == 0 &&
            add_iflastchange_varbind(if_index, request) == 0;
+  };
+  const PduPtr response = kept.run(bind, [index, if_index](std::size_t binding) {
+    if (binding == 0) return std::uint32_t{0};  // sysUpTime
+    return binding <= kCounterColumns ? index : if_index;
   });
   if (!response) return std::nullopt;
   AnswerReader answer(*response);

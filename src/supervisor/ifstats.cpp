@@ -138,7 +138,8 @@ Outcome finish(const AnswerReader& answer, Sample& sample) {
 }
 
 Outcome get_ifTableEntry64(std::uint32_t if_index, Sample& sample) {
-  const PduPtr response = run_query(kCounterQuery, [if_index](Pdu& request) {
+  static KeptRequest kept(kCounterQuery);
+  const auto bind = [if_index](Pdu& request) {
     if (add_pdu_varbind(ifEntry, kSpeedColumn, if_index, request) != 0) return false;
     for (const std::uint32_t column : kHighCapacityColumns) {
       if (add_pdu_varbind(ifXEntry, column, if_index, request) != 0) return false;
@@ -146,7 +147,8 @@ Outcome get_ifTableEntry64(std::uint32_t if_index, Sample& sample) {
     return std::all_of(std::begin(kDropColumns), std::end(kDropColumns), [&](const Column& drop) {
       return add_pdu_varbind(ifEntry, drop.column, if_index, request) == 0;
     });
-  });
+  };
+  const PduPtr response = kept.run(bind, [if_index](std::size_t) { return if_index; });
   Outcome outcome = Outcome::failed;
   if (!response || !is_64_bit(*response, outcome)) return outcome;
   AnswerReader answer(*response);
@@ -164,12 +166,14 @@ Outcome get_ifTableEntry64(std::uint32_t if_index, Sample& sample) {
 }
 
 Outcome get_ifTableEntry32(std::uint32_t if_index, Sample& sample) {
-  const PduPtr response = run_query(kCounterQuery, [if_index](Pdu& request) {
+  static KeptRequest kept(kCounterQuery);
+  const auto bind = [if_index](Pdu& request) {
     return add_pdu_varbind(ifEntry, kSpeedColumn, if_index, request) == 0 &&
            std::all_of(std::begin(kColumns32), std::end(kColumns32), [&](const Column& column) {
              return add_pdu_varbind(ifEntry, column.column, if_index, request) == 0;
            });
-  });
+  };
+  const PduPtr response = kept.run(bind, [if_index](std::size_t) { return if_index; });
   if (!response) return Outcome::failed;
   AnswerReader answer(*response);
   sample.speed = answer.unsigned32();

@@ -2,6 +2,7 @@
 
 #include "daemon/log.h"
 #include "snmp/bld_pkt.h"
+#include "snmp/findlen.h"
 #include "snmp/make_lib.h"
 #include "supervisor/request.h"
 #include "supervisor/supclient.h"
@@ -39,6 +40,18 @@ PduPtr ask(const Query& query, Pdu& request) {
     return nullptr;
   }
   return response;
+}
+
+void KeptRequest::renew() {
+  request_->request_id = MakeReqId();
+}
+
+void KeptRequest::set_instance(VarBind& binding, std::uint32_t instance) {
+  OID& name = *binding.name;
+  std::uint32_t& last = name.oid_ptr[name.length - 1];
+  if (last == instance) return;
+  last = instance;
+  binding.name_size = FindLenOID(&name);
 }
 
 void warn_of_endless_walk() {

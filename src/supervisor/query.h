@@ -6,9 +6,11 @@
 // status of what came.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "snmp/free_lib.h"
 #include "snmp/values.h"
@@ -37,6 +39,38 @@ template <class Bind>
   if (!request || !bind(*request)) return nullptr;
   return ask(query, *request);
 }
+
+// KeptRequest is the request of a query that is put to one row after the other: its bindings stay
+// and only their instances change. To make them anew costs more than to encode them.
+class KeptRequest {
+ public:
+  explicit KeptRequest(const Query& query) : query_(query) {}
+
+  // run asks as run_query does. `bind` appends the bindings, once; `instance` takes the number of a
+  // binding, from 0 on, and returns the last number of its name.
+  template <class Bind, class Instance>
+  [[nodiscard]] PduPtr run(Bind bind, Instance instance) {
+    if (request_) {
+      renew();
+      std::size_t number = 0;
+      for (VarBind* each = request_->var_bind_list; each; each = each->next_var) {
+        set_instance(*each, instance(number++));
+      }
+    } else {
+      PduPtr request = make_request(query_);
+      if (!request || !bind(*request)) return nullptr;
+      request_ = std::move(request);
+    }
+    return ask(query_, *request_);
+  }
+
+ private:
+  void renew();
+  static void set_instance(VarBind& binding, std::uint32_t instance);
+
+  const Query& query_;
+  PduPtr request_;
+};
 
 // No table of a supervisor has more rows than this. A walk that finds more is broken off (logs), so
 // that no supervisor, however broken, holds the main thread for ever.
