@@ -13,6 +13,7 @@ CONTROL_PIPE = "/usr/local/qor/bin/tallyd_pipe"
 PID_FILE = "/tmp/tallyd.pid"
 NMP_SETTINGS = "/nvram/config/web/nmp.dba"
 AGENT_PORT = 9911
+SUPERVISOR_PORT = 161
 
 TERMINATE, SET_INTERVAL, VIEWING, CREATE = 0, 1, 2, 3
 HOST = 0
@@ -29,22 +30,14 @@ def wait_until(done, seconds, what):
         time.sleep(0.002)
 
 
-class Agent:
-    """A canned agent on the daemon's port."""
+class Canned:
+    """A canned agent, or a canned supervisor, on the daemon's port."""
 
     def __init__(self, program, rows):
         self.process = subprocess.Popen([program, "--with-parent", "--rows", str(rows)],
                                         stdout=subprocess.PIPE, text=True)
         if not self.process.stdout.readline().startswith("listening"):
-            raise RuntimeError("the canned agent does not start")
-
-    def epoch(self):
-        """How many null calls it has answered: one for each pass of the daemon's poll task."""
-        call = struct.pack(">10I", 1, 0, 2, 99999, 1, 1, 0, 0, 0, 0)
-        with socket.create_connection(("127.0.0.1", AGENT_PORT)) as connection:
-            connection.sendall(struct.pack(">I", 0x80000000 | len(call)) + call)
-            reply = connection.recv(4096)
-        return struct.unpack_from(">I", reply, 32)[0] // 100  # behind the empty description
+            raise RuntimeError(f"{program} does not start")
 
     def __enter__(self):
         return self
@@ -55,12 +48,34 @@ class Agent:
         self.process.stdout.close()
 
 
+class Agent(Canned):
+    def epoch(self):
+        """How many null calls it has answered: one for each pass of the daemon's poll task."""
+        call = struct.pack(">10I", 1, 0, 2, 99999, 1, 1, 0, 0, 0, 0)
+        with socket.create_connection(("127.0.0.1", AGENT_PORT)) as connection:
+            connection.sendall(struct.pack(">I", 0x80000000 | len(call)) + call)
+            reply = connection.recv(4096)
+        return struct.unpack_from(">I", reply, 32)[0] // 100  # behind the empty description
+
+
+class Supervisor(Canned):
+    def requests(self):
+        """How many requests it has answered, of all kinds."""
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
+            client.settimeout(10)
+            client.sendto(b"c", ("127.0.0.1", SUPERVISOR_PORT))
+            report = client.recv(4096)
+        return sum(struct.unpack(f">{len(report) // 4}I", report))
+
+
 class Daemon:
     """The daemon, started as it is shipped. Its files are removed at the end."""
 
-    def __init__(self, program):
-        with dbm.gnu.open(NMP_SETTINGS, "n", 0o666) as settings:  # there is no supervisor
-            settings["NMP_ETHERSTATS"] = settings["NMP_VLANSTATS"] = "disable"
+    def __init__(self, program, supervisor=False):
+        with dbm.gnu.open(NMP_SETTINGS, "n", 0o666) as settings:
+            settings["NMP_ADDR"], settings["NMP_COMMSTR"] = "127.0.0.1", "kivrel"
+            wanted = "enable" if supervisor else "disable"
+            settings["NMP_ETHERSTATS"] = settings["NMP_VLANSTATS"] = wanted
         subprocess.run([program], stdin=subprocess.DEVNULL, check=True)
         wait_until(lambda: os.path.exists(CONTROL_PIPE), 10, "the control pipe")
         self.pid = int(pathlib.Path(PID_FILE).read_text(encoding="ascii"))

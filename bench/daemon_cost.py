@@ -6,6 +6,7 @@ Measure the real daemon beside a canned agent, in scripts/sandbox, on one CPU. P
   poll      CPU of polls of 100,000 host rows, alternating with runs of the stock client
   memory    peak resident memory with tables of 1,000 and of 1,000,000 rows
   idle      wake-ups and CPU in 20 seconds with collections that are not due
+  rowless   the same without any, and with a supervisor that has no rows for the enabled kinds
   scaling   CPU of a viewing message and of an idle pass, with 10 and with 10,000 collections
 
 Every file that a poll leaves is checked against the canned table's own arithmetic.
@@ -21,7 +22,7 @@ import sys
 import time
 
 from appliance import (HEADER, HOST, HOST_RECORD, LONGEST_INTERVAL, SET_INTERVAL, VIEWING, Agent,
-                       Daemon, wait_until)
+                       Daemon, Supervisor, wait_until)
 
 COUNTERS = 7
 
@@ -76,6 +77,7 @@ class Bench:
         self.cpu = cpu
         self.tallyd = str(programs / "src/tallyd")
         self.canned_agent = str(programs / "bench/canned_agent")
+        self.canned_supervisor = str(programs / "bench/supervisor/canned_supervisor")
         self.poll_ratio = str(programs / "bench/poll_ratio")
 
     def poll(self):
@@ -114,11 +116,24 @@ class Bench:
         with Agent(self.canned_agent, 1000), Daemon(self.tallyd) as daemon:
             for index in range(1, 11):
                 daemon.create(index, 1000 if index == 1 else 0)
-            daemon.settle()
-            time.sleep(10)  # so that the time-out of the last call, 25 s, falls into the window
-            before = daemon.wake_ups(), daemon.ticks(), daemon.cpu()
-            time.sleep(20)
-            after = daemon.wake_ups(), daemon.ticks(), daemon.cpu()
+            return self.idleness(daemon)
+
+    def rowless(self):
+        with (Agent(self.canned_agent, 0), Supervisor(self.canned_supervisor, 0) as supervisor,
+              Daemon(self.tallyd, supervisor=True) as daemon):
+            asked = supervisor.requests()
+            if asked < 2:
+                raise RuntimeError("the daemon has not looked for rows of both kinds")
+            result = self.idleness(daemon)
+            return result | {"requests": supervisor.requests() - asked}
+
+    @staticmethod
+    def idleness(daemon):
+        daemon.settle()
+        time.sleep(10)  # so that the time-out of the last call, 25 s, falls into the window
+        before = daemon.wake_ups(), daemon.ticks(), daemon.cpu()
+        time.sleep(20)
+        after = daemon.wake_ups(), daemon.ticks(), daemon.cpu()
         names = ("wake_ups", "ticks", "cpu")
         return {name: now - then for name, now, then in zip(names, after, before)}
 
@@ -153,7 +168,7 @@ class Bench:
 
 def main():
     parser = argparse.ArgumentParser(usage=__doc__.splitlines()[0])
-    names = ("poll", "memory", "idle", "scaling")
+    names = ("poll", "memory", "idle", "rowless", "scaling")
     parser.add_argument("--programs", type=pathlib.Path, required=True)
     parser.add_argument("--cpu", type=int, default=0)
     parser.add_argument("measurements", nargs="*", choices=[[], *names], default=[])
