@@ -132,9 +132,7 @@ int GetResponse() {
   alarm(seconds);
   ssize_t received = 0;
   do {  // other signals than the alarm do not end the wait
-    sockaddr_in sender = {};
-    socklen_t sender_size = sizeof sender;
-    received = recvfrom(fd, packet, room, 0, reinterpret_cast<sockaddr*>(&sender), &sender_size);
+    received = recvfrom(fd, packet, room, 0, nullptr, nullptr);
   } while (received < 0 && errno == EINTR && received_state == 0);
   alarm(0);
   packet_len = static_cast<std::int32_t>(received);
