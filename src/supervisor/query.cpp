@@ -1,5 +1,7 @@
 #include "supervisor/query.h"
 
+#include <bit>
+
 #include "daemon/log.h"
 #include "snmp/bld_pkt.h"
 #include "snmp/findlen.h"
@@ -12,6 +14,10 @@ namespace {
 
 std::span<const std::uint32_t> sub_ids(const OID& oid) {
   return {oid.oid_ptr, static_cast<std::size_t>(oid.length)};
+}
+
+constexpr int base_128_bytes(std::uint32_t sub_id) {
+  return (std::bit_width(sub_id | 1) + 6) / 7;
 }
 
 }  // namespace
@@ -50,8 +56,9 @@ void KeptRequest::set_instance(VarBind& binding, std::uint32_t instance) {
   OID& name = *binding.name;
   std::uint32_t& last = name.oid_ptr[name.length - 1];
   if (last == instance) return;
+  const bool as_long = base_128_bytes(last) == base_128_bytes(instance);
   last = instance;
-  binding.name_size = FindLenOID(&name);
+  if (!as_long) binding.name_size = FindLenOID(&name);
 }
 
 void warn_of_endless_walk() {
