@@ -107,7 +107,7 @@ class Supervisor {
   explicit Supervisor(const SupervisorState& state) : state_(state) {
     for (std::size_t kind = 0; kind < kRequestKinds; ++kind) {
       exchanges_[kind].resize(state.rows + 1);
-      each_row(static_cast<RequestKind>(kind), [this, kind](Exchange& exchange, std::uint32_t row) {
+      each_row(static_cast<RequestKind>(kind), [kind](Exchange& exchange, std::uint32_t row) {
         exchange.request = encoded_request(static_cast<RequestKind>(kind), row);
       });
     }
