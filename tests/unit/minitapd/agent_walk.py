@@ -114,3 +114,9 @@ def walk(port, name):
             elif wanted == 2:
                 return rows
             wanted = 2
+
+
+def totals(port):
+    """Packets and octets of control index 1."""
+    with socket.create_connection(("127.0.0.1", port), timeout=20) as sock:
+        return call(sock, 184, (1,)).read("iQQ")[1:]

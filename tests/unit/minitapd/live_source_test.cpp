@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
 #include <random>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "frames.h"
@@ -30,122 +28,6 @@ Frame frame_between(const std::string& source, const std::string& dest, std::str
   const Frame tail = testing::bytes(rest);
   frame.insert(frame.end(), tail.begin(), tail.end());
   return frame;
-}
-
-std::vector<Row> walk(LiveSource& source, Table table, std::int32_t index, std::size_t batch) {
-  std::vector<Row> all;
-  Key start;
-  for (;;) {
-    std::vector<Row> rows;
-    source.rows_after(table, index, start, batch, rows);
-    EXPECT_LE(rows.size(), batch);
-    if (rows.empty()) return all;
-    for (Row& row : rows) {
-      if (row.control_index != index) return all;
-      start = row.key;
-      all.push_back(std::move(row));
-    }
-  }
-}
-
-// The counts that a plain tally of the same frames gives, made without the code under test.
-struct Tally {
-  using Counters = std::vector<std::uint64_t>;
-  std::map<std::string, Counters> hosts;
-  std::map<std::string, Counters> pairs;
-  std::map<int, Counters> protocols;
-  std::uint64_t pkts = 0;
-  std::uint64_t octets = 0;
-
-  void add(const std::string& source, const std::string& dest, std::uint32_t length, bool bad,
-           const std::vector<int>& stack) {
-    const std::uint64_t size = std::max(length, 60U) + 4;
-    for (const auto& station : {source, dest}) {
-      if (!bad) hosts.try_emplace(station, Counters(7));
-    }
-    if (!bad) pairs.try_emplace(source + dest, Counters(3));
-    if (const auto from = hosts.find(source); from != hosts.end()) {
-      from->second[1] += 1;
-      from->second[3] += size;
-      from->second[4] += bad ? 1 : 0;
-      if (!bad && dest == "\xff\xff\xff\xff\xff\xff") from->second[5] += 1;
-      if (!bad && dest[0] == 1) from->second[6] += 1;
-    }
-    if (const auto pair = pairs.find(source + dest); pair != pairs.end()) {
-      pair->second[0] += 1;
-      pair->second[1] += size;
-      pair->second[2] += bad ? 1 : 0;
-    }
-    if (bad) return;
-    hosts[dest][0] += 1;
-    hosts[dest][2] += size;
-    pkts += 1;
-    octets += size;
-    for (const int index : stack) {
-      auto& counters = protocols.try_emplace(index, Counters(2)).first->second;
-      counters[0] += 1;
-      counters[1] += size;
-    }
-  }
-};
-
-TEST(LiveSource, CountsAsAPlainTallyDoes) {
-  const struct {
-    std::string_view rest;
-    std::vector<int> stack;
-  } kinds[] = {{"9000 00", {1}},
-               {"0806 0001", {1, 10}},
-               {"0800 45000028 00010000 40060000 0a000001 0a000002 0050c001", {1, 11, 32, 106}},
-               {"86dd 60000000 00083a40 00000000000000000000000000000001"
-                "00000000000000000000000000000002 8000",
-                {1, 12, 50}}};
-  LiveSource source({.max_rows = 1000, .max_frame_octets = 1518, .descr = "", .own_address = {}});
-  source.add_control(Table::host, 1, "LocalMgr");
-  source.add_control(Table::matrix, 1, "LocalMgr");
-  source.add_control(Table::pdist, 1, "LocalMgr");
-  Tally tally;
-  std::minstd_rand random(7);
-  for (int i = 0; i < 20000; ++i) {
-    const std::string from = mac(static_cast<int>(random() % 23));
-    std::string to = mac(static_cast<int>(random() % 23));
-    if (random() % 10 == 0) to = "\xff\xff\xff\xff\xff\xff";
-    if (random() % 10 == 0) to = std::string("\x01\x00\x5e\x00\x00\xfb", 6);
-    const auto length = static_cast<std::uint32_t>(14 + random() % 1600);
-    const auto& kind = kinds[random() % std::size(kinds)];
-    source.count_frame(frame_between(from, to, kind.rest), length);
-    tally.add(from, to, length, length > 1514, kind.stack);
-  }
-  source.count_frame({}, 0);  // shorter than an Ethernet header: left out
-
-  for (const std::size_t batch : {1U, 7U, 100U}) {
-    const auto hosts = walk(source, Table::host, 1, batch);
-    ASSERT_EQ(hosts.size(), tally.hosts.size());
-    auto expected = tally.hosts.begin();
-    for (const Row& row : hosts) {
-      EXPECT_EQ(row.key.addresses[0], expected->first);
-      EXPECT_THAT(row.counters, ::testing::ElementsAreArray(expected->second));
-      ++expected;
-    }
-    const auto pairs = walk(source, Table::matrix, 1, batch);
-    ASSERT_EQ(pairs.size(), tally.pairs.size());
-    expected = tally.pairs.begin();
-    for (const Row& row : pairs) {
-      EXPECT_EQ(row.key.addresses[0] + row.key.addresses[1], expected->first);
-      EXPECT_TRUE(std::ranges::equal(expected->second, std::span(row.counters).first(3)));
-      ++expected;
-    }
-    const auto protocols = walk(source, Table::pdist, 1, batch);
-    ASSERT_EQ(protocols.size(), tally.protocols.size());
-    auto protocol = tally.protocols.begin();
-    for (const Row& row : protocols) {
-      EXPECT_EQ(row.key.numbers[0], protocol->first);
-      EXPECT_TRUE(std::ranges::equal(protocol->second, std::span(row.counters).first(2)));
-      ++protocol;
-    }
-  }
-  const Totals totals = source.pdist_totals(1);
-  EXPECT_EQ(std::tuple(totals.status, totals.pkts, totals.octets),
-            std::tuple(0, tally.pkts, tally.octets));
 }
 
 TEST(LiveSource, WalksFromAnyKeyIntoTheNextControlIndex) {
