@@ -46,7 +46,7 @@ TEST(LiveSource, WalksFromAnyKeyIntoTheNextControlIndex) {
     std::vector<std::pair<int, int>> rows;  // control index, station
   } cases[] = {
       {"from the start", 4, "", 2, {{4, 1}, {4, 2}}},
-      {"on into the next index", 4, mac(2), 100, {{4, 3}, {9, 1}, {9, 2}, {9, 3}}},
+      {"on into the next index", 4, mac(2), 3, {{4, 3}, {9, 1}, {9, 2}}},
       {"behind the last row", 4, mac(3), 2, {{9, 1}, {9, 2}}},
       {"behind a key that no row has",
        9,

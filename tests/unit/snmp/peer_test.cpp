@@ -180,48 +180,18 @@ bool installed(const std::string& program) {
   return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-// Writes packets as a capture of UDP datagrams to port 161 (LINKTYPE_IPV4).
+// Writes packets as a capture of frames of a kind that tshark is told about (LINKTYPE_USER0).
 void write_capture(const std::filesystem::path& path, const std::vector<Bytes>& packets) {
   std::ofstream file(path, std::ios::binary);
-  const auto word = [&file](std::uint32_t value) {
-    file.write(reinterpret_cast<const char*>(&value), sizeof value);
+  const auto words = [&file](std::initializer_list<std::uint32_t> values) {
+    for (const std::uint32_t value : values) {
+      file.write(reinterpret_cast<const char*>(&value), sizeof value);
+    }
   };
-  for (const std::uint32_t value : {0xA1B2C3D4U, 0x00040002U, 0U, 0U, 65535U, 228U}) word(value);
+  words({0xA1B2C3D4U, 0x00040002U, 0U, 0U, 65535U, 147U});
   for (const Bytes& packet : packets) {
-    const auto size = static_cast<std::uint32_t>(packet.size() + 28);
-    for (const std::uint32_t value : {0U, 0U, size, size}) word(value);
-    const auto high = [](std::uint32_t n) { return static_cast<unsigned char>(n >> 8); };
-    const auto low = [](std::uint32_t n) { return static_cast<unsigned char>(n); };
-    const Bytes head = {0x45,
-                        0,
-                        high(size),
-                        low(size),
-                        0,
-                        0,
-                        0,
-                        0,
-                        64,
-                        17,
-                        0,
-                        0,
-                        127,
-                        0,
-                        0,
-                        1,
-                        127,
-                        0,
-                        0,
-                        1,
-                        0x30,
-                        0x39,
-                        0,
-                        161,
-                        high(size - 20),
-                        low(size - 20),
-                        0,
-                        0};
-    file.write(reinterpret_cast<const char*>(head.data()),
-               static_cast<std::streamsize>(head.size()));
+    const auto size = static_cast<std::uint32_t>(packet.size());
+    words({0U, 0U, size, size});
     file.write(reinterpret_cast<const char*>(packet.data()),
                static_cast<std::streamsize>(packet.size()));
   }
@@ -237,7 +207,9 @@ TEST(Tshark, FindsNothingToComplainOf) {
   const auto path =
       std::filesystem::temp_directory_path() / ("tally_snmp_" + std::to_string(getpid()) + ".pcap");
   write_capture(path, packets);
-  const std::string read = "tshark -n -r " + path.string() + " 2>/dev/null ";
+  const std::string read =
+      "tshark -n -o 'uat:user_dlts:\"User 0 (DLT=147)\",\"snmp\",\"0\",\"\",\"0\",\"\"' -r " +
+      path.string() + " 2>/dev/null ";
   EXPECT_EQ(
       output_of(read +
                 "-Y '_ws.malformed or _ws.expert.severity > 0x400000' -T fields -e frame.number"),
@@ -251,40 +223,27 @@ TEST(Tshark, FindsNothingToComplainOf) {
   std::filesystem::remove(path);
 }
 
-// A real agent on loopback for the life of the object.
+// Debian's snmpd on loopback for the life of the object.
 class Agent {
  public:
   static constexpr int kPort = 51161;
 
   Agent() {
-    directory_ =
-        std::filesystem::temp_directory_path() / ("tally_snmpd_" + std::to_string(getpid()));
-    std::filesystem::create_directory(directory_);
-    const std::string config = (directory_ / "snmpd.conf").string();
-    std::ofstream(config) << "rocommunity kivrel 127.0.0.1\n"
-                             "sysServices 72\n"
-                             "sysName tally\n";
     child_ = fork();
     if (child_ == 0) {
-      setenv("MIBS", "", 1);
-      setenv("SNMP_PERSISTENT_DIR", directory_.c_str(), 1);
-      execlp("snmpd", "snmpd", "-f", "-C", "-c", config.c_str(), "-Lf",
-             (directory_ / "log").c_str(), "-I",
-             "system_mib,sysORTable,snmp_mib,vacm_conf,vacm_context", "udp:127.0.0.1:51161",
-             static_cast<char*>(nullptr));
+      execl(SUPERVISOR, SUPERVISOR, "--listen", "udp:127.0.0.1:51161", "--config", "sysName tally",
+            static_cast<char*>(nullptr));
       _exit(127);
     }
   }
   ~Agent() {
-    kill(child_, SIGKILL);
+    kill(child_, SIGTERM);
     waitpid(child_, nullptr, 0);
-    std::filesystem::remove_all(directory_);
   }
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
  private:
-  std::filesystem::path directory_;
   pid_t child_ = -1;
 };
 
