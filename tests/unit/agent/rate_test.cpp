@@ -23,7 +23,7 @@ struct RateCase {
 };
 
 constexpr RateCase kCases[] = {
-#include "agent/rate_cases.inc"
+#include "rate_cases.inc"
 };
 
 // A record at an odd address, as it may lie in a cache.
