@@ -6,10 +6,10 @@ import time
 
 import pytest
 
-from harness import control, model, processes, settings
+from harness import control, model, processes, samples, settings
 from harness.collection import Collection, next_second
 from harness.daemon import STARTED
-from harness.files import HOST
+from harness.files import HOST, LAYOUTS
 from harness.paths import DATA
 from harness.syslog import DEBUG, WARNING
 
@@ -90,6 +90,20 @@ def test_full_at_the_first_sample(daemon, agent, log):
         filler.unlink()
         collection.first_sample(model.returned(HOST, ROWS, 1))
         collection.destroy()
+
+
+@pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
+def test_full_during_an_upload(layout, daemon, agent, log):
+    """Every type says so, one in the name of another."""
+    agent.serve(**{layout.stem: samples.rows(layout, {number: 1 for number in range(1, 1000)}, 1)})
+    collection = Collection(daemon, layout)
+    with mounted("-t", "tmpfs", "-o", "mode=777,size=4k", "tmpfs"):
+        control.send(control.CREATE, layout.code, 1)
+        log.wait(f"{'pdist' if layout.stem == 'vlan' else layout.stem}_upload() error 1.", DEBUG)
+        log.wait("poll_tapd_collection: Error uploading collection.", DEBUG)
+        daemon.settle()
+        assert set(log.take_all()) <= WRITE
+    collection.destroy()
 
 
 def test_missing_directory(daemon, agent):

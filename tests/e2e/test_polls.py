@@ -157,6 +157,15 @@ def test_totals_that_do_not_come(daemon, agent, log):
     log.wait("pdist_rpc_getnext: RPC failed", DEBUG)
 
 
+@pytest.mark.parametrize("layout", BATCHED, ids=lambda layout: layout.stem)
+def test_batch_that_does_not_come(layout, daemon, agent, log):
+    """The rows before it are taken; of the types that come one row a call see test_single_rows."""
+    served = rows(layout, {number: 6 for number in range(1, 102)})
+    agent.serve(**{layout.stem: served}, faults=[{"procedure": ROWS[layout.stem], "call": 2, "action": "system_err"}])
+    Collection(daemon, layout, INDEX).first_sample(returned(layout, served[:100]))
+    log.wait(f"{layout.stem}_rpc_getnext: RPC failed", DEBUG)
+
+
 def mac(text):
     return bytes.fromhex(text)
 
@@ -179,13 +188,13 @@ ADDRESSED = {
 @pytest.mark.parametrize("layout", ADDRESSED, ids=lambda layout: layout.stem)
 def test_addresses_of_any_length(layout, daemon, agent):
     addresses = [address for address in ADDRESSES if len(address) <= LONGEST_IN_KEYS or layout in (HOST, MATRIX)]
-    served = [(INDEX, (*ADDRESSED[layout](address), *range(3, 3 + layout.counters))) for address in addresses]
-    call = {ROWS[layout.stem]: [served, []]}
     collection = Collection(daemon, layout, INDEX)
-    agent.serve(replies=call)
-    collection.first_sample(returned(layout, served))
-    agent.serve(replies=call)
-    collection.next_sample(returned(layout, served))
+    for take, order in ((collection.first_sample, addresses), (collection.next_sample, addresses[4:] + addresses[:4])):
+        served = [(INDEX, (*ADDRESSED[layout](address), *range(3, 3 + layout.counters))) for address in order]
+        agent.serve(replies={ROWS[layout.stem]: [served, []]})
+        take(returned(layout, served))
+        after = order[-1][:6] if layout in (HOST, MATRIX) else order[-1]
+        assert f"={after.hex(':')} " in agent.calls(ROWS[layout.stem])[1], "what is behind the last one"
 
 
 # Rows that a correct agent does not send; each case is (first sample, second sample), by number.

@@ -1,5 +1,4 @@
-// The table of operations of the agent types: sizes, upload, order, and the control scan.
-#include <fcntl.h>
+// The table of operations of the agent types: sizes, order, and the control scan.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,11 +8,8 @@
 #include <vector>
 
 #include "agent/mac_types.h"
-#include "agent/tapd_agent.h"
-#include "agent/type_samples.h"
-#include "files/file_lock.h"
+#include "agent/type_facts.h"
 #include "support/syslog_capture.h"
-#include "support/temporary_directory.h"
 
 namespace tally {
 namespace {
@@ -32,46 +28,9 @@ TEST(AgentTypes, TableHasWholeRowsOrEmptyOnes) {
               there);
     EXPECT_EQ(ops.add_active != nullptr, there && type != kDsMatrix);
     if (!there) continue;
-    const TypeSample& sample = type_samples()[type];
-    EXPECT_EQ(sample.type, type);
-    EXPECT_EQ(sample.record(1).size(), sizes[type]);
-  }
-}
-
-TEST(Upload, PutsEveryRowOrTellsThatItCannot) {
-  constexpr std::uint32_t kRows = 1000;  // more than a cache holds
-  const TemporaryDirectory directory;
-  for (const TypeSample& sample : type_samples()) {
-    SCOPED_TRACE(sample.name);
-    std::vector<ScriptedClient::Reply> replies;
-    if (sample.batched) {
-      replies = {sample.reply({{kIndex, 0, kRows}}), sample.reply({{kForeign, 0, 1}})};
-    } else {
-      for (std::uint32_t n = 0; n < kRows; ++n)
-        replies.emplace_back(sample.reply({{kIndex, n, 1}}));
-      replies.emplace_back(sample.reply({}));
-    }
-    std::string expected;
-    for (std::uint32_t n = 0; n < kRows; ++n) expected += sample.record(n);
-    for (const std::string& path : {directory / sample.name, std::string("/dev/full")}) {
-      ScriptedClient agent(replies);
-      const UniqueFd file = open_file(path.c_str(), O_WRONLY | O_CREAT);
-      RecordCache cache;
-      filebuf_init(cache, file.get());
-      CollectionRecord collection;
-      collection.index = kIndex;
-      take_log();
-      const int result = sample.ops().upload(agent.client(), cache, 99, collection);
-      if (path == "/dev/full") {
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(take_log(), (std::vector{warning_line("Unable to write poll cache to file."),
-                                           debug_line(sample.upload_failed)}));
-        continue;
-      }
-      EXPECT_EQ(result, 1);
-      ASSERT_EQ(filebuf_flush(cache), 1);
-      EXPECT_TRUE(read_file(path) == expected);
-    }
+    const TypeFacts& facts = kTypeFacts[type];
+    EXPECT_EQ(facts.type, type);
+    EXPECT_EQ(facts.key_size + 8 * facts.counters, sizes[type]);
   }
 }
 
@@ -120,17 +79,6 @@ TEST(Order, ComparesKeysOnly) {
     for (const OrderCase& order : kOrders) {
       ASSERT_EQ(order_of(order, a, b), expected_order(order, a, b)) << order.type;
     }
-  }
-}
-
-TEST(Order, NumbersInKeysThatAreComparedByBytes) {
-  std::string one(kMaxRecordSize, '\0');
-  std::string many = one;
-  one[0] = 1;   // protocol or group 1
-  many[1] = 1;  // 256
-  for (const OrderCase& order : kOrders) {
-    const bool by_bytes = order.bytes > 0;
-    EXPECT_EQ(order_of(order, many, one), order.type == kPdist ? 0 : by_bytes ? -1 : 1);
   }
 }
 
@@ -216,7 +164,7 @@ TEST(ControlScan, AdoptsValidRowsOfOurOwner) {
       agent_type_ops(type).add_active(agent.client(), adopter);
       EXPECT_EQ(adopter.adopted, expected);
       EXPECT_EQ(take_log(), std::vector(succeeds ? 0 : expected.size(),
-                                        warning_line(type_samples()[type].add_failed)));
+                                        warning_line(kTypeFacts[type].add_failed)));
       std::vector<ScriptedClient::Call> calls;
       for (const int after : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 70000}) {
         calls.push_back({procedure, theirs<ControlKey>({after, 2})});

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/type_samples.h"
+#include "agent/type_facts.h"
 #include "support/syslog_capture.h"
 
 namespace tally {
@@ -29,7 +29,7 @@ constexpr RateCase kCases[] = {
 // A record at an odd address, as it may lie in a cache.
 class Record {
  public:
-  explicit Record(const TypeSample& type, char key = 'k') : type_(type), bytes_(1 + 68, '#') {
+  explicit Record(const TypeFacts& type, char key = 'k') : type_(type), bytes_(1 + 68, '#') {
     std::memset(bytes_.data() + 1, key, type.key_size);
   }
   unsigned char* get() { return reinterpret_cast<unsigned char*>(bytes_.data() + 1); }
@@ -48,12 +48,12 @@ class Record {
   }
 
  private:
-  const TypeSample& type_;
+  const TypeFacts& type_;
   std::string bytes_;
 };
 
 TEST(Rate, FollowsTheRuleInEveryCounterOfEveryType) {
-  for (const TypeSample& type : type_samples()) {
+  for (const TypeFacts& type : kTypeFacts) {
     SCOPED_TRACE(type.name);
     for (std::size_t first = 0; first < std::size(kCases); ++first) {
       // Counters of one row share the interval, not the way of division: mix all cases that do.
@@ -112,7 +112,7 @@ TEST(Rate, PlainDivisionIsExact) {
 }
 
 TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
-  for (const TypeSample& type : type_samples()) {
+  for (const TypeFacts& type : kTypeFacts) {
     SCOPED_TRACE(type.name);
     Record prev(type);
     Record last(type);
