@@ -21,13 +21,11 @@ def unfold(text):
 
 
 def main(vectors, corpus):
-    for block in re.split(r"\n\s*\n", vectors.read_text()):
-        lines = [line for line in block.splitlines() if line and not line.startswith("#")]
-        fields = dict(re.split(r" = ?", line, maxsplit=1) for line in lines)
-        for target in TARGETS.get(fields.get("read"), []):
-            name = re.sub(r"[^a-z0-9]+", "-", fields["name"].lower()).strip("-")
+    for title, parser, hexadecimal in re.findall(r"^([^#\s].*) \| (\w+)(.*)$", vectors.read_text(), re.MULTILINE):
+        for target in TARGETS.get(parser, []):
+            name = re.sub(r"[^a-z0-9]+", "-", title.lower()).strip("-")
             (corpus / target).mkdir(parents=True, exist_ok=True)
-            (corpus / target / name).write_bytes(unfold(fields["hex"]))
+            (corpus / target / name).write_bytes(unfold(hexadecimal))
 
 
 if __name__ == "__main__":

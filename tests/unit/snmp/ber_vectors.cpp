@@ -29,23 +29,35 @@ std::string unfold(const std::string& text, char joint) {
   return unfolded;
 }
 
+// split cuts a text at the first blank.
+std::pair<std::string, std::string> split(const std::string& text) {
+  const std::size_t blank = text.find(' ');
+  return {text.substr(0, blank), blank == std::string::npos ? "" : text.substr(blank + 1)};
+}
+
+BerVector begun(const std::string& line) {
+  const std::size_t bar = line.find(" | ");
+  if (bar == std::string::npos) throw std::runtime_error("no parser: " + line);
+  BerVector vector;
+  vector.name = line.substr(0, bar);
+  const auto [parser, hex] = split(line.substr(bar + 3));
+  vector.read = parser;
+  vector.bytes = bytes_of(hex);
+  return vector;
+}
+
 void set(BerVector& vector, const std::string& attribute, const std::string& text) {
-  if (attribute == "name" && vector.name.empty()) {
-    vector.name = text;
-  } else if (attribute == "read" && vector.read.empty()) {
-    vector.read = text;
-  } else if (attribute == "hex" && vector.bytes.empty()) {
-    vector.bytes = bytes_of(text);
-  } else if (attribute == "value" && vector.value == "refused") {
-    vector.value = unfold(text, vector.read == "oid" ? '.' : ' ');
+  if (attribute == "log") {
+    vector.log.push_back(text);
   } else if (attribute == "rest" && vector.rest == 0) {
     vector.rest = std::stoul(text);
   } else if (attribute == "write" && !vector.write) {
-    vector.write = text == "same" ? vector.bytes : bytes_of(text);
-  } else if (attribute == "log") {
-    vector.log.push_back(text);
+    vector.write = bytes_of(text);
+  } else if ((attribute == "=" || attribute == "==") && vector.value == "refused") {
+    vector.value = unfold(text, vector.read == "oid" ? '.' : ' ');
+    if (attribute == "==") vector.write = vector.bytes;
   } else {
-    throw std::runtime_error("unknown or repeated: " + attribute + " = " + text);
+    throw std::runtime_error("unknown or repeated: " + attribute + " " + text);
   }
 }
 
@@ -55,18 +67,14 @@ std::vector<BerVector> read_vectors(const std::string& path) {
   std::ifstream file(path);
   if (!file) throw std::runtime_error("cannot read " + path);
   std::vector<BerVector> vectors;
-  bool inside = false;
   for (std::string line; std::getline(file, line);) {
-    if (line.empty() || line[0] == '#') {
-      inside = false;
-      continue;
+    if (line.empty() || line[0] == '#') continue;
+    if (line[0] != ' ') {
+      vectors.push_back(begun(line));
+    } else {
+      const auto [attribute, text] = split(line.substr(2));
+      set(vectors.at(vectors.size() - 1), attribute, text);
     }
-    if (!inside) vectors.emplace_back();
-    inside = true;
-    const std::size_t equal = line.find(" =");
-    if (equal == std::string::npos) throw std::runtime_error("no attribute: " + line);
-    set(vectors.back(), line.substr(0, equal),
-        equal + 3 > line.size() ? "" : line.substr(equal + 3));
   }
   return vectors;
 }

@@ -1,4 +1,4 @@
-// The blocks of tests/data/ber.txt, and SNMP values as the text that they use.
+// The vectors of tests/data/ber.txt, and SNMP values as the text that they use.
 #pragma once
 
 #include <optional>
@@ -21,7 +21,7 @@ struct BerVector {
   std::vector<std::string> log;
 };
 
-// read_vectors returns the blocks. Throws on an attribute that it does not know or that stands
+// read_vectors reads the file. Throws on an attribute that it does not know or that stands
 // twice, so that no line of the file is overlooked.
 std::vector<BerVector> read_vectors(const std::string& path);
 

@@ -1,4 +1,4 @@
-// Runs every block of tests/data/ber.txt: reads its bytes, compares value, rest and messages,
+// Runs every vector of tests/data/ber.txt: reads its bytes, compares value, rest and messages,
 // writes the value again. The input is a block of exactly its size, for AddressSanitizer to watch.
 #include <gtest/gtest.h>
 
@@ -98,7 +98,7 @@ Outcome read_value(const std::string& parser, Input& in) {
     EXPECT_EQ(type, length < 0 ? -1 : SEQUENCE_TYPE);
     return {number_or_refused(length, length >= 0)};
   }
-  if (parser == "implicit A2") {
+  if (parser == "implicit/A2") {
     type = RESPONSE_PDU;
     const std::int32_t length = ParseImplicitSequence(&in.cursor, in.end, &type);
     EXPECT_EQ(type, length < 0 ? -1 : RESPONSE_PDU);
