@@ -1,0 +1,87 @@
+// HTTP requests to tally-cgi, as a web server hands them over: lines NAME=VALUE, an empty line, and
+// the body; and the same bytes as the name of a file.
+//
+// Nothing becomes a control message but what a page of the same origin asked for, in full: the
+// demands are written anew here, from the outside. Everything else is refused with its reason. A
+// name that is taken for a collection file is the one that the daemon gives that collection.
+#include <map>
+#include <string>
+
+#include "daemon/collection_types.h"
+#include "file_name.h"
+#include "files/file_format.h"
+#include "property.h"
+#include "request.h"
+
+namespace tally::cgi {
+namespace {
+
+using Lines = std::map<std::string, std::string, std::less<>>;
+
+Lines take_lines(std::string_view& input) {
+  Lines lines;
+  while (!input.empty()) {
+    const std::string_view line = input.substr(0, input.find('\n'));
+    input.remove_prefix(std::min(line.size() + 1, input.size()));
+    if (line.empty()) break;
+    const std::size_t equals = std::min(line.find('='), line.size());
+    lines[std::string(line.substr(0, equals))] = line.substr(std::min(equals + 1, line.size()));
+  }
+  return lines;
+}
+
+void check_message(const ControlMessage& message, Lines& lines, std::string_view body) {
+  demand(lines["REQUEST_METHOD"] == "POST", "messages are posted");
+  demand(!lines["HTTP_HOST"].empty() && (lines["HTTP_ORIGIN"] == "http://" + lines["HTTP_HOST"] ||
+                                         lines["HTTP_ORIGIN"] == "https://" + lines["HTTP_HOST"]),
+         "from the same origin");
+  demand(lines["HTTP_SEC_FETCH_SITE"].empty() || lines["HTTP_SEC_FETCH_SITE"] == "same-origin",
+         "and no other site has a part in it");
+  demand(lines["HTTP_X_TALLY_CONTROL"] == "1", "with the header that needs a permission elsewhere");
+  demand(lines["CONTENT_TYPE"].starts_with("application/json"), "as JSON");
+  demand(body.size() <= kMaxBody &&
+             lines["CONTENT_LENGTH"].find_first_not_of("0123456789") == std::string::npos,
+         "of bounded length");
+  demand(message.type >= 2 && message.type <= 4, "viewing, create or destroy");
+  demand(message.collection_type <= kDsHost || is_supervisor_type(message.collection_type),
+         "of a collection that can exist");
+  demand(!is_supervisor_type(message.collection_type) || message.collection_index == 0,
+         "with the index that it has");
+  demand(body.find(type_stem(message.collection_type)) != std::string_view::npos ||
+             body.find('\\') != std::string_view::npos,
+         "which the body names");
+}
+
+void check_name(std::string_view name) {
+  const auto known = parse_file_name(name);
+  if (!known) return;
+  for (const FileKind kind : {FileKind::prev, FileKind::last, FileKind::delta}) {
+    const std::string path = collection_path(known->type, known->index, kind).text;
+    if (path.substr(path.rfind('/') + 1) == name) return;
+  }
+  demand(false, "a known name is one that the daemon writes");
+}
+
+}  // namespace
+}  // namespace tally::cgi
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace tally;
+  std::string_view input(reinterpret_cast<const char*>(data), size);
+  cgi::check_name(input);
+  cgi::Lines lines = cgi::take_lines(input);
+  const auto variables = [&](const char* name) {
+    const auto line = lines.find(name);
+    return line == lines.end() ? std::string_view() : std::string_view(line->second);
+  };
+  const cgi::Request request = cgi::parse_request(variables, input);
+  if (const auto* message = std::get_if<ControlMessage>(&request)) {
+    cgi::check_message(*message, lines, input);
+  } else if (const auto* refusal = std::get_if<cgi::Refusal>(&request)) {
+    demand(refusal->status >= 400 && refusal->status < 500 && !refusal->text.empty(),
+           "every refusal has its reason");
+  } else {
+    demand(lines["REQUEST_METHOD"] == "GET" || lines["REQUEST_METHOD"] == "HEAD", "a list is got");
+  }
+  return 0;
+}

@@ -1,0 +1,89 @@
+// tally-cgi: lists collections and writes control messages for the live page; see request.h.
+//
+// One request, one process, one JSON answer: {"error": "..."} with a status of 4xx or 5xx, else
+// what was asked for. Nothing of it outlives the time limit, whoever sends slowly.
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "daemon/paths.h"
+#include "listing.h"
+#include "pipe_message.h"
+#include "request.h"
+
+namespace tally::cgi {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr unsigned kMaxSeconds = 10;  // then SIGALRM ends the process, whatever it waits for
+
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string_view() : std::string_view(value);
+}
+
+// read_body reads as many bytes of the body as were announced, or what there is of them.
+std::string read_body(std::size_t length) {
+  std::string body(length, '\0');
+  std::size_t used = 0;
+  while (used < length) {
+    const ssize_t got = read(STDIN_FILENO, body.data() + used, length - used);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    used += static_cast<std::size_t>(got);
+  }
+  body.resize(used);
+  return body;
+}
+
+int answer(int status, const Json& json) {
+  std::string text = "Status: " + std::to_string(status) +
+                     "\r\nContent-Type: application/json\r\nCache-Control: no-store\r\n"
+                     "X-Content-Type-Options: nosniff\r\n";
+  if (status == 405) text += "Allow: GET, HEAD, POST\r\n";
+  text += "\r\n";
+  // What was not UTF-8 where it came from (file names are, errors of the system are) is replaced.
+  if (variable("REQUEST_METHOD") != "HEAD") {
+    text += json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  }
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  return written && std::fflush(stdout) == 0 ? 0 : 1;
+}
+
+int refuse(int status, const std::string& text) {
+  return answer(status, {{"error", text}});
+}
+
+int serve() {
+  const auto length = body_length(variable);
+  const auto* bytes = std::get_if<std::size_t>(&length);
+  const Request request = parse_request(variable, bytes == nullptr ? "" : read_body(*bytes));
+  if (const auto* refusal = std::get_if<Refusal>(&request)) {
+    return refuse(refusal->status, refusal->text);
+  }
+  if (const auto* message = std::get_if<ControlMessage>(&request)) {
+    const Delivery delivery = deliver(kControlPipe, *message);
+    if (delivery.status != 200) return refuse(delivery.status, delivery.text);
+    return answer(200, {{"sent", true}});
+  }
+  return answer(200, list_collections(kDataDirectory));
+}
+
+}  // namespace
+}  // namespace tally::cgi
+
+int main() {
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  alarm(tally::cgi::kMaxSeconds);
+  try {
+    return tally::cgi::serve();
+  } catch (const std::exception& error) {
+    return tally::cgi::refuse(500, error.what());
+  }
+}

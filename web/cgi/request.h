@@ -1,0 +1,46 @@
+// What a HTTP request asks of the control program, as a web server hands it over by RFC 3875.
+//
+//   GET                                                       list the collections
+//   POST {"message":"viewing","type":"host","index":3}        one control message
+//
+// A message is taken from a page of the same origin only, because the browsers of the appliance's
+// users also show the pages of others: the request must carry an Origin that is this server, the
+// header "X-Tally-Control: 1" and the type application/json, which no foreign page can send without
+// being asked for by the server, and nothing in it may say that another site made it.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "daemon/control_message.h"
+
+namespace tally::cgi {
+
+// The longest body of a request that says anything this program understands.
+inline constexpr std::size_t kMaxBody = 256;
+
+// Refusal is an answer by status: 4xx, and a sentence for the person in front of the page.
+struct Refusal {
+  int status;
+  std::string text;
+};
+
+struct ListRequest {};
+
+using Request = std::variant<ListRequest, ControlMessage, Refusal>;
+
+// Variables gives the meta-variable of a name; empty when it is not set.
+using Variables = std::function<std::string_view(const char* name)>;
+
+// body_length says how many bytes of body are to be read for parse_request, at most kMaxBody; or
+// why the request is refused before that.
+std::variant<std::size_t, Refusal> body_length(const Variables& variables);
+
+// parse_request judges a whole request. Only viewing, create and destroy of a collection that can
+// exist come out as a message; of the supervisor kinds, which have no index, with index 0.
+Request parse_request(const Variables& variables, std::string_view body);
+
+}  // namespace tally::cgi
