@@ -1,0 +1,91 @@
+// Collection files, decoded where they lie: a table reads its values out of the file's own bytes.
+import { HEADER_SIZE, TOTAL } from "./layouts.js";
+import * as text from "./text.js";
+
+// What the bytes of a file are. Only "rows" has any.
+//   absent       there is no such file
+//   empty        no byte: opened for writing, or given up
+//   half         not a whole header, or not a whole number of records
+//   foreign      the header names another type than the file's name does
+//   header-only  a header and no record
+//   rows
+export function decode(buffer, layout) {
+  if (buffer === null) return { state: "absent" };
+  if (buffer.byteLength === 0) return { state: "empty" };
+  if (buffer.byteLength < HEADER_SIZE) return { state: "half", extra: buffer.byteLength };
+  const view = new DataView(buffer);
+  const header = {
+    interval: view.getInt32(0, true),
+    upTime: view.getUint32(4, true),
+    time: view.getInt32(8, true),
+    code: view.getUint32(12, true),
+  };
+  if (header.code !== layout.code) return { state: "foreign", header };
+  const extra = (buffer.byteLength - HEADER_SIZE) % layout.size;
+  if (extra !== 0) return { state: "half", header, extra };
+  const table = new Table(buffer, layout, header);
+  return { state: table.count === 0 ? "header-only" : "rows", header, table };
+}
+
+// Table: the rows of one file. Rows and columns are named by their numbers.
+export class Table {
+  constructor(buffer, layout, header) {
+    this.buffer = buffer;
+    this.layout = layout;
+    this.header = header;
+    this.count = (buffer.byteLength - HEADER_SIZE) / layout.size;
+    this.bytes = new Uint8Array(buffer);
+    this.view = new DataView(buffer);
+  }
+
+  start(row) {
+    return HEADER_SIZE + row * this.layout.size;
+  }
+
+  number(row, column) {
+    const at = this.start(row) + column.offset;
+    return column.isRate ? this.view.getFloat64(at, true) : this.view.getUint32(at, true);
+  }
+
+  octets(row, column, width) {
+    const at = this.start(row) + column.offset;
+    return this.bytes.subarray(at, at + width);
+  }
+
+  // text writes one value for people.
+  text(row, column) {
+    const before = () => this.view.getUint32(this.start(row) + column.offset - 4, true);
+    switch (column.kind) {
+      case "mac": return text.mac(this.octets(row, column, 6));
+      case "address": return text.address(this.octets(row, column, 16), before());
+      case "name": return text.name(this.octets(row, column, 16), before());
+      case "total": return this.isTotal(row) ? "total" : String(this.number(row, column));
+      case "number": return String(this.number(row, column));
+      default: return text.rate(this.number(row, column));
+    }
+  }
+
+  // label names a row by its key.
+  label(row) {
+    return this.layout.shown.filter((column) => !column.isRate)
+      .map((column) => this.text(row, column)).join(" ");
+  }
+
+  isTotal(row) {
+    return this.layout.totals !== undefined && this.number(row, this.layout.totals) === TOTAL;
+  }
+
+  // keys gives the values of a column by row in a form that "<" orders: numbers, or strings of the
+  // bytes. Numbers that are none come as -Infinity, behind all others when the largest come first.
+  keys(column) {
+    const width = { mac: 6, address: 16, name: 16 }[column.kind];
+    if (width === undefined) {
+      return Float64Array.from({ length: this.count }, (_, row) => {
+        const value = this.number(row, column);
+        return Number.isNaN(value) ? -Infinity : value;
+      });
+    }
+    return Array.from({ length: this.count }, (_, row) =>
+      String.fromCharCode(...this.octets(row, column, width)));
+  }
+}

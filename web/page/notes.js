@@ -1,0 +1,76 @@
+// What is to be known about a sample besides its numbers: what the files can really tell, and where
+// they cannot.
+import { LAYOUTS } from "./layouts.js";
+import { duration, moment } from "./text.js";
+
+// How much older than its interval a sample may be before it is late: half the interval, for polls
+// take their time, and a few seconds.
+const late = (interval) => interval * 1.5 + 5;
+
+// Each note: its weight ("bad" is wrong, "warn" changes what the rates mean, "info"), when it holds,
+// and its text. All get the same facts:
+//   file, last, prev   of the listing, undefined when there is none; files is the number of them
+//   state, header, extra   what decode() made of the delta file
+//   now                the server's clock
+//   usual              the shortest interval that this page has seen of the collection, 0 for none
+//   unsettled          the file went on changing while it was read
+//   kept               rows of an earlier sample are on show
+//   full               rows with a utilisation of 100
+//   odd                rows with a rate that is negative or no number
+const NOTES = [
+  ["bad", (f) => f.file?.error, (f) => `${f.file.name} cannot be read: ${f.file.error}.`],
+  ["info", (f) => f.state === "absent" && f.files === 0,
+    () => "No file yet. A collection that was asked for a moment ago is polled at once; if nothing comes, the agent or the supervisor has no such table, or nobody asked for it."],
+  ["info", (f) => f.state === "absent" && f.files > 0,
+    () => "One sample so far: rates come with the second."],
+  ["warn", (f) => f.state === "empty",
+    () => "The file is empty: it is about to be written, or the samples that it is made of could not be read."],
+  ["bad", (f) => f.state === "half" && !f.header,
+    (f) => `Half written: ${f.extra} of the 16 bytes of the header.`],
+  ["bad", (f) => f.state === "half" && f.header,
+    (f) => `Half written: ${f.extra} bytes behind the last whole record.`],
+  ["bad", (f) => f.state === "foreign",
+    (f) => `The header says type ${f.header.code} (${stemOf(f.header.code)}), which the name of the file does not: not shown.`],
+  ["info", (f) => f.file?.writing, () => "tallyd is writing the file at this moment."],
+  ["warn", (f) => f.unsettled, () => "The file went on changing while it was read."],
+  ["warn", (f) => f.kept, () => "The rows below are those of the sample before."],
+  ["info", (f) => f.state === "header-only",
+    () => "No rates: no counter changed in the interval. (Nor would there be any if the disk was full; the file cannot tell.)"],
+  ["bad", (f) => f.header && f.now - f.header.time > late(f.usual || f.header.interval),
+    (f) => `Late: the sample is ${duration(f.now - f.header.time)} old, and one is due every ${duration(f.usual || f.header.interval)}. Is tallyd running, does the agent answer?`],
+  ["warn", (f) => f.header && f.header.time > f.now + 2,
+    (f) => `The sample lies ${duration(f.header.time - f.now)} ahead of the server's clock: the clock was set back.`],
+  ["warn", (f) => f.header?.interval < 0,
+    () => "The clock was set back between the samples: these rates are almost 0 and mean nothing."],
+  ["warn", (f) => f.header?.interval === 0, () => "Both samples are of the same second: it was counted as a whole one."],
+  ["warn", (f) => f.usual && f.header?.interval > 1.5 * f.usual + 1,
+    (f) => `The interval is ${duration(f.header.interval)} instead of the usual ${duration(f.usual)}: the rates are means over the longer time.`],
+  ["info", (f) => f.header?.interval >= 600 && !(f.usual && f.header.interval > 1.5 * f.usual + 1),
+    (f) => `The rates are means over ${duration(f.header.interval)}: collections that nobody looks at are polled once an hour.`],
+  ["warn", (f) => restarted(f),
+    () => "The agent was restarted between the samples: its counters began anew, and where one fell the whole count stands in place of the rate."],
+  ["info", (f) => f.last?.header && f.prev?.header && LAYOUTS.get(f.stem).code <= 10 && !restarted(f) &&
+      (f.last.header.up_time === 0 || f.prev.header.up_time === 0),
+    () => "The agent's up-time is not known: whether it was restarted between the samples cannot be told."],
+  ["info", (f) => f.header && f.last?.header && f.last.header.time > f.header.time && !f.file?.writing,
+    (f) => `There is a newer sample, of ${moment(f.last.header.time)}, without rates: the poll is still going on, or its rates could not be written.`],
+  ["warn", (f) => f.full > 0,
+    (f) => `${f.full} rows stand at 100 %, where utilisation is cut off: the true one may have been more than the line is said to carry.`],
+  ["warn", (f) => f.odd > 0, (f) => `${f.odd} rows hold a rate that is negative or no number.`],
+];
+
+const restarted = ({ last, prev }) =>
+  last?.header && prev?.header && last.header.up_time !== 0 && last.header.up_time < prev.header.up_time;
+
+const stemOf = (code) =>
+  [...LAYOUTS.values()].find((layout) => layout.code === code)?.stem ?? "none that is known";
+
+// notesOf gives the notes that hold: [{level, text}].
+export const notesOf = (facts) =>
+  NOTES.filter(([, holds]) => holds(facts)).map(([level, , text]) => ({ level, text: text(facts) }));
+
+// health says in a word what the worst of them means.
+export function health(notes) {
+  if (notes.some(({ level }) => level === "bad")) return "bad";
+  return notes.some(({ level }) => level === "warn") ? "warn" : "good";
+}

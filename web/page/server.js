@@ -1,0 +1,31 @@
+// What the page asks of the web server: the list of collections, their files, and messages.
+
+const { files, control } = document.documentElement.dataset;
+
+const TIMEOUT = 8000;  // milliseconds, for a server that neither answers nor refuses
+
+// ask gives the JSON of an answer, or throws an Error with the server's own words.
+async function ask(options) {
+  const answer = await fetch(control, { cache: "no-store", signal: AbortSignal.timeout(TIMEOUT), ...options })
+    .catch((error) => { throw new Error(`The web server does not answer (${error.message}).`); });
+  const json = await answer.json().catch(() => ({}));
+  if (answer.ok && Array.isArray(json.collections ?? [])) return json;
+  throw new Error(json.error ?? `The web server says ${answer.status} ${answer.statusText}: is tally-cgi installed?`);
+}
+
+export const list = () => ask({});
+
+// send puts a message for one collection into the daemon's pipe. Nobody tells what comes of it.
+export const send = (message, { stem, index }) => ask({
+  method: "POST",
+  headers: { "Content-Type": "application/json", "X-Tally-Control": "1" },
+  body: JSON.stringify({ message, type: stem, index }),
+});
+
+// read fetches a collection file: its bytes, or null when there is none.
+export async function read(name) {
+  const answer = await fetch(files + name, { cache: "no-store", signal: AbortSignal.timeout(TIMEOUT * 4) });
+  if (answer.status === 404) return null;
+  if (!answer.ok) throw new Error(`${name}: ${answer.status} ${answer.statusText}`);
+  return answer.arrayBuffer();
+}
