@@ -42,13 +42,16 @@ export class LineChart {
     if (!LineChart.available) return;
     const end = Math.max(...series.map(({ points }) => points.at(-1)?.x ?? 0));
     const begin = Math.min(...series.map(({ points }) => points[0]?.x ?? end));
-    const datasets = series.map(({ label, points }, at) => ({
-      label, data: points, borderColor: colour(`--line-${at}`), borderWidth: at === 0 ? 2.5 : 1.5,
+    // All rows together would press the single ones to the ground: they have an axis of their own.
+    const datasets = series.map(({ label, whole, points }, at) => ({
+      label, data: points, yAxisID: whole ? "whole" : "y", borderColor: colour(`--line-${at}`), borderWidth: at === 0 ? 2.5 : 1.5,
       borderDash: at === 0 ? [] : [[], [6, 3], [2, 2], [8, 3, 2, 3], [3, 3], [12, 4]][at],
     }));
     const options = this.#options(colour("--text"), colour("--grid"), metric);
     options.scales.x.min = Math.max(begin, end - Math.max(MIN_SPAN, INTERVALS * Math.max(interval, 1)));
     options.scales.x.max = end;
+    options.scales.whole.display = series.some(({ whole }) => whole);
+    options.scales.whole.title.text = series.find(({ whole }) => whole)?.label ?? "";
     if (this.#chart === null) {
       this.#chart = new Chart(this.#canvas, { type: "line", data: { datasets }, options });
     } else {
@@ -62,6 +65,7 @@ export class LineChart {
     const axis = (title) => ({
       type: "linear", grid: { color: grid }, title: { display: true, text: title, color: text },
     });
+    const values = { beginAtZero: true, ticks: { color: text, maxTicksLimit: 6, callback: (y) => short(y) } };
     return {
       animation: false, parsing: false, normalized: true, spanGaps: false, maintainAspectRatio: false,
       interaction: { mode: "nearest", axis: "x", intersect: false },
@@ -77,8 +81,8 @@ export class LineChart {
       },
       scales: {
         x: { ...axis("time"), ticks: { color: text, maxRotation: 0, maxTicksLimit: 6, callback: (x) => clock(x) } },
-        y: { ...axis(/Percent$/.test(metric) ? "percent" : "per second"), beginAtZero: true,
-          ticks: { color: text, maxTicksLimit: 6, callback: (y) => short(y) } },
+        y: { ...axis(/Percent$/.test(metric) ? "percent" : "rows, per second"), ...values },
+        whole: { ...axis(""), ...values, position: "right", grid: { display: false } },
       },
     };
   }

@@ -18,13 +18,13 @@ export class History {
   }
 
   // series gives for each of these rows of the newest table the rates of one column over time, and
-  // before them that of all rows where it means something: {label, points: [{x, y}]}. A rate
+  // before them that of all rows (`whole`) where it means something: {label, whole, points: [{x, y}]}. A rate
   // holds for its whole interval, so each sample has two points; where no sample is known the line
   // is broken by a NaN. A row that a file leaves out is drawn as 0.
   series(column, rows) {
     const newest = this.#tables.at(-1);
     const named = rows.map((row) => ({ row, label: newest.label(row), points: [] }));
-    const all = { label: newest.layout.totals ? "total" : "sum of all rows", points: [] };
+    const all = { label: newest.layout.totals ? "total" : "sum of all rows", whole: true, points: [] };
     let end = null;
     for (const table of this.#tables) {
       const { time, interval } = table.header;

@@ -46,8 +46,14 @@ export const short = (value) => (Number.isFinite(value) ? compact.format(value) 
 
 export const clock = (seconds) => new Date(seconds * 1000).toLocaleTimeString("en-GB");
 
-export const moment = (seconds) =>
-  new Date(seconds * 1000).toLocaleString("sv-SE", { timeZoneName: "short" });
+// moment: ISO 8601 with the zone of whoever looks, "2026-08-01 12:00:00 +02:00".
+export function moment(seconds) {
+  const date = new Date(seconds * 1000);
+  const ahead = -date.getTimezoneOffset();
+  const two = (number) => String(Math.floor(number)).padStart(2, "0");
+  const zone = `${ahead < 0 ? "-" : "+"}${two(Math.abs(ahead) / 60)}:${two(Math.abs(ahead) % 60)}`;
+  return `${date.toLocaleString("sv-SE")} ${zone}`;
+}
 
 export function duration(seconds) {
   const whole = Math.round(Math.abs(seconds));

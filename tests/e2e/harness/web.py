@@ -1,0 +1,112 @@
+"""The page as it is deployed: the shipped configuration in a stock web server, and a real browser."""
+import http.client
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+
+from . import processes
+from .paths import REPOSITORY, program
+
+CGI = pathlib.Path(program("TALLY_CGI_BIN", "web/cgi/tally-cgi"))
+HOST = "127.0.0.1"
+
+# What the distribution's own configuration does before it includes that of the page.
+_STOCK = {
+    "lighttpd": ("/usr/sbin/lighttpd", ["-D", "-f"], """
+server.port = {port}
+server.bind = "127.0.0.1"
+server.document-root = "{root}"
+mimetype.assign = (".html" => "text/html", ".css" => "text/css", ".js" => "text/javascript")
+include "{config}"
+"""),
+    "apache": ("/usr/sbin/apache2", ["-DFOREGROUND", "-f"], """
+ServerName 127.0.0.1
+Listen 127.0.0.1:{port}
+PidFile {root}/pid
+ErrorLog {root}/errors
+Mutex file:{root}
+DocumentRoot {root}
+User www-data
+Group www-data
+TypesConfig /etc/mime.types
+""" + "".join(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so\n" for name in
+              ("mpm_prefork", "authz_core", "alias", "mime", "dir", "headers", "cgi")) + "Include {config}\n"),
+}
+
+
+class WebServer:
+    def __init__(self, kind, port):
+        self.kind, self.port = kind, port
+        self.origin = f"http://{HOST}:{port}"
+        root = pathlib.Path(tempfile.mkdtemp(prefix=f"{kind}-"))
+        root.chmod(0o777)  # where any user of a server may read what is installed
+        shutil.copy(CGI, root)
+        shutil.copytree(REPOSITORY / "web" / "page", root / "page")
+        config = root / "tallyd.conf"
+        shipped = (CGI.parents[1] / f"{kind}-tallyd.conf").read_text()
+        for installed in ("libexec/tallyd", "share/tallyd"):
+            assert f"/usr/local/{installed}" in shipped
+            shipped = shipped.replace(f"/usr/local/{installed}", str(root))
+        config.write_text(shipped)
+        binary, arguments, stock = _STOCK[kind]
+        (root / "main.conf").write_text(stock.format(port=port, root=root, config=config))
+        # A session of its own: Apache ends all of its process group.
+        self._process = subprocess.Popen([binary, *arguments, root / "main.conf"], start_new_session=True)
+        self._root = root
+        processes.wait_until(self._answers)
+
+    def _answers(self):
+        assert self._process.poll() is None, "the web server ended"
+        try:
+            return self.request("GET", "/tally/")[0] == 200
+        except OSError:
+            return False
+
+    def request(self, method, path, headers=None, body=None):
+        """Exactly these headers, and Host: (status, headers, body)."""
+        connection = http.client.HTTPConnection(HOST, self.port, timeout=20)
+        try:
+            connection.putrequest(method, path, skip_accept_encoding=True)
+            for name, value in (headers or {}).items():
+                connection.putheader(name, value)
+            connection.endheaders(body)
+            answer = connection.getresponse()
+            return answer.status, answer.headers, answer.read()
+        finally:
+            connection.close()
+
+    def send(self, message, body=None, **changes):
+        """What the page sends: (status, JSON). Changes replace headers, None leaves one out."""
+        body = json.dumps(message) if body is None else body
+        headers = {"Origin": self.origin, "Sec-Fetch-Site": "same-origin", "X-Tally-Control": "1",
+                   "Content-Type": "application/json", "Content-Length": str(len(body))}
+        headers |= {name.replace("_", "-"): value for name, value in changes.items()}
+        status, _, text = self.request("POST", "/tally/control",
+                                       {name: value for name, value in headers.items() if value is not None}, body.encode())
+        try:
+            return status, json.loads(text)
+        except ValueError:
+            return status, {}  # the server's own words, not the program's
+
+    def stop(self):
+        self._process.terminate()
+        self._process.wait(10)
+        shutil.rmtree(self._root, ignore_errors=True)
+
+
+def start_browser(width=1280, height=900):
+    """Debian's Chromium without a window."""
+    from selenium import webdriver  # pylint: disable=import-outside-toplevel
+    from selenium.webdriver.chrome.service import Service  # pylint: disable=import-outside-toplevel
+    options = webdriver.ChromeOptions()
+    options.binary_location = "/usr/bin/chromium"
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
+                     "--disable-background-networking", "--disable-component-update", "--no-proxy-server", f"--window-size={width},{height}", "--user-data-dir=/tmp/chromium"):
+        options.add_argument(argument)
+    options.set_capability("goog:loggingPrefs", {"performance": "ALL", "browser": "ALL"})
+    options.add_experimental_option("perfLoggingPrefs", {"traceCategories": "toplevel,devtools.timeline"})
+    os.environ["HOME"] = "/tmp"
+    return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)

@@ -1,0 +1,265 @@
+"""The live page in a real browser, behind the stock web servers with the shipped configuration."""
+import json
+import os
+import pathlib
+import random
+import struct
+import time
+
+import pytest
+
+from harness import control, model, processes, samples, web
+from harness.collection import Collection, next_second
+from harness.files import HOST
+from harness.paths import DATA, PIPE
+
+pytest.importorskip("selenium")
+from selenium.webdriver.common.by import By  # noqa: E402  after the check
+from selenium.webdriver.common.keys import Keys  # noqa: E402
+
+# Each type's record as a format of struct, written down from the documented layouts.
+FORMATS = {"host": (0, "6s7d"), "matrix": (1, "6s6s3d"), "pdist": (2, "II2d"), "nlhost": (3, "II16s5d"),
+           "nlmatrix": (4, "II16sI16s2d"), "vlan": (5, "I4d"), "prio": (6, "I2d"), "dsstats": (7, "I4d"),
+           "dspdist": (8, "II2d"), "dshost": (9, "III16s4d"), "dsmatrix": (10, "III16sI16sI2d"),
+           "etherstats": (12, "III16s18d"), "supvlan": (13, "I4d"), "ifstats": (14, "II16s12d")}
+
+
+@pytest.fixture(scope="module", params=["lighttpd", "apache"])
+def either_server(request):
+    if request.param == "apache" and pathlib.Path("/proc/self/uid_map").read_text(encoding="ascii").split()[2] == "1":
+        pytest.skip("Apache serves no pages as root, and here is no other user")
+    server = web.WebServer(request.param, 8081)
+    yield server
+    server.stop()
+
+
+@pytest.fixture(scope="module")
+def server():
+    server = web.WebServer("lighttpd", 8080)
+    yield server
+    server.stop()
+
+
+@pytest.fixture(scope="module")
+def browser(server):
+    browser = web.start_browser()
+    browser.get(server.origin + "/tally/")
+    yield browser
+    browser.quit()
+
+
+@pytest.fixture
+def files():
+    """Files of the scenario's own, put in place whole: {name: bytes}."""
+    def put(**contents):
+        for name, data in contents.items():
+            (DATA / ".new").write_bytes(data)
+            (DATA / ".new").rename(DATA / f"{name}.bin")
+    yield put
+    for path in DATA.iterdir():
+        path.unlink()
+
+
+def header(code, interval=60, age=0, up_time=0):
+    return struct.pack("<iIiI", interval, up_time, int(time.time()) - age, code)
+
+
+def hosts(count, seed=0):
+    numbers = random.Random(seed)
+    return b"".join(struct.pack("<6s7d", b"\2\0" + row.to_bytes(4, "big"), *[numbers.random() * (row % 97) for _ in range(7)])
+                    for row in range(count))
+
+
+def show(browser, server, collection):
+    browser.get(f"{server.origin}/tally/#{collection}")
+
+
+def texts(browser, selector):
+    return browser.execute_script("return [...document.querySelectorAll(arguments[0])].map(e => e.textContent)", selector)
+
+
+def wait_for(browser, selector, wanted, timeout=10):
+    """Wait until what is selected reads as wanted says (a list, or a condition)."""
+    holds = wanted if callable(wanted) else lambda found: found == wanted
+    try:
+        processes.wait_until(lambda: holds(texts(browser, selector)), timeout)
+    except AssertionError:
+        raise AssertionError((selector, texts(browser, selector), texts(browser, ".note"))) from None
+
+
+def test_every_type_is_decoded(browser):
+    """Random bytes of each type, and what struct makes of them."""
+    numbers = random.Random(7)
+    types = {}
+    for stem, (code, form) in FORMATS.items():
+        record = struct.Struct("<" + form)
+        data = header(code) + numbers.randbytes(record.size * 5)
+        types[stem] = list(data), [[value.hex() if isinstance(value, bytes) else str(value) for value in row]
+                                   for row in record.iter_unpack(data[16:])]
+    found = browser.execute_async_script("""
+        const [types, done] = arguments;
+        Promise.all([import("./delta.js"), import("./layouts.js")]).then(([{decode}, {LAYOUTS, WIDTH}]) => {
+          const hex = (bytes) => [...bytes].map(byte => byte.toString(16).padStart(2, "0")).join("");
+          const values = {};
+          for (const [stem, [bytes]] of Object.entries(types)) {
+            const { table } = decode(new Uint8Array(bytes).buffer, LAYOUTS.get(stem));
+            values[stem] = Array.from({length: table.count}, (_, row) => table.layout.columns.map(column =>
+              ["mac", "address", "name"].includes(column.kind) ? hex(table.octets(row, column, WIDTH[column.kind]))
+                : String(table.number(row, column))));
+          }
+          done([values, [...LAYOUTS.keys()]]);
+        });""", types)
+    assert found[1] == list(FORMATS)
+    for stem, (_, rows) in types.items():
+        for row, wanted in zip(found[0][stem], rows, strict=True):
+            for text, value in zip(row, wanted, strict=True):
+                assert text == value or float(text) == float(value) or text == "NaN" == value.upper().replace("AN", "aN"), stem
+
+
+def test_addresses_and_names_in_words(browser):
+    cases = [("address", "0a000001", 4, "10.0.0.1"), ("address", "20010db8" + "00" * 11 + "01", 16, "2001:db8::1"),
+             ("address", "00" * 16, 16, "::"), ("address", "0001000000000002000000000000000" + "3", 16, "1:0:0:2::3"),
+             ("address", "0a000001ff", 4, "0a000001ff" + "00" * 11), ("address", "0a", 99, "0a" + "00" * 15),
+             ("address", "", 0, "-"), ("address", "0102", 2, "0102"), ("name", b"Gi1/1".hex(), 5, "Gi1/1"),
+             ("name", b"<b>\x1b[2J".hex(), 99, "<b>\\x1b[2J" + "\\x00" * 9), ("name", "", 0, "-"), ("mac", "02000000abcd", 0, None)]
+    found = browser.execute_async_script("""
+        const [cases, done] = arguments;
+        import("./text.js").then((text) => done(cases.map(([kind, hex, length]) => {
+          const bytes = new Uint8Array(kind === "mac" ? 6 : 16);
+          bytes.set(hex.match(/../g)?.map(pair => parseInt(pair, 16)) ?? []);
+          return text[kind](bytes, length);
+        })));""", cases)
+    assert found == [wanted or "02:00:00:00:ab:cd" for *_, wanted in cases]
+
+
+# What a request is changed in, and its answer; nothing reaches the pipe but with status 200.
+VIEWING = {"message": "viewing", "type": "host", "index": 3}
+REQUESTS = {
+    "viewing": (VIEWING, {}, 200), "create": ({**VIEWING, "message": "create"}, {}, 200),
+    "destroy": ({"message": "destroy", "type": "ifstats", "index": 0}, {"Content_Type": "application/json; charset=utf-8"}, 200),
+    "old browser": (VIEWING, {"Sec_Fetch_Site": None}, 200), "behind TLS": (VIEWING, {"Origin": "https://127.0.0.1:8081"}, 200),
+    "terminate": ({**VIEWING, "message": "terminate"}, {}, 400), "interval": ({**VIEWING, "message": 1}, {}, 400),
+    "no such type": ({**VIEWING, "type": "hosts"}, {}, 400), "dsmatrix": ({**VIEWING, "type": "dsmatrix"}, {}, 400),
+    "index too large": ({**VIEWING, "index": 2**32}, {}, 400), "index below 0": ({**VIEWING, "index": -1}, {}, 400),
+    "index of a kind": ({**VIEWING, "type": "supvlan"}, {}, 400), "one more member": ({**VIEWING, "and": 1}, {}, 400),
+    "a list": ([VIEWING], {}, 400), "no JSON": (None, {}, 400), "nothing": ("", {}, 400),
+    "foreign origin": (VIEWING, {"Origin": "http://elsewhere"}, 403), "other port": (VIEWING, {"Origin": "http://127.0.0.1"}, 403),
+    "no origin": (VIEWING, {"Origin": None}, 403), "null origin": (VIEWING, {"Origin": "null"}, 403),
+    "cross-site": (VIEWING, {"Sec_Fetch_Site": "cross-site"}, 403), "same site": (VIEWING, {"Sec_Fetch_Site": "same-site"}, 403),
+    "no header": (VIEWING, {"X_Tally_Control": None}, 403), "a form": (VIEWING, {"Content_Type": "text/plain"}, 415),
+    "too long": ({**VIEWING, "type": "h" * 300}, {}, 413),
+}
+
+
+@pytest.fixture
+def pipe():
+    """A pipe that this process reads in the daemon's stead."""
+    os.mkfifo(PIPE)
+    PIPE.chmod(0o777)
+    fd = os.open(PIPE, os.O_RDONLY | os.O_NONBLOCK)
+    yield fd
+    os.close(fd)
+    PIPE.unlink(missing_ok=True)
+
+
+def test_requests(either_server, pipe):
+    for label, (message, changes, wanted) in REQUESTS.items():
+        body = {"no JSON": "{", "nothing": ""}.get(label)
+        status, answer = either_server.send(message, body, **changes)
+        assert status == wanted and (status == 200 or answer["error"]), label
+        sent = control.message({"viewing": 2, "create": 3, "destroy": 4}[message["message"]],
+                               FORMATS[message["type"]][0], message["index"]) if wanted == 200 else b""
+        assert os.read(pipe, 100) == sent, label
+    if either_server.kind == "apache":  # the one that gives up root's powers
+        PIPE.chmod(0o755)
+        status, answer = either_server.send(VIEWING)
+        assert status == 500 and "rights have to be mended" in answer["error"]
+    for method, wanted in (("PUT", 405), ("DELETE", 405), ("HEAD", 200)):
+        assert either_server.request(method, "/tally/control", {"Content-Length": "0"})[0] == wanted, method
+    for name, wanted in (("", (403, 404)), ("x.html", (200,))):  # no listing, and nothing of it is a page
+        (DATA / "x.html").write_text("<script>")
+        status, headers, _ = either_server.request("GET", "/tally/data/" + name)
+        assert status in wanted and (status != 200 or (
+            headers["Content-Type"], headers["X-Content-Type-Options"], headers["Content-Security-Policy"]) ==
+            ("application/octet-stream", "nosniff", "default-src 'none'; sandbox")), name
+    (DATA / "x.html").unlink()
+
+
+def test_what_becomes_of_a_message(server, pipe):
+    """Each trouble with the pipe has its own words, and the answer comes at once."""
+    def full():
+        writer = os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK)
+        while True:
+            try:
+                os.write(writer, bytes(4096))
+            except BlockingIOError:
+                return os.close(writer)
+
+    def replace(make):
+        PIPE.unlink()
+        make()
+    for make, wanted, words in (
+            (full, 503, "is full"),
+            (lambda: replace(lambda: os.mkfifo(PIPE)), 503, "Nobody reads"),
+            (lambda: replace(lambda: PIPE.symlink_to("/dev/null")), 500, "symbolic link"),
+            (lambda: replace(PIPE.touch), 500, "is no FIFO"),
+            (PIPE.unlink, 503, "no control pipe")):
+        make()
+        begun = time.monotonic()
+        status, answer = server.send(VIEWING)
+        assert status == wanted and words in answer["error"] and time.monotonic() - begun < 5, answer
+
+
+def test_list(server, files):
+    """Whatever lies in the directory, the list has what is a collection's."""
+    files(host_3_delta=header(0, 15) + bytes(62), host_3_last=b"", ifstats_delta=header(14)[:9], host_03_delta=b"", x=b"")
+    os.mkfifo(DATA / "vlan_1_delta.bin")
+    (DATA / "vlan_2_delta.bin").symlink_to("/etc/passwd")
+    status, _, text = server.request("GET", "/tally/control")
+    found = {(each["type"], each["index"]): each["files"] for each in json.loads(text)["collections"]}
+    assert status == 200 and list(found) == [("host", 3), ("vlan", 1), ("vlan", 2), ("ifstats", 0)]
+    delta = found["host", 3]["delta"]
+    assert (delta["size"], delta["writing"], delta["header"]["interval"]) == (78, False, 15)
+    assert found["host", 3]["last"]["header"] is found["ifstats", 0]["delta"]["header"] is None
+    assert "error" in found["vlan", 1]["delta"] and "error" in found["vlan", 2]["delta"]
+
+
+# What is in the files, and what the page says of it; rows on show.
+STATES = {
+    "good": (lambda: {"delta": header(0) + hosts(3)}, [], 3),
+    "header only": (lambda: {"delta": header(0)}, ["No rates: no counter changed"], 0),
+    "one sample": (lambda: {"last": header(0, 0)}, ["One sample so far"], 0),
+    "empty": (lambda: {"delta": b""}, ["The file is empty"], 0),
+    "half a header": (lambda: {"delta": header(0)[:9]}, ["Half written: 9 of the 16"], 0),
+    "half a record": (lambda: {"delta": header(0) + hosts(2)[:-1]}, ["Half written: 61 bytes behind"], 0),
+    "foreign": (lambda: {"delta": header(1) + hosts(2)}, ["The header says type 1 (matrix)"], 0),
+    "late": (lambda: {"delta": header(0, 60, 120) + hosts(2)}, ["Late: the sample is 2 min old, and one is due every 60 s"], 2),
+    "not late yet": (lambda: {"delta": header(0, 60, 80) + hosts(2)}, [], 2),
+    "an hour": (lambda: {"delta": header(0, 3600) + hosts(2)}, ["The rates are means over 60 min"], 2),
+    "clock set back": (lambda: {"delta": header(0, -5, -100) + hosts(2)}, ["ahead of the server's clock", "mean nothing"], 2),
+    "restarted": (lambda: {"delta": header(0) + hosts(2), "prev": header(0, 0, 60, 9000), "last": header(0, 0, 0, 5)},
+                  ["The agent was restarted"], 2),
+    "up-time unknown": (lambda: {"delta": header(0) + hosts(2), "prev": header(0, 0, 60), "last": header(0, 0)},
+                        ["cannot be told"], 2),
+    "no number": (lambda: {"delta": header(0) + struct.pack("<6s7d", b"<b>\0\0\0", float("nan"), -1, 1, 1, 1, 1, 1)},
+                  ["1 rows hold a rate that is negative or no number"], 1),
+}
+
+
+def test_states(browser, server, files):
+    for index, (label, (make, notes, rows)) in enumerate(STATES.items()):
+        files(**{f"host_{index}_{kind}": data for kind, data in make().items()})
+        show(browser, server, f"host/{index}")
+        wait_for(browser, "#title", lambda found, index=index: found[0].startswith(f"host {index} "))
+        wait_for(browser, "#notes li", lambda found, notes=notes: len(found) == len(notes) and all(
+            wanted in text for wanted, text in zip(notes, found)))
+        wait_for(browser, "#grid tbody tr:not(.pad)", lambda found, rows=rows: len(found) == rows)
+    # What changes under the eyes: a half-written file leaves the rows before it on show.
+    files(host_0_delta=header(0, 15) + hosts(4))
+    show(browser, server, "host/0")
+    wait_for(browser, "#fact-rows", ["4"])
+    files(host_0_delta=header(0, 90, -1) + hosts(5))
+    wait_for(browser, "#notes li", lambda found: any("instead of the usual 15 s" in text for text in found))
+    files(host_0_delta=header(0, 15, -2) + hosts(3)[:-5])
+    wait_for(browser, "#notes li", lambda found: "those of the sample before" in "".join(found))
+    assert len(texts(browser, "#grid tbody tr:not(.pad)")) == 5
