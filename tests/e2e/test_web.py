@@ -263,3 +263,101 @@ def test_states(browser, server, files):
     files(host_0_delta=header(0, 15, -2) + hosts(3)[:-5])
     wait_for(browser, "#notes li", lambda found: "those of the sample before" in "".join(found))
     assert len(texts(browser, "#grid tbody tr:not(.pad)")) == 5
+
+
+def test_redraw_of_10000_rows(browser, server, files):
+    """New data, another order, a search and scrolling: no task of the page's thread that a person
+    would see as a stutter. Processor time is judged; the clock also counts what else the machine does."""
+    files(host_3_delta=header(0, 15) + hosts(10000))
+    show(browser, server, "host/3")
+    wait_for(browser, "#fact-rows", ["10,000"])
+    trace = web.Trace(browser)
+    files(host_3_delta=header(0, 15, -1) + hosts(10000, seed=2))
+    first = "#grid tbody tr:nth-child(2)"
+    before = texts(browser, first)
+    wait_for(browser, first, lambda found: found != before)
+    browser.find_elements(By.CSS_SELECTOR, "#grid thead button")[0].click()
+    wait_for(browser, "#grid tbody tr:nth-child(2) th", ["02:00:00:00:00:00"])
+    browser.execute_async_script("""
+        const done = arguments[0], grid = document.getElementById("grid");
+        let frame = 0;
+        const step = () => { grid.scrollTop = frame * 2900; ++frame < 100 ? requestAnimationFrame(step) : done(); };
+        step();""")
+    wait_for(browser, "#grid tbody tr:nth-last-child(2) th", ["02:00:00:00:27:0f"])
+    browser.find_element(By.ID, "search").send_keys("27:0")
+    wait_for(browser, "#found", ["16 of 10,000 rows"])
+    clock, processor, tasks = trace.longest_task()
+    print(f"longest of {tasks} tasks: {clock:.1f} ms, of processor time {processor:.1f} ms")
+    assert processor < 50 and len(browser.find_elements(By.CSS_SELECTOR, "#grid tbody tr")) < 100
+
+
+def test_by_keyboard_and_on_a_phone(browser, server, files):
+    """Order, columns and search without a mouse; what a screen reader is told; nothing sticks out of
+    a phone's screen; gauges of the interfaces."""
+    interfaces = [(1, 5, b"Gi1/1", 12.5, 100, *[3.0] * 10), (2, 5, b"Gi1/2", 0, 99.5, *[2.0] * 10)]
+    files(ifstats_delta=header(14) + b"".join(struct.pack("<II16s12d", *row) for row in interfaces))
+    browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {"width": 360, "height": 740, "deviceScaleFactor": 2, "mobile": True})
+    browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [{"name": "prefers-reduced-motion", "value": "reduce"}]})
+    try:
+        show(browser, server, "ifstats")
+        browser.refresh()
+        wait_for(browser, "#gauge-list li", ["Gi1/1in12.5 %out100 %", "Gi1/2in0 %out99.5 %"])
+        assert "1 rows stand at 100 %" in texts(browser, "#notes li")[0]
+        width, moving = browser.execute_script("""return [document.documentElement.scrollWidth,
+            [...document.querySelectorAll("*")].filter(e => parseFloat(getComputedStyle(e).transitionDuration) > 0).length];""")
+        assert (width, moving) == (360, 0)
+        buttons = browser.find_elements(By.CSS_SELECTOR, "#grid thead button")
+        for presses, order in ((1, "ascending"), (2, "descending")):
+            buttons[0].send_keys(Keys.ENTER)
+            wait_for(browser, "#grid tbody th", [["1", "2"], ["2", "1"]][presses - 1])
+            assert browser.find_element(By.CSS_SELECTOR, "#grid thead th").get_attribute("aria-sort") == order
+        browser.find_element(By.ID, "search").send_keys("gi1/2")
+        wait_for(browser, "#grid tbody th", ["2"])
+        tree = browser.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]
+        said = {(node["role"]["value"], node.get("name", {}).get("value")) for node in tree if not node["ignored"]}
+        for wanted in (("meter", "Gi1/1 in"), ("columnheader", "ifName"), ("rowheader", "2"), ("searchbox", "Search"),
+                       ("region", "Table of rows"), ("status", ""), ("image", None), ("heading", "ifstats \u2013 Interfaces of the switch")):
+            assert wanted in said or (wanted[1] is None and any(role == wanted[0] for role, _ in said)), (wanted, said)
+    finally:
+        browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+        browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})
+
+
+def test_with_the_daemon(browser, server, daemon, agent, log):
+    """Create a collection in the page, see its rates, destroy it there: the daemon polls it as long
+    as the page is open, its files agree with the page, and its log says nothing."""
+    def serve(values):
+        served = samples.rows(HOST, values, 5)
+        agent.serve(host=served)
+        return model.returned(HOST, served, 5)
+    first = serve({1: 10, 2: 20, 3: 30})
+    browser.get(server.origin + "/tally/")
+    browser.find_element(By.ID, "create-index").send_keys(Keys.CONTROL + "a", Keys.NULL, "5", Keys.ENTER)
+    wait_for(browser, "#title", lambda found: found[0].startswith("host 5 "))
+    wait_for(browser, "#notes li", lambda found: "No rates: no counter changed" in "".join(found))  # polled since it is viewed
+    next_second()
+    second = serve({1: 1010, 2: 20, 3: 30030, 4: 2**53})
+    begun = HOST.read(5, "last").header.time
+    HOST.path(5, "delta").unlink()
+    browser.refresh()
+    wait_for(browser, "#fact-rows", ["3"])
+    interval = HOST.read(5, "delta").header.interval
+    assert interval == HOST.read(5, "delta").header.time - begun
+    _, delta = model.merge(HOST, first, second, interval)
+    cells = browser.execute_script("""return [...document.querySelectorAll("#grid tbody tr:not(.pad)")].map(row =>
+        [row.cells[0].textContent, ...[...row.cells].slice(1).map(cell => cell.title)])""")
+    wanted = [[key.hex(":"), *counters] for key, counters in sorted(delta, key=lambda row: -row[1][3])]
+    assert [[row[0], *map(float, row[1:])] for row in cells] == wanted
+    sum_of_all = browser.execute_script("return document.querySelector('#legend li').textContent")
+    assert sum_of_all.startswith("sum of all rows: ")
+    daemon.settle()
+    for key, exists in ((Keys.ESCAPE, True), (Keys.ENTER, False)):
+        browser.find_element(By.ID, "destroy").click()
+        if key == Keys.ENTER:
+            browser.find_element(By.ID, "confirm-yes").send_keys(key)
+        else:
+            browser.switch_to.active_element.send_keys(key)
+        daemon.answer()
+        processes.wait_until(lambda exists=exists: HOST.path(5, "last").exists() == exists)
+    wait_for(browser, "#notes li", lambda found: found and "No file yet" in found[0])
+    browser.get("about:blank")

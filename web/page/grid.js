@@ -44,7 +44,8 @@ export class Grid {
     this.#head.replaceChildren(...layout.shown.map((column) => {
       const cell = element("th", { scope: "col", className: column.kind });
       const button = element("button", { type: "button" });
-      // Long names break where a word begins.
+      // Long names break where a word begins; read out, they are one word.
+      button.setAttribute("aria-label", column.name);
       button.append(...column.name.split(/(?=[A-Z])/).flatMap((word) => [element("wbr"), word]));
       button.addEventListener("click", () => {
         const again = this.#sort.column === column.name;

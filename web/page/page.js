@@ -47,6 +47,7 @@ function open(collection) {
     shown: null,         // the table whose rows are on show
     shownTime: null,
     answer: null,        // the engine's newest
+    drawn: "",           // what of it the chart shows
     usual: 0,
     names: new Map(),    // interface name: the ifIndex that it had
     moved: new Map(),    // row on show: note
@@ -125,6 +126,9 @@ function showRows() {
     gauges.show($("gauge-list"), shown, answer.gauges);
     say("gauges-count", shown.count > answer.gauges.length ? `of the ${answer.gauges.length} busiest of ${rate(shown.count)}` : "");
   }
+  const drawn = `${answer.answered} ${query.metric} ${query.search}`;
+  if (drawn === view.drawn) return;  // another order of the rows changes nothing below
+  view.drawn = drawn;
   chart.show(answer.series, query.metric, shown.header.interval);
   const covered = `The chart covers ${span(answer.series)}: what this page has seen; the files keep no history.`;
   const five = "Its lines are the five busiest rows that the search finds; a row that a file leaves out counts as 0.";

@@ -8,6 +8,7 @@ import { list, read, send } from "./server.js";
 
 const LOOK = 2000;      // milliseconds between two looks at the list
 const VIEWING = 10000;  // between two messages; the shortest interval of the daemon is 15 s
+const APART = 1500;     // between the first two polls of a new collection, at least
 const TRIES = 3;        // readings of a file that goes on changing, each look
 
 export class Watcher {
@@ -27,7 +28,8 @@ export class Watcher {
   select(collection) {
     this.#selected = collection;
     this.#stamp = null;
-    this.#viewed = -Infinity;
+    // Not at once after a create: two polls in one second have no interval between them.
+    this.#viewed = collection?.asked ? performance.now() - VIEWING + APART : -Infinity;
     this.look();
   }
 
