@@ -70,6 +70,10 @@ def hosts(count, seed=0):
                     for row in range(count))
 
 
+def host(last, value):
+    return struct.pack("<5xB7d", last, *[value] * 7)
+
+
 def show(browser, server, collection):
     browser.get(f"{server.origin}/tally/#{collection}")
 
@@ -241,8 +245,12 @@ STATES = {
                   ["The agent was restarted"], 2),
     "up-time unknown": (lambda: {"delta": header(0) + hosts(2), "prev": header(0, 0, 60), "last": header(0, 0)},
                         ["cannot be told"], 2),
+    "reset and new": (lambda: {"prev": header(0, 0, 60, 5) + host(1, 900) + host(2, 2.0**63) + host(4, 2.0**63 + 4096) + host(5, 1),
+                               "last": header(0, 0, 0, 65) + host(1, 30) + host(2, 6) + host(3, 120) + host(4, 60) + host(5, 1),
+                               "delta": header(0) + host(1, 30) + host(2, 6) + host(3, 2) + host(4, 1e17)},
+                      ["2 rows with a whole count", "1 row new since", "1 row without rates"], 4),
     "no number": (lambda: {"delta": header(0) + struct.pack("<6s7d", b"<b>\0\0\0", float("nan"), -1, 1, 1, 1, 1, 1)},
-                  ["1 rows hold a rate that is negative or no number"], 1),
+                  ["1 row with a rate that is negative or no number"], 1),
 }
 
 
@@ -254,6 +262,8 @@ def test_states(browser, server, files):
         wait_for(browser, "#notes li", lambda found, notes=notes: len(found) == len(notes) and all(
             wanted in text for wanted, text in zip(notes, found)))
         wait_for(browser, "#grid tbody tr:not(.pad)", lambda found, rows=rows: len(found) == rows)
+    show(browser, server, f"host/{list(STATES).index('reset and new')}")
+    wait_for(browser, "#grid tbody .mark", [" (raw count)", " (raw count)", " (new)"])
     # What changes under the eyes: a half-written file leaves the rows before it on show.
     files(host_0_delta=header(0, 15) + hosts(4))
     show(browser, server, "host/0")
@@ -302,7 +312,7 @@ def test_by_keyboard_and_on_a_phone(browser, server, files):
         show(browser, server, "ifstats")
         browser.refresh()
         wait_for(browser, "#gauge-list li", ["Gi1/1in12.5 %out100 %", "Gi1/2in0 %out99.5 %"])
-        assert "1 rows stand at 100 %" in texts(browser, "#notes li")[0]
+        assert "1 row at 100 %" in texts(browser, "#notes li")[0]
         width, moving = browser.execute_script("""return [document.documentElement.scrollWidth,
             [...document.querySelectorAll("*")].filter(e => parseFloat(getComputedStyle(e).transitionDuration) > 0).length];""")
         assert (width, moving) == (360, 0)
@@ -346,7 +356,7 @@ def test_with_the_daemon(browser, server, daemon, agent, log):
     _, delta = model.merge(HOST, first, second, interval)
     cells = browser.execute_script("""return [...document.querySelectorAll("#grid tbody tr:not(.pad)")].map(row =>
         [row.cells[0].textContent, ...[...row.cells].slice(1).map(cell => cell.title)])""")
-    wanted = [[key.hex(":"), *counters] for key, counters in sorted(delta, key=lambda row: -row[1][3])]
+    wanted = [[key.hex(":") + " (new)" * (key[-1] == 4), *counters] for key, counters in sorted(delta, key=lambda row: -row[1][3])]
     assert [[row[0], *map(float, row[1:])] for row in cells] == wanted
     sum_of_all = browser.execute_script("return document.querySelector('#legend li').textContent")
     assert sum_of_all.startswith("sum of all rows: ")

@@ -2,20 +2,22 @@
 // happens here and not on the page's own thread.
 //
 //   page -> engine  {open: stem}             begin anew, without any history
-//                   {sample: ArrayBuffer}    a whole delta file, with or without rows
+//                   {sample: {delta, samples}}  a whole delta file, with or without rows, and
+//                                            null or the files {prev, last} that it was made of
 //                   {query: {column, descending, search, metric}}   names of columns
-//   engine -> page  {order: Uint32Array, top, series, gauges, full, odd, answered}  rows as the query
+//   engine -> page  {order: Uint32Array, top, series, gauges, findings, answered}  rows as the query
 //                   wants them and their largest metric, the lines of the chart, [row] of the busiest
-//                   interfaces, how many rows stand at 100 % or have rates that are none; `answered`
-//                   is the number of samples taken, by which the page knows which table that is
+//                   interfaces, what countFlaws and marksOf found; `answered` is the number of samples
+//                   taken, by which the page knows which table that is
 import { decode } from "./delta.js";
 import { LAYOUTS } from "./layouts.js";
+import { marksOf } from "./samples.js";
 import { History } from "./series.js";
 
 const CHARTED = 5;
 const GAUGED = 24;
 
-let layout, table, history, query, flaws;
+let layout, table, history, query, findings;
 let taken = 0;
 
 onmessage = ({ data }) => {
@@ -24,9 +26,10 @@ onmessage = ({ data }) => {
     table = null;
     history = new History();
   } else if (data.sample) {
-    table = decode(data.sample, layout).table;
+    const { delta, samples } = data.sample;
+    table = decode(delta, layout).table;
     history.add(table);
-    flaws = countFlaws();
+    findings = { ...countFlaws(), ...marks(samples) };
     taken++;
   } else {
     query = data.query;
@@ -43,9 +46,16 @@ function answer() {
   const series = history.series(metric, charted);
   const top = charted.length ? table.number(charted[0], metric) : 0;
   const gauges = layout.percents.length ? busiest(allRows(), layout.percents, GAUGED) : [];
-  postMessage({ order, top, series, gauges, ...flaws, answered: taken }, [order.buffer]);
+  postMessage({ order, top, series, gauges, findings, answered: taken }, [order.buffer]);
 }
 
+function marks(samples) {
+  const prev = samples && decode(samples.prev, layout).table;
+  const last = samples && decode(samples.last, layout).table;
+  return prev && last ? marksOf(table, prev, last) : { marks: new Map(), raw: 0, fresh: 0 };
+}
+
+// countFlaws counts the rows that stand at 100 %, and those with rates that are none.
 function countFlaws() {
   const { rates, percents } = layout;
   let full = 0, odd = 0;

@@ -120,7 +120,7 @@ export class Grid {
       }
       cell.classList.toggle("bar", column === this.#metric);
     });
-    if (note) line.cells[0].append(element("span", { className: "mark", textContent: ` (${note})` }));
+    if (note) line.cells[0].append(element("span", { className: "mark", textContent: ` (${note.split(":")[0]})` }));
   }
 
   #newRow() {

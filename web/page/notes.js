@@ -1,7 +1,8 @@
 // What is to be known about a sample besides its numbers: what the files can really tell, and where
 // they cannot.
 import { LAYOUTS } from "./layouts.js";
-import { duration, moment } from "./text.js";
+import { count, duration, moment } from "./text.js";
+import { MAX_SAMPLES } from "./watcher.js";
 
 // How much older than its interval a sample may be before it is late: half the interval, for polls
 // take their time, and a few seconds.
@@ -17,6 +18,8 @@ const late = (interval) => interval * 1.5 + 5;
 //   kept               rows of an earlier sample are on show
 //   full               rows with a utilisation of 100
 //   odd                rows with a rate that is negative or no number
+//   raw, fresh         rows that were reset, and new ones: see samples.js
+//   silent             rows of the last sample that have no rates
 const NOTES = [
   ["bad", (f) => f.file?.error, (f) => `${f.file.name} cannot be read: ${f.file.error}.`],
   ["info", (f) => f.state === "absent" && f.files === 0,
@@ -55,8 +58,16 @@ const NOTES = [
   ["info", (f) => f.header && f.last?.header && f.last.header.time > f.header.time && !f.file?.writing,
     (f) => `There is a newer sample, of ${moment(f.last.header.time)}, without rates: the poll is still going on, or its rates could not be written.`],
   ["warn", (f) => f.full > 0,
-    (f) => `${f.full} rows stand at 100 %, where utilisation is cut off: the true one may have been more than the line is said to carry.`],
-  ["warn", (f) => f.odd > 0, (f) => `${f.odd} rows hold a rate that is negative or no number.`],
+    (f) => `${count(f.full, "row")} at 100 %, where utilisation is cut off: the true one may have been more than the line is said to carry.`],
+  ["warn", (f) => f.raw > 0,
+    (f) => `${count(f.raw, "row")} with a whole count in place of a rate: a counter fell, so it was reset. They are marked.`],
+  ["info", (f) => f.fresh > 0,
+    (f) => `${count(f.fresh, "row")} new since the sample before: the rate is the whole count over the interval. They are marked.`],
+  ["info", (f) => f.prev?.size + f.last?.size > MAX_SAMPLES,
+    () => "The samples are too large to be fetched with every poll: which rows are new or were reset is not looked at."],
+  ["info", (f) => f.silent > 0,
+    (f) => `${count(f.silent, "row")} without rates besides these: idle, or carried forward because the agent left them out. The files cannot tell which.`],
+  ["warn", (f) => f.odd > 0, (f) => `${count(f.odd, "row")} with a rate that is negative or no number.`],
 ];
 
 const restarted = ({ last, prev }) =>

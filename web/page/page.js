@@ -3,7 +3,7 @@ import { LineChart, span } from "./chart.js";
 import { decode } from "./delta.js";
 import * as gauges from "./gauges.js";
 import { Grid } from "./grid.js";
-import { LAYOUTS } from "./layouts.js";
+import { HEADER_SIZE, LAYOUTS } from "./layouts.js";
 import { health, notesOf } from "./notes.js";
 import { send } from "./server.js";
 import { count, duration, moment, rate } from "./text.js";
@@ -50,7 +50,7 @@ function open(collection) {
     drawn: "",           // what of it the chart shows
     usual: 0,
     names: new Map(),    // interface name: the ifIndex that it had
-    moved: new Map(),    // row on show: note
+    marks: new Map(),    // row on show: what is to be known of it
     query: { column: layout.rank.name, descending: true, search: "", metric: layout.rank.name },
   };
   document.title = `${titleOf(collection)} - tallyd`;
@@ -80,14 +80,14 @@ function ask(change) {
   engine.postMessage({ query: view.query });
 }
 
-function takeFile(buffer, unsettled) {
+function takeFile(buffer, unsettled, samples) {
   view.sample = decode(buffer, view.layout);
   view.unsettled = unsettled;
   const { table, header } = view.sample;
   if (table && !unsettled) {
     if (header.interval > 0) view.usual = Math.min(view.usual || Infinity, header.interval);
     view.pending.set(++posted, table);
-    engine.postMessage({ sample: buffer });
+    engine.postMessage({ sample: { delta: buffer, samples } });
   }
   showFacts();
 }
@@ -96,7 +96,7 @@ engine.onmessage = ({ data }) => {
   const table = view.pending.get(data.answered) ?? (data.answered === view.answer?.answered ? view.shown : null);
   if (table === null || table.layout !== view.layout) return;  // of the collection before
   for (const number of view.pending.keys()) if (number <= data.answered) view.pending.delete(number);
-  if (table !== view.shown) view.moved = movedNames(table);
+  if (table !== view.shown) view.marks = new Map([...data.findings.marks, ...movedNames(table)]);
   view.shown = table;
   view.answer = data;
   showRows();
@@ -120,7 +120,7 @@ function movedNames(table) {
 function showRows() {
   const { shown, answer, query, layout } = view;
   const metric = layout.columns.find(({ name }) => name === query.metric);
-  grid.show(shown, answer.order, query, metric, answer.top, view.moved);
+  grid.show(shown, answer.order, query, metric, answer.top, view.marks);
   say("found", query.search ? `${rate(answer.order.length)} of ${count(shown.count, "row")}` : "");
   if (layout.percents.length) {
     gauges.show($("gauge-list"), shown, answer.gauges);
@@ -139,10 +139,12 @@ function showRows() {
 // facts gathers what notes.js judges.
 function facts() {
   const files = (listing && find(listing, selected)?.files) ?? {};
-  const { shown, sample } = view;
+  const { shown, sample, layout } = view;
   return {
     stem: selected.stem, file: files.delta, last: files.last, prev: files.prev, files: Object.keys(files).length,
-    ...sample, full: view.answer?.full, odd: view.answer?.odd, now: listing.now, usual: view.usual, unsettled: view.unsettled,
+    ...sample, ...view.answer?.findings, now: listing.now, usual: view.usual, unsettled: view.unsettled,
+    silent: sample?.table && files.last?.header?.time === sample.header.time ?
+      (files.last.size - HEADER_SIZE) / layout.size - sample.table.count : 0,
     kept: shown !== null && sample !== null && sample.table === undefined,
   };
 }

@@ -1,14 +1,16 @@
-// Follows one collection: looks at the list every two seconds, fetches the delta file when it
+// Follows one collection: looks at the list every two seconds, fetches the files when they
 // changed, and keeps the collection viewed.
 //
 // A web server takes no lock, so a file may be seen while it is written. Bytes are believed only
 // when the list says the same of the file before and after they were read - size, time of the last
-// change to the nanosecond, and nobody writing.
+// change to the nanosecond, and nobody writing. The two samples come along when they are those that
+// the rates were made of, and not too large to be fetched with every poll.
 import { list, read, send } from "./server.js";
 
 const LOOK = 2000;      // milliseconds between two looks at the list
 const VIEWING = 10000;  // between two messages; the shortest interval of the daemon is 15 s
 const APART = 1500;     // between the first two polls of a new collection, at least
+export const MAX_SAMPLES = 16 << 20;  // bytes of both
 const TRIES = 3;        // readings of a file that goes on changing, each look
 
 export class Watcher {
@@ -17,8 +19,8 @@ export class Watcher {
   #viewed = -Infinity;
   #on;
 
-  // on.list(json), on.file(buffer or null, unsettled), on.trouble(error or null),
-  // on.messageTrouble(error or null)
+  // on.list(json), on.file(buffer or null, unsettled, samples), on.trouble(error or null),
+  // on.messageTrouble(error or null); samples is null or {prev, last}, of buffers
   constructor(on) {
     this.#on = on;
     this.#run();
@@ -57,19 +59,21 @@ export class Watcher {
   }
 
   async #fetch(json, selected) {
-    let file, buffer, settled;
+    let buffer, samples, settled;
     for (let attempt = 0; attempt < TRIES && !settled; attempt++) {
       const before = stampOf(json, selected);
-      file = find(json, selected)?.files.delta;
-      buffer = file && !file.error ? await read(file.name) : null;
+      const { delta, prev, last } = find(json, selected)?.files ?? {};
+      buffer = delta && !delta.error ? await read(delta.name) : null;
+      samples = madeOf(delta, prev, last) ?
+        { prev: await read(prev.name), last: await read(last.name) } : null;
       json = await list();
       if (selected !== this.#selected) return;
-      settled = before === stampOf(json, selected) && !file?.writing &&
-        (buffer?.byteLength ?? 0) === (file?.size ?? 0);
+      settled = before === stampOf(json, selected) && !delta?.writing && whole(buffer, delta) &&
+        (samples === null || (whole(samples.prev, prev) && whole(samples.last, last)));
     }
     this.#on.list(json);
     this.#stamp = settled ? stampOf(json, selected) : null;
-    this.#on.file(buffer, !settled);
+    this.#on.file(buffer, !settled, settled ? samples : null);
   }
 
   // Only what exists is viewed: the daemon logs a warning for everything else.
@@ -88,7 +92,17 @@ export class Watcher {
 export const find = (json, { stem, index }) =>
   json.collections.find((each) => each.type === stem && each.index === index);
 
+const whole = (buffer, file) => (buffer?.byteLength ?? 0) === (file?.size ?? 0);
+
+// stampOf tells one state of a collection's files from another.
 function stampOf(json, selected) {
-  const file = find(json, selected)?.files.delta;
-  return file ? `${file.size} ${file.mtime} ${file.writing}` : "none";
+  const { delta, prev, last } = find(json, selected)?.files ?? {};
+  return [delta, prev, last].map((file) => `${file?.size} ${file?.mtime} ${file?.writing}`).join();
+}
+
+function madeOf(delta, prev, last) {
+  if (!delta?.header || !prev?.header || !last?.header) return false;
+  const { time, interval } = delta.header;
+  return last.header.time === time && prev.header.time + interval === time &&
+    prev.size + last.size <= MAX_SAMPLES;
 }
