@@ -57,7 +57,7 @@ class WebServer:
         # A session of its own: Apache ends all of its process group.
         self._process = subprocess.Popen([binary, *arguments, root / "main.conf"], start_new_session=True)
         self._root = root
-        processes.wait_until(self._answers)
+        processes.wait_until(self._answers, 30)
 
     def _answers(self):
         assert self._process.poll() is None, "the web server ended"
