@@ -237,7 +237,7 @@ STATES = {
     "half a header": (lambda: {"delta": header(0)[:9]}, ["Half written: 9 of the 16"], 0),
     "half a record": (lambda: {"delta": header(0) + hosts(2)[:-1]}, ["Half written: 61 bytes behind"], 0),
     "foreign": (lambda: {"delta": header(1) + hosts(2)}, ["The header says type 1 (matrix)"], 0),
-    "late": (lambda: {"delta": header(0, 60, 120) + hosts(2)}, ["Late: the sample is 2 min old, and one is due every 60 s"], 2),
+    "late": (lambda: {"delta": header(0, 60, 120) + hosts(2)}, ["Late: the sample is 2 min old, and one is expected every 60 s"], 2),
     "not late yet": (lambda: {"delta": header(0, 60, 80) + hosts(2)}, [], 2),
     "an hour": (lambda: {"delta": header(0, 3600) + hosts(2)}, ["The rates are means over 60 min"], 2),
     "clock set back": (lambda: {"delta": header(0, -5, -100) + hosts(2)}, ["ahead of the server's clock", "mean nothing"], 2),
@@ -268,6 +268,9 @@ def test_states(browser, server, files):
     files(host_0_delta=header(0, 15) + hosts(4))
     show(browser, server, "host/0")
     wait_for(browser, "#fact-rows", ["4"])
+    for row in range(2):
+        files(host_0_delta=header(0, 15, -1) + hosts(2 + row))
+        wait_for(browser, "#fact-rows", [str(2 + row)])
     files(host_0_delta=header(0, 90, -1) + hosts(5))
     wait_for(browser, "#notes li", lambda found: any("instead of the usual 15 s" in text for text in found))
     files(host_0_delta=header(0, 15, -2) + hosts(3)[:-5])

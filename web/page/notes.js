@@ -8,12 +8,18 @@ import { MAX_SAMPLES } from "./watcher.js";
 // take their time, and a few seconds.
 const late = (interval) => interval * 1.5 + 5;
 
+// How often a sample is expected. The planned interval is not in the files; before the usual one is
+// known, it is taken to be no shorter than tallyd's own default.
+const DEFAULT_INTERVAL = 60;
+const expected = ({ usual, header }) => usual || Math.max(header.interval, DEFAULT_INTERVAL);
+
 // Each note: its weight ("bad" is wrong, "warn" changes what the rates mean, "info"), when it holds,
 // and its text. All get the same facts:
 //   file, last, prev   of the listing, undefined when there is none; files is the number of them
 //   state, header, extra   what decode() made of the delta file
 //   now                the server's clock
-//   usual              the shortest interval that this page has seen of the collection, 0 for none
+//   usual              the median of the intervals that this page has seen of the collection; 0
+//                      while there are too few
 //   unsettled          the file went on changing while it was read
 //   kept               rows of an earlier sample are on show
 //   full               rows with a utilisation of 100
@@ -39,8 +45,8 @@ const NOTES = [
   ["warn", (f) => f.kept, () => "The rows below are those of the sample before."],
   ["info", (f) => f.state === "header-only",
     () => "No rates: no counter changed in the interval. (Nor would there be any if the disk was full; the file cannot tell.)"],
-  ["bad", (f) => f.header && f.now - f.header.time > late(f.usual || f.header.interval),
-    (f) => `Late: the sample is ${duration(f.now - f.header.time)} old, and one is due every ${duration(f.usual || f.header.interval)}. Is tallyd running, does the agent answer?`],
+  ["bad", (f) => f.header && f.now - f.header.time > late(expected(f)),
+    (f) => `Late: the sample is ${duration(f.now - f.header.time)} old, and ${f.usual ? "usually one comes" : "one is expected"} every ${duration(expected(f))}. Is tallyd running, does the agent answer?`],
   ["warn", (f) => f.header && f.header.time > f.now + 2,
     (f) => `The sample lies ${duration(f.header.time - f.now)} ahead of the server's clock: the clock was set back.`],
   ["warn", (f) => f.header?.interval < 0,

@@ -13,6 +13,8 @@ const $ = (id) => document.getElementById(id);
 const say = (id, text) => { if ($(id).textContent !== text) $(id).textContent = text; };
 const TYPING = 150;  // milliseconds without a key before a search begins
 
+const INTERVALS = 9;  // of which the usual one is found
+
 const titleOf = ({ stem, index }) => (LAYOUTS.get(stem).supervisor ? stem : `${stem} ${index}`);
 const hashOf = (collection) => `#${titleOf(collection).replace(" ", "/")}`;
 
@@ -48,7 +50,7 @@ function open(collection) {
     shownTime: null,
     answer: null,        // the engine's newest
     drawn: "",           // what of it the chart shows
-    usual: 0,
+    intervals: [],       // of the newest samples
     names: new Map(),    // interface name: the ifIndex that it had
     marks: new Map(),    // row on show: what is to be known of it
     query: { column: layout.rank.name, descending: true, search: "", metric: layout.rank.name },
@@ -85,7 +87,7 @@ function takeFile(buffer, unsettled, samples) {
   view.unsettled = unsettled;
   const { table, header } = view.sample;
   if (table && !unsettled) {
-    if (header.interval > 0) view.usual = Math.min(view.usual || Infinity, header.interval);
+    view.intervals = [header.interval, ...view.intervals].slice(0, INTERVALS);
     view.pending.set(++posted, table);
     engine.postMessage({ sample: { delta: buffer, samples } });
   }
@@ -142,12 +144,17 @@ function facts() {
   const { shown, sample, layout } = view;
   return {
     stem: selected.stem, file: files.delta, last: files.last, prev: files.prev, files: Object.keys(files).length,
-    ...sample, ...view.answer?.findings, now: listing.now, usual: view.usual, unsettled: view.unsettled,
+    ...sample, ...view.answer?.findings, now: listing.now, usual: usual(view.intervals), unsettled: view.unsettled,
     silent: sample?.table && files.last?.header?.time === sample.header.time ?
       (files.last.size - HEADER_SIZE) / layout.size - sample.table.count : 0,
     kept: shown !== null && sample !== null && sample.table === undefined,
   };
 }
+
+// usual gives the median of enough intervals, else 0. Polls out of turn have shorter ones, and the
+// first after a pause a longer one.
+const usual = (intervals) =>
+  (intervals.length < 3 ? 0 : intervals.toSorted((a, b) => a - b)[Math.floor(intervals.length / 2)]);
 
 function showFacts() {
   if (!view || !listing) return;
