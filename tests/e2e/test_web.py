@@ -1,4 +1,5 @@
 """The live page in a real browser, behind the stock web servers with the shipped configuration."""
+import fcntl
 import json
 import os
 import pathlib
@@ -134,6 +135,23 @@ def test_addresses_and_names_in_words(browser):
           return text[kind](bytes, length);
         })));""", cases)
     assert found == [wanted or "02:00:00:00:ab:cd" for *_, wanted in cases]
+
+
+def test_lines_of_the_chart(browser):
+    """Each rate over its whole interval, a break where a sample was missed, 0 where a row is left
+    out, and the sum of all; a clock that was set back begins anew."""
+    files = [struct.pack("<iIiI", interval, 0, time_, 6) + b"".join(struct.pack("<I2d", *row) for row in rows)
+             for interval, time_, rows in ((60, 90, [(7, 9, 9)]), (15, 40, [(1, 4, 8), (2, 1, 1)]), (15, 55, [(2, 6, 1)]),
+                                           (10, 80, [(0, 1, 1), (1, 2, 2)]))]
+    found = browser.execute_async_script("""
+        const [files, done] = arguments;
+        Promise.all(["delta", "layouts", "series"].map(name => import(`./${name}.js`))).then(([{decode}, {LAYOUTS}, {History}]) => {
+          const layout = LAYOUTS.get("prio"), history = new History();
+          for (const bytes of files) history.add(decode(new Uint8Array(bytes).buffer, layout).table);
+          done(history.series(layout.rates[0], [1]).map(({label, points}) => [label, points.map(({x, y}) => [x, String(y)])]));
+        });""", [list(data) for data in files])
+    assert found == [["sum of all rows", [[25, "5"], [40, "5"], [40, "6"], [55, "6"], [70, "NaN"], [70, "3"], [80, "3"]]],
+                     ["1", [[25, "4"], [40, "4"], [40, "0"], [55, "0"], [70, "NaN"], [70, "2"], [80, "2"]]]]
 
 
 # What a request is changed in, and its answer; nothing reaches the pipe but with status 200.
@@ -276,6 +294,14 @@ def test_states(browser, server, files):
     files(host_0_delta=header(0, 15, -2) + hosts(3)[:-5])
     wait_for(browser, "#notes li", lambda found: "those of the sample before" in "".join(found))
     assert len(texts(browser, "#grid tbody tr:not(.pad)")) == 5
+    # A file that is being written is not believed, whole as it may look, until the lock is gone.
+    with open(DATA / "host_0_delta.bin", "wb") as file:
+        fcntl.flock(file, fcntl.LOCK_EX)
+        file.write(header(0, 15, -3) + hosts(2))
+        file.flush()
+        wait_for(browser, "#notes li", lambda found: "tallyd is writing" in "".join(found) and "went on changing" in "".join(found))
+        assert len(texts(browser, "#grid tbody tr:not(.pad)")) == 5
+    wait_for(browser, "#grid tbody tr:not(.pad)", lambda found: len(found) == 2)
 
 
 def test_redraw_of_10000_rows(browser, server, files, capsys):

@@ -147,7 +147,7 @@ function facts() {
     ...sample, ...view.answer?.findings, now: listing.now, usual: usual(view.intervals), unsettled: view.unsettled,
     silent: sample?.table && files.last?.header?.time === sample.header.time ?
       (files.last.size - HEADER_SIZE) / layout.size - sample.table.count : 0,
-    kept: shown !== null && sample !== null && sample.table === undefined,
+    kept: shown !== null && sample !== null && (view.unsettled || sample.table === undefined),
   };
 }
 
