@@ -8,15 +8,13 @@ import struct
 import time
 
 import pytest
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
 
 from harness import control, model, processes, samples, web
-from harness.collection import Collection, next_second
+from harness.collection import next_second
 from harness.files import HOST
 from harness.paths import DATA, PIPE
-
-pytest.importorskip("selenium")
-from selenium.webdriver.common.by import By  # noqa: E402  after the check
-from selenium.webdriver.common.keys import Keys  # noqa: E402
 
 # Each type's record as a format of struct, written down from the documented layouts.
 FORMATS = {"host": (0, "6s7d"), "matrix": (1, "6s6s3d"), "pdist": (2, "II2d"), "nlhost": (3, "II16s5d"),

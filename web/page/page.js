@@ -36,7 +36,12 @@ let posted = 0;          // samples that the engine was given
 let leaving = null;      // a collection that is being destroyed: not viewed until it has no file
 const grid = new Grid($("grid"), (column, descending) => ask({ column, descending }));
 const chart = new LineChart($("chart"), $("legend"));
-const watcher = new Watcher({ list: showList, file: takeFile, trouble, messageTrouble });
+const watcher = new Watcher({
+  list: showList,
+  file: takeFile,
+  trouble: (error) => fault("trouble", error),
+  messageTrouble: (error) => fault("message-trouble", error),
+});
 
 function open(collection) {
   selected = collection;
@@ -215,12 +220,11 @@ function markCurrent() {
   }
 }
 
-const fault = (id) => (error) => {
+// fault shows an error, or that there is none any more (null).
+function fault(id, error) {
   say(id, error?.message ?? "");
   $(id).hidden = error === null;
-};
-function trouble(error) { fault("trouble")(error); }
-function messageTrouble(error) { fault("message-trouble")(error); }
+}
 
 async function confirmed(text, yes) {
   say("confirm-text", text);
@@ -234,11 +238,11 @@ async function confirmed(text, yes) {
 async function order(message, collection, done) {
   try {
     await send(message, collection);
-    messageTrouble(null);
+    fault("message-trouble", null);
     say("message", `${done} What tallyd makes of it stands in its log.`);
     return true;
   } catch (error) {
-    messageTrouble(error);
+    fault("message-trouble", error);
     return false;
   }
 }

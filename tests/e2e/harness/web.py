@@ -8,6 +8,10 @@ import subprocess
 import tempfile
 import urllib.request
 
+import websocket
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+
 from . import processes
 from .paths import REPOSITORY, program
 
@@ -54,7 +58,7 @@ class WebServer:
         config.write_text(shipped)
         binary, arguments, stock = _STOCK[kind]
         (root / "main.conf").write_text(stock.format(port=port, root=root, config=config))
-        # A session of its own: Apache ends all of its process group.
+        # In a process group of its own, all of which Apache ends with itself.
         self._process = subprocess.Popen([binary, *arguments, root / "main.conf"], start_new_session=True)
         self._root = root
         processes.wait_until(self._answers, 30)
@@ -100,8 +104,6 @@ class WebServer:
 
 def start_browser(width=1280, height=900):
     """Debian's Chromium without a window."""
-    from selenium import webdriver  # pylint: disable=import-outside-toplevel
-    from selenium.webdriver.chrome.service import Service  # pylint: disable=import-outside-toplevel
     options = webdriver.ChromeOptions()
     options.binary_location = "/usr/bin/chromium"
     for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
@@ -116,7 +118,6 @@ class Trace:
     """Chromium's own record of what its threads did, from now to longest_task()."""
 
     def __init__(self, browser):
-        import websocket  # pylint: disable=import-outside-toplevel
         address = browser.capabilities["goog:chromeOptions"]["debuggerAddress"]
         with urllib.request.urlopen(f"http://{address}/json/version") as answer:
             url = json.load(answer)["webSocketDebuggerUrl"]
