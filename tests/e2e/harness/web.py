@@ -107,7 +107,8 @@ def start_browser(width=1280, height=900):
     options = webdriver.ChromeOptions()
     options.binary_location = "/usr/bin/chromium"
     for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
-                     "--disable-background-networking", "--disable-component-update", "--no-proxy-server", f"--window-size={width},{height}", "--user-data-dir=/tmp/chromium"):
+                     "--disable-background-networking", "--disable-component-update", "--no-proxy-server",
+                     f"--window-size={width},{height}", "--user-data-dir=/tmp/chromium"):
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"performance": "ALL", "browser": "ALL"})
     os.environ["HOME"] = "/tmp"
@@ -139,5 +140,7 @@ class Trace:
         self._socket.close()
         pages = {(event["pid"], event["tid"]) for event in events
                  if event["name"] == "thread_name" and event["args"]["name"] == "CrRendererMain"}
-        tasks = [event for event in events if event["name"].endswith("RunTask") and (event["pid"], event["tid"]) in pages]
-        return (max(task.get("dur", 0) for task in tasks) / 1000, max(task.get("tdur", 0) for task in tasks) / 1000, len(tasks))
+        tasks = [event for event in events
+                 if event["name"].endswith("RunTask") and (event["pid"], event["tid"]) in pages]
+        clock, processor = (max(task.get(key, 0) for task in tasks) / 1000 for key in ("dur", "tdur"))
+        return clock, processor, len(tasks)
