@@ -33,6 +33,7 @@ export class Grid {
     this.#below = this.#pad();
     region.replaceChildren(this.#table);
     region.addEventListener("scroll", () => this.#draw(), { passive: true });
+    region.addEventListener("mouseover", ({ target }) => this.#tell(target.closest("td")));
     new ResizeObserver(() => this.#draw()).observe(region);
   }
 
@@ -113,7 +114,6 @@ export class Grid {
       const cell = line.cells[at];
       const text = this.#data.text(row, column);
       if (cell.textContent !== text) cell.textContent = text;
-      if (column.isRate) cell.title = String(this.#data.number(row, column));
       if (column === this.#metric) {
         const part = this.#data.isTotal(row) ? 0 : this.#data.number(row, column) / this.#top || 0;
         cell.style.setProperty("--part", `${Math.max(0, Math.min(100, part * 100))}%`);
@@ -121,6 +121,13 @@ export class Grid {
       cell.classList.toggle("bar", column === this.#metric);
     });
     if (note) line.cells[0].append(element("span", { className: "mark", textContent: ` (${note.split(":")[0]})` }));
+  }
+
+  // tell gives a cell under the pointer its exact value: one attribute less for each cell of a frame.
+  #tell(cell) {
+    const column = this.#layout.shown[cell?.cellIndex];
+    if (!column?.isRate) return;
+    cell.title = String(this.#data.number(this.#order[cell.parentNode.ariaRowIndex - 2], column));
   }
 
   #newRow() {
