@@ -28,7 +28,6 @@ class FixedAgent : public Agent {
  public:
   bool connect() override { return true; }
   bool check_connection() override { return true; }
-  void rest() override {}
 };
 
 class ConnectedAgent final : public FixedAgent {
@@ -40,10 +39,8 @@ class ConnectedAgent final : public FixedAgent {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     UniqueFd connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (connect_to(connection.get(), address) != 0) throw std::runtime_error("no canned agent");
-    int descriptor = connection.get();
-    CLIENT* handle = clnttcp_create(&address, AGENT_PROGRAM, AGENT_VERSION, &descriptor, 0, 0);
-    if (handle == nullptr) throw std::runtime_error("no RPC client");
-    client_ = std::make_unique<AgentClient>(std::move(connection), handle);
+    client_ = agent_client(std::move(connection));
+    if (!client_) throw std::runtime_error("no RPC client");
   }
 
   std::uint32_t up_time() override {

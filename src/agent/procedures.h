@@ -25,7 +25,7 @@ namespace tally {
 struct FreeReply {
   template <class Result>
   void operator()(Result* result) const {
-    xdr_free(xdr_routine<Result>(), result);
+    *result = Result{};
   }
 };
 
@@ -39,20 +39,6 @@ class NeverDestroyed {
  private:
   alignas(Value) unsigned char bytes_[sizeof(Value)];
 };
-
-// Decoding is a result with a note of whether it came. libtirpc also reports success for an answer
-// without any content (empty record fragments), which must not pass for a result of zeros.
-template <class Result>
-struct Decoding {
-  Result& result;
-  bool done = false;
-};
-
-template <class Result>
-bool_t xdr_decoding(XDR* stream, Decoding<Result>* decoding) {
-  decoding->done = xdr_wire<Result>(stream, &decoding->result) == TRUE;
-  return decoding->done ? TRUE : FALSE;
-}
 
 // Reply is a decoded result that is freed exactly once; null when the call failed.
 template <class Result>
@@ -72,10 +58,9 @@ struct RemoteProcedure {
     Result& result = storage.value();
     result = Result{};
     Reply<Result> reply(&result);
-    Decoding<Result> decoding{result};
-    const bool answered = client.call(number, xdr_routine<Argument>(), &argument,
-                                      xdr_routine(&xdr_decoding<Result>), &decoding);
-    if (!answered || !decoding.done) reply.reset();  // frees what came of it
+    if (!client.call(number, wire_routine<Argument>, &argument, wire_routine<Result>, &result)) {
+      reply.reset();  // frees what came of it
+    }
     return reply;
   }
 };

@@ -8,14 +8,154 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <new>
+#include <utility>
 
+#include "agent/wire_stream.h"
 #include "daemon/paths.h"
 
 namespace tally {
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Waits until the socket is ready for an event. False once the deadline has passed.
+bool await(int socket, short event, Clock::time_point deadline) {
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) return false;
+    pollfd ready{socket, event, 0};
+    const int result = poll(&ready, 1, static_cast<int>(left.count()));
+    if (result > 0) return true;
+    if (result < 0 && errno != EINTR) return false;
+  }
+}
+
+// Connection makes the calls over libtirpc's record stream, whose reads and writes are its own.
+class Connection final : public AgentClient {
+ public:
+  Connection(UniqueFd socket, std::chrono::milliseconds most)
+      : socket_(std::move(socket)),
+        most_(most),
+        xid_(static_cast<std::uint32_t>(Clock::now().time_since_epoch().count())) {
+    xdrrec_create(&stream_, kBuffer, kBuffer, this, receive, send);
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(most);
+    const timeval timeout{seconds.count(), std::chrono::microseconds(most - seconds).count()};
+    if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
+      socket_.reset();
+    }
+  }
+  ~Connection() override {
+    if (usable()) xdr_destroy(&stream_);
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // False when the stream has got no memory.
+  bool usable() const { return stream_.x_ops != nullptr; }
+
+  bool call(std::uint32_t procedure, WireRoutine encode, const void* argument, WireRoutine decode,
+            void* result) override {
+    if (!socket_) return false;
+    deadline_ = Clock::now() + most_;
+    first_read_ = true;
+    ++xid_;
+    stream_.x_op = XDR_ENCODE;
+    if (!write_head(procedure) || !encode(&stream_, const_cast<void*>(argument)) ||
+        !xdrrec_endofrecord(&stream_, TRUE)) {
+      return false;
+    }
+    stream_.x_op = XDR_DECODE;
+    while (xdrrec_skiprecord(&stream_)) {  // to the next one
+      switch (read_head()) {
+        case Reply::success:
+          return decode(&stream_, result) == TRUE;
+        case Reply::refusal:
+          return false;
+        case Reply::other:
+          break;
+      }
+    }
+    return false;
+  }
+
+ private:
+  enum class Reply { success, refusal, other };
+
+  static constexpr u_int kBuffer = 64 * 1024;
+
+  bool write_head(std::uint32_t procedure) {
+    WireWriter out(&stream_);
+    for (const std::uint32_t word :
+         {xid_, std::uint32_t{CALL}, std::uint32_t{RPC_MSG_VERSION}, AGENT_PROGRAM, AGENT_VERSION,
+          procedure, std::uint32_t{AUTH_NONE}, 0U /* its length */,
+          std::uint32_t{AUTH_NONE} /* the verifier */, 0U}) {
+      out.u32(word);
+    }
+    return out.flush();
+  }
+
+  // Reads a reply up to its result. What is no reply, or is cut short, belongs to no call.
+  Reply read_head() {
+    WireReader in(&stream_);
+    if (!in.need(20) || in.u32() != xid_ || in.u32() != REPLY) return Reply::other;
+    const std::uint32_t status = in.u32();
+    if (status == MSG_DENIED) return Reply::refusal;
+    in.u32();  // any kind of verifier will do
+    const std::uint32_t verifier = in.u32();
+    if (status != MSG_ACCEPTED || verifier > MAX_AUTH_BYTES) return Reply::other;
+    const std::uint32_t padded = (verifier + 3) / 4 * 4;
+    if (!in.need(padded + 4)) return Reply::other;
+    for (std::uint32_t at = 0; at < padded; at += 4) in.u32();
+    return in.u32() == SUCCESS ? Reply::success : Reply::refusal;
+  }
+
+  // The stream's reads. The first one of a call sleeps until something comes, or as long as a call
+  // may last: nearly always that is the whole reply, for one system call. The others do not sleep,
+  // so that the time is looked at however a peer doles out its bytes.
+  static int receive(void* connection, void* to, int most) {
+    auto& self = *static_cast<Connection*>(connection);
+    int flags = std::exchange(self.first_read_, false) ? 0 : MSG_DONTWAIT;
+    while (flags == 0 || Clock::now() < self.deadline_) {
+      const ssize_t got = recv(self.socket_.get(), to, static_cast<std::size_t>(most), flags);
+      if (got > 0) return static_cast<int>(got);
+      if (got == 0 || !self.may_go_on(POLLIN)) break;
+      flags = MSG_DONTWAIT;
+    }
+    self.socket_.reset();
+    return -1;
+  }
+
+  // The stream's writes: all of it, which fits the socket's buffer unless the peer does not read.
+  static int send(void* connection, void* from, int length) {
+    auto& self = *static_cast<Connection*>(connection);
+    for (int sent = 0; sent < length;) {
+      const ssize_t more =
+          ::send(self.socket_.get(), static_cast<const char*>(from) + sent,
+                 static_cast<std::size_t>(length - sent), MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (more >= 0) {
+        sent += static_cast<int>(more);
+      } else if (!self.may_go_on(POLLOUT)) {
+        self.socket_.reset();
+        return -1;
+      }
+    }
+    return length;
+  }
+
+  // Tells what a failed read or write means, having waited when it only came too early.
+  bool may_go_on(short event) const {
+    return (errno == EAGAIN || errno == EINTR) && await(socket_.get(), event, deadline_);
+  }
+
+  UniqueFd socket_;  // none when the connection is lost
+  const std::chrono::milliseconds most_;
+  std::uint32_t xid_;
+  Clock::time_point deadline_;
+  bool first_read_ = true;
+  XDR stream_{};
+};
 
 bool resolve(const char* host, sockaddr_in& address) {
   if (inet_aton(host, &address.sin_addr) != 0) return true;
@@ -26,59 +166,19 @@ bool resolve(const char* host, sockaddr_in& address) {
   return true;
 }
 
-// Waits until a connection attempt has ended.
+// Waits until a connection attempt has ended well.
 bool await_connection(int socket) {
-  using Clock = std::chrono::steady_clock;
-  const auto deadline = Clock::now() + std::chrono::seconds(kCallTimeout);
-  pollfd ready{socket, POLLOUT, 0};
-  int result = 0;
-  do {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    result = poll(&ready, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
-  } while (result < 0 && errno == EINTR);
-  if (result != 1) return false;
+  if (!await(socket, POLLOUT, Clock::now() + kCallTimeout)) return false;
   int error = 0;
   socklen_t length = sizeof error;
   return getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0;
 }
 
-// The library would connect without a bound of time, so the socket is connected before it gets it.
-// (Should the peer reset the connection in between, the library connects again: the time-out for
-// sending bounds that, too.)
-UniqueFd connect_socket(const sockaddr_in& address) {
-  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!socket) return socket;
-  const bool connected =
-      connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
-      (errno == EINPROGRESS && await_connection(socket.get()));
-  const int flags = fcntl(socket.get(), F_GETFL);
-  const timeval timeout{kCallTimeout, 0};
-  if (!connected || fcntl(socket.get(), F_SETFL, flags & ~O_NONBLOCK) != 0 ||
-      setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) != 0) {
-    socket.reset();
-  }
-  return socket;
-}
-
 }  // namespace
 
-AgentClient::AgentClient(UniqueFd socket, CLIENT* handle)
-    : socket_(std::move(socket)),
-      handle_(handle),
-      watch_(socket_.get(), std::int64_t{kCallTimeout} * 1'000'000'000) {}
-
-AgentClient::~AgentClient() {
-  auth_destroy(handle_->cl_auth);
-  clnt_destroy(handle_);
-}
-
-bool AgentClient::call(rpcproc_t procedure, xdrproc_t encode, const void* argument,
-                       xdrproc_t decode, void* result) {
-  watch_.begin();
-  const clnt_stat status = clnt_call(handle_, procedure, encode, const_cast<void*>(argument),
-                                     decode, result, (timeval{kCallTimeout, 0}));
-  watch_.end();
-  return status == RPC_SUCCESS;
+std::unique_ptr<AgentClient> agent_client(UniqueFd socket, std::chrono::milliseconds most) {
+  std::unique_ptr<Connection> client(new (std::nothrow) Connection(std::move(socket), most));
+  return client && client->usable() ? std::move(client) : nullptr;
 }
 
 std::unique_ptr<AgentClient> agent_connect(const char* host) {
@@ -86,13 +186,16 @@ std::unique_ptr<AgentClient> agent_connect(const char* host) {
   address.sin_family = AF_INET;
   address.sin_port = htons(AGENT_PORT);
   if (!resolve(host, address)) return nullptr;
-  UniqueFd socket = connect_socket(address);
+  // Connected without blocking, which alone would not be bounded.
+  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket) return nullptr;
-  int descriptor = socket.get();
-  CLIENT* handle = clnttcp_create(&address, AGENT_PROGRAM, AGENT_VERSION, &descriptor, 0, 0);
-  if (!handle) return nullptr;
-  std::unique_ptr<AgentClient> client(new (std::nothrow) AgentClient(std::move(socket), handle));
-  return client && client->usable() ? std::move(client) : nullptr;
+  if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+      (errno != EINPROGRESS || !await_connection(socket.get()))) {
+    return nullptr;
+  }
+  const int flags = fcntl(socket.get(), F_GETFL);
+  if (fcntl(socket.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) return nullptr;
+  return agent_client(std::move(socket));
 }
 
 }  // namespace tally

@@ -30,10 +30,6 @@ bool TapdAgent::check_connection() {
   return connect();
 }
 
-void TapdAgent::rest() {
-  if (client_) client_->rest();
-}
-
 std::uint32_t TapdAgent::up_time() {
   const auto info = agent_system_info(*client_, {});
   return info ? info->up_time : 0;

@@ -17,7 +17,6 @@ class TapdAgent final : public Agent {
  public:
   bool connect() override;
   bool check_connection() override;
-  void rest() override;
   std::uint32_t up_time() override;
   AgentClient& client() override { return *client_; }
   const CollectionOps& ops(std::uint32_t type) const override { return agent_type_ops(type); }

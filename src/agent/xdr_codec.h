@@ -4,7 +4,7 @@
 //
 //   static constexpr auto members(auto& self) { return std::tie(self.index, self.request); }
 //
-// and xdr_wire<Type> is then the routine that libtirpc calls with its streams. Members are 4- and
+// and xdr_wire<Type> is then its routine over libtirpc's streams. Members are 4- and
 // 8-byte integers, strings, byte lists, byte vectors and row lists; see `WireTraits`.
 //
 // Speed: the stock decoder calls the stream once for every 4 bytes. This one asks the stream for
@@ -213,8 +213,8 @@ void encode(WireWriter& out, const T& value) {
 
 }  // namespace wire
 
-// xdr_wire is the XDR routine of a wire type, for clnt_call and xdr_free. Decoding overwrites the
-// value; after a failure it holds what came and must still be freed.
+// xdr_wire is the XDR routine of a wire type. Decoding overwrites the value; after a failure it
+// holds what came and must still be freed.
 template <WireStruct T>
 bool_t xdr_wire(XDR* stream, T* value) {
   switch (stream->x_op) {
@@ -230,7 +230,7 @@ bool_t xdr_wire(XDR* stream, T* value) {
         assert(!whole || in.drained());  // nothing of a next record was taken
         return whole ? TRUE : FALSE;
       } catch (const std::bad_alloc&) {
-        return FALSE;  // the library that calls this is written in C
+        return FALSE;
       }
     }
     case XDR_FREE:
@@ -240,10 +240,10 @@ bool_t xdr_wire(XDR* stream, T* value) {
   return FALSE;
 }
 
-// xdr_routine returns an XDR routine as the untyped pointer that libtirpc takes.
-template <class T>
-xdrproc_t xdr_routine(bool_t (*routine)(XDR*, T*) = &xdr_wire<T>) {
-  return reinterpret_cast<xdrproc_t>(routine);
+// wire_routine is xdr_wire behind an untyped pointer.
+template <WireStruct T>
+bool_t wire_routine(XDR* stream, void* value) {
+  return xdr_wire(stream, static_cast<T*>(value));
 }
 
 }  // namespace tally

@@ -108,9 +108,6 @@ class Agent {
   // not. False when there is none.
   virtual bool check_connection() = 0;
 
-  // rest tells that no call follows for a while.
-  virtual void rest() = 0;
-
   // up_time returns the agent's up-time, or 0 when the call fails.
   virtual std::uint32_t up_time() = 0;
 

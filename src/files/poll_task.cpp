@@ -87,7 +87,6 @@ void* tapd_poll_task(void* thread_entry) {
     if (task.collections.earliest_due()) {
       const bool connected = task.agent.check_connection();
       if (connected) poll_pass(task.collections, task.agent);
-      task.agent.rest();
       if (!connected) {
         wait_for_retry(entry);
         continue;

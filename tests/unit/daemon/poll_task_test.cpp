@@ -31,7 +31,6 @@ class FakeAgent final : public Agent {
     checks += 1;
     return reachable;
   }
-  void rest() override {}
   std::uint32_t up_time() override { return 0; }
   AgentClient& client() override { return reinterpret_cast<AgentClient&>(*this); }
   const CollectionOps& ops(std::uint32_t /*type*/) const override { return none_; }

@@ -25,7 +25,6 @@ class FakeAgent final : public Agent {
  public:
   bool connect() override { return true; }
   bool check_connection() override { return true; }
-  void rest() override {}
   std::uint32_t up_time() override { return 4242; }
   // Nobody looks at what is behind the reference.
   AgentClient& client() override { return reinterpret_cast<AgentClient&>(*this); }

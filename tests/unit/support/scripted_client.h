@@ -12,10 +12,10 @@
 
 namespace tally {
 
-class ScriptedClient {
+class ScriptedClient final : public AgentClient {
  public:
   struct Call {
-    rpcproc_t procedure;
+    std::uint32_t procedure;
     Bytes argument;
 
     friend bool operator==(const Call&, const Call&) = default;
@@ -31,36 +31,26 @@ class ScriptedClient {
           return next < replies.size() ? replies[next++] : std::nullopt;
         }) {}
 
-  AgentClient& client() { return client_; }
+  AgentClient& client() { return *this; }
   const std::vector<Call>& calls() const { return calls_; }
 
- private:
-  CLIENT* make_handle() {
-    handle_ = {authnone_create(), &kOperations, this, nullptr, nullptr};
-    return &handle_;
-  }
-
-  static clnt_stat call(CLIENT* handle, rpcproc_t procedure, xdrproc_t encode, void* argument,
-                        xdrproc_t decode, void* result, timeval /*timeout*/) {
-    auto& self = *static_cast<ScriptedClient*>(handle->cl_private);
+  bool call(std::uint32_t procedure, WireRoutine encode, const void* argument, WireRoutine decode,
+            void* result) override {
     char request[4096];
     XDR stream;
     xdrmem_create(&stream, request, sizeof request, XDR_ENCODE);
-    if (!encode(&stream, argument)) return RPC_CANTENCODEARGS;
-    self.calls_.push_back({procedure, Bytes(request, request + xdr_getpos(&stream))});
-    Reply reply = self.answer_(self.calls_.back());
-    if (!reply) return RPC_CANTRECV;
+    if (!encode(&stream, const_cast<void*>(argument))) return false;
+    calls_.push_back({procedure, Bytes(request, request + xdr_getpos(&stream))});
+    Reply reply = answer_(calls_.back());
+    if (!reply) return false;
     xdrmem_create(&stream, reinterpret_cast<char*>(reply->data()),
                   static_cast<u_int>(reply->size()), XDR_DECODE);
-    return decode(&stream, result) ? RPC_SUCCESS : RPC_CANTDECODERES;
+    return decode(&stream, result) == TRUE;
   }
-  static void destroy(CLIENT* /*handle*/) {}
-  static inline CLIENT::clnt_ops kOperations{call, nullptr, nullptr, nullptr, destroy, nullptr};
 
+ private:
   std::function<Reply(const Call&)> answer_;
   std::vector<Call> calls_;
-  CLIENT handle_{};
-  AgentClient client_{UniqueFd(), make_handle()};
 };
 
 }  // namespace tally
