@@ -1,16 +1,20 @@
-// The connection to the agent and the bound on calls, against servers on a loopback address of the
-// test's own.
+// The connection to the agent and its calls, against servers on a loopback address of the test's
+// own and beside libtirpc's client.
 #include "agent/rpc_client.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -74,28 +78,55 @@ class Listener {
   std::thread thread_;
 };
 
-// Waits until the client has sent something or gone; false when it has gone.
-bool await_call(int peer, char (&call)[256]) {
-  return recv(peer, call, sizeof call, 0) > 0;
+// Waits until the client has sent something and returns its first bytes; none when it has gone.
+Bytes await_call(int peer) {
+  Bytes call(256);
+  call.resize(static_cast<std::size_t>(std::max<ssize_t>(recv(peer, call.data(), 256, 0), 0)));
+  return call;
 }
 
-// The reply of an accepted call (RFC 5531) to the call whose first bytes these are.
-Bytes accepted(const char* call, std::uint32_t result) {
+std::uint32_t xid_of(const Bytes& call) {
   std::uint32_t xid;
-  std::memcpy(&xid, call + 4, sizeof xid);
+  std::memcpy(&xid, call.data() + 4, sizeof xid);
+  return ntohl(xid);
+}
+
+Bytes record(const std::vector<std::uint32_t>& words, std::uint32_t last = 1U << 31) {
   Bytes bytes;
-  for (const std::uint32_t word : {0x80000000U + 28, ntohl(xid), 1U, 0U, 0U, 0U, 0U, result}) {
-    append_word(bytes, word);
-  }
+  append_word(bytes, static_cast<std::uint32_t>(4 * words.size()) | last);
+  for (const std::uint32_t word : words) append_word(bytes, word);
   return bytes;
 }
 
+Bytes joined(Bytes bytes, const Bytes& more) {
+  bytes.insert(bytes.end(), more.begin(), more.end());
+  return bytes;
+}
+
+// The reply of an accepted call (RFC 5531) to this call.
+Bytes accepted(const Bytes& call, std::uint32_t result) {
+  return record({xid_of(call), REPLY, MSG_ACCEPTED, AUTH_NONE, 0, SUCCESS, result});
+}
+
+bool send_all(int peer, const Bytes& bytes) {
+  return send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0;
+}
+
 void answer_calls(int peer) {
-  char call[256];
-  while (await_call(peer, call)) {
-    const Bytes reply = accepted(call, 7);
-    if (send(peer, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) return;
-  }
+  for (Bytes call; !(call = await_call(peer)).empty();) send_all(peer, accepted(call, 7));
+}
+
+bool hung_up(int peer, int milliseconds) {
+  pollfd ready{peer, POLLRDHUP, 0};
+  return poll(&ready, 1, milliseconds) > 0;
+}
+
+UniqueFd connected_socket() {
+  UniqueFd connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in address = own_address();
+  EXPECT_EQ(connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            0);
+  return connection;
 }
 
 TEST(RpcClient, ConnectsAndLeaksNoDescriptor) {
@@ -123,16 +154,12 @@ TEST(RpcClient, FailsAtOnceWithoutAnAgent) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
-// The last is taken for success by the library: two record fragments without content.
 TEST(RpcClient, CallsFailWithoutAWholeAnswer) {
-  std::signal(SIGPIPE, SIG_IGN);  // as the daemon has it
-  for (const std::size_t sent : {0U, 3U, 20U, 28U, 31U, 8U}) {
+  for (std::size_t sent = 0; sent < 32; ++sent) {
     SCOPED_TRACE(sent);
     const Listener server([sent](int peer) {
-      char call[256];
-      if (!await_call(peer, call)) return;
-      const Bytes reply = sent == 8 ? Bytes(8) : accepted(call, 7);
-      send(peer, reply.data(), sent, MSG_NOSIGNAL);
+      const Bytes call = await_call(peer);
+      if (!call.empty()) send(peer, accepted(call, 7).data(), sent, MSG_NOSIGNAL);
     });
     const auto client = agent_connect(own_host().c_str());
     ASSERT_NE(client, nullptr);
@@ -141,51 +168,179 @@ TEST(RpcClient, CallsFailWithoutAWholeAnswer) {
   }
 }
 
-// A connection as AgentClient has it, with a watch of the test's own patience.
-struct WatchedConnection {
-  explicit WatchedConnection(std::chrono::nanoseconds patience)
-      : watch(connect(), patience.count()) {
-    sockaddr_in address = own_address();
-    int descriptor = socket.get();
-    handle = clnttcp_create(&address, AGENT_PROGRAM, AGENT_VERSION, &descriptor, 0, 0);
-  }
-  ~WatchedConnection() {
-    auth_destroy(handle->cl_auth);
-    clnt_destroy(handle);
-  }
-  int connect() {
-    const sockaddr_in address = own_address();
-    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-              0);
-    return socket.get();
-  }
-  clnt_stat call() {
-    NullReply reply;
-    Nothing nothing;
-    watch.begin();
-    const clnt_stat status = clnt_call(handle, 0, xdr_routine<Nothing>(), &nothing,
-                                       xdr_routine<NullReply>(), &reply, (timeval{25, 0}));
-    watch.end();
-    return status;
-  }
+// What two calls over one connection sent and brought.
+struct Exchange {
+  Bytes calls;
+  std::optional<std::int32_t> results[2];
 
-  UniqueFd socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-  CallWatch watch;
-  CLIENT* handle = nullptr;
+  friend bool operator==(const Exchange&, const Exchange&) = default;
 };
 
-// Calls that end in time are left alone, whatever stands between them: the pauses are longer than
-// the patience, with and without the word that no call follows.
-TEST(CallWatch, LeavesOtherCallsAlone) {
-  const Listener server(answer_calls);
-  WatchedConnection connection(500ms);
-  ASSERT_TRUE(connection.watch.watching());
-  for (int i = 0; i < 400; ++i) {
-    ASSERT_EQ(connection.call(), RPC_SUCCESS) << i;
-    if (i % 7 == 0) connection.watch.rest();
-    if (i % 200 == 0) std::this_thread::sleep_for(800ms);
-    if (i % 50 == 0) std::this_thread::sleep_for(20ms);
+// A server's answer to a call; a good one always follows behind it.
+using Answer = std::function<Bytes(const Bytes& call)>;
+
+Exchange two_calls(const Answer& answer, bool through_library) {
+  Exchange seen;
+  {
+    const Listener server([&](int peer) {
+      for (Bytes call; !(call = await_call(peer)).empty();) {
+        send_all(peer, joined(answer(call), accepted(call, 7)));
+        std::fill_n(call.begin() + 4, 4, std::uint8_t{0});  // each client numbers as it likes
+        seen.calls = joined(std::move(seen.calls), call);
+      }
+    });
+    UniqueFd connection = connected_socket();
+    ControlKey key{5, 2};
+    if (through_library) {
+      sockaddr_in address = own_address();
+      int descriptor = connection.get();
+      CLIENT* client = clnttcp_create(&address, AGENT_PROGRAM, AGENT_VERSION, &descriptor, 0, 0);
+      for (auto& result : seen.results) {
+        NullReply reply{-1};  // stays when success is reported without a result
+        if (clnt_call(client, 9, reinterpret_cast<xdrproc_t>(wire_routine<ControlKey>), &key,
+                      reinterpret_cast<xdrproc_t>(wire_routine<NullReply>), &reply,
+                      (timeval{5, 0})) == RPC_SUCCESS &&
+            reply.value != -1) {
+          result = reply.value;
+        }
+      }
+      auth_destroy(client->cl_auth);
+      clnt_destroy(client);
+    } else {
+      const auto client = agent_client(std::move(connection), 5s);
+      for (auto& result : seen.results) {
+        NullReply reply;
+        if (client->call(9, wire_routine<ControlKey>, &key, wire_routine<NullReply>, &reply)) {
+          result = reply.value;
+        }
+      }
+    }
   }
+  return seen;
+}
+
+// The same bytes go out, and every answer means the same as it does to libtirpc.
+TEST(RpcClient, AgreesWithTheLibrary) {
+  const auto words = [](std::vector<std::uint32_t> behind_xid, std::uint32_t xid_distance = 0) {
+    return [=](const Bytes& call) {
+      std::vector<std::uint32_t> all{xid_of(call) + xid_distance};
+      all.insert(all.end(), behind_xid.begin(), behind_xid.end());
+      return record(all);
+    };
+  };
+  std::vector<std::pair<std::string, Answer>> answers = {
+      {"success", words({REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 9})},
+      {"longer than its result", words({REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 9, 10, 11})},
+      {"foreign", words({REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 9}, 1)},
+      {"verifier", words({REPLY, MSG_ACCEPTED, AUTH_SYS, 5, 1, 2, SUCCESS, 9})},
+      {"verifier too long", words({REPLY, MSG_ACCEPTED, AUTH_SYS, 401, 1, 2, SUCCESS, 9})},
+      {"versions", words({REPLY, MSG_ACCEPTED, 0, 0, PROG_MISMATCH, 2, 3})},
+      {"version of RPC", words({REPLY, MSG_DENIED, RPC_MISMATCH, 3, 4})},
+      {"caller", words({REPLY, MSG_DENIED, AUTH_ERROR, AUTH_TOOWEAK})},
+      {"neither accepted nor denied", words({REPLY, 2, 0, 0, SUCCESS, 9})},
+      {"no reply", words({CALL, MSG_ACCEPTED, 0, 0, SUCCESS, 9})},
+      {"empty record", [](const Bytes&) { return record({}); }},
+      {"two fragments without content", [](const Bytes&) { return Bytes(8); }},
+      {"a word a fragment",
+       [](const Bytes& call) {
+         Bytes bytes;
+         for (const std::uint32_t word : {xid_of(call), 1U, 0U, 0U, 0U, 0U}) {
+           bytes = joined(std::move(bytes), record({word}, 0));
+         }
+         return joined(std::move(bytes), record({9}));
+       }},
+  };
+  for (const std::uint32_t status : {PROG_UNAVAIL, PROC_UNAVAIL, GARBAGE_ARGS, SYSTEM_ERR}) {
+    answers.emplace_back("status " + std::to_string(status),
+                         words({REPLY, MSG_ACCEPTED, 0, 0, status}));
+  }
+  answers.emplace_back("unknown status", words({REPLY, MSG_ACCEPTED, 0, 0, 6}));
+  for (std::size_t kept = 0; kept < 6; ++kept) {
+    std::vector<std::uint32_t> whole{REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 9};
+    whole.resize(kept);
+    answers.emplace_back("cut to " + std::to_string(kept), words(whole));
+  }
+  for (const auto& [name, answer] : answers) {
+    SCOPED_TRACE(name);
+    const Exchange ours = two_calls(answer, false);
+    EXPECT_EQ(ours.calls.size(), 2U * (4 + 40 + 8));
+    EXPECT_EQ(ours, two_calls(answer, true));
+  }
+  EXPECT_EQ(two_calls(answers[0].second, false).results[1], 9);
+}
+
+// Each would last for ever, and the flood would fill the memory.
+TEST(RpcClient, BoundsCalls) {
+  const std::pair<const char*, std::function<bool(int, const Bytes&)>> servers[] = {
+      {"silent", [](int peer, const Bytes&) { return hung_up(peer, 40); }},
+      {"drips",
+       [](int peer, const Bytes& call) {
+         for (const std::uint8_t byte : accepted(call, 7)) {
+           if (!send_all(peer, {byte}) || hung_up(peer, 40)) return true;
+         }
+         return false;
+       }},
+      {"answers others",
+       [](int peer, const Bytes& call) {
+         std::vector<std::uint32_t> words{xid_of(call) + 1, REPLY, MSG_ACCEPTED, AUTH_SYS, 400};
+         words.resize(5 + 100 + 2);
+         return !send_all(peer, record(words));
+       }},
+  };
+  for (const auto& [name, serve] : servers) {
+    SCOPED_TRACE(name);
+    const Listener server([&serve = serve](int peer) {
+      const Bytes call = await_call(peer);
+      while (!serve(peer, call)) {
+      }
+    });
+    const auto client = agent_client(connected_socket(), 300ms);
+    const auto used = mallinfo2().uordblks;
+    const auto start = Clock::now();
+    EXPECT_EQ(agent_null(*client, {}), nullptr);
+    EXPECT_GE(Clock::now() - start, 290ms);
+    EXPECT_EQ(agent_null(*client, {}), nullptr) << "the connection is gone for good";
+    EXPECT_LT(Clock::now() - start, 3s);
+    EXPECT_LT(mallinfo2().uordblks, used + 100'000);
+  }
+}
+
+TEST(RpcClient, BoundsCallsToAPeerThatDoesNotRead) {
+  const Listener server([](int peer) { hung_up(peer, 1000); });
+  const auto client = agent_client(connected_socket(), 300ms);
+  const auto start = Clock::now();
+  NullReply reply;
+  EXPECT_FALSE(client->call(
+      0,
+      [](XDR* stream, void*) -> bool_t {
+        static const Bytes block(1 << 16);
+        for (int i = 0; i < 1000; ++i) {
+          if (!XDR_PUTBYTES(stream, reinterpret_cast<const char*>(block.data()), 1 << 16)) return 0;
+        }
+        return TRUE;
+      },
+      nullptr, wire_routine<NullReply>, &reply));
+  EXPECT_GE(Clock::now() - start, 290ms);
+  EXPECT_LT(Clock::now() - start, 3s);
+}
+
+// The time counts for each call by itself, and a signal costs none.
+TEST(RpcClient, LeavesOtherCallsAlone) {
+  const Listener server([](int peer) {
+    for (Bytes call; !(call = await_call(peer)).empty();) {
+      std::this_thread::sleep_for(200ms);
+      send_all(peer, accepted(call, 7));
+    }
+  });
+  struct sigaction ignore {};
+  ignore.sa_handler = [](int) {};
+  sigaction(SIGALRM, &ignore, nullptr);
+  const itimerval often{{0, 20'000}, {0, 20'000}};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  const auto client = agent_client(connected_socket(), 600ms);
+  for (int i = 0; i < 4; ++i) EXPECT_NE(agent_null(*client, {}), nullptr) << i;
+  const itimerval never{};
+  setitimer(ITIMER_REAL, &never, nullptr);
 }
 
 }  // namespace
