@@ -1,8 +1,8 @@
 #include "agent/rpc_client.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -40,11 +40,6 @@ class Connection final : public AgentClient {
         most_(most),
         xid_(static_cast<std::uint32_t>(Clock::now().time_since_epoch().count())) {
     xdrrec_create(&stream_, kBuffer, kBuffer, this, receive, send);
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(most);
-    const timeval timeout{seconds.count(), std::chrono::microseconds(most - seconds).count()};
-    if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
-      socket_.reset();
-    }
   }
   ~Connection() override {
     if (usable()) xdr_destroy(&stream_);
@@ -59,11 +54,12 @@ class Connection final : public AgentClient {
             void* result) override {
     if (!socket_) return false;
     deadline_ = Clock::now() + most_;
-    first_read_ = true;
+    may_sleep_ = true;
     ++xid_;
     stream_.x_op = XDR_ENCODE;
     if (!write_head(procedure) || !encode(&stream_, const_cast<void*>(argument)) ||
         !xdrrec_endofrecord(&stream_, TRUE)) {
+      socket_.reset();  // no other call can follow half a request
       return false;
     }
     stream_.x_op = XDR_DECODE;
@@ -84,6 +80,7 @@ class Connection final : public AgentClient {
   enum class Reply { success, refusal, other };
 
   static constexpr u_int kBuffer = 64 * 1024;
+  static constexpr std::size_t kShortestReply = 20;  // why the caller is refused
 
   bool write_head(std::uint32_t procedure) {
     WireWriter out(&stream_);
@@ -99,7 +96,7 @@ class Connection final : public AgentClient {
   // Reads a reply up to its result. What is no reply, or is cut short, belongs to no call.
   Reply read_head() {
     WireReader in(&stream_);
-    if (!in.need(20) || in.u32() != xid_ || in.u32() != REPLY) return Reply::other;
+    if (!in.need(kShortestReply) || in.u32() != xid_ || in.u32() != REPLY) return Reply::other;
     const std::uint32_t status = in.u32();
     if (status == MSG_DENIED) return Reply::refusal;
     in.u32();  // any kind of verifier will do
@@ -112,11 +109,11 @@ class Connection final : public AgentClient {
   }
 
   // The stream's reads. The first one of a call sleeps until something comes, or as long as a call
-  // may last: nearly always that is the whole reply, for one system call. The others do not sleep,
-  // so that the time is looked at however a peer doles out its bytes.
+  // may last: nearly always that is the whole reply, for one system call. Behind it, or when time
+  // was lost in sending, reads do not sleep and the time is looked at before each of them.
   static int receive(void* connection, void* to, int most) {
     auto& self = *static_cast<Connection*>(connection);
-    int flags = std::exchange(self.first_read_, false) ? 0 : MSG_DONTWAIT;
+    int flags = std::exchange(self.may_sleep_, false) ? 0 : MSG_DONTWAIT;
     while (flags == 0 || Clock::now() < self.deadline_) {
       const ssize_t got = recv(self.socket_.get(), to, static_cast<std::size_t>(most), flags);
       if (got > 0) return static_cast<int>(got);
@@ -137,7 +134,6 @@ class Connection final : public AgentClient {
       if (more >= 0) {
         sent += static_cast<int>(more);
       } else if (!self.may_go_on(POLLOUT)) {
-        self.socket_.reset();
         return -1;
       }
     }
@@ -145,7 +141,8 @@ class Connection final : public AgentClient {
   }
 
   // Tells what a failed read or write means, having waited when it only came too early.
-  bool may_go_on(short event) const {
+  bool may_go_on(short event) {
+    may_sleep_ = false;
     return (errno == EAGAIN || errno == EINTR) && await(socket_.get(), event, deadline_);
   }
 
@@ -153,7 +150,7 @@ class Connection final : public AgentClient {
   const std::chrono::milliseconds most_;
   std::uint32_t xid_;
   Clock::time_point deadline_;
-  bool first_read_ = true;
+  bool may_sleep_ = true;
   XDR stream_{};
 };
 
@@ -166,17 +163,22 @@ bool resolve(const char* host, sockaddr_in& address) {
   return true;
 }
 
-// Waits until a connection attempt has ended well.
-bool await_connection(int socket) {
-  if (!await(socket, POLLOUT, Clock::now() + kCallTimeout)) return false;
-  int error = 0;
-  socklen_t length = sizeof error;
-  return getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0;
+// Bounds what the socket waits for by itself: connecting, and the first read of a call.
+bool bound_waits(int socket, std::chrono::milliseconds most) {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(most);
+  const timeval timeout{seconds.count(), std::chrono::microseconds(most - seconds).count()};
+  return setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) == 0 &&
+         setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) == 0;
 }
 
 }  // namespace
 
 std::unique_ptr<AgentClient> agent_client(UniqueFd socket, std::chrono::milliseconds most) {
+  const int on = 1;
+  if (!bound_waits(socket.get(), most) ||
+      setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
+    return nullptr;
+  }
   std::unique_ptr<Connection> client(new (std::nothrow) Connection(std::move(socket), most));
   return client && client->usable() ? std::move(client) : nullptr;
 }
@@ -186,15 +188,11 @@ std::unique_ptr<AgentClient> agent_connect(const char* host) {
   address.sin_family = AF_INET;
   address.sin_port = htons(AGENT_PORT);
   if (!resolve(host, address)) return nullptr;
-  // Connected without blocking, which alone would not be bounded.
-  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!socket) return nullptr;
-  if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
-      (errno != EINPROGRESS || !await_connection(socket.get()))) {
+  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!socket || !bound_waits(socket.get(), kCallTimeout) ||
+      connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return nullptr;
   }
-  const int flags = fcntl(socket.get(), F_GETFL);
-  if (fcntl(socket.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) return nullptr;
   return agent_client(std::move(socket));
 }
 

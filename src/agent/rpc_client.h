@@ -37,7 +37,7 @@ class AgentClient {
 };
 
 // agent_client makes the client of a connected socket whose calls last no longer than `most`. Null
-// without memory.
+// when the socket or memory fails.
 std::unique_ptr<AgentClient> agent_client(UniqueFd socket,
                                           std::chrono::milliseconds most = kCallTimeout);
 
