@@ -54,7 +54,7 @@ class Connection final : public AgentClient {
             void* result) override {
     if (!socket_) return false;
     deadline_ = Clock::now() + most_;
-    may_sleep_ = true;
+    untouched_ = true;
     ++xid_;
     stream_.x_op = XDR_ENCODE;
     if (!write_head(procedure) || !encode(&stream_, const_cast<void*>(argument)) ||
@@ -110,15 +110,16 @@ class Connection final : public AgentClient {
 
   // The stream's reads. The first one of a call sleeps until something comes, or as long as a call
   // may last: nearly always that is the whole reply, for one system call. Behind it, or when time
-  // was lost in sending, reads do not sleep and the time is looked at before each of them.
+  // was lost in sending, reads wait for no longer than what is left of the time.
   static int receive(void* connection, void* to, int most) {
     auto& self = *static_cast<Connection*>(connection);
-    int flags = std::exchange(self.may_sleep_, false) ? 0 : MSG_DONTWAIT;
-    while (flags == 0 || Clock::now() < self.deadline_) {
-      const ssize_t got = recv(self.socket_.get(), to, static_cast<std::size_t>(most), flags);
+    while (self.socket_) {
+      const bool first = std::exchange(self.untouched_, false);
+      if (!first && !await(self.socket_.get(), POLLIN, self.deadline_)) break;
+      const ssize_t got =
+          recv(self.socket_.get(), to, static_cast<std::size_t>(most), first ? 0 : MSG_DONTWAIT);
       if (got > 0) return static_cast<int>(got);
-      if (got == 0 || !self.may_go_on(POLLIN)) break;
-      flags = MSG_DONTWAIT;
+      if (got == 0 || !came_too_early()) break;
     }
     self.socket_.reset();
     return -1;
@@ -133,24 +134,22 @@ class Connection final : public AgentClient {
                  static_cast<std::size_t>(length - sent), MSG_NOSIGNAL | MSG_DONTWAIT);
       if (more >= 0) {
         sent += static_cast<int>(more);
-      } else if (!self.may_go_on(POLLOUT)) {
-        return -1;
+        continue;
       }
+      self.untouched_ = false;
+      if (!came_too_early() || !await(self.socket_.get(), POLLOUT, self.deadline_)) return -1;
     }
     return length;
   }
 
-  // Tells what a failed read or write means, having waited when it only came too early.
-  bool may_go_on(short event) {
-    may_sleep_ = false;
-    return (errno == EAGAIN || errno == EINTR) && await(socket_.get(), event, deadline_);
-  }
+  // Tells what the read or write that has just failed means.
+  static bool came_too_early() { return errno == EAGAIN || errno == EINTR; }
 
   UniqueFd socket_;  // none when the connection is lost
   const std::chrono::milliseconds most_;
   std::uint32_t xid_;
   Clock::time_point deadline_;
-  bool may_sleep_ = true;
+  bool untouched_ = true;  // none of the time for the call at hand was spent on waiting
   XDR stream_{};
 };
 
