@@ -300,7 +300,7 @@ TEST(RpcClient, BoundsCallsToAPeerThatDoesNotRead) {
     const auto start = Clock::now();
     EXPECT_FALSE(client->call(0, encode_64_mib, nullptr, wire_routine<NullReply>, &reply));
     EXPECT_GE(Clock::now() - start, 990ms);
-    EXPECT_LT(Clock::now() - start, 1500ms);
+    EXPECT_LT(Clock::now() - start, 1650ms);
     EXPECT_EQ(agent_null(*client, {}), nullptr);
   }
 }
