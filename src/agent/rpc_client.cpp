@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -153,12 +152,16 @@ class Connection final : public AgentClient {
   XDR stream_{};
 };
 
+// Both threads resolve names; gethostbyname would share one result between them.
 bool resolve(const char* host, sockaddr_in& address) {
-  if (inet_aton(host, &address.sin_addr) != 0) return true;
-  const hostent* entry = gethostbyname(host);
-  if (!entry || entry->h_addrtype != AF_INET) return false;
-  const auto length = std::min(static_cast<std::size_t>(entry->h_length), sizeof address.sin_addr);
-  std::memcpy(&address.sin_addr, entry->h_addr_list[0], length);
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(host, nullptr, &hints, &found) != 0) return false;
+  std::memcpy(&address, found->ai_addr, sizeof address);
+  freeaddrinfo(found);
+  address.sin_port = htons(AGENT_PORT);
   return true;
 }
 
@@ -184,8 +187,6 @@ std::unique_ptr<AgentClient> agent_client(UniqueFd socket, std::chrono::millisec
 
 std::unique_ptr<AgentClient> agent_connect(const char* host) {
   sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(AGENT_PORT);
   if (!resolve(host, address)) return nullptr;
   UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket || !bound_waits(socket.get(), kCallTimeout) ||
