@@ -10,6 +10,7 @@ from harness import processes, settings  # after the registration
 from harness.agent import Agent
 from harness.daemon import STARTED, Daemon, sanitizer_reports
 from harness.paths import APPLIANCE_SETTINGS, DATA, PID_FILE, PIPE, PREFERENCES
+from harness.supervisor import Supervisor
 from harness.syslog import Syslog
 
 
@@ -48,6 +49,21 @@ def agent():
     agent.start()
     yield agent
     agent.stop()
+
+
+@pytest.fixture(scope="module")
+def scripted_supervisor():
+    supervisor = Supervisor().start()
+    yield supervisor
+    supervisor.stop()
+
+
+@pytest.fixture
+def supervisor(scripted_supervisor):
+    """The scripted supervisor with an empty table, which every request must be worthy of."""
+    scripted_supervisor.restart()
+    yield scripted_supervisor
+    assert scripted_supervisor.wrong == []
 
 
 class SharedDaemon:

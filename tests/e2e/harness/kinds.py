@@ -10,9 +10,10 @@ import struct
 import time
 from fractions import Fraction
 
-from . import control, files, processes
+from . import control, files
 from .model import DOUBLE, EXTENDED, divisor, rate, rate_of_new, rounded
 from .paths import DATA
+from .syslog import DEBUG
 
 WORD = 0xFFFFFFFF
 
@@ -121,12 +122,19 @@ class Kind:
 
     def __init__(self, daemon, layout):
         self.daemon, self.layout = daemon, layout
+        self._name = {12: "etherstats", 13: "supvlanstats", 14: "Ifstats"}[layout.code]
 
     def create(self):
+        """Create it, which finds its rows and takes its first sample."""
         self._send(control.CREATE)
+        self.daemon.log.wait(f"{self._name} enabled.", DEBUG)
+        self.daemon.collections.add(self)
+        return self
 
     def destroy(self):
+        self.daemon.collections.discard(self)
         self._send(control.DESTROY)
+        self.daemon.log.wait(f"{self._name} disabled.", DEBUG)
         assert not any(path.exists() for path in self.layout.paths(0))
 
     def _send(self, kind, timeout=30):
