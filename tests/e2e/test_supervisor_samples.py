@@ -11,9 +11,6 @@ from harness.syslog import DEBUG
 
 TOP = 2**64 - 1
 WORD = 2**32 - 1
-ZERO_INTERVAL = {VLANS: "host_calc_delta() found a 0-length interval.",
-                 PORTS: "iface_calc_delta() found a 0-length interval."}
-
 # Label: a 64-bit counter before and after. None: the row is not there then.
 WIDE = {
     "ordinary": (1000, 4567),
@@ -128,7 +125,7 @@ def test_numbers(layout, serve, change, wide, own_daemon, agent, supervisor, log
         interval = judge(kind, begun, before, now, change)
         assert interval - seconds in (0, 1)
         texts = log.take_all()
-        assert texts == ([(DEBUG, ZERO_INTERVAL[layout])] * len(now) if interval == 0 else [])
+        assert texts == ([(DEBUG, kind.zero_interval)] * len(now) if interval == 0 else [])
         before = in_order(layout, now, serve(supervisor, 0, *wide_or_not))
         kind.set_sample_time(int(time.time()) - 1)
         kind.view(seconds=0)
@@ -232,7 +229,7 @@ def test_fall_back(own_daemon, supervisor, agent, log):
         assert asked() == [("wide counters", 1), ("wide counters", 2)], number
     ports.view()
     asked()
-    log.take_all(ZERO_INTERVAL[PORTS])
+    log.take_all(ports.zero_interval)
 
     # From 64-bit samples to 32 bits: a rate may be negative, a utilisation not.
     old = ports.read("last").rows

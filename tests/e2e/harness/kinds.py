@@ -123,6 +123,8 @@ class Kind:
     def __init__(self, daemon, layout):
         self.daemon, self.layout = daemon, layout
         self._name = {12: "etherstats", 13: "supvlanstats", 14: "Ifstats"}[layout.code]
+        self.zero_interval = {12: "", 13: "host_calc_delta() found a 0-length interval.",
+                              14: "iface_calc_delta() found a 0-length interval."}[layout.code]
 
     def create(self):
         """Create it, which finds its rows and takes its first sample."""

@@ -109,9 +109,12 @@ def silence(_):
     return []
 
 
+Elsewhere = collections.namedtuple("Elsewhere", "pdu")  # sent by another host
+
+
 class Supervisor:
-    """Steps of misbehaviour turn the true answer into what is sent, in this order: PDUs, bytes, and
-    numbers, which are seconds to wait."""
+    """Steps of misbehaviour turn the true answer into what is sent, in this order: PDUs, of ours or
+    from elsewhere, bytes, and numbers, which are seconds to wait."""
 
     def __init__(self, address=ADDRESS):
         self.address = address
@@ -178,6 +181,9 @@ class Supervisor:
         for item in step(answer) if step else [answer]:
             if isinstance(item, (int, float)):
                 time.sleep(item)
+            elif isinstance(item, Elsewhere):
+                with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
+                    other.sendto(message(item.pdu, community), sender)
             else:
                 sock.sendto(item if isinstance(item, bytes) else message(item, community), sender)
 
