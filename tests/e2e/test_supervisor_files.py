@@ -1,0 +1,125 @@
+"""What the data directory and failing system calls do to the supervisor kinds."""
+import subprocess
+import time
+
+import pytest
+
+from harness import processes
+from harness.collection import next_second
+from harness.kinds import ETHER, PORTS, VLANS, Kind
+from harness.paths import DATA
+from harness.supervisor import ether_row, port, vlan_row
+from harness.syslog import DEBUG
+
+PAGE = 4096
+WRITE = {"Unable to write poll cache to file.", "Not all tallyd cached data written to file."}
+FLUSH = {"Unable to flush poll cache to file.", "Not all cached data flushed to file."}
+
+
+def serve(supervisor, layout, count, value=0):
+    rows = {ETHER: lambda number: {**ether_row(number, number, [value] * 17), **port(number)},
+            VLANS: lambda number: vlan_row(number, number, [value] * 4),
+            PORTS: lambda number: port(number, wide=[value] * 8, narrow=[value] * 10)}[layout]
+    supervisor.serve(*[rows(number) for number in range(1, count + 1)])
+
+
+# Of each kind: how many rows make its files three pages long, and what is logged, behind a text of the
+# record cache, when a write into a file does not succeed: into the sample, and into the delta file.
+FULL = {
+    ETHER: (65, [], [(WRITE, ["Error 10 creating etherstats delta file."]), (FLUSH, ["Error 8 polling collection."])]),
+    VLANS: (300, [(WRITE, ["vlan_upload() error 6.", "Error 7 polling vlan collection."]), (FLUSH, ["Error 8 polling collection."])],
+            [(WRITE, ["Error 17 creating delta file."]), (WRITE, ["Error 18 creating delta file."]), (FLUSH, ["Error 21 creating delta file."])]),
+    PORTS: (90, [(WRITE, ["ifstats_upload() error 6.", "Error 7 polling ifstats collection."]), (FLUSH, ["Error 8 ifstats collection."])],
+            [(WRITE, ["Error 18 creating delta file."]), (FLUSH, ["Error 21 creating delta file."])]),
+}
+
+
+def resize(pages):
+    subprocess.run(["mount", "-o", f"remount,size={pages * PAGE}", str(DATA)], check=True)
+
+
+@pytest.mark.parametrize("layout", FULL, ids=lambda layout: layout.stem)
+def test_full_disk(layout, daemon, supervisor, log):
+    """One page more each time. What cannot be written leaves the old sample, and no half of a file."""
+    count, sample_failures, delta_failures = FULL[layout]
+    serve(supervisor, layout, count)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=777,size=1m", "tmpfs", str(DATA)], check=True)
+    try:
+        (DATA / "filler").write_bytes(b"1")  # a limit of no pages would be none
+        kind = Kind(daemon, layout).create()
+        has_samples = layout is not ETHER
+        size = kind.path("last").stat().st_size if has_samples else 0
+        assert size // PAGE == 2 or not has_samples
+        seen = set()
+        for free in range(9):
+            if has_samples:
+                kind.set_sample_time(int(time.time()) - 5)
+            else:
+                next_second()
+            serve(supervisor, layout, count, value=free * 100 + 100)
+            for path in (kind.path("delta"), kind.path("prev")):
+                path.unlink(missing_ok=True)
+            before = kind.path("last").read_bytes() if has_samples else b""
+            resize(1 + -(-len(before) // PAGE) + free)
+            kind.view(seconds=0)
+            texts = [text for level, text in log.take_all()]
+            after = kind.path("last").read_bytes() if has_samples else b""
+            if not texts:
+                break
+            of_sample = [(cache, more) for cache, more in sample_failures if texts[0] in cache and texts[1:] == more]
+            of_delta = [(cache, more) for cache, more in delta_failures if texts[0] in cache and texts[1:] == more]
+            assert of_sample or of_delta, texts
+            seen.add(texts[-1])
+            if of_sample:
+                assert after == before and not kind.path("prev").exists()
+            elif has_samples:
+                assert len(after) == len(before) and kind.path("prev").read_bytes() == before
+                assert not kind.path("delta").exists()
+            else:
+                assert kind.path("delta").read_bytes() == b""
+        assert len(kind.read("delta").rows) == count, "at last there is room"
+        wanted = {more[-1] for _, more in sample_failures + delta_failures} - {"Error 17 creating delta file."}
+        assert seen == wanted, "every place was reached"
+        kind.destroy()
+    finally:
+        subprocess.run(["umount", "-l", str(DATA)], check=True)
+
+
+@pytest.mark.parametrize("layout, calls", [
+    (ETHER, {"openat": ["Error 1 creating etherstats delta file."], "flock": ["Error 2 creating etherstats delta file."],
+             "ftruncate": ["Error 3 creating etherstats delta file."]}),
+    (VLANS, {"openat": ["Error 3 creating delta file."], "flock": ["Error 24 creating delta file."],
+             "ftruncate": ["Error 25 creating delta file."]})], ids=["etherstats", "supvlan"])
+def test_failing_calls(layout, calls, daemon, supervisor, log):
+    serve(supervisor, layout, 1)
+    kind = Kind(daemon, layout).create()
+    kind.view()
+    for call, texts in calls.items():
+        trace = subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-p", str(daemon.pid), "-P", str(kind.path("delta")),
+                                  "-e", f"inject={call}:error=EIO"])
+        try:
+            processes.wait_until(lambda: processes.status_field(daemon.pid, "TracerPid") != 0)
+            kind.view()
+            assert log.take_all() == [(DEBUG, text) for text in texts]
+        finally:
+            trace.terminate()
+            trace.wait()
+    kind.view()
+    assert len(kind.read("delta").rows) == (layout is ETHER)
+
+
+def test_missing_directory(daemon, supervisor, log):
+    serve(supervisor, VLANS, 1)
+    vlans = Kind(daemon, VLANS).create()
+    before = vlans.path("last").read_bytes()
+    serve(supervisor, ETHER, 1)
+    ether = Kind(daemon, ETHER).create()
+    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", str(DATA.parent)], check=True)
+    try:
+        vlans.view()
+        assert log.take_all() == [], "there is no text for this"
+        ether.view()
+        log.expect((DEBUG, "Error 1 creating etherstats delta file."))
+    finally:
+        subprocess.run(["umount", "-l", str(DATA.parent)], check=True)
+    assert vlans.path("last").read_bytes() == before
