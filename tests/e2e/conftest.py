@@ -66,6 +66,17 @@ def supervisor(scripted_supervisor):
     assert scripted_supervisor.wrong == []
 
 
+@pytest.fixture
+def target():
+    """The appliance's target id; a scenario's parameter of this name takes its place."""
+
+
+@pytest.fixture
+def interval():
+    """The interval of a fresh daemon in seconds; a fixture of this name takes its place."""
+    return 3600
+
+
 class SharedDaemon:
     """A daemon that polls only when it is told to (the interval is an hour), started when a scenario
     wants it and kept for the next one. It makes way for a daemon of a scenario's own."""
@@ -139,3 +150,19 @@ def own_daemon(syslog, shared_daemon):
     yield daemon
     daemon.kill()
     clean()
+
+
+@pytest.fixture
+def fresh_daemon(own_daemon, agent, supervisor, target, interval, log):
+    """A daemon of the scenario's own, started with all kinds disabled. At the end those that are left
+    are destroyed, and it ends."""
+    settings.refresh(interval)
+    if target is not None:
+        settings.target(target)
+    own_daemon.start()
+    log.take_all()
+    yield own_daemon
+    supervisor.behave()
+    for kind in list(own_daemon.collections):
+        kind.destroy()
+    assert own_daemon.stop() == 0

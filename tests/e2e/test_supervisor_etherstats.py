@@ -4,7 +4,6 @@ import time
 
 import pytest
 
-from harness import settings
 from harness.kinds import ETHER, Kind, ether_record
 from harness.supervisor import DUPLEX, ETHER as COLUMNS, PORT_DUPLEX, ether_row, port
 from harness.syslog import DEBUG
@@ -165,7 +164,7 @@ MODES = [1, 2, 3, 4, None]
 
 
 @pytest.mark.parametrize("target", [1, 3, 4, 6, 7, 5, None])
-def test_duplex(target, own_daemon, supervisor, agent, log):
+def test_duplex(target, fresh_daemon, supervisor, log):
     """Half duplex doubles the utilisation. Who is asked depends on the switch."""
     cases = list(itertools.product(PORTS, MODES))
     objects, factors, asked = [], [], []
@@ -187,11 +186,7 @@ def test_duplex(target, own_daemon, supervisor, agent, log):
     supervisor.misbehave("port duplex", always=lambda answer: [answer._replace(bindings=[
         (answer.bindings[0].name, *((2, mode) if (mode := next(modes)) is not None else (0x81, None)))])])
     supervisor.misbehave("ether counters", *[lambda answer: [answer._replace(error=1)]] * len(cases))
-    if target is not None:
-        settings.target(target)
-    own_daemon.start()
-    log.take_all()
-    ether = Kind(own_daemon, ETHER).create()
+    ether = Kind(fresh_daemon, ETHER).create()
     assert len(log.take_all("Error getting etherstats baseline")) == len(cases)
     log.take_all("etherStatsEntry response packet had error 1")
     supervisor.take_asked()
@@ -200,5 +195,3 @@ def test_duplex(target, own_daemon, supervisor, agent, log):
     assert rows[::-1] == [ether_record(index, index, name, traffic(0, 0), traffic(1000, 3), 10**6, factor, header.interval)
                           for index, ((name, _), factor) in enumerate(zip(cases, factors), 1)]
     assert [query for query in supervisor.take_asked() if query[0].endswith("duplex")] == asked[::-1]
-    ether.destroy()
-    assert own_daemon.stop() == 0

@@ -6,12 +6,12 @@ import pytest
 
 from harness import processes
 from harness.collection import next_second
+from harness.disk import PAGE, mounted, pages, resize, small
 from harness.kinds import ETHER, PORTS, VLANS, Kind
 from harness.paths import DATA
 from harness.supervisor import ether_row, port, vlan_row
 from harness.syslog import DEBUG
 
-PAGE = 4096
 WRITE = {"Unable to write poll cache to file.", "Not all tallyd cached data written to file."}
 FLUSH = {"Unable to flush poll cache to file.", "Not all cached data flushed to file."}
 
@@ -34,17 +34,12 @@ FULL = {
 }
 
 
-def resize(pages):
-    subprocess.run(["mount", "-o", f"remount,size={pages * PAGE}", str(DATA)], check=True)
-
-
 @pytest.mark.parametrize("layout", FULL, ids=lambda layout: layout.stem)
 def test_full_disk(layout, daemon, supervisor, log):
     """One page more each time. What cannot be written leaves the old sample, and no half of a file."""
     count, sample_failures, delta_failures = FULL[layout]
     serve(supervisor, layout, count)
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=777,size=1m", "tmpfs", str(DATA)], check=True)
-    try:
+    with small():
         (DATA / "filler").write_bytes(b"1")  # a limit of no pages would be none
         kind = Kind(daemon, layout).create()
         has_samples = layout is not ETHER
@@ -60,7 +55,7 @@ def test_full_disk(layout, daemon, supervisor, log):
             for path in (kind.path("delta"), kind.path("prev")):
                 path.unlink(missing_ok=True)
             before = kind.path("last").read_bytes() if has_samples else b""
-            resize(1 + -(-len(before) // PAGE) + free)
+            resize(1 + pages(before) + free)
             kind.view(seconds=0)
             texts = [text for level, text in log.take_all()]
             after = kind.path("last").read_bytes() if has_samples else b""
@@ -81,8 +76,6 @@ def test_full_disk(layout, daemon, supervisor, log):
         wanted = {more[-1] for _, more in sample_failures + delta_failures} - {"Error 17 creating delta file."}
         assert seen == wanted, "every place was reached"
         kind.destroy()
-    finally:
-        subprocess.run(["umount", "-l", str(DATA)], check=True)
 
 
 @pytest.mark.parametrize("layout, calls", [
@@ -114,12 +107,9 @@ def test_missing_directory(daemon, supervisor, log):
     before = vlans.path("last").read_bytes()
     serve(supervisor, ETHER, 1)
     ether = Kind(daemon, ETHER).create()
-    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", str(DATA.parent)], check=True)
-    try:
+    with mounted("-t", "tmpfs", "tmpfs", on=DATA.parent):
         vlans.view()
         assert log.take_all() == [], "there is no text for this"
         ether.view()
         log.expect((DEBUG, "Error 1 creating etherstats delta file."))
-    finally:
-        subprocess.run(["umount", "-l", str(DATA.parent)], check=True)
     assert vlans.path("last").read_bytes() == before

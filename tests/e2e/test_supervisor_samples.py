@@ -100,15 +100,13 @@ def judge(kind, begun, before, now, change):
 @pytest.mark.parametrize("layout, serve, change, wide", [
     (VLANS, serve_vlans, vlan_change, True), (PORTS, serve_ports, port_change(True), True),
     (PORTS, serve_ports, port_change(False), False)], ids=["VLANs", "ports", "ports of 32 bits"])
-def test_numbers(layout, serve, change, wide, own_daemon, agent, supervisor, log):
-    own_daemon.start()
-    log.take_all()
+def test_numbers(layout, serve, change, wide, fresh_daemon, supervisor, log):
     wide_or_not = () if layout is VLANS else (wide,)
     begun = int(time.time())
     if not wide:
         supervisor.misbehave("wide counters", bound(1, (None, NO_INSTANCE, None)))
     before = serve(supervisor, 0, *wide_or_not)
-    kind = Kind(own_daemon, layout).create()
+    kind = Kind(fresh_daemon, layout).create()
     if not wide:
         log.expect((DEBUG, "Retrieving Counter32 objects instead of Counter64 objects in ifstats"))
     last = kind.read("last")
@@ -130,8 +128,6 @@ def test_numbers(layout, serve, change, wide, own_daemon, agent, supervisor, log
         kind.set_sample_time(int(time.time()) - 1)
         kind.view(seconds=0)
         judge(kind, begun, now, before, change)
-    kind.destroy()
-    assert own_daemon.stop() == 0
 
 
 def test_which_vlans(daemon, supervisor):
@@ -194,11 +190,9 @@ def test_which_ports(daemon, supervisor):
     assert ports.read("last").rows == [port_sample(1, b"port1", 10**9, (1,) * 8, (0,) * 10)]
 
 
-def test_fall_back(own_daemon, supervisor, agent, log):
+def test_fall_back(fresh_daemon, supervisor, log):
     """Every way to lack a 64-bit counter makes it ask for 32 bits; once that works, for good."""
-    own_daemon.start()
-    log.take_all()
-    ports = Kind(own_daemon, PORTS).create()
+    ports = Kind(fresh_daemon, PORTS).create()
     before = {number: (2**40 * number,) * 8 for number in (1, 2)}
     supervisor.serve(*[port(number, wide=wide) for number, wide in before.items()])
     asked = lambda: [query for query in supervisor.take_asked() if query[0] != "port walk"]
@@ -253,5 +247,3 @@ def test_fall_back(own_daemon, supervisor, agent, log):
     ports.destroy()
     ports.create().view()
     assert {query for query, _ in asked()} == {"narrow counters"}
-    ports.destroy()
-    assert own_daemon.stop() == 0

@@ -6,26 +6,25 @@ import time
 
 import pytest
 
-from harness import control, processes, settings
+from harness import control, processes
 from harness.daemon import SANITIZED
 from harness.kinds import ETHER, PORTS, VLANS, Kind
 from harness.supervisor import ether_row, port, vlan_row
 
 
+@pytest.fixture
+def interval():
+    return 2
+
+
 @pytest.fixture(name="brisk")
-def brisk_kinds(own_daemon, agent, supervisor, log):
-    """A daemon whose interval is 2 seconds, with the three kinds."""
-    settings.refresh(2)
-    own_daemon.start()
-    log.take_all()
+def brisk_kinds(fresh_daemon, supervisor, log):
+    """The three kinds of a daemon whose interval is 2 seconds."""
     supervisor.serve(*[row for number in (1, 2) for row in (
         ether_row(number, number, range(17)), vlan_row(number, number, range(1, 5)), port(number, wide=range(8)))])
-    yield {layout: Kind(own_daemon, layout).create() for layout in (ETHER, VLANS, PORTS)}
-    for kind in list(own_daemon.collections):
-        kind.destroy()
+    yield {layout: Kind(fresh_daemon, layout).create() for layout in (ETHER, VLANS, PORTS)}
     log.take_all("host_calc_delta() found a 0-length interval.")
     log.take_all("iface_calc_delta() found a 0-length interval.")
-    assert own_daemon.stop() == 0
 
 
 @pytest.mark.parametrize("layout", [ETHER, VLANS, PORTS], ids=lambda layout: layout.stem)
