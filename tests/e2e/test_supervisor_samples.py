@@ -6,7 +6,7 @@ import pytest
 from harness.ber import COUNTER32, COUNTER64, END_OF_MIB, GAUGE32, NO_INSTANCE, NO_OBJECT, NULL
 from harness.collection import next_second
 from harness.kinds import PORTS, VLANS, Kind, delta, port_change, port_sample, vlan_change
-from harness.supervisor import bound, port, vlan_row
+from harness.supervisor import bound, changed, cut, port, vlan_row
 from harness.syslog import DEBUG
 
 TOP = 2**64 - 1
@@ -93,7 +93,8 @@ def judge(kind, begun, before, now, change):
     interval = last.header.time - prev.header.time
     wanted = delta(kind.layout, before, now, interval, change)
     assert found.rows == wanted
-    assert kind.path("delta").read_bytes() == kind.layout.pack((interval, 0, last.header.time, kind.layout.code), wanted)
+    header = interval, 0, last.header.time, kind.layout.code
+    assert kind.path("delta").read_bytes() == kind.layout.pack(header, wanted)
     return interval
 
 
@@ -197,14 +198,13 @@ def test_fall_back(fresh_daemon, supervisor, log):
     supervisor.serve(*[port(number, wide=wide) for number, wide in before.items()])
     asked = lambda: [query for query in supervisor.take_asked() if query[0] != "port walk"]
     fallen = [("wide counters", 1), ("narrow counters", 1), ("wide counters", 2)]
-    broken = lambda answer: [answer._replace(error=5, index=1)]
     not_wide = [(at, kind, value) for at in range(1, 9) for kind, value in (
         (NO_INSTANCE, None), (COUNTER32, 5), (NULL, None), (END_OF_MIB, None), (GAUGE32, 5))]
     ports.view(seconds=0)
     assert asked() == [("wide counters", 1), ("wide counters", 2)]
     for at, kind, value in not_wide:
         supervisor.misbehave("wide counters", bound(at, (None, kind, value)))
-        supervisor.misbehave("narrow counters", always=broken)
+        supervisor.misbehave("narrow counters", always=changed(error=5))
         ports.view(seconds=0)
         assert asked() == fallen, (at, kind)
         log.wait("ifTableEntry response packet had error 5", DEBUG)
@@ -216,7 +216,7 @@ def test_fall_back(fresh_daemon, supervisor, log):
     log.wait("ifTableEntry response packet had error 5", DEBUG)
     # Whatever else is not usable, or missing, is no reason to ask for 32 bits.
     refused = [bound(at, (None, kind, None)) for at in (0, 9, 10, 11, 12) for kind in (NO_INSTANCE, NO_OBJECT, NULL)]
-    refused += [lambda answer, length=length: [answer._replace(bindings=answer.bindings[:length])] for length in range(13)]
+    refused += [cut(length) for length in range(13)]
     for number, step in enumerate(refused):
         supervisor.misbehave("wide counters", step)
         ports.view(seconds=0)
@@ -236,7 +236,8 @@ def test_fall_back(fresh_daemon, supervisor, log):
     assert asked() == [("wide counters", 1), ("wide counters", 2), ("narrow counters", 2)]
     log.expect((DEBUG, "Retrieving Counter32 objects instead of Counter64 objects in ifstats"))
     # The counters of the first interface were read before the fall-back; the deltas are made after it.
-    now = [port_sample(1, b"port1", 10**9, (*before[1][:7], 1), narrow[1]), port_sample(2, b"port2", 10**9, None, narrow[2])]
+    now = [port_sample(1, b"port1", 10**9, (*before[1][:7], 1), narrow[1]),
+           port_sample(2, b"port2", 10**9, None, narrow[2])]
     begun = int(time.time()) - 1
     judge(ports, begun, old, now, port_change(False))
     assert min(ports.read("delta").rows[1][1]) < 0 == min(ports.read("delta").rows[1][1][:2])

@@ -2,12 +2,11 @@
 supervisor that is absent, goes away and is found again elsewhere."""
 import time
 
-from harness import control, settings
+from harness import control, processes, settings
 from harness.daemon import ERROR_STATUS, STARTED
 from harness.kinds import ETHER, PORTS, VLANS, Kind
 from harness.paths import APPLIANCE_SETTINGS, NMP_SETTINGS, PREFERENCES
-from harness.processes import wait_until
-from harness.supervisor import Supervisor, ether_row, port, vlan_row
+from harness.supervisor import Supervisor, rows
 from harness.syslog import DEBUG, WARNING
 
 NO_DATABASE = (WARNING, "Tallyd error reading NMP parameters, using defaults")
@@ -16,7 +15,7 @@ NO_COMMUNITY = (WARNING, "Tallyd error reading NMP community, using default")
 NO_PREFERENCES = (WARNING, f"Tallyd could not open preferences file {PREFERENCES}.")
 TIMED_OUT = (DEBUG, "Timeout error performing SNMP request.")
 DEFAULT, OTHER = "127.0.0.11", "127.0.0.12"
-ROWS = [ether_row(3, 7, range(17)), vlan_row(4, 10, (1, 2, 3, 4)), port(7)]
+ROWS = rows(7)
 
 
 def no_setting(kind):
@@ -48,11 +47,13 @@ DATABASES = [
     ({**AWAY, "NMP_ADDR": b"127.0.0.12\0.1", "NMP_COMMSTR": b"ab\0c"}, BOTH, OTHER, b"ab"),
     ({**HOME, "NMP_ADDR": b"localhost", "NMP_COMMSTR": b"c" * 127}, BOTH, "127.0.0.1", b"c" * 127),
     ({**HOME, "NMP_ADDR": OCTAL, "NMP_COMMSTR": b"c" * 255}, BOTH, OTHER, b"c" * 255),
-    ({**HOME, "NMP_ADDR": b"0" + OCTAL, "NMP_COMMSTR": b"c" * 256}, [NO_ADDRESS, NO_COMMUNITY, *BOTH], DEFAULT, b"kivrel"),
+    ({**HOME, "NMP_ADDR": b"0" + OCTAL, "NMP_COMMSTR": b"c" * 256}, [NO_ADDRESS, NO_COMMUNITY, *BOTH],
+     DEFAULT, b"kivrel"),
     ({**ON, **dict.fromkeys(("NMP_ADDR", "NMP_COMMSTR", "NMP_ETHERSTATS"), b"1" * 100_000)},
      [NO_ADDRESS, NO_COMMUNITY, *BOTH], DEFAULT, b"kivrel"),
     ({**HOME, "NMP_ETHERSTATS": b"disabl", "NMP_VLANSTATS": b" disable"}, BOTH, DEFAULT, b"kivrel"),
-    ({**HOME, "NMP_VLANSTATS": b"DISABLED by somebody", "NMP_IFSTATS": b"enable"}, switches(True, False), DEFAULT, b"kivrel"),
+    ({**HOME, "NMP_VLANSTATS": b"DISABLED by somebody", "NMP_IFSTATS": b"enable"}, switches(True, False),
+     DEFAULT, b"kivrel"),
     (HOME, switches(True, False), DEFAULT, b"kivrel"),  # nothing enables it again
     ({**HOME, "NMP_ETHERSTATS": b"dIsAbLe"}, switches(False, False), DEFAULT, b"kivrel"),
 ]
@@ -66,7 +67,9 @@ def test_databases(own_daemon, agent, supervisor, log):
     log.expect(*STARTED, NO_PREFERENCES)
     ether = Kind(own_daemon, ETHER).create()
     vlans = Kind(own_daemon, VLANS).create()
-    before = own_daemon.measure()
+    socket_of = lambda: [name for name in processes.descriptors(own_daemon.pid).values() if name.startswith("socket:")]
+    before, sockets = own_daemon.measure(), socket_of()
+    in_use = "127.0.0.11"
     for number, (values, texts, address, community) in enumerate(DATABASES):
         NMP_SETTINGS.unlink(missing_ok=True)
         if isinstance(values, bytes):
@@ -76,13 +79,16 @@ def test_databases(own_daemon, agent, supervisor, log):
         control.send(control.RELOAD)
         own_daemon.answer()
         assert log.take_all() == texts, number
+        kept, sockets = sockets == socket_of(), socket_of()
+        assert kept == (address == in_use), number
+        in_use = address
         for each in supervisors.values():
             each.community = community
             each.take_asked()
         if BOTH[0] in texts or NO_DATABASE in texts:
             ether.view(seconds=0)
             assert [place for place, each in supervisors.items() if each.take_asked()] == [address], number
-    assert own_daemon.measure() == before, "one socket, whatever the address"
+    assert own_daemon.measure() == before
     for kind, name in ((ether, "etherstats"), (vlans, "supvlanstats")):
         kind.view(seconds=0)
         log.expect((DEBUG, f"{name} is disabled. VIEW message discarded."))
@@ -102,9 +108,10 @@ def test_damaged_databases(own_daemon, supervisor, agent, log):
     whole = NMP_SETTINGS.read_bytes()
     known = {NO_DATABASE, NO_ADDRESS, NO_COMMUNITY, *BOTH, *switches(False, False), no_setting("etherstats"),
              no_setting("vlanstats")}
-    for damage in (lambda data: data[:64] + b"\xff" * (len(data) - 64), lambda data: data[:len(data) // 2], lambda data: b"",
-                   lambda data: data[:len(data) // 2] + bytes(len(data) // 2), lambda data: data.replace(b"NMP_", b"\0\0\0\0")):
-        NMP_SETTINGS.write_bytes(damage(whole))
+    half = len(whole) // 2
+    for damaged in (whole[:64].ljust(len(whole), b"\xff"), whole[:half], b"", whole[:half] + bytes(half),
+                    whole.replace(b"NMP_", bytes(4))):
+        NMP_SETTINGS.write_bytes(damaged)
         control.send(control.RELOAD)
         own_daemon.answer()
         assert set(log.take_all()) <= known
@@ -114,8 +121,8 @@ def test_damaged_databases(own_daemon, supervisor, agent, log):
 # The appliance's settings file, and whether it makes the target 7.
 LINE = b"QOR_TARGET_ID=7\n"
 APPLIANCES = [
-    (None, False), (b"", False), (LINE, True), (b"A=1\n\n" + LINE[:-1], True), (b" " + LINE, False), (b"X" + LINE, False),
-    (b"QOR_TARGET_ID= +7 and more\n", True), (b"QOR_TARGET_ID=77\n", False), (b"QOR_TARGET_ID=seven\n" + LINE, True),
+    (None, False), (b"", False), (LINE, True), (b"A=1\n\n" + LINE[:-1], True), (b" " + LINE, False),
+    (b"X" + LINE, False), (b"QOR_TARGET_ID= +7 and more\n", True), (b"QOR_TARGET_ID=77\n", False), (b"QOR_TARGET_ID=seven\n" + LINE, True),
     (b"QOR_TARGET_ID=6\n" + LINE, False), (LINE + b"QOR_TARGET_ID=6\n", True), (b"QOR_TARGET_ID=-1\n" + LINE, False),
     (b"x" * 255 + LINE, True), (b"x" * 254 + LINE, False), (b"x" * 100_000 + b"\n" + LINE, True),
     (b"\0\xff" * 500 + b"\n" + LINE, True), (b"qor_target_id=7\n", False), (b"QOR_TARGET_ID =7\n", False),
@@ -163,8 +170,8 @@ def test_defaults_and_no_agent(own_daemon, agent, supervisor, log):
         agent.start()
     control.send(control.RESCAN)
     own_daemon.answer()
-    walks = [("ether walk", 0), ("name", 7), ("ether counters", 3, 7), ("ether walk", 3), ("vlan walk", 0),
-             ("vlan walk", 4), ("port walk", 0), ("port walk", 7)]
+    walks = [("ether walk", 0), ("name", 7), ("ether counters", 7, 7), ("ether walk", 7), ("vlan walk", 0),
+             ("vlan walk", 7), ("port walk", 0), ("port walk", 7)]
     assert supervisor.take_asked() == walks, "refreshed, but not polled"
     assert own_daemon.stop() == 0
 
@@ -184,18 +191,18 @@ def test_absent_and_found_again(own_daemon, agent, scripted_supervisor, log):
             each.serve(*ROWS)
         ether, vlans = (Kind(own_daemon, layout) for layout in (ETHER, VLANS))
         vlans.view()
-        assert here.take_asked() == [("vlan walk", 0), ("vlan walk", 4), ("vlan counters", 4, 10)]
+        assert here.take_asked() == [("vlan walk", 0), ("vlan walk", 7), ("vlan counters", 7, 7)]
         here.stop()
         vlans.path("delta").unlink()
         control.send(control.VIEWING, VLANS.code)
-        wait_until(lambda: log.peek() == [TIMED_OUT])
+        processes.wait_until(lambda: log.peek() == [TIMED_OUT])
         there.start()
         settings.supervisor(address=OTHER.encode(), **ON)
         for message in (control.RELOAD, control.DESTROY, control.CREATE, control.VIEWING):
             control.send(message, VLANS.code)
         own_daemon.answer()
         log.expect(TIMED_OUT, TIMED_OUT, *BOTH, (DEBUG, "supvlanstats disabled."), (DEBUG, "supvlanstats enabled."))
-        polled = [("vlan walk", 0), ("vlan walk", 4), ("vlan counters", 4, 10)]
+        polled = [("vlan walk", 0), ("vlan walk", 7), ("vlan counters", 7, 7)]
         assert there.take_asked() == polled * 2
         log.take_all(vlans.zero_interval)
         assert [len(vlans.read(kind).rows) for kind in ("prev", "last")] == [1, 1]

@@ -14,8 +14,8 @@ TABLE = pathlib.Path("/tmp/supervisor-table.json")
 
 def get(*names):
     """Values as snmpget prints them, numbers without their type."""
-    found = subprocess.run(["snmpget", "-v2c", "-c", "kivrel", "-Onqvt", "-r0", "-t2", "127.0.0.11", *names], check=False,
-                           capture_output=True, text=True, env=dict(os.environ, MIBS=""))
+    command = ["snmpget", "-v2c", "-c", "kivrel", "-Onqvt", "-r0", "-t2", "127.0.0.11", *names]
+    found = subprocess.run(command, check=False, capture_output=True, text=True, env=dict(os.environ, MIBS=""))
     return found.stdout.split("\n")[:-1] if found.returncode == 0 else None
 
 

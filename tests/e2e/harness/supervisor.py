@@ -88,9 +88,20 @@ def port(index, name=None, status=1, change=0, speed=10**9, wide=(0,) * 8, narro
             **{(*IF, column, index): (COUNTER32, value) for column, value in zip(NARROW, narrow)}}
 
 
+def rows(*numbers):
+    """A row of each table for each number, all with the same small counters."""
+    return [row for number in numbers for row in (
+        ether_row(number, number, range(17)), vlan_row(number, number, range(1, 5)), port(number, wide=range(8)))]
+
+
 def changed(**fields):
     """A step that answers with other fields of the PDU."""
     return lambda answer: [answer._replace(**fields)]
+
+
+def cut(length):
+    """A step that answers with the first bindings only."""
+    return lambda answer: [answer._replace(bindings=answer.bindings[:length])]
 
 
 def bound(at, *others):
