@@ -7,7 +7,7 @@ import pytest
 from harness import processes
 from harness.collection import next_second
 from harness.daemon import STRACE
-from harness.disk import PAGE, mounted, pages, resize, small
+from harness.disk import PAGE, pages, resize, small
 from harness.kinds import ETHER, PORTS, VLANS, Kind
 from harness.paths import DATA
 from harness.supervisor import ether_row, port, vlan_row
@@ -101,17 +101,3 @@ def test_failing_calls(layout, calls, daemon, supervisor, log):
             trace.wait()
     kind.view()
     assert len(kind.read("delta").rows) == (layout is ETHER)
-
-
-def test_missing_directory(daemon, supervisor, log):
-    serve(supervisor, VLANS, 1)
-    vlans = Kind(daemon, VLANS).create()
-    before = vlans.path("last").read_bytes()
-    serve(supervisor, ETHER, 1)
-    ether = Kind(daemon, ETHER).create()
-    with mounted("-t", "tmpfs", "tmpfs", on=DATA.parent):
-        vlans.view()
-        assert log.take_all() == [], "there is no text for this"
-        ether.view()
-        log.expect((DEBUG, "Error 1 creating etherstats delta file."))
-    assert vlans.path("last").read_bytes() == before

@@ -87,18 +87,6 @@ def test_schedule(brisk, supervisor):
     assert ("vlan walk", 0) in supervisor.take_asked()
 
 
-def test_interval_message(brisk, supervisor):
-    """A longer interval moves the next poll of what is viewed."""
-    vlans = brisk[VLANS]
-    vlans.view()
-    control.send(control.INTERVAL, 3600)
-    vlans.daemon.answer()
-    supervisor.take_asked()
-    time.sleep(3.5)
-    vlans.daemon.answer()
-    assert supervisor.take_asked() == []
-
-
 def test_long_run(daemon, supervisor, log):
     """A thousand rounds of refreshes and polls; every fourth finds other rows."""
     kinds = [Kind(daemon, layout).create() for layout in (ETHER, VLANS, PORTS)]

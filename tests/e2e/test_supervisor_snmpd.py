@@ -17,7 +17,7 @@ def test_known_numbers(target, factor, own_daemon, agent, log):
     """Rows of a file behind snmpd; the interface under them is the loopback, with another name."""
     before = [2**40 + 1000 * at if at in (1, 2, *range(11, 17)) else 10 * at for at in range(17)]
     after = [value + 300 * at * at for at, value in enumerate(before)]
-    vlans = {5: ((2**63 + 4096, 7, 8, 9), (100, 2**50, 8, 10)), 9: ((1, 2, 3, 4), (1, 2, 3, 4)), 77: (None, (9, 8, 7, 6))}
+    vlans = {5: ((2**63 + 4096, 7, 8, 9), (100, 2**50, 8, 10)), 9: ((1, 2, 3, 4),) * 2, 77: (None, (9, 8, 7, 6))}
     others = [{"index": 9, "ifindex": 1, "counters": before, "owner": "somebody"},
               {"index": 10, "ifindex": 1, "counters": before, "status": 2}]
 
@@ -41,8 +41,8 @@ def test_known_numbers(target, factor, own_daemon, agent, log):
         assert speed > 0
         assert rows == [ether_record(4, 1, b"lo-3/12", before, after, speed, factor, header.interval)]
         header, rows = supvlan.read("delta")
-        expected = [(vlan.to_bytes(4, "little"), vlan_change(*values, header.interval)) for vlan, values in vlans.items()]
-        assert rows == [(vlan, change) for vlan, change in expected if change]
+        expected = {vlan: vlan_change(*values, header.interval) for vlan, values in vlans.items()}
+        assert rows == [(vlan.to_bytes(4, "little"), change) for vlan, change in expected.items() if change]
         ether.destroy()
         supvlan.destroy()
         assert own_daemon.stop() == 0
