@@ -145,11 +145,20 @@ def test_targets(own_daemon, log):
     own_daemon.kill()
 
 
-def test_unknown_host_ends_the_start(own_daemon, log):
+def test_unknown_host_is_the_end(own_daemon, log):
+    """At the start, and when it is read again."""
+    unknown = (WARNING, "NMP address no such host is unknown, terminating tallyd.")
     settings.supervisor(address=b"no such host", **ON)
     own_daemon.start(serve=False)
     assert (own_daemon.first_status, own_daemon.exit_status()) == (0, ERROR_STATUS)
-    log.expect(STARTED[0], *BOTH, (WARNING, "NMP address no such host is unknown, terminating tallyd."))
+    log.expect(STARTED[0], *BOTH, unknown)
+    settings.no_supervisor()
+    own_daemon.start()
+    log.take_all()
+    settings.supervisor(address=b"no such host", **ON)
+    control.send(control.RELOAD)
+    assert own_daemon.exit_status() == ERROR_STATUS
+    log.expect(*STARTED[1:], unknown)
 
 
 def test_defaults_and_no_agent(own_daemon, agent, supervisor, log):
