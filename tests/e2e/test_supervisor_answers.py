@@ -101,8 +101,11 @@ class Scene:
             kind.view(seconds=int(poll and name.endswith("duplex")))
 
     def asked_after(self, name):
-        """What was asked behind the first query of that name."""
+        """What was asked behind the first query of that name, without the poll that follows a walk when
+        a second has passed."""
         asked = self.supervisor.take_asked()
+        if asked[-2:] == [*WALKED, ("ether counters", 3, 7)]:
+            asked.pop()
         return asked[[query for query, *_ in asked].index(name) + 1:]
 
     def judge(self, name, label, step, texts=(), failed=False):

@@ -4,6 +4,7 @@ import time
 
 import pytest
 
+from harness.collection import next_second
 from harness.kinds import ETHER, Kind, ether_record
 from harness.supervisor import DUPLEX, ETHER as COLUMNS, changed, cut, ether_row, port
 from harness.syslog import DEBUG
@@ -42,6 +43,12 @@ NUMBERS = {
 NAMES = [b"", b"x", b"sixteen bytes ok", b"seventeen is cut.", bytes(range(16)), b"%s%n%d", b"\xff\0\xff"]
 
 
+def created(daemon):
+    """The kind, created early enough in a second that it is not polled in the next one already."""
+    next_second()
+    return Kind(daemon, ETHER).create()
+
+
 def test_numbers(daemon, supervisor):
     """All cases in one file, the newest row first; some at the ends of their ranges."""
     names = dict(zip(NUMBERS, itertools.cycle(NAMES)))
@@ -55,7 +62,7 @@ def test_numbers(daemon, supervisor):
 
     before = int(time.time())
     serve(0)
-    ether = Kind(daemon, ETHER).create()
+    ether = created(daemon)
     assert not ether.path("delta").exists(), "nothing has passed since the first sample"
     serve(1)
     ether.view(seconds=3)
@@ -82,7 +89,7 @@ def test_which_rows(daemon, supervisor):
     rows = [ether_row(index, 9, each(1), owner) for index, owner in enumerate(OWNERS, 1)]
     rows += [ether_row(10 + status, 9, each(1), status=status) for status in range(1, 5)]
     supervisor.serve(port(9), *rows)
-    Kind(daemon, ETHER).create()
+    created(daemon)
     used = [1, 11]
     walked = [*range(len(OWNERS) + 1), 11, 12, 13, 14]
     expected = []
@@ -112,6 +119,7 @@ def test_states(daemon, supervisor, log):
 
     up = {1: (1, 0), 2: (1, 0), 3: (1, 0)}
     all_seen = [*walk(0), *seen(1), *walk(1), *seen(2), *walk(2), *seen(3), *walk(3)]
+    next_second()
     round_of(up, [*walk(0), *new(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3)], None, act=ether.create)
     round_of(up, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
     # Down is polled once more when that is news, and not again until something changes.
@@ -154,7 +162,7 @@ def test_without_a_baseline(daemon, supervisor, log):
     """The first record holds the whole counter; creation counts as the poll before it."""
     supervisor.serve(ether_row(1, 5, each(1000)), port(5))
     supervisor.misbehave("ether counters", cut(27))
-    ether = Kind(daemon, ETHER).create()
+    ether = created(daemon)
     log.expect((DEBUG, "Error getting etherstats baseline"))
     ether.view(seconds=2)
     header, rows = ether.read("delta")
@@ -191,7 +199,7 @@ def test_duplex(target, fresh_daemon, supervisor, log):
     supervisor.misbehave("port duplex", always=lambda answer: [answer._replace(bindings=[
         (answer.bindings[0].name, *((2, mode) if (mode := next(modes)) is not None else (0x81, None)))])])
     supervisor.misbehave("ether counters", *[changed(error=1)] * len(cases))
-    ether = Kind(fresh_daemon, ETHER).create()
+    ether = created(fresh_daemon)
     assert len(log.take_all("Error getting etherstats baseline")) == len(cases)
     log.take_all("etherStatsEntry response packet had error 1")
     supervisor.take_asked()
