@@ -73,6 +73,7 @@ FAULTS = {
     "garbage": (lambda _: [b"\0garbage"], NO_PACKLET),
     "one byte": (lambda _: [b"0"], NO_PACKLET),
     "the last byte missing": (lambda answer: [message(answer)[:-1]], NO_PACKLET),
+    "more than 2048 bytes": (changed(bindings=[(UP_TIME, OCTETS, bytes(2048))]), NO_PACKLET),
     "an empty PDU": (lambda _: [tlv(0x30, VERSION_2 + tlv(0xA2, b""))], NO_PDU),
     "a damaged PDU": (lambda _: [tlv(0x30, VERSION_2 + tlv(0xA2, b"\2\1"))], NO_PDU),
 }
