@@ -124,8 +124,9 @@ APPLIANCES = [
     (None, False), (b"", False), (LINE, True), (b"A=1\n\n" + LINE[:-1], True), (b" " + LINE, False),
     (b"X" + LINE, False), (b"QOR_TARGET_ID= +7 and more\n", True), (b"QOR_TARGET_ID=77\n", False),
     (b"QOR_TARGET_ID=seven\n" + LINE, True), (b"QOR_TARGET_ID=6\n" + LINE, False), (LINE + b"QOR_TARGET_ID=6\n", True),
-    (b"QOR_TARGET_ID=-1\n" + LINE, False), (b"x" * 255 + LINE, True), (b"x" * 254 + LINE, False), (b"x" * 100_000 + b"\n" + LINE, True),
-    (b"\0\xff" * 500 + b"\n" + LINE, True), (b"qor_target_id=7\n", False), (b"QOR_TARGET_ID =7\n", False),
+    (b"QOR_TARGET_ID=-1\n" + LINE, False), (b"qor_target_id=7\n", False), (b"QOR_TARGET_ID =7\n", False),
+    (b"x" * 255 + LINE, True), (b"x" * 254 + LINE, False), (b"x" * 100_000 + b"\n" + LINE, True),
+    (b"\0\xff" * 500 + b"\n" + LINE, True),
 ]
 
 
