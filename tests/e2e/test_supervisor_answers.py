@@ -5,7 +5,7 @@ import time
 
 import pytest
 
-from harness import control
+from harness import control, processes
 from harness.ber import (COUNTER32, COUNTER64, END_OF_MIB, GAUGE32, GET, INTEGER, NO_INSTANCE, NO_OBJECT, NULL, OCTETS,
                          OID, REPORT, TICKS, message, tlv)
 from harness.kinds import ETHER, PORTS, VLANS, Kind
@@ -207,7 +207,12 @@ def test_silence(scene, supervisor, log):
     assert supervisor.take_asked()[-2:] == [("ether walk", 0)] * 2
     assert scene.kinds[ETHER].read("delta").rows == []
     # A thousand foreign answers end the first try; the true one is taken in the second.
-    flood = lambda answer: [*[foreign(answer)] * 20, 0.005] * 75 + [answer]
+    def flood(answer):
+        for sent in range(20, 1501, 20):
+            yield from [foreign(answer)] * 20
+            processes.wait_until(lambda: len(log.peek()) >= sent)  # none may be lost
+        yield answer
+
     supervisor.misbehave("port walk", flood, silence)
     scene.act("port walk")
     flooded = [text for _, text in log.take_all()]
