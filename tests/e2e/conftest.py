@@ -10,6 +10,7 @@ from harness import processes, settings  # after the registration
 from harness.agent import Agent
 from harness.daemon import STARTED, Daemon, sanitizer_reports
 from harness.paths import APPLIANCE_SETTINGS, DATA, PID_FILE, PIPE, PREFERENCES
+from harness.supervisor import Supervisor
 from harness.syslog import Syslog
 
 
@@ -48,6 +49,32 @@ def agent():
     agent.start()
     yield agent
     agent.stop()
+
+
+@pytest.fixture(scope="module")
+def scripted_supervisor():
+    supervisor = Supervisor().start()
+    yield supervisor
+    supervisor.stop()
+
+
+@pytest.fixture
+def supervisor(scripted_supervisor):
+    """The scripted supervisor with an empty table, which every request must be worthy of."""
+    scripted_supervisor.restart()
+    yield scripted_supervisor
+    assert scripted_supervisor.wrong == []
+
+
+@pytest.fixture
+def target():
+    """The appliance's target id; a scenario's parameter of this name takes its place."""
+
+
+@pytest.fixture
+def interval():
+    """The interval of a fresh daemon in seconds; a fixture of this name takes its place."""
+    return 3600
 
 
 class SharedDaemon:
@@ -123,3 +150,19 @@ def own_daemon(syslog, shared_daemon):
     yield daemon
     daemon.kill()
     clean()
+
+
+@pytest.fixture
+def fresh_daemon(own_daemon, agent, supervisor, target, interval, log):
+    """A daemon of the scenario's own, started with all kinds disabled. At the end those that are left
+    are destroyed, and it ends."""
+    settings.refresh(interval)
+    if target is not None:
+        settings.target(target)
+    own_daemon.start()
+    log.take_all()
+    yield own_daemon
+    supervisor.behave()
+    for kind in list(own_daemon.collections):
+        kind.destroy()
+    assert own_daemon.stop() == 0

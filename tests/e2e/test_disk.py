@@ -9,11 +9,11 @@ import pytest
 from harness import control, model, processes, samples, settings
 from harness.collection import Collection, next_second
 from harness.daemon import STARTED
+from harness.disk import PAGE, mounted, pages, resize, small
 from harness.files import HOST, LAYOUTS
 from harness.paths import DATA
 from harness.syslog import DEBUG, WARNING
 
-PAGE = 4096
 ROWS = [(1, (number.to_bytes(6, "big"), *[number * 1000] * 7)) for number in range(1, 400)]  # 4 blocks
 MORE = [(1, (*row[:1], *[value + 100 for value in row[1:]])) for _, row in ROWS]
 # What may stand first in the log when a write fails: all of it, or a part of it.
@@ -28,27 +28,10 @@ FULL = {
 }
 
 
-@contextlib.contextmanager
-def mounted(*arguments, on=DATA):
-    subprocess.run(["mount", *arguments, str(on)], check=True)
-    try:
-        yield
-    finally:
-        subprocess.run(["umount", "-l", str(on)], check=True)
-
-
-def resize(pages):
-    subprocess.run(["mount", "-o", f"remount,size={pages * PAGE}", str(DATA)], check=True)
-
-
-def pages(data):
-    return -(-len(data) // PAGE)
-
-
 def test_full_at_every_write(daemon, agent, log):
     """One page more each time: a poll that does not get through puts the old sample back."""
     records = lambda rows: model.returned(HOST, rows, 1)
-    with mounted("-t", "tmpfs", "-o", "mode=777,size=1m", "tmpfs"):
+    with small():
         agent.serve(host=ROWS)
         collection = Collection(daemon, HOST)
         collection.first_sample(records(ROWS))

@@ -1,7 +1,7 @@
 """The appliance's settings databases, written by gdbm itself through Python's own binding."""
 import dbm.gnu
 
-from .paths import NMP_SETTINGS, PREFERENCES
+from .paths import APPLIANCE_SETTINGS, NMP_SETTINGS, PREFERENCES
 
 
 def write(path, **values):
@@ -20,6 +20,11 @@ def supervisor(address=b"127.0.0.11", community=b"kivrel", **kinds):
 def no_supervisor():
     """Let no supervisor kind be asked for: nobody would answer."""
     supervisor(NMP_ETHERSTATS=b"disable", NMP_VLANSTATS=b"disable")
+
+
+def target(number):
+    """Which of the switches this appliance is made for."""
+    APPLIANCE_SETTINGS.write_text(f"QOR_TARGET_ID={number}\n")
 
 
 def refresh(seconds):

@@ -1,0 +1,31 @@
+"""File systems over the data directory that are small, absent or read-only."""
+import contextlib
+import subprocess
+
+from .paths import DATA
+
+PAGE = 4096
+
+
+@contextlib.contextmanager
+def mounted(*arguments, on=DATA):
+    subprocess.run(["mount", *arguments, str(on)], check=True)
+    try:
+        yield
+    finally:
+        subprocess.run(["umount", "-l", str(on)], check=True)
+
+
+def small():
+    """A file system of a mebibyte, to be resized."""
+    return mounted("-t", "tmpfs", "-o", "mode=777,size=1m", "tmpfs")
+
+
+def resize(pages):
+    """Of `small`; no pages at all would be no limit."""
+    # With its source named, it is changed in its size alone: an ordinary user may not repeat the owner.
+    subprocess.run(["mount", "-o", f"remount,size={pages * PAGE}", "tmpfs", str(DATA)], check=True)
+
+
+def pages(data):
+    return -(-len(data) // PAGE)

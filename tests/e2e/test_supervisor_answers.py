@@ -1,0 +1,274 @@
+"""Answers that no good supervisor gives, to each of the queries: what is logged and what is done."""
+import collections
+import random
+import time
+
+import pytest
+
+from harness import control, processes
+from harness.ber import (COUNTER32, COUNTER64, END_OF_MIB, GAUGE32, GET, INTEGER, NO_INSTANCE, NO_OBJECT, NULL, OCTETS,
+                         OID, REPORT, TICKS, message, tlv)
+from harness.kinds import ETHER, PORTS, VLANS, Kind
+from harness.supervisor import (CONTROL, ETHER as ROWS, IF, IFX, UP_TIME, Elsewhere, bound, changed, cut,
+                                ether_row, port, silence, vlan_row)
+from harness.syslog import DEBUG
+
+TABLE = [ether_row(3, 7, range(17)), vlan_row(4, 10, (1, 2, 3, 4)), port(7, b"3/12", wide=range(8), narrow=range(10))]
+
+# What a query logs when its request fails, for a wrong type and for an error status; how many bindings it
+# has; which queries follow, and what is logged besides, when it has failed; whether a creation asks it.
+Query = collections.namedtuple("Query", "layout request type error bindings failed besides created",
+                               defaults=([], [], False))
+PERFORM, RECEIVED = "Error performing SNMP request for {}.", "Received error status {{}} for {}."
+
+
+def query(layout, bindings, name, *rest, request=PERFORM, error="{} response packet had error {{}}"):
+    return Query(layout, request.format(name), f"Received unexpected response type {{}} for {name}.",
+                 error.format(name.removeprefix("get_")), bindings, *rest)
+
+
+WALKED = [("ether walk", 3)]
+CALL = "Error performing SNMP request for {}()."
+QUERIES = {
+    "ether walk": query(ETHER, 4, "etherStatsStatus", request=CALL),
+    "ether counters": query(ETHER, 28, "etherStatsEntry", WALKED, ["Error getting etherstats baseline"], True),
+    "name": query(ETHER, 3, "name, status, and last change", WALKED, [], True, error=RECEIVED),
+    "state": query(ETHER, 2, "ifOperStatus", WALKED, error=RECEIVED),
+    "vlan walk": query(VLANS, 3, "smonVlanStatsControlStatus", request="Error performing {}() SNMP request."),
+    "vlan counters": query(VLANS, 5, "smonVlanIdStatsEntry"),
+    "port walk": query(PORTS, 2, "get_ifNameAndOperStatus", request=CALL),
+    "wide counters": query(PORTS, 13, "ifTableEntry"),
+    "narrow counters": query(PORTS, 11, "ifTableEntry"),
+    "port duplex": query(ETHER, 1, "portDuplex", error=RECEIVED),
+    "duplex": query(ETHER, 1, "duplexStatus", error=RECEIVED),
+}
+ALWAYS = list(QUERIES)[:8]  # asked whatever the target and the counters are
+
+TIMED_OUT = "Timeout error performing SNMP request."
+DROPPED = "Error 8 performing SNMP request."
+NO_PACKLET = ["NULL packlet error performing SNMP request.", ("request",)]
+NO_PDU = ["Error 7 performing SNMP request.", ("request",)]
+VERSION_2 = b"\2\1\1\4\6kivrel"
+
+
+def foreign(answer):
+    return answer._replace(id=(answer.id - 7) & 0x7FFF)
+
+
+# Label: (step, what is logged). Of a query's own texts there is the name and the number in it; they say
+# that it has failed.
+FAULTS = {
+    "nothing wrong": (lambda answer: [answer], []),
+    "an error status": (changed(error=5, index=1), [("error", 5)]),
+    "tooBig, without bindings": (changed(error=1, bindings=[]), [("error", 1)]),
+    "a request": (changed(kind=GET), [("type", GET)]),
+    "a report": (changed(kind=REPORT), [("type", REPORT)]),
+    "foreign ids before": (lambda answer: [foreign(answer)] * 50 + [answer], [DROPPED] * 50),
+    "from elsewhere": (lambda answer: [Elsewhere(answer)], []),
+    "another community": (lambda answer: [message(answer, b"public")], []),
+    "more bindings": (lambda answer: [answer._replace(bindings=[*answer.bindings, (UP_TIME, TICKS, 1)])], []),
+    "more behind it": (lambda answer: [message(answer) + b"\0\1\2"], []),
+    "version 1": (lambda answer: [message(answer, version=0)], NO_PACKLET),
+    "version 3": (lambda answer: [message(answer, version=3)], NO_PACKLET),
+    "garbage": (lambda _: [b"\0garbage"], NO_PACKLET),
+    "one byte": (lambda _: [b"0"], NO_PACKLET),
+    "the last byte missing": (lambda answer: [message(answer)[:-1]], NO_PACKLET),
+    "more than 2048 bytes": (changed(bindings=[(UP_TIME, OCTETS, bytes(2048))]), NO_PACKLET),
+    "an empty PDU": (lambda _: [tlv(0x30, VERSION_2 + tlv(0xA2, b""))], NO_PDU),
+    "a damaged PDU": (lambda _: [tlv(0x30, VERSION_2 + tlv(0xA2, b"\2\1"))], NO_PDU),
+}
+UNUSABLE = [(kind, None) for kind in (NULL, NO_OBJECT, NO_INSTANCE, END_OF_MIB)]
+
+
+class Scene:
+    """One row of each table and a daemon that asks for it."""
+
+    def __init__(self, daemon, supervisor, log):
+        self.daemon, self.supervisor, self.log = daemon, supervisor, log
+        supervisor.serve(*TABLE)
+        self.kinds = {layout: Kind(daemon, layout).create() for layout in (ETHER, VLANS, PORTS)}
+        log.take_all()
+        self._usual = {}  # by name: what is asked behind the query when nothing is wrong
+
+    def act(self, name, poll=True):
+        """Have a query asked. Ports' duplex modes are asked for in polls only, which take a second."""
+        kind = self.kinds[QUERIES[name].layout]
+        if QUERIES[name].created:
+            kind.destroy()
+            kind.create()
+        else:
+            if kind.layout is not ETHER:
+                kind.set_sample_time(int(time.time()) - 5)
+            kind.view(seconds=int(poll and name.endswith("duplex")))
+
+    def asked_after(self, name):
+        """What was asked behind the first query of that name, without the poll that follows a walk when
+        a second has passed."""
+        asked = self.supervisor.take_asked()
+        if asked[-2:] == [*WALKED, ("ether counters", 3, 7)]:
+            asked.pop()
+        return asked[[query for query, *_ in asked].index(name) + 1:]
+
+    def judge(self, name, label, step, texts=(), failed=False):
+        query = QUERIES[name]
+        self.supervisor.behave()
+        self.act(name, poll=False)  # all is as it should be again
+        assert self.log.take_all() == []
+        self.supervisor.take_asked()
+        if name not in self._usual:
+            self.act(name)
+            self._usual[name] = self.asked_after(name)
+        self.supervisor.misbehave(name, step)
+        self.act(name)
+        own = [getattr(query, text[0]).format(*text[1:]) for text in texts if isinstance(text, tuple)]
+        failed = failed or bool(own)
+        wanted = [*[text for text in texts if isinstance(text, str)], *own, *(query.besides if failed else [])]
+        assert self.log.take_all() == [(DEBUG, text) for text in wanted], (name, label)
+        asked = self.asked_after(name)
+        if step is silence:
+            assert asked.pop(0)[0] == name, "asked twice"
+        assert asked == (query.failed if failed else self._usual[name]), (name, label)
+
+
+@pytest.fixture(name="scene")
+def scene_of(fresh_daemon, supervisor, log):
+    scene = Scene(fresh_daemon, supervisor, log)
+    before = fresh_daemon.measure()
+    yield scene
+    assert fresh_daemon.running() and fresh_daemon.measure() == before
+
+
+@pytest.mark.parametrize("target, name", [(1, "port duplex"), (6, "duplex")])
+def test_duplex_queries(target, name, scene):
+    for label in ("an error status", "a report", "garbage"):
+        scene.judge(name, label, *FAULTS[label])
+    for kind, value in (*UNUSABLE, (OCTETS, b"1"), (OID, (1, 3, 1))):
+        scene.judge(name, kind, bound(0, (None, kind, value)), failed=True)
+    scene.judge(name, "no bindings", cut(0), failed=True)
+    scene.judge(name, "silence once", silence, [TIMED_OUT])
+
+
+def test_other_queries(scene, supervisor, log):
+    for name in ALWAYS:
+        for label, fault in FAULTS.items():
+            scene.judge(name, label, *fault)
+    supervisor.misbehave("wide counters", bound(1, (None, COUNTER32, 1)))
+    scene.act("wide counters")
+    log.wait("Retrieving Counter32 objects instead of Counter64 objects in ifstats")
+    for label, fault in FAULTS.items():
+        scene.judge("narrow counters", label, *fault)
+
+
+# Answers whose names, or a name's value, end the query without a word: the place and what stands there.
+NAMES = [
+    ("ether walk", 0, ((*ROWS, 2, 5), INTEGER, 5)), ("ether walk", 0, ((*ROWS, 1), INTEGER, 5)),
+    ("ether walk", 0, ((*ROWS, 1, 5, 1), INTEGER, 5)), ("ether walk", 0, ((*ROWS, 1, 0), INTEGER, 5)),
+    ("vlan walk", 0, ((*CONTROL, 5, 5), OCTETS, b"monitor")), ("vlan walk", 0, ((*CONTROL, 4), OCTETS, b"monitor")),
+    ("vlan walk", 0, ((*CONTROL, 4, 5, 5), OCTETS, b"monitor")),
+    ("vlan counters", 4, ((*UP_TIME, 4, 11), COUNTER64, 5)), ("vlan counters", 4, ((*UP_TIME, 5, 10), COUNTER64, 5)),
+    ("port walk", 0, ((*IFX, 2, 5), OCTETS, b"x")), ("port walk", 0, ((*IFX, 1), OCTETS, b"x")),
+    ("port walk", 1, ((*IF, 9, 7), INTEGER, 1)), ("port walk", 1, ((*IF, 8, 7, 7), INTEGER, 1)),
+    ("port walk", 0, (None, OCTETS, b"")), ("wide counters", 12, ((*IF, 20, 8), COUNTER32, 1))]
+
+
+def test_each_binding(scene, supervisor, log):
+    """One that is missing, has no value or one of a wrong type ends the query, without a word."""
+    for name in ALWAYS[:-1]:  # without 64 bits, it is another query's turn
+        for at in range(QUERIES[name].bindings):
+            scene.judge(name, f"{at} only", cut(at), failed=True)
+            for kind, value in UNUSABLE:
+                scene.judge(name, (at, kind), bound(at, (None, kind, value)), failed=True)
+    for name, at in (("ether counters", 1), ("state", 1), ("vlan counters", 0)):
+        for kind, value in ((OCTETS, b"abc"), (OID, (1, 3, 6)), (COUNTER64, 5)):
+            scene.judge(name, (at, kind), bound(at, (None, kind, value)), failed=True)
+        for kind in (COUNTER32, GAUGE32, TICKS):  # 32 bits without a sign, all of them
+            scene.judge(name, (at, kind), bound(at, (None, kind, 5)))
+    for name, at, other in NAMES:
+        scene.judge(name, other, bound(at, other), failed=True)
+        if name.endswith("counters"):
+            assert scene.kinds[QUERIES[name].layout].read("last").rows == []
+    scene.judge("port walk", "the second index", bound(1, ((*IF, 8, 9), INTEGER, 1)))
+    # Walks that stay where they are, or go back.
+    for name, column, row, index in (
+            ("ether walk", (*ROWS, 1), 3, 3), ("ether walk", (*ROWS, 1), 3, 2), ("vlan walk", (*CONTROL, 4), 4, 4),
+            ("vlan walk", (*CONTROL, 4), 4, 3), ("port walk", (*IFX, 1), 7, 7), ("port walk", (*IFX, 1), 7, 6)):
+        supervisor.misbehave(name, lambda answer: [answer], bound(0, ((*column, index), OCTETS, b"monitor")))
+        scene.act(name)
+        assert [query for query in supervisor.take_asked() if query[0] == name] == [(name, 0), (name, row)]
+    assert log.take_all() == []
+
+
+def test_silence(scene, supervisor, log):
+    """Each query is tried twice; a stream of foreign answers keeps none of them busy for ever."""
+    scene.judge("vlan counters", "silence once", silence, [TIMED_OUT])
+    supervisor.misbehave("ether walk", silence, silence)
+    scene.act("ether walk")
+    log.expect((DEBUG, TIMED_OUT), (DEBUG, TIMED_OUT))
+    assert supervisor.take_asked()[-2:] == [("ether walk", 0)] * 2
+    assert scene.kinds[ETHER].read("delta").rows == []
+    # A thousand foreign answers end the first try; the true one is taken in the second.
+    def flood(answer):
+        for sent in range(20, 1501, 20):
+            yield from [foreign(answer)] * 20
+            processes.wait_until(lambda: len(log.peek()) >= sent)  # none may be lost
+        yield answer
+
+    supervisor.misbehave("port walk", flood, silence)
+    scene.act("port walk")
+    flooded = [text for _, text in log.take_all()]
+    assert flooded.index(TIMED_OUT) == 1000 and set(flooded[1001:]) == {DROPPED}
+    assert ("port walk", 7) in supervisor.take_asked()
+    # A late answer passes for that to the second try, whose own is dropped by the query behind it.
+    supervisor.misbehave("port walk", lambda answer: [2.3, answer])
+    scene.act("port walk")
+    log.expect((DEBUG, TIMED_OUT), (DEBUG, DROPPED))
+    assert len(scene.kinds[PORTS].read("last").rows) == 1
+    # A second copy of the last answer waits for a query of a later second.
+    supervisor.misbehave("wide counters", lambda answer: [answer, answer])
+    scene.act("wide counters")
+    time.sleep(1.1)
+    scene.act("vlan counters")
+    log.expect((DEBUG, DROPPED))
+
+
+def mangled(chance):
+    """A step that sends the true answer with some bytes changed, missing or twice."""
+    def step(answer):
+        data = bytearray(message(answer))
+        for _ in range(chance.randint(1, 6)):
+            at = chance.randrange(len(data))
+            match chance.randrange(4):
+                case 0: data[at] = chance.randrange(256)
+                case 1: data[at] ^= 1 << chance.randrange(8)
+                case 2: del data[at:at + chance.randint(1, 9)]
+                case 3: data[at:at] = data[at:at + chance.randint(1, 9)]
+            data = data or bytearray(b"0")
+        return [bytes(data), answer]  # the true one ends the wait when the first one is dropped
+    return step
+
+
+def test_hostile_bytes(scene, supervisor, log):
+    """Whatever comes, the daemon goes on, and is as it was when it has passed."""
+    chance = random.Random(20260101)
+    for name in ALWAYS:
+        supervisor.misbehave(name, *[mangled(chance)] * 150)
+    for _ in range(150):
+        for kind in scene.kinds.values():
+            kind.path("delta").unlink(missing_ok=True)
+            control.send(control.VIEWING, kind.layout.code)
+        scene.daemon.answer(timeout=30)
+    # What still waits to be received ends a request each, or passes for the answer to one of the same
+    # second, whose own answer waits then.
+    supervisor.behave()
+    quiet = 0
+    while quiet < 2:
+        for kind in scene.kinds.values():
+            kind.view(seconds=0)
+            log.take_all(kind.zero_interval)
+        quiet = 0 if log.take_all() else quiet + 1
+        time.sleep(1.1 if quiet else 0)
+    for kind in scene.kinds.values():
+        kind.destroy()
+        kind.create()
+        kind.view()
+        assert len(kind.read("delta").rows) == (kind.layout is ETHER)

@@ -1,0 +1,211 @@
+"""Ethernet statistics: every number of the delta file, and which rows are asked for and when."""
+import itertools
+import time
+
+import pytest
+
+from harness.collection import next_second
+from harness.kinds import ETHER, Kind, ether_record
+from harness.supervisor import DUPLEX, ETHER as COLUMNS, changed, cut, ether_row, port
+from harness.syslog import DEBUG
+
+COUNTERS = 17
+HALVED = {1, 2, *range(11, 17)}  # the counters that have an overflow column
+GIGABIT = 10**9
+
+
+def each(narrow, wide=None):
+    """A value for the 32-bit counters and one for those that have 64 bits."""
+    return [(narrow if wide is None or at not in HALVED else wide) for at in range(COUNTERS)]
+
+
+def traffic(octets, packets):
+    return [0, octets, packets, *[0] * 14]
+
+
+# Label: (counters before, counters after, speed). Three seconds lie between.
+NUMBERS = {
+    "every counter its own": (range(COUNTERS), [1000 * at * at + at + 1 for at in range(COUNTERS)], GIGABIT),
+    "unchanged": (each(5), each(5), GIGABIT),
+    "wrapped": (each(2**32 - 1), each(3), GIGABIT),
+    "wrapped into the overflow": (each(0, 2**32 - 1), each(0, 2**32 + 3), GIGABIT),
+    "restarted": (each(4 * 10**9, 7 * 2**40), each(12, 2**40), GIGABIT),
+    "as wide as they get": (each(0, 2**62), each(2**32 - 1, 2**64 - 1), 2**32 - 1),
+    "a change that a double does not hold": (each(1, 2**54 - 2), each(2, 2**54 + 2), 2**32 - 1),
+    "one more beyond 53 bits": (each(0, 2**53), each(0, 2**53 + 1), 2**32 - 1),
+    "half of its capacity": (traffic(0, 0), traffic(3 * 124_000_000, 300_000), GIGABIT),
+    "all of it": (traffic(0, 0), traffic(3 * 250, 0), 1000),
+    "130 %": (traffic(0, 0), traffic(3 * 325, 0), 1000),
+    "a hair below": (traffic(0, 0), traffic(3 * 250 - 1, 0), 1000),
+    "no speed": (each(0), each(2**32 - 1), 0),
+    "preamble and gap alone": (traffic(0, 0), traffic(0, 10), 10),
+}
+NAMES = [b"", b"x", b"sixteen bytes ok", b"seventeen is cut.", bytes(range(16)), b"%s%n%d", b"\xff\0\xff"]
+
+
+def created(daemon):
+    """The kind, created early enough in a second that it is not polled in the next one already."""
+    next_second()
+    return Kind(daemon, ETHER).create()
+
+
+def test_numbers(daemon, supervisor):
+    """All cases in one file, the newest row first; some at the ends of their ranges."""
+    names = dict(zip(NUMBERS, itertools.cycle(NAMES)))
+    rows = {label: (index, index + 50) for index, label in enumerate(NUMBERS, 7)}
+    rows["unchanged"] = 2**31 - 1, 2**32 - 1
+
+    def serve(which):
+        supervisor.serve(*[part for label, (index, interface) in rows.items() for part in (
+            ether_row(index, interface, NUMBERS[label][which]),
+            port(interface, names[label], speed=NUMBERS[label][2]))])
+
+    before = int(time.time())
+    serve(0)
+    ether = created(daemon)
+    assert not ether.path("delta").exists(), "nothing has passed since the first sample"
+    serve(1)
+    ether.view(seconds=3)
+    sample = ether.read("delta")
+    interval = sample.header.interval
+    assert sample.header == (interval, 0, int(time.time()), 12) and 3 <= interval <= time.time() - before
+    newest_first = sorted(rows, key=lambda label: -rows[label][0])
+    expected = [ether_record(*rows[label], names[label], *NUMBERS[label], 2, interval) for label in newest_first]
+    for label, found, wanted in zip(newest_first, sample.rows, expected):
+        assert found == wanted, label
+    assert ether.path("delta").read_bytes() == ETHER.pack(sample.header, expected)
+
+    ether.view(seconds=1)  # nothing has changed since
+    assert [sum(counters) for _, counters in ether.read("delta").rows] == [0.0] * len(rows)
+    ether.view(seconds=0)
+    assert not ether.path("delta").exists(), "no poll within one second"
+
+
+# What a row is made of, and whether it is used.
+OWNERS = {b"monitor": True, b"monitor\0": False, b"monitors": False, b"monito": False, b"Monitor": False, b"": False}
+
+
+def test_which_rows(daemon, supervisor):
+    rows = [ether_row(index, 9, each(1), owner) for index, owner in enumerate(OWNERS, 1)]
+    rows += [ether_row(10 + status, 9, each(1), status=status) for status in range(1, 5)]
+    supervisor.serve(port(9), *rows)
+    created(daemon)
+    used = [1, 11]
+    walked = [*range(len(OWNERS) + 1), 11, 12, 13, 14]
+    expected = []
+    for index in walked:
+        if index in used:
+            expected += [("name", 9), ("ether counters", index, 9)]
+        expected.append(("ether walk", index))
+    assert supervisor.take_asked() == expected
+
+
+def test_states(daemon, supervisor, log):
+    """Rows come and go, interfaces fall asleep and wake up: what is asked, and what is in the file."""
+    ether = Kind(daemon, ETHER)
+    rows = {index: ether_row(index, 100 + index, each(index)) for index in (1, 2, 3)}
+    new = lambda index: [("name", 100 + index), ("ether counters", index, 100 + index)]
+    seen = lambda index: [("state", 100 + index)]
+    walk = lambda index: [("ether walk", index)]
+    polled = lambda *indexes: [("ether counters", index, 100 + index) for index in indexes]
+
+    def round_of(interfaces, asked, in_file, act=ether.view, gone=()):
+        supervisor.serve(*[row for index, row in rows.items() if index not in gone],
+                         *[port(100 + index, None, *state) for index, state in interfaces.items()])
+        act()
+        assert supervisor.take_asked() == asked
+        if in_file is not None:
+            assert [key[4] for key, _ in ether.read("delta").rows] == in_file
+
+    up = {1: (1, 0), 2: (1, 0), 3: (1, 0)}
+    all_seen = [*walk(0), *seen(1), *walk(1), *seen(2), *walk(2), *seen(3), *walk(3)]
+    next_second()
+    round_of(up, [*walk(0), *new(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3)], None, act=ether.create)
+    round_of(up, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
+    # Down is polled once more when that is news, and not again until something changes.
+    for status in (2, 5, 6, 7):
+        round_of({**up, 2: (status, status * 10)}, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
+        round_of({**up, 2: (status, status * 10)}, [*all_seen, *polled(3, 1)], [3, 1])
+    for status in (3, 4):  # testing and unknown count as up
+        round_of({**up, 2: (status, 70)}, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
+    # A row whose interface cannot be asked about is dropped, and new when it can.
+    without_1 = {2: (1, 0), 3: (1, 0)}
+    round_of(without_1, [*all_seen, *polled(3, 2)], [3, 2])
+    round_of(without_1, [*walk(0), ("name", 101), *all_seen[2:], *polled(3, 2)], [3, 2])
+    rows[1] = ether_row(1, 101, each(500))
+    round_of(up, [*walk(0), *new(1), *all_seen[2:], *polled(1, 3, 2)], [1, 3, 2])
+    # Rows that are gone, and rows behind the one at which the walk broke off.
+    round_of(up, [*walk(0), *seen(1), *walk(1), *seen(3), *walk(3), *polled(1, 3)], [1, 3], gone=[2])
+    supervisor.misbehave("ether walk", lambda answer: [answer], changed(error=5))
+    round_of(up, [*walk(0), *seen(1), *walk(1), *polled(1)], [1])
+    log.wait("etherStatsStatus response packet had error 5", DEBUG)
+    # A row keeps the interface that it was found with, whatever the supervisor calls it now.
+    rows[1] = ether_row(1, 150, each(500))
+    round_of(up, [*walk(0), *seen(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3), *polled(3, 2, 1)], [3, 2, 1])
+    rows[1] = ether_row(1, 101, each(500))
+    round_of(up, [*walk(0), *seen(1), *walk(1), *polled(1)], [1], gone=[2, 3])
+    # A new row that is down is not polled at first.
+    round_of({**up, 2: (2, 0)}, [*walk(0), *seen(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3),
+                                  *polled(3, 1)], [3, 1])
+    # A row whose counters cannot be had is missing once and keeps its baseline.
+    missing = (*COLUMNS, 3, 3)
+    rows[3] = {name: value for name, value in rows[3].items() if name != missing}
+    round_of({**up, 2: (2, 0)}, [*all_seen, *polled(3, 1)], [1])
+    log.expect((DEBUG, "Error 9 creating etherstats delta file."))
+    rows[3] = ether_row(3, 103, each(3 + 24))
+    round_of({**up, 2: (2, 0)}, [*all_seen, *polled(3, 1)], [3, 1])
+    assert ether.read("delta").rows[0] == ether_record(3, 103, b"port103", each(3), each(27), GIGABIT, 2,
+                                                     ether.read("delta").header.interval)
+
+
+def test_without_a_baseline(daemon, supervisor, log):
+    """The first record holds the whole counter; creation counts as the poll before it."""
+    supervisor.serve(ether_row(1, 5, each(1000)), port(5))
+    supervisor.misbehave("ether counters", cut(27))
+    ether = created(daemon)
+    log.expect((DEBUG, "Error getting etherstats baseline"))
+    ether.view(seconds=2)
+    header, rows = ether.read("delta")
+    assert rows == [ether_record(1, 5, b"port5", each(0), each(1000), GIGABIT, 2, header.interval)]
+
+
+# Interface names with the port that the switch's own table is asked about.
+PORTS = {b"3/12": (3, 12), b"1/1": (1, 1), b"13/48": (13, 48), b"Gi2/7": (2, 7), b"4/5/6": (4, 5), b"007/08": (7, 8),
+         b"1/49": None, b"14/1": None, b"0/1": None, b"1/0": None, b"3": None, b"3/": None, b"/3": None, b"x": None,
+         b"3 /1": None, b"": None, b"4294967297/1": None}
+MODES = [1, 2, 3, 4, None]
+
+
+@pytest.mark.parametrize("target", [1, 3, 4, 6, 7, 5, None])
+def test_duplex(target, fresh_daemon, supervisor, log):
+    """Half duplex doubles the utilisation. Who is asked depends on the switch."""
+    cases = list(itertools.product(PORTS, MODES))
+    objects, factors, asked = [], [], []
+    for index, (name, mode) in enumerate(cases, 1):
+        objects += [ether_row(index, index, traffic(1000, 3)), port(index, name, speed=10**6)]
+        factor = 2
+        if target in (1, 3, 4) and PORTS[name]:
+            asked.append(("port duplex", *PORTS[name]))
+            factor = 1 if mode == 1 else 2
+        elif target == 6:
+            asked.append(("duplex", index))
+            factor = 1 if mode == 2 else 2
+        if mode is not None:
+            objects.append({(*DUPLEX, index): (2, mode)})
+        factors.append(factor)
+    supervisor.serve(*objects)
+    # The same port stands for several cases, so it answers by turns.
+    modes = iter([mode for name, mode in reversed(cases) if PORTS[name]])
+    supervisor.misbehave("port duplex", always=lambda answer: [answer._replace(bindings=[
+        (answer.bindings[0].name, *((2, mode) if (mode := next(modes)) is not None else (0x81, None)))])])
+    supervisor.misbehave("ether counters", *[changed(error=1)] * len(cases))
+    ether = created(fresh_daemon)
+    assert len(log.take_all("Error getting etherstats baseline")) == len(cases)
+    log.take_all("etherStatsEntry response packet had error 1")
+    supervisor.take_asked()
+    ether.view()
+    header, rows = ether.read("delta")
+    before, now = traffic(0, 0), traffic(1000, 3)
+    assert rows[::-1] == [ether_record(index, index, name, before, now, 10**6, factor, header.interval)
+                          for index, ((name, _), factor) in enumerate(zip(cases, factors), 1)]
+    assert [query for query in supervisor.take_asked() if query[0].endswith("duplex")] == asked[::-1]

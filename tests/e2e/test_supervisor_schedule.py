@@ -1,0 +1,113 @@
+"""When the supervisor kinds are polled, and a long run."""
+import contextlib
+import fcntl
+import os
+import time
+
+import pytest
+
+from harness import control, processes
+from harness.daemon import SANITIZED
+from harness.kinds import ETHER, PORTS, VLANS, Kind
+from harness.supervisor import port, rows
+
+
+@pytest.fixture
+def interval():
+    return 2
+
+
+@pytest.fixture(name="brisk")
+def brisk_kinds(fresh_daemon, supervisor, log):
+    """The three kinds of a daemon whose interval is 2 seconds."""
+    supervisor.serve(*rows(1, 2))
+    yield {layout: Kind(fresh_daemon, layout).create() for layout in (ETHER, VLANS, PORTS)}
+    log.take_all("host_calc_delta() found a 0-length interval.")
+    log.take_all("iface_calc_delta() found a 0-length interval.")
+
+
+@pytest.mark.parametrize("layout", [ETHER, VLANS, PORTS], ids=lambda layout: layout.stem)
+def test_reader_holds_a_poll_up(layout, brisk):
+    """Under a reader's lock the file stays as it is; who sends messages waits, too."""
+    kind = brisk[layout]
+    kind.view()
+    with open(kind.path("delta"), "rb") as delta:
+        fcntl.flock(delta, fcntl.LOCK_SH)
+        content = delta.read()
+        assert content
+        control.send(control.VIEWING, layout.code)  # due within the interval
+        time.sleep(3.5)
+        control.send(8)
+        time.sleep(0.3)
+        assert kind.daemon.log.peek() == [], "the message waits for the poll"
+        assert kind.path("delta").read_bytes() == content
+    kind.daemon.log.wait("Unexpected message type found in pipe.")
+    assert kind.read("delta").header.time > int.from_bytes(content[8:12], "little")
+
+
+def test_schedule(brisk, supervisor):
+    """Viewed kinds are polled by the interval; one without rows only when another is due."""
+    ether, vlans, ports = brisk.values()
+    stamp = lambda kind, file="delta": kind.read(file).header.time if kind.path(file).exists() else 0
+
+    def next_poll(kind, file="delta"):
+        before = stamp(kind, file)
+        processes.wait_until(lambda: kind.path(file).stat().st_size >= 16 and stamp(kind, file) != before, pause=0.05)
+        kind.daemon.answer()
+        return stamp(kind, file) - before
+
+    for kind in (ether, vlans):
+        kind.view()
+    supervisor.take_asked()
+    intervals = []
+    for _ in range(3):
+        intervals.append(next_poll(ether))
+        for kind in (ether, vlans):  # keep looking; there is a delta file, so nothing is polled for it
+            control.send(control.VIEWING, kind.layout.code)
+    assert min(intervals) == 2, intervals
+    asked = {query[0] for query in supervisor.take_asked()}
+    assert asked == {"ether walk", "state", "ether counters", "vlan walk", "vlan counters"}, "nobody looks at the ports"
+    # Nobody looks any more: one more poll, or two, and then none for an hour.
+    next_poll(ether)
+    time.sleep(3)
+    ether.daemon.answer()
+    supervisor.take_asked()
+    time.sleep(3)
+    ether.daemon.answer()
+    assert supervisor.take_asked() == []
+    # VLANs that are gone wake nobody up, but are looked after when the ports are polled.
+    supervisor.serve(port(1, wide=range(8)))
+    vlans.view()
+    time.sleep(3.5)
+    vlans.daemon.answer()
+    assert supervisor.take_asked() == [("vlan walk", 0)]
+    ports.view()
+    supervisor.take_asked()
+    next_poll(ports)
+    assert ("vlan walk", 0) in supervisor.take_asked()
+
+
+def test_long_run(daemon, supervisor, log):
+    """A thousand rounds of refreshes and polls; every fourth finds other rows."""
+    kinds = [Kind(daemon, layout).create() for layout in (ETHER, VLANS, PORTS)]
+    scenes = [rows(1, 2), rows(2), rows(2, 3)]
+
+    def rounds(count):
+        for number in range(count):
+            if number % 4 == 0:
+                daemon.answer(timeout=30)
+                supervisor.serve(*scenes[number // 4 % len(scenes)])
+            for kind in kinds:
+                with contextlib.suppress(FileNotFoundError):
+                    os.unlink(kind.path("delta"))
+                control.send(control.VIEWING, kind.layout.code)
+        daemon.answer(timeout=30)
+        log.take_all("host_calc_delta() found a 0-length interval.")
+        log.take_all("iface_calc_delta() found a 0-length interval.")
+
+    rounds(200)
+    before, memory = daemon.measure(), processes.status_field(daemon.pid, "VmRSS")
+    rounds(800)
+    assert daemon.measure() == before
+    assert SANITIZED or processes.status_field(daemon.pid, "VmRSS") <= memory + 128  # KiB
+    assert len(supervisor.take_asked()) > 5000

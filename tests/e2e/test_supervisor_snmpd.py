@@ -1,0 +1,99 @@
+"""All three kinds against a real agent, with numbers that are known and with real traffic."""
+import time
+
+import pytest
+
+from harness import settings, snmpd
+from harness.kinds import ETHER, PORTS, VLANS, Kind, ether_record, text, vlan_change
+from harness.processes import wait_until
+
+IF, IFX = ".1.3.6.1.2.1.2.2.1", ".1.3.6.1.2.1.31.1.1.1"
+CACHE = 4  # seconds; for this long snmpd may tell of its interfaces what they were before
+WIDE = (6, 10, 7, 11)  # octets and unicasts, in and out
+
+
+@pytest.mark.parametrize("target, factor", [(1, 1), (6, 1), (5, 2)])
+def test_known_numbers(target, factor, own_daemon, agent, log):
+    """Rows of a file behind snmpd; the interface under them is the loopback, with another name."""
+    before = [2**40 + 1000 * at if at in (1, 2, *range(11, 17)) else 10 * at for at in range(17)]
+    after = [value + 300 * at * at for at, value in enumerate(before)]
+    vlans = {5: ((2**63 + 4096, 7, 8, 9), (100, 2**50, 8, 10)), 9: ((1, 2, 3, 4),) * 2, 77: (None, (9, 8, 7, 6))}
+    others = [{"index": 9, "ifindex": 1, "counters": before, "owner": "somebody"},
+              {"index": 10, "ifindex": 1, "counters": before, "status": 2}]
+
+    def serve(which, counters):
+        snmpd.write(etherstats=[{"index": 4, "ifindex": 1, "counters": counters}, *others],
+                    duplex={"1": 2}, port_duplex={"3/12": 1},
+                    vlans=[{"index": 100 - vlan, "vlan": vlan, "counters": values[which]}
+                           for vlan, values in vlans.items() if values[which]])
+
+    serve(0, before)
+    settings.target(target)
+    with snmpd.running("--table", snmpd.TABLE, "--config", f"override {IFX}.1.1 octet_str lo-3/12"):
+        own_daemon.start()
+        log.take_all()
+        ether, supvlan = (Kind(own_daemon, layout).create() for layout in (ETHER, VLANS))
+        serve(1, after)
+        ether.view(seconds=2)
+        supvlan.view(seconds=0)
+        header, rows = ether.read("delta")
+        (speed,) = map(float, snmpd.get(f"{IF}.5.1"))
+        assert speed > 0
+        assert rows == [ether_record(4, 1, b"lo-3/12", before, after, speed, factor, header.interval)]
+        header, rows = supvlan.read("delta")
+        expected = {vlan: vlan_change(*values, header.interval) for vlan, values in vlans.items()}
+        assert rows == [(vlan.to_bytes(4, "little"), change) for vlan, change in expected.items() if change]
+        ether.destroy()
+        supvlan.destroy()
+        assert own_daemon.stop() == 0
+
+
+def test_traffic(own_daemon, agent, log):
+    """Frames through a cable: what the kernel counted is in the samples, and their rate in the deltas."""
+    settings.target(7)
+    settings.supervisor(NMP_IFSTATS=b"enable")
+    with snmpd.cable("left", "right") as (left, right), snmpd.running():
+        snmpd.send("left", 50, 500)
+        time.sleep(CACHE)
+        own_daemon.start()
+        log.take_all()
+        ports = Kind(own_daemon, PORTS)  # target 7 has it from the start
+        wait_until(ports.path("last").exists)
+        ether, vlans = (Kind(own_daemon, layout).create() for layout in (ETHER, VLANS))
+        by_index = lambda rows: {int.from_bytes(key[:4], "little"): (key, counters) for key, counters in rows}
+        first, kernel = by_index(ports.read("last").rows), snmpd.counters("left")
+        assert {1, left, right} <= set(first)
+        snmpd.send("left", 3000, 1000)
+        snmpd.send("right", 700, 61)
+        time.sleep(CACHE)
+        for kind in (ports, ether, vlans):
+            kind.view(seconds=0)
+        octets_in, packets_in, octets_out, packets_out = 700 * 61, 700, 3_000_000, 3000
+        changes = [now - then for now, then in zip(snmpd.counters("left"), kernel)]
+        assert changes == [octets_in, packets_in, octets_out, packets_out]
+
+        last = by_index(ports.read("last").rows)
+        for index, name in ((left, b"left"), (right, b"right")):
+            key, counters = last[index]
+            assert key == index.to_bytes(4, "little") + text(name)
+            answers = snmpd.get(f"{IF}.5.{index}", *[f"{IFX}.{column}.{index}" for column in WIDE])
+            assert list(map(float, answers)) == [counters[0], *counters[2:6]]
+        assert last[left][1][2:4] == tuple(map(float, (snmpd.counters("left")[0], snmpd.counters("left")[2])))
+        header, rows = ports.read("delta")
+        rates = by_index(rows)[left][1]
+        speed = last[left][1][0]
+        assert rates[2:6] == pytest.approx([octets_in / header.interval, octets_out / header.interval,
+                                            packets_in / header.interval, packets_out / header.interval], rel=1e-12)
+        assert rates[:2] == pytest.approx([rate * 800 / speed for rate in rates[2:4]], rel=1e-12)
+
+        # The Ethernet statistics count both directions, and are no older than the moment.
+        header, rows = ether.read("delta")
+        (usage, *rates), = [counters for key, counters in rows if int.from_bytes(key[:4], "little") == left]
+        assert [rate * header.interval for rate in rates[1:3]] == pytest.approx([octets_in + octets_out, 3700])
+        assert usage == pytest.approx((rates[1] * 800 + rates[2] * 16000) / (speed * 2))
+        header, ((vlan, rates),) = vlans.read("delta")
+        assert int.from_bytes(vlan, "little") == 1
+        assert [rate * header.interval for rate in rates[:2]] == pytest.approx([2 * 3700, 2 * (octets_in + octets_out)])
+        for kind in (ports, ether, vlans):
+            kind.destroy()
+        assert own_daemon.stop() == 0
