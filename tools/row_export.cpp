@@ -32,7 +32,10 @@ class JsonExport final : public RowExport {
     bool first = true;
     for (std::size_t i = 0; i < layout.columns.size(); ++i) {
       if (!is_visible(layout.columns[i].kind)) continue;
-      fields_.push_back({i, (first ? "{" : ",") + Json(layout.columns[i].name).dump() + ":"});
+      std::string opening(1, first ? '{' : ',');
+      opening += Json(layout.columns[i].name).dump();
+      opening += ':';
+      fields_.push_back({i, std::move(opening)});
       first = false;
     }
   }
@@ -65,7 +68,11 @@ class JsonExport final : public RowExport {
       append_cell(text, record, field.column);
     }
     if (is_total(layout_, record)) text += ",\"total\":true";
-    if (notes != 0) text += ",\"notes\":[\"" + row_note_codes(notes, "\",\"") + "\"]";
+    if (notes != 0) {
+      text += ",\"notes\":[\"";
+      text += row_note_codes(notes, "\",\"");
+      text += "\"]";
+    }
     text += '}';
     output_.flush_full();
   }
@@ -116,7 +123,8 @@ std::string quoted(std::string text) {
     if (character == '"') result += '"';
     result += character;
   }
-  return result + '"';
+  result += '"';
+  return result;
 }
 
 class CsvExport final : public RowExport {

@@ -44,7 +44,8 @@ std::string headline(const TableView& view) {
 std::string finish(std::string line, const TableStyle& style, fmt::text_style text_style) {
   if (style.width != 0 && line.size() > style.width) line.resize(style.width);
   line.erase(line.find_last_not_of(' ') + 1);
-  if (style.colour && text_style != fmt::text_style{}) line = fmt::format(text_style, "{}", line);
+  if (style.colour && (text_style.has_emphasis() || text_style.has_foreground()))
+    line = fmt::format(text_style, "{}", line);
   return line + '\n';
 }
 
