@@ -50,6 +50,9 @@ struct HttpServer::Connection {
   }
 };
 
+HttpServer::HttpServer() = default;
+HttpServer::~HttpServer() = default;
+
 std::string HttpServer::listen(const std::string& where) {
   const std::size_t colon = where.rfind(':');
   std::string host = colon == std::string::npos ? "127.0.0.1" : where.substr(0, colon);
@@ -85,8 +88,8 @@ std::string HttpServer::listen(const std::string& where) {
                   NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
     return "cannot tell where it listens";
   }
-  address_ =
-      fmt::format(list->ai_family == AF_INET6 ? "http://[{}]:{}" : "http://{}:{}", name, service);
+  address_ = list->ai_family == AF_INET6 ? fmt::format("http://[{}]:{}", name, service)
+                                         : fmt::format("http://{}:{}", name, service);
   return {};
 }
 

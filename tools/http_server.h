@@ -12,6 +12,9 @@ namespace tally {
 
 class HttpServer {
  public:
+  HttpServer();
+  ~HttpServer();
+
   // listen opens ADDR:PORT, [ADDR6]:PORT or PORT (on 127.0.0.1; 0: any that is free). Returns an
   // empty text, or why not.
   std::string listen(const std::string& where);

@@ -54,7 +54,8 @@ struct Gathered {
 std::string collection_labels(const Collection& collection) {
   std::string labels = label("type", type_stem(collection.type));
   if (is_agent_type(collection.type)) {
-    labels += "," + label("index", fmt::to_string(collection.index));
+    labels += ',';
+    labels += label("index", fmt::to_string(collection.index));
   }
   return labels;
 }

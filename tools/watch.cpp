@@ -30,12 +30,12 @@ struct Watched {
   std::string path;
   RowFilter filter;
   RowOrder order;
-  std::optional<FileStamp> stamp;  // of the file that was read last
-  std::optional<OpenFiles> files;  // nothing until there is a good delta file
-  std::string remark;              // why there is none
-  unsigned rates_shown = 0;        // delta files with rows
+  std::optional<FileStamp> stamp{};  // of the file that was read last
+  std::optional<OpenFiles> files{};  // nothing until there is a good delta file
+  std::string remark{};              // why there is none
+  unsigned rates_shown = 0;          // delta files with rows
   bool writing = false;
-  std::optional<LoadedView> loaded;  // of `files`, for a screen with room for so many rows:
+  std::optional<LoadedView> loaded{};  // of `files`, for a screen with room for so many rows:
   std::size_t loaded_room = 0;
 };
 
