@@ -22,6 +22,10 @@ constexpr std::size_t kMostConnections = 32;
 constexpr std::int64_t kRequestTime = 5000;
 constexpr std::int64_t kAnswerTime = 30000;
 
+// What a client still sends when it has its answer is read for so long: a connection that is closed
+// over unread octets is reset, and the answer is lost with it.
+constexpr std::int64_t kLingerTime = 1000;
+
 constexpr std::int64_t kPageLife = 1000;
 
 constexpr char kText[] = "text/plain; charset=utf-8";
@@ -41,6 +45,7 @@ struct HttpServer::Connection {
   std::string answer;
   std::shared_ptr<const std::string> body;  // goes behind the answer
   std::size_t sent = 0;
+  bool answered = false;  // all is sent; what comes is read and dropped
   bool over = false;
 
   void reply(std::string text) {
@@ -108,10 +113,8 @@ void HttpServer::receive(Connection& connection, const std::function<std::string
   char bytes[4096];
   const ssize_t got = recv(connection.fd.get(), bytes, sizeof bytes, 0);
   if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (got <= 0) {
-    connection.over = true;
-    return;
-  }
+  if (got <= 0) connection.over = true;
+  if (got <= 0 || connection.answered) return;
   connection.request.append(bytes, static_cast<std::size_t>(got));
   const HttpRequest request = parse_request(connection.request);
   const bool head = request.method == "HEAD";
@@ -150,7 +153,8 @@ void HttpServer::send_more(Connection& connection) {
     const std::size_t at = in_answer ? connection.sent : body_at;
     if (!in_answer && (!connection.body || at >= part.size())) {
       (void)shutdown(connection.fd.get(), SHUT_WR);
-      connection.over = true;
+      connection.answered = true;
+      connection.deadline = now() + kLingerTime;
       return;
     }
     const ssize_t sent =
@@ -170,16 +174,19 @@ void HttpServer::serve_once(int also, const std::function<std::string()>& page) 
   std::vector<pollfd> polled{{also, POLLIN, 0}, {room ? socket_.get() : -1, POLLIN, 0}};
   std::int64_t until = -1;
   for (const auto& each : connections_) {
-    polled.push_back(
-        {each->fd.get(), static_cast<short>(each->answer.empty() ? POLLIN : POLLOUT), 0});
+    const bool sending = !each->answer.empty() && !each->answered;
+    polled.push_back({each->fd.get(), static_cast<short>(sending ? POLLOUT : POLLIN), 0});
     until = until < 0 ? each->deadline : std::min(until, each->deadline);
   }
   const int wait = until < 0 ? -1 : static_cast<int>(std::max<std::int64_t>(until - now(), 0));
   if (poll(polled.data(), polled.size(), wait) < 0) return;
   for (std::size_t i = 0; i < connections_.size(); ++i) {
     Connection& connection = *connections_[i];
-    if (polled[i + 2].revents != 0 && connection.answer.empty()) receive(connection, page);
-    if (!connection.answer.empty()) send_more(connection);
+    const bool listening = connection.answer.empty() || connection.answered;
+    if (polled[i + 2].revents != 0 && listening) receive(connection, page);
+    if (!connection.answer.empty() && !connection.answered && !connection.over) {
+      send_more(connection);
+    }
     if (connection.over || now() < connection.deadline) continue;
     if (connection.answer.empty()) {
       // Said to a client that may still listen; not waited for.

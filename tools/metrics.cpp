@@ -25,7 +25,10 @@ std::string write_textfile(const std::string& path, const std::string& page) {
   const std::string temporary = fmt::format("{}.{}", path, getpid());
   const UniqueFd fd(
       open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
-  if (!fd) return fmt::format("{}: {}", temporary, std::strerror(errno));
+  if (!fd) {
+    return fmt::format("{}: {}; its directory must exist and be writable", temporary,
+                       std::strerror(errno));
+  }
   Output output(fd.get());
   output << page;
   output.flush();

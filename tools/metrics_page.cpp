@@ -158,7 +158,8 @@ MetricName name_of(const Column& column, FileKind source) {
     case ColumnKind::percent:
       return {"_ratio", "gauge", "Utilisation of the line between the two samples, 0 to 1", 0.01};
     case ColumnKind::speed:
-      return {"_bits_per_second", "gauge", "Line speed as the supervisor tells it", 1};
+      return {"_bytes_per_second", "gauge", "Line speed as the supervisor tells it, an eighth of",
+              0.125};
     default:
       break;
   }
