@@ -4,6 +4,12 @@
 #include <cmath>
 
 namespace tally {
+namespace {
+
+// Doubles hold every whole number below 2^53.
+constexpr double kWhole = 9007199254740992.0;
+
+}  // namespace
 
 std::string label_escaped(std::string_view value) {
   std::string escaped;
@@ -25,23 +31,28 @@ std::string label(std::string_view name, std::string_view value) {
 
 void Exposition::family(std::string_view name, std::string_view type, std::string_view help) {
   name_ = name;
-  text_.append("# HELP ").append(name).append(" ").append(help);
-  text_.append("\n# TYPE ").append(name).append(" ").append(type).append("\n");
+  output_ << "# HELP " << name << ' ' << help << "\n# TYPE " << name << ' ' << type << '\n';
 }
 
 void Exposition::sample(std::string_view labels, double value) {
-  text_ += name_;
-  if (!labels.empty()) text_.append("{").append(labels).append("}");
-  text_ += ' ';
-  if (std::isnan(value)) {
-    text_ += "NaN";
+  std::string& text = output_.text();
+  text += name_;
+  if (!labels.empty()) text.append("{").append(labels).append("}");
+  text += ' ';
+  char digits[32];  // the longest shortest decimal of a double has 24 characters
+  if (value >= 0 && value < kWhole && value == std::floor(value)) {
+    // A count, as most are: written faster than any other number.
+    const auto count = static_cast<std::uint64_t>(value);
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, count).ptr);
+  } else if (std::isnan(value)) {
+    text += "NaN";
   } else if (std::isinf(value)) {
-    text_ += value > 0 ? "+Inf" : "-Inf";
+    text += value > 0 ? "+Inf" : "-Inf";
   } else {
-    char digits[32];  // the longest shortest decimal of a double has 24 characters
-    text_.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
   }
-  text_ += '\n';
+  text += '\n';
+  output_.flush_full();
 }
 
 }  // namespace tally

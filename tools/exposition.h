@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "output.h"
+
 namespace tally {
 
 // label_escaped writes a label's value: backslash, quote and line feed are escaped.
@@ -13,20 +15,20 @@ std::string label_escaped(std::string_view value);
 // Label is `name="value"`, for lists of them.
 std::string label(std::string_view name, std::string_view value);
 
-// Exposition collects metric families. Samples of one family follow its heading.
+// Exposition writes metric families. Samples of one family follow its heading.
 class Exposition {
  public:
+  explicit Exposition(Output& output) : output_(output) {}
+
   // family begins a family: type is "counter", "gauge" or "untyped".
   void family(std::string_view name, std::string_view type, std::string_view help);
 
   // sample writes a line of the family. `labels` are written already: a="b",c="d"; may be empty.
   void sample(std::string_view labels, double value);
 
-  std::string& text() { return text_; }
-
  private:
+  Output& output_;
   std::string name_;
-  std::string text_;
 };
 
 }  // namespace tally

@@ -83,7 +83,7 @@ std::string CsvHistory::keep(const Interval& interval) {
   if (!S_ISREG(status.st_mode)) return fmt::format("{}: not a regular file", path);
 
   // The rows come from the one writer of CSV; time and interval are put in front of each line.
-  Output output(-1);
+  Output output(Output::kCollect);
   const auto rows = make_csv_export(interval.layout, output);
   rows->begin({}, {});
   std::string text;

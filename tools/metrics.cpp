@@ -20,7 +20,8 @@ namespace {
 
 // write_textfile puts the page in the place of the file as a whole: who reads it sees the old page
 // or the new one. Returns an empty text, or why it failed.
-std::string write_textfile(const std::string& path, const std::string& page) {
+std::string write_textfile(const ToolPaths& paths, const MetricsOptions& options) {
+  const std::string& path = options.textfile;
   // The node exporter reads *.prom only, so this name is passed over until it is renamed.
   const std::string temporary = fmt::format("{}.{}", path, getpid());
   const UniqueFd fd(
@@ -30,7 +31,7 @@ std::string write_textfile(const std::string& path, const std::string& page) {
                        std::strerror(errno));
   }
   Output output(fd.get());
-  output << page;
+  write_metrics_page(paths, options, output);
   output.flush();
   int error = output.error();
   if (error == 0 && fsync(fd.get()) != 0) error = errno;
@@ -49,7 +50,11 @@ ExitCode serve(const ToolPaths& paths, const MetricsOptions& options) {
   complain(fmt::format("metrics are at {}/metrics", server.address()));
   const Signals signals;
   for (;;) {
-    server.serve_once(signals.fd(), [&] { return metrics_page(paths, options); });
+    server.serve_once(signals.fd(), [&] {
+      Output page(Output::kCollect);
+      write_metrics_page(paths, options, page);
+      return std::move(page.text());
+    });
     const Signals::Taken taken = signals.take();
     if (taken.end) return kDone;
     if (taken.stop) (void)raise(SIGSTOP);
@@ -60,14 +65,13 @@ ExitCode serve(const ToolPaths& paths, const MetricsOptions& options) {
 
 ExitCode metrics(const ToolPaths& paths, const MetricsOptions& options) {
   if (!options.listen.empty()) return serve(paths, options);
-  const std::string page = metrics_page(paths, options);
   if (options.textfile.empty()) {
     Output output(STDOUT_FILENO);
-    output << page;
+    write_metrics_page(paths, options, output);
     output.flush();
     return report_output(output) ? kDone : kAbsent;
   }
-  const std::string error = write_textfile(options.textfile, page);
+  const std::string error = write_textfile(paths, options);
   if (error.empty()) return kDone;
   complain(error);
   return kAbsent;

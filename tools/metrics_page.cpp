@@ -27,10 +27,13 @@ constexpr std::chrono::milliseconds kPatience{100};
 
 constexpr FileKind kKinds[] = {FileKind::delta, FileKind::last, FileKind::prev};
 
-// Series is one row with its labels written once: it has a line in every family.
+// Series are rows with their labels written once: each has a line in every family.
 struct Series {
-  std::string labels;
-  std::vector<double> values;  // by column, from the first behind the key
+  std::size_t width = 0;            // values of a row
+  std::vector<std::string> labels;  // by row
+  std::vector<double> values;       // row after row
+
+  double value(std::size_t row, std::size_t column) const { return values[row * width + column]; }
 };
 
 // Gathered is one collection as the page shows it.
@@ -45,7 +48,7 @@ struct Gathered {
   bool good = false;
   std::uint64_t count = 0;
   std::uint64_t rest_count = 0;
-  std::vector<Series> rows;
+  Series series;
   std::vector<double> all;
   std::vector<double> rest;
   std::vector<double> source_totals;  // the row that the agent itself sums up
@@ -60,63 +63,72 @@ std::string collection_labels(const Collection& collection) {
   return labels;
 }
 
-std::string key_labels(const RecordLayout& layout, const unsigned char* record) {
-  std::string labels;
+void append_key_labels(std::string& labels, const RecordLayout& layout,
+                       const unsigned char* record) {
   for (std::size_t i = 0; i < layout.key_columns; ++i) {
     const Column& column = layout.columns[i];
     if (!is_visible(column.kind)) continue;
-    if (!labels.empty()) labels += ',';
     const std::string text = cell_text(layout, record, i, NumberStyle::exact);
+    labels.append(",").append(column.metric).append("=\"");
     // An address or a number has nothing in it that needs escaping.
-    labels += column.metric;
-    labels += "=\"";
     labels += column.kind == ColumnKind::name ? label_escaped(text) : text;
     labels += '"';
   }
-  return labels;
 }
 
-void add_to(std::vector<double>& sums, const RecordLayout& layout, const unsigned char* record) {
-  for (std::size_t i = 0; i < sums.size(); ++i) {
+void add_to(double* sums, std::size_t count, const RecordLayout& layout,
+            const unsigned char* record) {
+  for (std::size_t i = 0; i < count; ++i)
     sums[i] += value_of(layout, record, layout.key_columns + i);
-  }
 }
 
 // gather_rows picks the rows with series of their own and sums up the rest.
 void gather_rows(const OpenFile& file, std::size_t top, Gathered& gathered) {
   const RecordLayout& layout = *file.layout;
-  const std::size_t values = layout.columns.size() - layout.key_columns;
-  gathered.all.assign(values, 0);
-  gathered.rest.assign(values, 0);
-  RowSelection selection(layout, {layout.rank, false, top});
+  const std::size_t width = layout.columns.size() - layout.key_columns;
+  gathered.all.assign(width, 0);
+  // Where all have room nothing needs to be put in order.
+  const bool room = file.count() <= top;
+  RowSelection selection(layout, room ? RowOrder{} : RowOrder{layout.rank, false, top});
+  std::vector<unsigned char> before;
+  bool ascending = true;  // then no two keys are alike
   Records records = file.records();
   while (const unsigned char* record = records.next()) {
     ++gathered.count;
+    ascending = ascending && (before.empty() || compare_keys(layout, before.data(), record) < 0);
+    before.assign(record, record + layout.key_size);
     if (is_total(layout, record)) {
-      gathered.source_totals.assign(values, 0);
-      add_to(gathered.source_totals, layout, record);
+      gathered.source_totals.assign(width, 0);
+      add_to(gathered.source_totals.data(), width, layout, record);
       continue;
     }
-    add_to(gathered.all, layout, record);
+    add_to(gathered.all.data(), width, layout, record);
     if (top != 0) selection.add(record, 0);
   }
   gathered.rest = gathered.all;
+  Series& series = gathered.series;
+  series.width = width;
   // Of keys that look alike, as those of cut addresses do, one series shows the sum.
   std::unordered_map<std::string, std::size_t> places;
-  const std::string front = gathered.labels + (gathered.labels.empty() ? "" : ",");
   const std::vector<Row> rows = selection.rows();
-  gathered.rows.reserve(rows.size());
+  series.labels.reserve(rows.size());
+  series.values.reserve(rows.size() * width);
   for (const Row& row : rows) {
-    std::string labels = front + key_labels(layout, row.record);
-    const auto [place, is_new] = places.try_emplace(labels, gathered.rows.size());
-    if (is_new) gathered.rows.push_back({std::move(labels), std::vector<double>(values, 0)});
-    add_to(gathered.rows[place->second].values, layout, row.record);
-    for (std::size_t i = 0; i < values; ++i) {
+    std::string labels = gathered.labels;
+    append_key_labels(labels, layout, row.record);
+    std::size_t place = series.labels.size();
+    if (!ascending) place = places.try_emplace(labels, place).first->second;
+    if (place == series.labels.size()) {
+      series.labels.push_back(std::move(labels));
+      series.values.resize(series.values.size() + width);
+    }
+    add_to(&series.values[place * width], width, layout, row.record);
+    for (std::size_t i = 0; i < width; ++i) {
       gathered.rest[i] -= value_of(layout, row.record, layout.key_columns + i);
     }
   }
   gathered.rest_count = gathered.count - rows.size() - (gathered.source_totals.empty() ? 0U : 1U);
-  if (gathered.rest_count == 0) gathered.rest.assign(values, 0);  // no dust of roundings
+  if (gathered.rest_count == 0) gathered.rest.assign(width, 0);  // no dust of roundings
 }
 
 Gathered gather(const ToolPaths& paths, const Collection& collection,
@@ -184,7 +196,9 @@ void add_rows(const std::vector<const Gathered*>& collections, Exposition& page)
     const MetricName name = name_of(column, first.source);
     family("", column, name, name.type, "");
     for (const Gathered* each : collections) {
-      for (const Series& row : each->rows) page.sample(row.labels, row.values[at] * name.factor);
+      for (std::size_t row = 0; row < each->series.labels.size(); ++row) {
+        page.sample(each->series.labels[row], each->series.value(row, at) * name.factor);
+      }
     }
     if (column.kind != ColumnKind::counter) continue;  // sums of these mean nothing
     family("all_", column, name, name.type, ", of all rows together");
@@ -272,7 +286,7 @@ void add_own_health(std::chrono::steady_clock::time_point begun, bool listed, Ex
 
 }  // namespace
 
-std::string metrics_page(const ToolPaths& paths, const MetricsOptions& options) {
+void write_metrics_page(const ToolPaths& paths, const MetricsOptions& options, Output& output) {
   const auto begun = std::chrono::steady_clock::now();
   const auto planned = planned_interval(paths.preferences);
   std::string error;
@@ -282,7 +296,7 @@ std::string metrics_page(const ToolPaths& paths, const MetricsOptions& options) 
   for (const Collection& collection : wanted) {
     all.push_back(gather(paths, collection, {planned, 0}, options.top));
   }
-  Exposition page;
+  Exposition page(output);
   add_daemon(paths, planned, page);
   add_collections(all, page);
   std::map<std::uint32_t, std::vector<const Gathered*>> by_type;
@@ -291,7 +305,6 @@ std::string metrics_page(const ToolPaths& paths, const MetricsOptions& options) 
   }
   for (const auto& [type, collections] : by_type) add_rows(collections, page);
   add_own_health(begun, error.empty(), page);
-  return std::move(page.text());
 }
 
 }  // namespace tally

@@ -6,13 +6,12 @@
 // because they fall when a row gets series of its own.
 #pragma once
 
-#include <string>
-
+#include "output.h"
 #include "tallyctl.h"
 
 namespace tally {
 
-// metrics_page never fails: what cannot be read is told by the page itself.
-std::string metrics_page(const ToolPaths& paths, const MetricsOptions& options);
+// write_metrics_page never fails: what cannot be read is told by the page itself.
+void write_metrics_page(const ToolPaths& paths, const MetricsOptions& options, Output& output);
 
 }  // namespace tally

@@ -10,7 +10,9 @@ namespace tally {
 // takes text and drops it; good() tells.
 class Output {
  public:
+  // With kCollect for a descriptor it only collects: text() is all of it.
   explicit Output(int fd) : fd_(fd) {}
+  static constexpr int kCollect = -1;
 
   // text is where writers append; flush_full must be called now and then.
   std::string& text() { return text_; }
@@ -23,7 +25,7 @@ class Output {
     return *this;
   }
 
-  bool flush_full() { return text_.size() < kBlock ? good() : flush(); }
+  bool flush_full() { return text_.size() < kBlock || fd_ == kCollect ? good() : flush(); }
   bool flush();
   bool good() const { return error_ == 0; }
   int error() const { return error_; }  // an errno value

@@ -362,10 +362,11 @@ TEST(HttpRequest, TakesWhatScrapersSendAndNothingElse) {
     EXPECT_EQ(request.state, each.state) << each.bytes.substr(0, 40);
     EXPECT_EQ(request.path, each.path);
   }
-  Exposition page;
+  Output text(Output::kCollect);
+  Exposition page(text);
   page.family("a_total", "counter", "Text");
   page.sample(label("b", "c\\d\"e\nf"), std::numeric_limits<double>::infinity());
-  EXPECT_EQ(page.text(),
+  EXPECT_EQ(text.text(),
             "# HELP a_total Text\n# TYPE a_total counter\n"
             "a_total{b=\"c\\\\d\\\"e\\nf\"} +Inf\n");
 }

@@ -374,7 +374,13 @@ TEST_F(Tallyctl, ServesMetricsToScrapersAndToNobodyForLong) {
   std::atomic<bool> stop = false;
   std::thread daemon([&] {
     MetricsOptions options;
-    while (!stop) server.serve_once(-1, [&] { return metrics_page(paths_, options); });
+    while (!stop) {
+      server.serve_once(-1, [&] {
+        Output page(Output::kCollect);
+        write_metrics_page(paths_, options, page);
+        return page.text();
+      });
+    }
   });
   const UniqueFd silent = connect_to(port);  // is in nobody's way
   const std::string page = get(port, "GET /metrics HTTP/1.1\r\n\r\n", 1);
