@@ -65,7 +65,7 @@ constexpr Kind kKinds[] = {{kEtherStats, "NMP_ETHERSTATS", false},
                            {kIfStats, "NMP_IFSTATS", true}};
 
 KindSetting setting_of(const Kind& kind, SettingsDatabase& database, std::optional<int> target) {
-  if (!database.opened()) return {kind.type, true, "the database could not be read"};
+  if (!database.opened()) return {kind.type, true, "there is no database that can be read"};
   if ((target == 7) != kind.on_target_7) {
     return {kind.type, false,
             fmt::format("an appliance of target id {} has {}",

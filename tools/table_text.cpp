@@ -29,7 +29,9 @@ std::string headline(const TableView& view) {
   line += "  sampled " + time_text(view.header.sample_time);
   if (view.now) {
     const std::int64_t age = *view.now - view.header.sample_time;
-    line += age < 0 ? " (in the future)" : fmt::format(" ({} ago)", duration_text(age));
+    // The daemon's clock may be a second ahead of the coarser one that is read here.
+    line += age < -1 ? " (in the future)"
+                     : fmt::format(" ({} ago)", duration_text(std::max<std::int64_t>(age, 0)));
   }
   line += fmt::format("  rows {}", view.count);
   if (view.accepted < view.count) line += fmt::format("  matching {}", view.accepted);
