@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "cell_text.h"
@@ -253,7 +254,8 @@ std::vector<FileNote> Annotator::finish() {
     notes.push_back({code, std::move(text)});
   }
   if (unchanged_ != 0) {
-    const auto& [code, meaning] = row_note_texts()[4];
+    const auto& [code, meaning] =
+        row_note_texts()[static_cast<std::size_t>(std::countr_zero(RowNotes{kUnchanged}))];
     notes.push_back({code, fmt::format("{} more rows of the last sample {}", unchanged_, meaning)});
   }
   if (lost_ != 0) {

@@ -104,8 +104,11 @@ ExitCode record(const ToolPaths& paths, const RecordOptions& options) {
   }
   if (access(directory.c_str(), W_OK | X_OK) != 0 ||
       access(paths.data_directory.c_str(), R_OK | X_OK) != 0) {
+    const int error = errno;
     const bool own = access(directory.c_str(), W_OK | X_OK) != 0;
-    complain(fmt::format("{}: {}", own ? directory : paths.data_directory, std::strerror(errno)));
+    complain(fmt::format("{}: {}; {}", own ? directory : paths.data_directory, std::strerror(error),
+                         own ? "name a directory that can be written to"
+                             : "it must exist and be readable: see 'tallyctl check'"));
     return kAbsent;
   }
   const std::int32_t step = std::max(planned_interval(paths.preferences).value_or(60), 1);

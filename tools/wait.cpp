@@ -26,13 +26,8 @@ Signals::Taken Signals::take() const {
   Taken taken;
   signalfd_siginfo info{};
   while (read(fd_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
-    if (info.ssi_signo == SIGWINCH) {
-      taken.resized = true;
-    } else if (info.ssi_signo == SIGTSTP) {
-      taken.stop = true;
-    } else {
-      taken.end = true;
-    }
+    if (info.ssi_signo == SIGWINCH) continue;
+    (info.ssi_signo == SIGTSTP ? taken.stop : taken.end) = true;
   }
   return taken;
 }

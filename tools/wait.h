@@ -11,9 +11,9 @@
 
 namespace tally {
 
-// Signals holds back the signals that end a command (SIGINT, SIGTERM, SIGHUP), that tell of another
-// terminal size (SIGWINCH) and that stop it (SIGTSTP), so that the command can act in its own way.
-// For single-threaded programs.
+// Signals holds back the signals that end a command (SIGINT, SIGTERM, SIGHUP), that stop it
+// (SIGTSTP) and that tell of another terminal size (SIGWINCH, which just wakes it up), so that the
+// command can act in its own way. For single-threaded programs.
 class Signals {
  public:
   Signals();
@@ -25,7 +25,6 @@ class Signals {
 
   struct Taken {
     bool end = false;
-    bool resized = false;
     bool stop = false;
   };
   Taken take() const;  // never waits

@@ -72,7 +72,7 @@ class Watcher {
  private:
   bool look(Watched& watched);
   bool tell_daemon();
-  bool show_news(Screen* screen, bool redraw);
+  bool show_news(Screen* screen);
   bool obey(const std::string& keys);
   std::string frame(const Terminal& terminal);
   std::string table(Watched& watched, const TableStyle& style, std::size_t room) const;
@@ -196,13 +196,10 @@ bool Watcher::obey(const std::string& keys) {
 
 // show_news looks at all files and shows what is new. Returns false when standard output takes no
 // more.
-bool Watcher::show_news(Screen* screen, bool redraw) {
-  bool news = tell_daemon();
-  if (news && screen == nullptr && !trouble_.empty()) complain(trouble_);
+bool Watcher::show_news(Screen* screen) {
+  if (tell_daemon() && screen == nullptr && !trouble_.empty()) complain(trouble_);
   for (Watched& watched : all_) {
-    if (!look(watched)) continue;
-    news = true;
-    if (screen != nullptr) continue;
+    if (!look(watched) || screen != nullptr) continue;
     if (!watched.files) {
       complain(fmt::format("{}: {}", title(watched.collection), watched.remark));
       continue;
@@ -210,8 +207,7 @@ bool Watcher::show_news(Screen* screen, bool redraw) {
     const TableStyle style{options_.view.si ? NumberStyle::si : NumberStyle::exact, false, 0};
     if (!put(table(watched, style, 0) + '\n')) return false;
   }
-  if (screen == nullptr || !(news || redraw)) return true;
-  return screen->draw(frame(look_at_terminal()));
+  return screen == nullptr || screen->draw(frame(look_at_terminal()));
 }
 
 // verdict tells, in words and as an exit code, whether the rates of all collections were shown.
@@ -239,7 +235,7 @@ ExitCode Watcher::run() {
     std::optional<Screen> screen;
     if (look_at_terminal().present) screen.emplace();
     for (;;) {
-      if (!show_news(screen ? &*screen : nullptr, true)) return kAbsent;
+      if (!show_news(screen ? &*screen : nullptr)) return kAbsent;
       const bool counted = options_.count && std::all_of(all_.begin(), all_.end(), [&](auto& each) {
                              return each.rates_shown >= *options_.count;
                            });
