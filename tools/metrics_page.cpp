@@ -293,6 +293,7 @@ void write_metrics_page(const ToolPaths& paths, const MetricsOptions& options, O
   std::vector<Collection> wanted = present_collections(paths.data_directory, error);
   if (!options.collections.empty()) wanted = options.collections;
   std::vector<Gathered> all;
+  all.reserve(wanted.size());
   for (const Collection& collection : wanted) {
     all.push_back(gather(paths, collection, {planned, 0}, options.top));
   }
