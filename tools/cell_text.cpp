@@ -44,7 +44,14 @@ std::string number_text(double value, NumberStyle style) {
 }
 
 std::string mac_text(std::span<const unsigned char> octets) {
-  return fmt::format("{:02x}", fmt::join(octets, ":"));
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char octet : octets) {
+    if (!text.empty()) text += ':';
+    text += kDigits[octet >> 4];
+    text += kDigits[octet & 15];
+  }
+  return text;
 }
 
 std::string address_text(const Octets& address) {
@@ -64,28 +71,35 @@ std::string address_text(const Octets& address) {
   return hex_text(address.bytes.first(length));
 }
 
-std::string name_text(const Octets& name) {
-  const std::size_t length = std::min<std::size_t>(name.length, name.bytes.size());
+std::string printable(std::string_view bytes) {
   std::string text;
-  for (const unsigned char octet : name.bytes.first(length)) {
-    const bool plain = octet >= 0x20 && octet < 0x7f && octet != '\\';
-    text += plain ? std::string(1, static_cast<char>(octet)) : fmt::format("\\x{:02x}", octet);
+  for (const char character : bytes) {
+    const bool plain = character >= 0x20 && character < 0x7f && character != '\\';
+    text += plain ? std::string(1, character)
+                  : fmt::format("\\x{:02x}", static_cast<unsigned char>(character));
   }
   return text.empty() ? "-" : text;
 }
 
-std::string cell_text(const DeltaTable& table, std::size_t row, std::size_t column,
+std::string name_text(const Octets& name) {
+  const std::size_t length = std::min<std::size_t>(name.length, name.bytes.size());
+  return printable({reinterpret_cast<const char*>(name.bytes.data()), length});
+}
+
+std::string cell_text(const RecordLayout& layout, const unsigned char* record, std::size_t column,
                       NumberStyle style) {
-  const Cell cell = table.cell(row, column);
-  switch (table.layout->columns[column].kind) {
+  const Cell cell = cell_of(layout, record, column);
+  switch (layout.columns[column].kind) {
     case ColumnKind::number_or_total:
       if (std::get<std::uint32_t>(cell) == kTotalIndex) return "total";
       [[fallthrough]];
     case ColumnKind::number:
     case ColumnKind::length:
       return fmt::to_string(std::get<std::uint32_t>(cell));
-    case ColumnKind::rate:
+    case ColumnKind::counter:
     case ColumnKind::percent:
+    case ColumnKind::speed:
+    case ColumnKind::unused:
       return number_text(std::get<double>(cell), style);
     case ColumnKind::mac:
       return mac_text(std::get<Octets>(cell).bytes);
@@ -97,7 +111,7 @@ std::string cell_text(const DeltaTable& table, std::size_t row, std::size_t colu
   return {};
 }
 
-std::string time_text(std::int32_t seconds_since_epoch) {
+std::string time_text(std::int64_t seconds_since_epoch) {
   const std::time_t time = seconds_since_epoch;
   std::tm local{};
   localtime_r(&time, &local);
@@ -107,6 +121,15 @@ std::string time_text(std::int32_t seconds_since_epoch) {
   zoned.insert(zoned.size() - 2, 1,
                ':');  // strftime's offset lacks the colon of the extended format
   return zoned;
+}
+
+std::string duration_text(std::int64_t seconds) {
+  constexpr std::pair<std::int64_t, const char*> kUnits[] = {
+      {86400, "d"}, {3600, "h"}, {60, "min"}};
+  for (const auto& [length, unit] : kUnits) {
+    if (seconds >= 2 * length) return fmt::format("{} {}", seconds / length, unit);
+  }
+  return fmt::format("{} s", seconds);
 }
 
 }  // namespace tally

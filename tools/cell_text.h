@@ -3,8 +3,9 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
-#include "delta_reader.h"
+#include "record_cell.h"
 
 namespace tally {
 
@@ -23,15 +24,20 @@ std::string mac_text(std::span<const unsigned char> octets);
 // are not zero is no length: then all octets are shown in hex, so that no two keys look alike.
 std::string address_text(const Octets& address);
 
-// name_text shows what is not printable ASCII as \xNN: names come from the network and go to
-// terminals. "-" when empty.
+// printable shows what is not printable ASCII as \xNN: names and settings come from elsewhere and
+// go to terminals. "-" when empty.
+std::string printable(std::string_view bytes);
 std::string name_text(const Octets& name);
 
-// cell_text writes one value of a table by its column's kind; the index of a totals row is "total".
-std::string cell_text(const DeltaTable& table, std::size_t row, std::size_t column,
+// cell_text writes one value of a record by its column's kind; the index of a totals row is
+// "total".
+std::string cell_text(const RecordLayout& layout, const unsigned char* record, std::size_t column,
                       NumberStyle style);
 
 // time_text: ISO 8601 with the offset of the local time zone, "2026-08-01T12:00:00+02:00".
-std::string time_text(std::int32_t seconds_since_epoch);
+std::string time_text(std::int64_t seconds_since_epoch);
+
+// duration_text: "45 s", "12 min", "3 h", "5 d"; from far away the smaller units do not matter.
+std::string duration_text(std::int64_t seconds);
 
 }  // namespace tally

@@ -2,9 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "files/file_format.h"
 
 namespace tally {
 
@@ -31,7 +35,19 @@ Collection parse_collection(std::vector<std::string> words);
 // title returns "host 3" or "etherstats".
 std::string title(const Collection& collection);
 
-// delta_path returns where the collection's delta file lies in a data directory.
-std::string delta_path(const std::string& directory, const Collection& collection);
+// file_path returns where one of the collection's files lies in a data directory.
+std::string file_path(const std::string& directory, const Collection& collection, FileKind kind);
+
+// collection_of_file recognises the name of a collection file (without directory), or gives
+// nothing.
+struct NamedFile {
+  Collection collection;
+  FileKind kind;
+};
+std::optional<NamedFile> collection_of_file(std::string_view name);
+
+// parse_file_kind reads "delta", "last" or "prev"; file_kind_name writes it.
+std::optional<FileKind> parse_file_kind(std::string_view word);
+const char* file_kind_name(FileKind kind);
 
 }  // namespace tally

@@ -22,7 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 std::string no_reader(const std::string& pipe) {
-  return fmt::format("no daemon is reading {}", pipe);
+  return fmt::format("no daemon is reading {}; start tallyd, or see 'tallyctl check'", pipe);
 }
 
 // wait_for_room waits until the pipe takes a message or the deadline passes.
@@ -41,12 +41,13 @@ std::string send_message(const std::string& pipe, const ControlMessage& message,
   const UniqueFd fd(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
   if (!fd) {
     if (errno == ENXIO) return no_reader(pipe);
-    if (errno == ENOENT) return fmt::format("there is no control pipe {}", pipe);
+    if (errno == ENOENT)
+      return fmt::format("there is no control pipe {}; tallyd makes it when it starts", pipe);
     return fmt::format("cannot open {}: {}", pipe, std::strerror(errno));
   }
   struct stat state {};
   if (fstat(fd.get(), &state) != 0 || !S_ISFIFO(state.st_mode)) {
-    return fmt::format("{} is not a FIFO", pipe);
+    return fmt::format("{} is not a FIFO; remove it and start tallyd again", pipe);
   }
   const auto deadline = Clock::now() + patience;
   for (;;) {
@@ -56,7 +57,7 @@ std::string send_message(const std::string& pipe, const ControlMessage& message,
     if (errno == EPIPE) return no_reader(pipe);
     if (errno == EAGAIN) {
       if (!wait_for_room(fd.get(), deadline)) {
-        return fmt::format("{} is full: the daemon does not read it", pipe);
+        return fmt::format("{} is full: the daemon does not read it; see 'tallyctl check'", pipe);
       }
     } else if (errno != EINTR) {
       return fmt::format("cannot write to {}: {}", pipe, std::strerror(errno));

@@ -1,16 +1,20 @@
 // What the records of each collection type hold: one table of columns per type.
 //
-// The columns of a table are those of the record, in order and without a gap, so offsets and the
-// record size follow from the widths. Names are those of the MIB objects (RFC 2819, RFC 4502,
-// RFC 2613, RFC 3287, RFC 2863); fields that no MIB knows have plain names.
+// Everything that shows, exports, records or counts rows is driven by these tables. The columns of
+// a table are those of the record, in order and without a gap, so offsets and the record size
+// follow from the widths. Names are those of the MIB objects (RFC 2819, RFC 4502, RFC 2613,
+// RFC 3287, RFC 2863); fields that no MIB knows have plain names.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "files/file_format.h"
 
 namespace tally {
 
@@ -21,51 +25,56 @@ enum class ColumnKind {
   mac,      // 6 octets
   address,  // 16 octets, of which as many count as the column before it says
   name,     // 16 octets of text, likewise
-  rate,     // double, per second
+  counter,  // double: a count in the samples, its change per second in the delta file
   percent,  // double, 0 to 100
+  speed,    // double, bits per second
+  unused,   // double that is always 0; not a column to a reader
 };
 
 struct Column {
   const char* name;
   ColumnKind kind;
+  const char* unit;    // of a counter: "octets", "packets", "errors", "events"; else empty
+  const char* metric;  // label of a key, or what a metric's name says of a value
 };
 
 // Index of the row of all traffic in a number_or_total column.
 inline constexpr std::uint32_t kTotalIndex = 0xffffffff;
 
-constexpr std::size_t column_width(ColumnKind kind) {
-  switch (kind) {
-    case ColumnKind::number:
-    case ColumnKind::number_or_total:
-    case ColumnKind::length:
-      return 4;
-    case ColumnKind::mac:
-      return 6;
-    case ColumnKind::address:
-    case ColumnKind::name:
-      return 16;
-    case ColumnKind::rate:
-    case ColumnKind::percent:
-      return 8;
-  }
-  return 0;
-}
+inline constexpr std::size_t kMostColumns = 22;
 
-constexpr bool is_rate(ColumnKind kind) {
-  return kind == ColumnKind::rate || kind == ColumnKind::percent;
-}
+// How a type's rows are sorted and matched: byte by byte, or as numbers of 32 bits.
+struct KeyRule {
+  std::size_t from;   // offset of the first octet that takes part
+  std::size_t words;  // numbers from there; 0: all octets before the first value, as bytes
+};
 
 struct RecordLayout {
   std::span<const Column> columns;
-  std::size_t size;  // octets of one record
+  std::array<std::uint16_t, kMostColumns> offsets;  // of each column
+  std::size_t size;                                 // octets of one record
+  std::size_t key_columns;                          // the first so many columns are the key
+  std::size_t key_size;                             // and the first so many octets
   std::size_t rank;  // number of the column by which the busiest rows are found
+  KeyRule key_rule;
 };
 
-// record_layout returns the layout of a type's records, or null for an illegal type.
-const RecordLayout* record_layout(std::uint32_t type);
+// record_layout returns the layout of a type's records, or null for an illegal type and for files
+// that the type does not have (etherstats keeps its samples in memory).
+const RecordLayout* record_layout(std::uint32_t type, FileKind kind = FileKind::delta);
 
-// column_offset returns where a column lies in its record.
-std::size_t column_offset(const RecordLayout& layout, std::size_t column);
+constexpr bool is_visible(ColumnKind kind) {
+  return kind != ColumnKind::length && kind != ColumnKind::unused;
+}
+
+// is_value tells the numbers of a record from the fields of its key.
+constexpr bool is_value(ColumnKind kind) {
+  return kind == ColumnKind::counter || kind == ColumnKind::percent || kind == ColumnKind::speed ||
+         kind == ColumnKind::unused;
+}
+
+// compare_keys orders two records as the daemon does: negative, 0 or positive.
+int compare_keys(const RecordLayout& layout, const unsigned char* left, const unsigned char* right);
 
 // find_column returns the number of a column that a reader can ask for by name (letter case does
 // not matter), or nothing.

@@ -4,97 +4,105 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
-#include <numeric>
+
+#include "daemon/collection_types.h"
 
 namespace tally {
 namespace {
 
 constexpr std::string_view kGap = "  ";
 
-// precedes is a strict weak order of two values of one column. A value that is not a number comes
-// after all numbers.
-bool precedes(const Cell& left, const Cell& right) {
-  if (const auto* rate = std::get_if<double>(&left)) {
-    const double other = std::get<double>(right);
-    if (std::isnan(*rate) || std::isnan(other)) return !std::isnan(*rate) && std::isnan(other);
-    return *rate > other;
-  }
-  if (const auto* number = std::get_if<std::uint32_t>(&left)) {
-    return *number < std::get<std::uint32_t>(right);
-  }
-  const auto& octets = std::get<Octets>(left).bytes;
-  const auto& others = std::get<Octets>(right).bytes;
-  return std::lexicographical_compare(octets.begin(), octets.end(), others.begin(), others.end());
-}
-
 bool is_left_aligned(ColumnKind kind) {
   return kind == ColumnKind::mac || kind == ColumnKind::address || kind == ColumnKind::name;
 }
 
-std::string headline(const DeltaTable& table, std::string_view title, const TableStyle& style,
-                     std::size_t shown) {
-  std::string line =
-      fmt::format("{}  interval {} s  sampled {}  rows {}", title, table.header.interval,
-                  time_text(table.header.sample_time), table.count());
-  if (shown < table.count()) line += fmt::format("  shown {}", shown);
-  if (style.sort_column && shown > 0) {
-    line += fmt::format("  by {}", table.layout->columns[*style.sort_column].name);
+std::string headline(const TableView& view) {
+  std::string line = title(view.collection);
+  if (view.kind == FileKind::delta) {
+    line += fmt::format("  interval {} s", view.header.interval);
+  } else {
+    line += fmt::format("  {} sample", file_kind_name(view.kind));
+    if (is_agent_type(view.collection.type)) {
+      line += fmt::format("  up-time {}", view.header.up_time);
+    }
+  }
+  line += "  sampled " + time_text(view.header.sample_time);
+  if (view.now) {
+    const std::int64_t age = *view.now - view.header.sample_time;
+    // The daemon's clock may be a second ahead of the coarser one that is read here.
+    line += age < -1 ? " (in the future)"
+                     : fmt::format(" ({} ago)", duration_text(std::max<std::int64_t>(age, 0)));
+  }
+  line += fmt::format("  rows {}", view.count);
+  if (view.accepted < view.count) line += fmt::format("  matching {}", view.accepted);
+  if (view.rows.size() < view.accepted) line += fmt::format("  shown {}", view.rows.size());
+  if (view.order.column && !view.rows.empty()) {
+    line += fmt::format("  by {}", view.layout->columns[*view.order.column].name);
   }
   return line;
 }
 
 // finish cuts a line to the width, takes off blanks at its end and adds colour and newline.
-std::string finish(std::string line, const TableStyle& style, fmt::emphasis emphasis) {
+std::string finish(std::string line, const TableStyle& style, fmt::text_style text_style) {
   if (style.width != 0 && line.size() > style.width) line.resize(style.width);
   line.erase(line.find_last_not_of(' ') + 1);
-  if (style.colour && emphasis != fmt::emphasis{}) line = fmt::format(emphasis, "{}", line);
+  if (style.colour && (text_style.has_emphasis() || text_style.has_foreground()))
+    line = fmt::format(text_style, "{}", line);
   return line + '\n';
 }
 
-}  // namespace
+// Lines collects the columns of a table side by side.
+class Lines {
+ public:
+  explicit Lines(std::size_t count) : lines_(count) {}
 
-std::vector<std::size_t> ordered_rows(const DeltaTable& table, const TableStyle& style) {
-  std::vector<std::size_t> rows(table.count());
-  std::iota(rows.begin(), rows.end(), std::size_t{0});
-  auto totals = std::stable_partition(rows.begin(), rows.end(),
-                                      [&](std::size_t row) { return !table.is_total(row); });
-  if (style.sort_column) {
-    std::stable_sort(rows.begin(), totals, [&](std::size_t left, std::size_t right) {
-      return precedes(table.cell(left, *style.sort_column), table.cell(right, *style.sort_column));
-    });
-  }
-  const auto others = static_cast<std::size_t>(totals - rows.begin());
-  if (style.top != 0 && style.top < others) {
-    rows.erase(rows.begin() + static_cast<std::ptrdiff_t>(style.top), totals);
-  }
-  return rows;
-}
-
-std::string table_text(const DeltaTable& table, std::string_view title, const TableStyle& style) {
-  const std::vector<std::size_t> rows = ordered_rows(table, style);
-  std::string text = finish(headline(table, title, style, rows.size()), style, fmt::emphasis::bold);
-  if (rows.empty()) return text;
-
-  std::vector<std::string> lines(rows.size() + 1);
-  for (std::size_t column = 0; column < table.layout->columns.size(); ++column) {
-    const Column& what = table.layout->columns[column];
-    if (what.kind == ColumnKind::length) continue;
-    std::vector<std::string> cells{what.name};
-    for (const std::size_t row : rows) {
-      cells.push_back(cell_text(table, row, column, style.numbers));
-    }
+  void add(const std::vector<std::string>& cells, bool left_aligned) {
     std::size_t width = 0;
     for (const std::string& cell : cells) width = std::max(width, cell.size());
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      if (!lines[i].empty()) lines[i] += kGap;
-      lines[i] += is_left_aligned(what.kind) ? fmt::format("{:<{}}", cells[i], width)
-                                             : fmt::format("{:>{}}", cells[i], width);
+    for (std::size_t i = 0; i < lines_.size(); ++i) {
+      if (!lines_[i].empty()) lines_[i] += kGap;
+      const std::size_t missing = width - cells[i].size();
+      if (!left_aligned) lines_[i].append(missing, ' ');
+      lines_[i] += cells[i];
+      if (left_aligned) lines_[i].append(missing, ' ');
     }
   }
-  text += finish(std::move(lines[0]), style, fmt::emphasis::underline);
-  for (std::size_t i = 1; i < lines.size(); ++i) {
-    text += finish(std::move(lines[i]), style, fmt::emphasis{});
+
+  std::vector<std::string>& all() { return lines_; }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+}  // namespace
+
+std::string table_text(const TableView& view, const TableStyle& style) {
+  std::string text = finish(headline(view), style, fmt::emphasis::bold);
+  for (const FileNote& note : view.notes) {
+    text += finish("! " + note.text, style, fg(fmt::terminal_color::yellow));
+  }
+  if (view.rows.empty()) return text;
+
+  Lines lines(view.rows.size() + 1);
+  for (std::size_t column = 0; column < view.layout->columns.size(); ++column) {
+    const Column& what = view.layout->columns[column];
+    if (!is_visible(what.kind)) continue;
+    std::vector<std::string> cells{what.name};
+    for (const Row& row : view.rows) {
+      cells.push_back(cell_text(*view.layout, row.record, column, style.numbers));
+    }
+    lines.add(cells, is_left_aligned(what.kind));
+  }
+  if (std::any_of(view.rows.begin(), view.rows.end(),
+                  [](const Row& row) { return row.notes != 0; })) {
+    std::vector<std::string> cells{"notes"};
+    for (const Row& row : view.rows) cells.push_back(row_note_codes(row.notes, " "));
+    lines.add(cells, true);
+  }
+  bool names = true;
+  for (std::string& line : lines.all()) {
+    text += finish(std::move(line), style, names ? fmt::emphasis::underline : fmt::text_style{});
+    names = false;
   }
   return text;
 }

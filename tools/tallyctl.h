@@ -10,58 +10,83 @@
 
 #include "collection_name.h"
 #include "pipe_writer.h"
-#include "table_text.h"
-#include "terminal.h"
+#include "view.h"
 
 namespace tally {
 
 enum ExitCode : int {
   kDone = 0,
-  kAbsent = 1,       // what was asked for is not there, or is not what it should be
+  kAbsent = 1,       // what was asked for is not there, is not what it should be, or failed
   kUsage = 2,        // the command line cannot be understood
   kUnreachable = 3,  // no daemon takes the message
 };
 
-// Where the daemon's files are.
+// Where the appliance keeps what the commands look at.
 struct ToolPaths {
   std::string data_directory;
   std::string control_pipe;
+  std::string pid_file;
+  std::string preferences;         // gdbm database with the interval
+  std::string nmp_settings;        // gdbm database of the supervisor
+  std::string appliance_settings;  // text file with the target id
 };
 
-// DisplayOptions says how tables are shown.
-struct DisplayOptions {
+// appliance_paths returns those that were settled when tallyctl was built.
+ToolPaths appliance_paths();
+
+enum class Format { table, json, csv };
+
+// ViewOptions says which rows are shown, and how.
+struct ViewOptions {
+  Format format = Format::table;
+  FileKind file = FileKind::delta;
+  std::string sort;  // column name; empty: the type's main rate if rows are cut off, else none
+  bool reversed = false;
+  std::size_t top = 0;  // 0: all rows
+  std::vector<std::string> where;
+  bool notes = true;
+  double line_speed = 0;  // bits per second of the source of an agent's rows; 0: unknown
   bool si = false;
   bool no_colour = false;
-  std::string sort;     // column name; empty: the type's main rate if rows are cut off, else none
-  std::size_t top = 0;  // 0: all rows
-};
-
-// style_for turns what was asked for into the style of a table of one type on this terminal, of any
-// width. Throws UsageError when the type has no column of the name to sort by.
-TableStyle style_for(std::uint32_t type, const DisplayOptions& options, const Terminal& terminal);
-
-struct ShowOptions {
-  Collection collection;
-  DisplayOptions display;
-  std::chrono::milliseconds patience;  // for a file that is being written
 };
 
 struct WatchOptions {
   std::vector<Collection> collections;
-  DisplayOptions display;
+  ViewOptions view;
   bool viewing = true;  // tell the daemon that somebody looks
   std::chrono::seconds viewing_period{5};
   std::optional<unsigned> count;                 // end when the rates of each were shown so often
   std::optional<std::chrono::seconds> duration;  // end after this time
 };
 
+struct RecordOptions {
+  std::vector<Collection> collections;  // none: every collection that has files
+  std::string rrd_directory;            // one of the two
+  std::string csv_directory;
+  std::size_t top = 0;  // rows of each collection at most, by its main rate; 0: all
+  std::optional<std::chrono::seconds> duration;
+};
+
+struct MetricsOptions {
+  std::vector<Collection> collections;  // none: every collection that has files
+  std::size_t top = 50;                 // rows of each collection; the rest is summed up
+  std::string textfile;                 // written once; empty: standard output
+  std::string listen;                   // ADDR:PORT to serve at; empty: not at all
+};
+
 // Each command does its work, writes data to standard output and words to standard error, and
-// returns the exit code. keep_viewing and watch end early on SIGINT and SIGTERM.
+// returns the exit code. Those that go on end early, with their result, on SIGINT and SIGTERM. They
+// throw UsageError for options that make no sense for the collection.
 ExitCode send(const ToolPaths& paths, const ControlMessage& message);
-ExitCode keep_viewing(const ToolPaths& paths, const ControlMessage& message,
+ExitCode keep_viewing(const ToolPaths& paths, const std::vector<Collection>& collections,
                       std::chrono::seconds period);
-ExitCode show(const ToolPaths& paths, const ShowOptions& options);
+ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOptions& options,
+              std::chrono::milliseconds patience);
 ExitCode watch(const ToolPaths& paths, const WatchOptions& options);
+ExitCode status(const ToolPaths& paths, bool json);
+ExitCode check(const ToolPaths& paths, bool json);
+ExitCode record(const ToolPaths& paths, const RecordOptions& options);
+ExitCode metrics(const ToolPaths& paths, const MetricsOptions& options);
 
 // tallyctl understands the command line and runs one command. The process ignores SIGPIPE
 // afterwards.

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -25,6 +26,52 @@ Terminal look_at_terminal() {
     terminal.lines = size.ws_row;
   }
   return terminal;
+}
+
+Screen::Screen() {
+  keyboard_ = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &before_) == 0;
+  enter();
+}
+
+Screen::~Screen() {
+  leave();
+}
+
+void Screen::enter() {
+  if (keyboard_) {
+    termios raw = before_;
+    raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
+    raw.c_cc[VMIN] = 0;  // a read never waits
+    raw.c_cc[VTIME] = 0;
+    (void)tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+  }
+  (void)put("\x1b[?1049h\x1b[?25l\x1b[2J\x1b[H");
+}
+
+void Screen::leave() {
+  (void)put("\x1b[0m\x1b[?25h\x1b[?1049l");
+  if (keyboard_) (void)tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+}
+
+void Screen::suspend() {
+  leave();
+  (void)raise(SIGSTOP);
+  enter();
+}
+
+std::string Screen::keys() const {
+  char typed[64];
+  const ssize_t got = keyboard_ ? read(STDIN_FILENO, typed, sizeof typed) : 0;
+  return got > 0 ? std::string(typed, static_cast<std::size_t>(got)) : std::string();
+}
+
+bool Screen::draw(const std::string& lines) {
+  std::string redrawn = "\x1b[H";
+  for (const char character : lines) {
+    if (character == '\n') redrawn += "\x1b[K";
+    redrawn += character;
+  }
+  return put(redrawn + "\x1b[K\x1b[J");
 }
 
 bool put(const std::string& text) {

@@ -1,5 +1,7 @@
-// What is on the other end of standard output.
+// What is on the other end of standard output, and how it is taken over.
 #pragma once
+
+#include <termios.h>
 
 #include <cstddef>
 #include <string>
@@ -16,6 +18,35 @@ struct Terminal {
 // look_at_terminal asks the terminal for its present size. There is no colour when NO_COLOR is set
 // and not empty; a terminal of type "dumb" counts as a file.
 Terminal look_at_terminal();
+
+// Screen takes the whole terminal while it lives: its other screen, without a cursor, and with keys
+// that arrive at once and are not shown. Whatever ends the command, the destructor gives all of it
+// back.
+class Screen {
+ public:
+  Screen();
+  ~Screen();
+  Screen(const Screen&) = delete;
+  Screen& operator=(const Screen&) = delete;
+
+  // suspend gives the terminal back, stops the process as Ctrl-Z does, and takes it again later.
+  void suspend();
+
+  // keys returns what was typed; never waits.
+  std::string keys() const;
+  int keys_fd() const { return keyboard_ ? 0 : -1; }
+
+  // draw shows lines from the upper left corner, each cleared behind its text, and nothing below,
+  // so that nothing flickers. Returns false when the terminal is gone.
+  bool draw(const std::string& lines);
+
+ private:
+  void enter();
+  void leave();
+
+  bool keyboard_ = false;  // standard input is a terminal, whose settings were:
+  termios before_{};
+};
 
 // put writes to standard output at once. Returns false when that failed (a closed pipe, a full
 // disk).

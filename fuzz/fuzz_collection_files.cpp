@@ -1,0 +1,146 @@
+// Collection files, as tallyctl reads, compares and shows them.
+//
+// The input is a delta file of one type at most: any bytes at all. What is accepted has the size
+// that its rows explain, its values written back give the same bytes (so no byte of a record is
+// without a column), each view has every row once and nothing in it that a terminal would obey, and
+// JSON is JSON. That holds beside any samples: its own rows, its own without the first ones, and
+// rows that were cut out of it at a wrong place.
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "daemon/collection_types.h"
+#include "history.h"
+#include "property.h"
+#include "row_export.h"
+#include "view.h"
+
+namespace tally {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+OpenFile open_bytes(std::span<const unsigned char> bytes, std::uint32_t type, FileKind kind) {
+  OpenFile file;
+  file.bytes = FileBytes(Bytes(bytes.begin(), bytes.end()));
+  judge(file, type, kind);
+  return file;
+}
+
+Bytes write_back(const OpenFile& file) {
+  Bytes bytes;
+  const auto append = [&](const auto& value) {
+    const auto* first = reinterpret_cast<const unsigned char*>(&value);
+    bytes.insert(bytes.end(), first, first + sizeof value);
+  };
+  append(file.header);
+  Records records = file.records();
+  while (const unsigned char* record = records.next()) {
+    for (std::size_t column = 0; column < file.layout->columns.size(); ++column) {
+      const Cell cell = cell_of(*file.layout, record, column);
+      if (const auto* octets = std::get_if<Octets>(&cell)) {
+        bytes.insert(bytes.end(), octets->bytes.begin(), octets->bytes.end());
+      } else if (const auto* value = std::get_if<double>(&cell)) {
+        append(*value);
+      } else {
+        append(std::get<std::uint32_t>(cell));
+      }
+    }
+  }
+  return bytes;
+}
+
+bool is_plain(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c == '\n' || (c >= 0x20 && c < 0x7f); });
+}
+
+void check_views(const OpenFiles& files) {
+  const RecordLayout& layout = *files.main.layout;
+  const std::uint64_t count = files.main.count();
+  const AnnotateOptions options{60, 1e6};
+  for (std::size_t column = 0; column < layout.columns.size(); ++column) {
+    const RowOrder order{column, column % 2 == 1, 0};
+    const LoadedView loaded = load_view(files, RowFilter(layout, {}), order, &options);
+    demand(loaded.view.rows.size() == count, "sorting keeps every row and adds none");
+    const RowOrder few{column, false, 2};
+    const std::size_t kept = load_view(files, RowFilter(layout, {}), few, nullptr).view.rows.size();
+    demand(kept <= 3, "no more than asked for and the totals");
+    if (column != 0) continue;
+    const std::string text = table_text(loaded.view, {NumberStyle::si, false, 0});
+    const auto lines = static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+    demand(lines == 1 + loaded.view.notes.size() + (count == 0 ? 0 : count + 1),
+           "one line per row and note");
+    demand(is_plain(text), "plain text");
+    for (const Row& row : loaded.view.rows) {
+      demand(row_file_name(layout, row.record).find('/') == std::string::npos, "no path");
+    }
+  }
+  Output output(Output::kCollect);
+  for (const bool json : {true, false}) {
+    const auto document = json ? make_json_export(layout, output) : make_csv_export(layout, output);
+    Annotator annotator(files, options);
+    document->begin(files, options);
+    Records records = files.main.records();
+    while (const unsigned char* record = records.next()) {
+      document->row(record, annotator.next(record));
+    }
+    document->end(annotator.finish());
+    demand(is_plain(output.text()), "plain export");
+    if (json) demand(nlohmann::json::parse(output.text())["rows"].size() == count, "JSON rows");
+    output.text().clear();
+  }
+}
+
+// sample_of makes a sample of the octets of `bytes` from `offset` on.
+OpenFile sample_of(std::span<const unsigned char> bytes, std::size_t offset, std::uint32_t type,
+                   FileKind kind, std::int32_t time) {
+  const RecordLayout* layout = record_layout(type, kind);
+  const FileHeader header{0, static_cast<std::uint32_t>(bytes[0]), time, type};
+  Bytes sample(sizeof header);
+  std::memcpy(sample.data(), &header, sizeof header);
+  const auto rows = bytes.subspan(std::min(offset, bytes.size()));
+  const std::size_t octets = layout == nullptr ? 0 : rows.size() / layout->size * layout->size;
+  sample.insert(sample.end(), rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(octets));
+  return open_bytes(sample, type, kind);
+}
+
+void check_with_samples(std::span<const unsigned char> bytes, std::uint32_t type) {
+  const std::size_t size = record_layout(type)->size;
+  const std::size_t starts[] = {sizeof(FileHeader), sizeof(FileHeader) + size, 3};
+  for (const std::size_t last_start : starts) {
+    for (const std::size_t prev_start : starts) {
+      OpenFiles files;
+      files.collection = {type, 1};
+      files.kind = FileKind::delta;
+      files.main = open_bytes(bytes, type, FileKind::delta);
+      const FileHeader& main = files.main.header;
+      match_samples(files, sample_of(bytes, last_start, type, FileKind::last, main.sample_time),
+                    sample_of(bytes, prev_start, type, FileKind::prev,
+                              seconds_between(main.interval, main.sample_time)));
+      check_views(files);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tally
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace tally;
+  const std::span<const unsigned char> bytes(data, size);
+  int accepted = 0;
+  for (std::uint32_t type = 0; type <= kTypeSlots; ++type) {
+    const OpenFile file = open_bytes(bytes, type, FileKind::delta);
+    if (!file.good()) {
+      demand(!file.remark.empty(), "every refusal has its reason");
+      continue;
+    }
+    demand(++accepted == 1, "a file of one type only");
+    demand(sizeof(FileHeader) + file.count() * file.layout->size == size, "rows explain the size");
+    demand(std::ranges::equal(write_back(file), bytes), "written back, the same bytes");
+    check_with_samples(bytes, type);
+  }
+  return 0;
+}

@@ -1,0 +1,70 @@
+// What commands that go on wait for: signals, and changes of files.
+#pragma once
+
+#include <chrono>
+#include <csignal>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "files/unique_fd.h"
+
+namespace tally {
+
+// Signals holds back the signals that end a command (SIGINT, SIGTERM, SIGHUP), that stop it
+// (SIGTSTP) and that tell of another terminal size (SIGWINCH, which just wakes it up), so that the
+// command can act in its own way. For single-threaded programs.
+class Signals {
+ public:
+  Signals();
+  ~Signals();
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+
+  int fd() const { return fd_.get(); }  // readable when there is one
+
+  struct Taken {
+    bool end = false;
+    bool stop = false;
+  };
+  Taken take() const;  // never waits
+
+ private:
+  sigset_t before_;
+  UniqueFd fd_;
+};
+
+// FileEvents tells which files of a directory were written, renamed or removed (inotify).
+class FileEvents {
+ public:
+  explicit FileEvents(const std::string& directory);
+
+  // fd is -1 when the system does not tell; then one has to look from time to time.
+  int fd() const { return fd_.get(); }
+
+  struct Changes {
+    bool any_file = false;  // too much happened: any file may have changed
+    std::vector<std::string> names;
+  };
+  Changes take() const;  // never waits
+
+ private:
+  UniqueFd fd_;
+};
+
+// wait_for waits until one of the descriptors can be read or the time is over; -1 is none.
+void wait_for(const std::vector<int>& descriptors, std::chrono::milliseconds time);
+
+// Deadline is a moment that never comes when there is no duration.
+class Deadline {
+ public:
+  explicit Deadline(std::optional<std::chrono::seconds> after) {
+    if (after) moment_ = std::chrono::steady_clock::now() + *after;
+  }
+  bool over() const { return moment_ && std::chrono::steady_clock::now() >= *moment_; }
+
+ private:
+  std::optional<std::chrono::steady_clock::time_point> moment_;
+};
+
+}  // namespace tally
