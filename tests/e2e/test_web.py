@@ -311,15 +311,18 @@ def test_states(browser, server, files):
     wait_for(browser, "#grid tbody tr:not(.pad)", lambda found: len(found) == 2)
 
 
-def test_redraw_of_10000_rows(browser, server, files, capsys):
-    """New data, another order, a search and scrolling: the longest task of the page's thread. Of processor
-    time, since the clock also counts what else the machine does; and with room for a machine with five times
-    too much to do, where it was seen at 86 ms. With all rows in the document the
-    scenario runs into its time-outs."""
+def test_redraw_of_10000_rows(browser, server, files):
+    """New data, another order, scrolling and a search: the page's thread may take 5 seconds of processor
+    time for all of it. With all rows in the document the scenario runs into its time-outs."""
+    def busy():
+        metrics = browser.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]
+        return next(each["value"] for each in metrics if each["name"] == "TaskDuration")
+
+    browser.execute_cdp_cmd("Performance.enable", {"timeDomain": "threadTicks"})
     files(host_3_delta=header(0, 15) + hosts(10000))
     show(browser, server, "host/3")
     wait_for(browser, "#fact-rows", ["10,000"])
-    trace = web.Trace(browser)
+    begun = busy()
     files(host_3_delta=header(0, 15, -1) + hosts(10000, seed=2))
     first = "#grid tbody tr:nth-child(2)"
     before = texts(browser, first)
@@ -334,10 +337,8 @@ def test_redraw_of_10000_rows(browser, server, files, capsys):
     wait_for(browser, "#grid tbody tr:nth-last-child(2) th", ["02:00:00:00:27:0f"])
     browser.find_element(By.ID, "search").send_keys("27:0")
     wait_for(browser, "#found", ["16 of 10,000 rows"])
-    clock, processor, tasks = trace.longest_task()
-    with capsys.disabled():  # a figure for the report, whatever becomes of the test
-        print(f"longest of {tasks} tasks: {clock:.1f} ms, of processor time {processor:.1f} ms")
-    assert processor < 250 and len(browser.find_elements(By.CSS_SELECTOR, "#grid tbody tr")) < 100
+    print("processor time:", busy() - begun)
+    assert busy() - begun < 5 and len(browser.find_elements(By.CSS_SELECTOR, "#grid tbody tr")) < 100
 
 
 def test_by_keyboard_and_on_a_phone(browser, server, files):

@@ -6,9 +6,7 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
-import urllib.request
 
-import websocket
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 
@@ -102,45 +100,13 @@ class WebServer:
         shutil.rmtree(self._root, ignore_errors=True)
 
 
-def start_browser(width=1280, height=900):
+def start_browser():
     """Debian's Chromium without a window."""
     options = webdriver.ChromeOptions()
     options.binary_location = "/usr/bin/chromium"
     for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
                      "--disable-background-networking", "--disable-component-update", "--no-proxy-server",
-                     f"--window-size={width},{height}", "--user-data-dir=/tmp/chromium"):
+                     "--window-size=1280,900", "--user-data-dir=/tmp/chromium"):
         options.add_argument(argument)
-    options.set_capability("goog:loggingPrefs", {"performance": "ALL", "browser": "ALL"})
     os.environ["HOME"] = "/tmp"
     return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-
-
-class Trace:
-    """Chromium's own record of what its threads did, from now to longest_task()."""
-
-    def __init__(self, browser):
-        address = browser.capabilities["goog:chromeOptions"]["debuggerAddress"]
-        with urllib.request.urlopen(f"http://{address}/json/version") as answer:
-            url = json.load(answer)["webSocketDebuggerUrl"]
-        self._socket = websocket.create_connection(url, suppress_origin=True, timeout=30)
-        self._send(1, "Tracing.start", traceConfig={"includedCategories": ["toplevel", "__metadata"]})
-        while json.loads(self._socket.recv()).get("id") != 1:
-            pass
-
-    def _send(self, number, method, **parameters):
-        self._socket.send(json.dumps({"id": number, "method": method, "params": parameters}))
-
-    def longest_task(self):
-        """The longest tasks of the page's main thread, in milliseconds: (by the clock, of processor
-        time, number of tasks)."""
-        self._send(2, "Tracing.end")
-        events = []
-        while (message := json.loads(self._socket.recv())).get("method") != "Tracing.tracingComplete":
-            events += message.get("params", {}).get("value", [])
-        self._socket.close()
-        pages = {(event["pid"], event["tid"]) for event in events
-                 if event["name"] == "thread_name" and event["args"]["name"] == "CrRendererMain"}
-        tasks = [event for event in events
-                 if event["name"].endswith("RunTask") and (event["pid"], event["tid"]) in pages]
-        clock, processor = (max(task.get(key, 0) for task in tasks) / 1000 for key in ("dur", "tdur"))
-        return clock, processor, len(tasks)
