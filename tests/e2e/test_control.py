@@ -23,7 +23,6 @@ def illegal(name):
 # What is written into the pipe in one piece, and all that is logged about it.
 BYTES = {
     "5 bytes": (b"\3\0\0\0\0", [SIZE]),
-    "11 bytes": (message(VIEWING, 11)[:11], [SIZE]),
     "13 bytes": (message(8) + b"\0", [TYPE, SIZE]),
     "two messages": (message(8) + message(INTERVAL, 14), [TYPE, TOO_SMALL]),
     "type 7": (message(IGNORED, 0xFFFFFFFF, 0xFFFFFFFF), []),
@@ -31,20 +30,15 @@ BYTES = {
     "type 0xffffffff": (message(0xFFFFFFFF), [TYPE]),
     "interval 14": (message(INTERVAL, 14), [TOO_SMALL]),
     "interval 15": (message(INTERVAL, 15), []),
-    "interval 0": (message(INTERVAL, 0), [TOO_SMALL]),
     "interval -1": (message(INTERVAL, -1), [TOO_SMALL]),
-    "interval -2^31": (message(INTERVAL, -2**31), [TOO_SMALL]),
     "interval 3601": (message(INTERVAL, 3601), [TOO_LARGE]),
-    "interval 2^31-1": (message(INTERVAL, 2**31 - 1), [TOO_LARGE]),
     "interval 3600": (message(INTERVAL, 3600), []),
     "reload": (message(RELOAD), STARTED[1:]),
 }
-for _kind in (*range(10), 4294967):
-    _index = _kind * 1000 if _kind < 10 else 0xFFFFFFFF
-    _kind = _kind if _kind < 10 else 0
-    BYTES[f"viewing {_kind},{_index}"] = (message(VIEWING, _kind, _index), [not_there("VIEWING", _kind, _index)])
-    BYTES[f"destroy {_kind},{_index}"] = (message(DESTROY, _kind, _index), [not_there("DESTROY", _kind, _index)])
-for _kind in (11, 15, 16, 0xFFFFFFFF):
+for _kind, _index in (*((kind, kind * 1000) for kind in range(10)), (0, 0xFFFFFFFF)):
+    for _message, _name in ((VIEWING, "VIEWING"), (DESTROY, "DESTROY")):
+        BYTES[f"{_name} {_kind},{_index}"] = (message(_message, _kind, _index), [not_there(_name, _kind, _index)])
+for _kind in (11, 15, 0xFFFFFFFF):
     for _message, _name in ((VIEWING, "VIEWING"), (CREATE, "CREATE"), (DESTROY, "DESTROY")):
         BYTES[f"{_name} of {_kind}"] = (message(_message, _kind, 1), [illegal(_name)])
 BYTES["viewing 10"] = (message(VIEWING, 10, 1),
@@ -54,11 +48,10 @@ BYTES["create 10"] = (message(CREATE, 10, 1),
 BYTES["destroy 10"] = (message(DESTROY, 10, 1), [not_there("DESTROY", 10, 1)])
 
 
-@pytest.mark.parametrize("label", BYTES)
-def test_message(label, daemon, log):
-    data, texts = BYTES[label]
-    control.send_bytes(data)
-    log.expect(*texts)
+def test_messages(daemon, log):
+    for data, texts in BYTES.values():
+        control.send_bytes(data)
+        log.expect(*texts)
 
 
 @pytest.mark.parametrize("kind, name", [(12, "etherstats"), (13, "supvlanstats"), (14, "Ifstats")])

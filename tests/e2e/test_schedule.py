@@ -4,7 +4,7 @@ import time
 
 import pytest
 
-from harness import control, model, processes, settings
+from harness import control, processes, settings
 from harness.agent import NULL, ROWS
 from harness.collection import Collection, next_second
 from harness.daemon import STARTED
@@ -54,8 +54,6 @@ def test_looked_at_and_left_alone(brisk):
     assert len(steps) >= 2 and set(steps) == {2}, times
     assert len(poll_times(HOST, 4.5)) <= 3, "one more poll, or two, after the last look"
     assert len(poll_times(HOST, 2.5)) == 1, "an hour to the next one"
-    created = HOST.read(1, "last").header.time - times[0]
-    assert created > 0
     assert not PDIST.path(1, "delta").exists()
     assert MATRIX.read(1, "last").header.time - MATRIX.read(1, "prev").header.time == 2
 
@@ -75,26 +73,18 @@ def test_destroyed_and_made_again(brisk, agent):
     assert not HOST.path(1, "delta").exists()
 
 
-def test_delta_file_that_is_there_is_not_made_again(daemon, agent):
-    agent.serve(host=[(1, ROW[HOST])])
-    collection = Collection(daemon, HOST)
-    collection.create()
-    collection.poll()
-    agent.forget_calls()
-    for _ in range(3):
-        control.send(control.VIEWING, HOST.code, 1)
-    daemon.answer()
-    daemon.settle()
-    assert agent.calls(ROWS["host"]) == []
-    assert set(agent.calls()) <= {str(NULL)}
-
-
 def test_new_interval_does_not_wake_the_task(daemon, agent, log):
     """The task sleeps on with the time it knew; at its next wake-up the new one counts."""
     agent.serve(host=[(1, ROW[HOST])])
     collection = Collection(daemon, HOST)
     collection.create()
     collection.poll()
+    agent.forget_calls()
+    for _ in range(3):  # there is a delta file, so none is made
+        control.send(control.VIEWING, HOST.code, 1)
+    daemon.answer()
+    daemon.settle()
+    assert set(agent.calls()) <= {str(NULL)}
     first = HOST.read(1, "last").header.time
     control.send(control.INTERVAL, 1)
     log.wait("msg_set_interval() passed too small a value")
@@ -109,47 +99,27 @@ def test_new_interval_does_not_wake_the_task(daemon, agent, log):
 
 
 def test_many_collections(daemon, agent):
-    agent.serve(host=[(index, (b"\2\0\0\0\0\1", *range(index, index + 7))) for index in range(1, 201)])
-    for index in range(1, 201):
-        control.send(control.CREATE, HOST.code, index)
-    processes.wait_until(lambda: all(HOST.path(index, "last").exists() for index in range(1, 201)))
-    daemon.settle()
-    for index in range(1, 201):
-        assert [counters[0] for _, counters in HOST.read(index, "last").rows] == [index]
-    for index in range(1, 201):
-        control.send(control.DESTROY, HOST.code, index)
-    daemon.answer()
-
-
-@pytest.mark.parametrize("index", [0, 2**31 - 1, 2**31, 2**32 - 1])
-def test_any_index(index, daemon, agent):
-    """The index is 32 bits on every road: message, agent, file name."""
-    agent.serve(host=[(index, ROW[HOST])])
-    collection = Collection(daemon, HOST, index)
-    collection.first_sample(model.returned(HOST, [(index, ROW[HOST])], index))
-
-
-def test_made_and_destroyed_in_turns(daemon, agent, log):
-    """Thousands of collections come and go while the task polls what it finds."""
-    agent.serve(host=[(1, ROW[HOST])])
-    for turn in range(5):
-        for index in range(1, 301):
+    """Hundreds come and go while the task polls what it finds; those that stay have their own rows."""
+    indexes = [0, 2**31 - 1, 2**31, 2**32 - 1, *range(1, 200)]  # 32 bits on every road
+    agent.serve(host=[(index, (b"\2\0\0\0\0\1", *[index] * 7)) for index in indexes])
+    for turn in range(4):
+        for index in indexes:
             control.send(control.CREATE, HOST.code, index)
-            if turn % 2:
+            if turn % 2 == 0:
                 control.send(control.DESTROY, HOST.code, index)
-    for index in range(1, 301):
+    processes.wait_until(lambda: all(HOST.path(index, "last").exists() for index in indexes))
+    daemon.settle()
+    for index in indexes:
+        assert HOST.read(index, "last").rows == [(b"\2\0\0\0\0\1", (index,) * 7)]
         control.send(control.DESTROY, HOST.code, index)
     daemon.answer()
-    daemon.settle()
     assert listing() == []
 
 
 def wake_ups(pid):
     """How often the process's threads went to sleep by themselves, all together."""
-    total = 0
-    for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status"):
-        total += int(status.read_text().split("voluntary_ctxt_switches:")[1].split()[0])
-    return total
+    return sum(int(status.read_text().split("voluntary_ctxt_switches:")[1].split()[0])
+               for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status"))
 
 
 def test_idle_daemon_sleeps(daemon, agent):

@@ -14,20 +14,15 @@ CANNOT_OPEN = (WARNING, f"Tallyd could not open preferences file {PREFERENCES}."
 NO_INTERVAL = (WARNING, f"Tallyd could not retrieve interval from {PREFERENCES}.")
 
 
-def database(**values):
-    return lambda: settings.write(PREFERENCES, **values) or contextlib.nullcontext()
-
-
-def damaged():
-    settings.refresh(1)
-    content = PREFERENCES.read_bytes()
-    PREFERENCES.write_bytes(content[:64] + b"\xff" * (len(content) - 64))
-    return contextlib.nullcontext()
-
-
-def foreign():
-    PREFERENCES.write_text("refresh=1\n")
-    return contextlib.nullcontext()
+def holding(content):
+    """Prepares the file of these bytes, or the database of these values."""
+    def prepare():
+        if isinstance(content, bytes):
+            PREFERENCES.write_bytes(content)
+        else:
+            settings.write(PREFERENCES, **content)
+        return contextlib.nullcontext()
+    return prepare
 
 
 def held_by_a_writer():
@@ -38,15 +33,15 @@ def held_by_a_writer():
 # label: (what to prepare, what is logged, seconds between the polls of a viewed collection)
 CASES = {
     "missing": (contextlib.nullcontext, [CANNOT_OPEN], 60),
-    "no database": (foreign, [CANNOT_OPEN], 60),
+    "no database": (holding(b"refresh=1\n"), [CANNOT_OPEN], 60),
     "held by a writer": (held_by_a_writer, [CANNOT_OPEN], 60),
-    "without the key": (database(refreshed=b"1"), [NO_INTERVAL], 60),
-    "0": (database(refresh=b"0"), [], 60),
-    "abc": (database(refresh=b"abc"), [], 60),
-    "empty": (database(refresh=b""), [], 60),
-    "below the limits of the message": (database(refresh=b"2"), [], 2),
-    "with more behind the number": (database(refresh=b" 2 seconds"), [], 2),
-    "cut after 47 bytes": (database(refresh=b" " * 46 + b"23"), [], 2),
+    "without the key": (holding({"refreshed": b"1"}), [NO_INTERVAL], 60),
+    "0": (holding({"refresh": b"0"}), [], 60),
+    "abc": (holding({"refresh": b"abc"}), [], 60),
+    "empty": (holding({"refresh": b""}), [], 60),
+    "below the limits of the message": (holding({"refresh": b"2"}), [], 2),
+    "with more behind the number": (holding({"refresh": b" 2 seconds"}), [], 2),
+    "cut after 47 bytes": (holding({"refresh": b" " * 46 + b"23"}), [], 2),
 }
 
 
@@ -72,12 +67,9 @@ def test_interval(label, own_daemon, agent, log):
         time.sleep(1.5)
         assert host.read(1, "last").header.time == first, "polled again although 60 s have not passed"
     else:
-        # The file is empty, or short, while it is written.
-        def sampled():
-            header = host.path(1, "delta").read_bytes()[:16]
-            return int.from_bytes(header[8:12], "little") if len(header) == 16 else first
-
-        processes.wait_until(lambda: sampled() != first, timeout=interval + 10)
+        # The delta file is empty, or short, while it is written.
+        sampled = lambda: int.from_bytes(host.path(1, "delta").read_bytes()[8:12], "little")
+        processes.wait_until(lambda: sampled() > first, timeout=interval + 10)
         own_daemon.settle()
         assert sampled() - first == interval
         assert host.read(1, "prev").header.time in (first, created)
@@ -85,9 +77,10 @@ def test_interval(label, own_daemon, agent, log):
 
 
 def test_damaged_database_is_survived(own_daemon, agent, log):
-    with damaged():
-        own_daemon.start()
+    settings.refresh(1)
+    content = PREFERENCES.read_bytes()
+    PREFERENCES.write_bytes(content[:64].ljust(len(content), b"\xff"))
+    own_daemon.start()
     log.expect(*STARTED)
-    for entry in log.take_all():
-        assert entry in (CANNOT_OPEN, NO_INTERVAL)
+    assert set(log.take_all()) <= {CANNOT_OPEN, NO_INTERVAL}
     assert own_daemon.stop() == 0

@@ -1,13 +1,14 @@
 """Start and end of the process: detaching, PID file, pipe, exit statuses and the order of texts."""
 import fcntl
 import os
+import shutil
 import stat
 import subprocess
 
 import pytest
 
-from harness import control, processes
-from harness.daemon import ERROR_STATUS, STARTED, STRACE, Daemon
+from harness import control
+from harness.daemon import ERROR_STATUS, STARTED, STRACE, Daemon, injected
 from harness.paths import PID_FILE, PIPE, PREFERENCES
 from harness.syslog import DEBUG, WARNING
 
@@ -58,16 +59,6 @@ def test_start_and_end(own_daemon, log):
     assert PID_FILE.exists() and not locked_by_another(PID_FILE)
 
 
-def test_killed_daemon_does_not_hinder_the_next(own_daemon, log):
-    own_daemon.start()
-    own_daemon.kill()
-    assert PIPE.exists() and PID_FILE.exists()
-    log.take_all()
-    own_daemon.start()
-    log.expect(*STARTED, NO_PREFERENCES, NO_AGENT)
-    assert own_daemon.stop() == 0
-
-
 def fsize(limit):
     """A wrapper under which no file grows beyond the limit; trying it is an error, not a signal."""
     return ("sh", "-c", f'trap "" XFSZ; exec prlimit --fsize={limit} -- "$0"')
@@ -84,82 +75,56 @@ def bound_to(device):
     subprocess.run(["mount", "--bind", device, PID_FILE], check=True)
 
 
-PID_FILE_FAILURES = {
-    "a directory": (lambda: PID_FILE.mkdir(), (), "Error opening tallyd PID file %s"),
-    "a link": (a_link, (), "Error opening tallyd PID file %s"),
-    "cannot be locked": (lambda: None, (*STRACE, "-e", "inject=flock:error=ENOLCK"),
-                         "Error locking tallyd PID file %s"),
-    "cannot be truncated": (lambda: bound_to("/dev/full"), (), "Error truncating tallyd PID file %s"),
-    "cannot be written": (lambda: None, fsize(0), "Error writing tallyd PID file %s"),
-    "is written in part": (lambda: None, fsize(1), "Error writing tallyd PID file %s"),
+def no_preparation():
+    pass
+
+
+LOGGED = {"starting": [STARTING], "started": list(STARTED)}
+# Label: (preparation, wrapper, what is logged before the text, the text).
+FAILURES = {
+    "PID file a directory": (PID_FILE.mkdir, (), "starting", f"Error opening tallyd PID file {PID_FILE}"),
+    "PID file a link": (a_link, (), "starting", f"Error opening tallyd PID file {PID_FILE}"),
+    "PID file not locked": (no_preparation, (*STRACE, "-e", "inject=flock:error=ENOLCK"), "starting",
+                            f"Error locking tallyd PID file {PID_FILE}"),
+    "PID file not truncated": (lambda: bound_to("/dev/full"), (), "starting",
+                               f"Error truncating tallyd PID file {PID_FILE}"),
+    "PID file not written": (no_preparation, fsize(0), "starting", f"Error writing tallyd PID file {PID_FILE}"),
+    "PID file written in part": (no_preparation, fsize(1), "starting", f"Error writing tallyd PID file {PID_FILE}"),
+    "pipe not made": (lambda: (PIPE / "full").mkdir(parents=True), (), "started", "Cannot create tallyd pipe."),
+    "pipe not opened": (no_preparation, (*STRACE, "-P", str(PIPE), "-e", "inject=open,openat:error=EACCES"), "started",
+                        "Error opening tallyd pipe."),
 }
 
 
-@pytest.mark.parametrize("label", PID_FILE_FAILURES)
-def test_pid_file_failure_ends_the_start(label, own_daemon, log):
-    prepare, wrapper, text = PID_FILE_FAILURES[label]
+@pytest.mark.parametrize("label", FAILURES)
+def test_failure_ends_the_start(label, own_daemon, log):
+    prepare, wrapper, before, text = FAILURES[label]
     prepare()
     try:
         own_daemon.start(wrapper, serve=False)
         assert (own_daemon.first_status, own_daemon.exit_status()) == (0, ERROR_STATUS)
-        log.expect(STARTING, (WARNING, text % PID_FILE), TERMINATING)
-        assert not PIPE.exists()
-        if label == "a link":
+        log.expect(*LOGGED[before], (WARNING, text), TERMINATING)
+        if label == "PID file a link":
             assert PID_FILE.with_name("someone-elses-file").read_text() == "precious"
+        if label != "pipe not made":
+            assert not PIPE.exists(), "removed at the end, if it had been made"
     finally:
         subprocess.run(["umount", "-q", PID_FILE], check=False, stderr=subprocess.DEVNULL)
-        if PID_FILE.is_dir():
-            PID_FILE.rmdir()
-        PID_FILE.unlink(missing_ok=True)
+        for path in (PIPE, PID_FILE):
+            shutil.rmtree(path) if path.is_dir() else path.unlink(missing_ok=True)
 
 
 def test_failing_fork(own_daemon, log):
     own_daemon.start((*STRACE, "-e", "inject=clone,clone3,fork,vfork:error=EAGAIN"), serve=False)
-    assert own_daemon.first_status == ERROR_STATUS
-    assert own_daemon.pid is None
+    assert (own_daemon.first_status, own_daemon.pid) == (ERROR_STATUS, None)
     log.expect((WARNING, "Error forking child for tallyd daemon."), TERMINATING)
 
 
-def occupy_pipe():
-    (PIPE / "full").mkdir(parents=True)
-
-
-PIPE_FAILURES = {
-    "cannot be made": (occupy_pipe, (), "Cannot create tallyd pipe."),
-    "cannot be opened": (lambda: None, (*STRACE, "-P", str(PIPE), "-e", "inject=open,openat:error=EACCES"),
-                         "Error opening tallyd pipe."),
-}
-
-
-@pytest.mark.parametrize("label", PIPE_FAILURES)
-def test_pipe_failure_ends_the_start(label, own_daemon, log):
-    prepare, wrapper, text = PIPE_FAILURES[label]
-    prepare()
-    own_daemon.start(wrapper, serve=False)
-    assert (own_daemon.first_status, own_daemon.exit_status()) == (0, ERROR_STATUS)
-    log.expect(*STARTED, (WARNING, text), TERMINATING)
-    if label == "cannot be made":
-        (PIPE / "full").rmdir()
-        PIPE.rmdir()
-    assert not PIPE.exists(), "removed at the end, because it had been made"
-
-
-def test_end_of_the_pipe_and_failing_reads(own_daemon, log):
-    """What a pipe cannot do while the daemon itself holds a writer: a read of 0 bytes."""
-    text = "Input/output error"
-    own_daemon.start(serve=False)
-    processes.wait_until(PIPE.exists)
-    own_daemon.wait_until_serving()
+def test_failing_reads(own_daemon, log):
+    own_daemon.start()
     log.take_all()
-    trace = subprocess.Popen(["strace", "-f", "-qq", "-o", "/dev/null", "-p", str(own_daemon.pid), "-P", str(PIPE),
-                              "-e", "inject=read:error=EIO:when=1", "-e", "trace=read,select,pselect6"])
-    try:
-        processes.wait_until(lambda: processes.status_field(own_daemon.pid, "TracerPid") != 0)
+    with injected(own_daemon, PIPE, "read:error=EIO:when=1", "-e", "trace=read,select,pselect6"):
         control.send(control.IGNORED)
-        log.expect((DEBUG, f"errno 5, {text}"))
+        log.expect((DEBUG, "errno 5, Input/output error"))
         own_daemon.answer()
-    finally:
-        trace.terminate()
-        trace.wait()
-    own_daemon.answer()
     assert own_daemon.stop() == 0

@@ -32,11 +32,8 @@ NUMBERS = {
     "restarted": (each(4 * 10**9, 7 * 2**40), each(12, 2**40), GIGABIT),
     "as wide as they get": (each(0, 2**62), each(2**32 - 1, 2**64 - 1), 2**32 - 1),
     "a change that a double does not hold": (each(1, 2**54 - 2), each(2, 2**54 + 2), 2**32 - 1),
-    "one more beyond 53 bits": (each(0, 2**53), each(0, 2**53 + 1), 2**32 - 1),
-    "half of its capacity": (traffic(0, 0), traffic(3 * 124_000_000, 300_000), GIGABIT),
     "all of it": (traffic(0, 0), traffic(3 * 250, 0), 1000),
     "130 %": (traffic(0, 0), traffic(3 * 325, 0), 1000),
-    "a hair below": (traffic(0, 0), traffic(3 * 250 - 1, 0), 1000),
     "no speed": (each(0), each(2**32 - 1), 0),
     "preamble and gap alone": (traffic(0, 0), traffic(0, 10), 10),
 }
@@ -81,8 +78,8 @@ def test_numbers(daemon, supervisor):
     assert not ether.path("delta").exists(), "no poll within one second"
 
 
-# What a row is made of, and whether it is used.
-OWNERS = {b"monitor": True, b"monitor\0": False, b"monitors": False, b"monito": False, b"Monitor": False, b"": False}
+# What a row's owner is, and whether it is used.
+OWNERS = {b"monitor": True, b"monitor\0": False, b"monitors": False, b"Monitor": False, b"": False}
 
 
 def test_which_rows(daemon, supervisor):
@@ -90,11 +87,9 @@ def test_which_rows(daemon, supervisor):
     rows += [ether_row(10 + status, 9, each(1), status=status) for status in range(1, 5)]
     supervisor.serve(port(9), *rows)
     created(daemon)
-    used = [1, 11]
-    walked = [*range(len(OWNERS) + 1), 11, 12, 13, 14]
     expected = []
-    for index in walked:
-        if index in used:
+    for index in (*range(len(OWNERS) + 1), 11, 12, 13, 14):
+        if index in (1, 11):
             expected += [("name", 9), ("ether counters", index, 9)]
         expected.append(("ether walk", index))
     assert supervisor.take_asked() == expected
@@ -123,11 +118,10 @@ def test_states(daemon, supervisor, log):
     round_of(up, [*walk(0), *new(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3)], None, act=ether.create)
     round_of(up, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
     # Down is polled once more when that is news, and not again until something changes.
-    for status in (2, 5, 6, 7):
+    for status in (2, 7):
         round_of({**up, 2: (status, status * 10)}, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
         round_of({**up, 2: (status, status * 10)}, [*all_seen, *polled(3, 1)], [3, 1])
-    for status in (3, 4):  # testing and unknown count as up
-        round_of({**up, 2: (status, 70)}, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
+    round_of({**up, 2: (4, 70)}, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])  # unknown counts as up
     # A row whose interface cannot be asked about is dropped, and new when it can.
     without_1 = {2: (1, 0), 3: (1, 0)}
     round_of(without_1, [*all_seen, *polled(3, 2)], [3, 2])
@@ -145,34 +139,21 @@ def test_states(daemon, supervisor, log):
     rows[1] = ether_row(1, 101, each(500))
     round_of(up, [*walk(0), *seen(1), *walk(1), *polled(1)], [1], gone=[2, 3])
     # A new row that is down is not polled at first.
-    round_of({**up, 2: (2, 0)}, [*walk(0), *seen(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3),
-                                  *polled(3, 1)], [3, 1])
+    down_2 = {**up, 2: (2, 0)}
+    round_of(down_2, [*walk(0), *seen(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3), *polled(3, 1)], [3, 1])
     # A row whose counters cannot be had is missing once and keeps its baseline.
     missing = (*COLUMNS, 3, 3)
     rows[3] = {name: value for name, value in rows[3].items() if name != missing}
-    round_of({**up, 2: (2, 0)}, [*all_seen, *polled(3, 1)], [1])
+    round_of(down_2, [*all_seen, *polled(3, 1)], [1])
     log.expect((DEBUG, "Error 9 creating etherstats delta file."))
     rows[3] = ether_row(3, 103, each(3 + 24))
-    round_of({**up, 2: (2, 0)}, [*all_seen, *polled(3, 1)], [3, 1])
+    round_of(down_2, [*all_seen, *polled(3, 1)], [3, 1])
     assert ether.read("delta").rows[0] == ether_record(3, 103, b"port103", each(3), each(27), GIGABIT, 2,
                                                      ether.read("delta").header.interval)
 
 
-def test_without_a_baseline(daemon, supervisor, log):
-    """The first record holds the whole counter; creation counts as the poll before it."""
-    supervisor.serve(ether_row(1, 5, each(1000)), port(5))
-    supervisor.misbehave("ether counters", cut(27))
-    ether = created(daemon)
-    log.expect((DEBUG, "Error getting etherstats baseline"))
-    ether.view(seconds=2)
-    header, rows = ether.read("delta")
-    assert rows == [ether_record(1, 5, b"port5", each(0), each(1000), GIGABIT, 2, header.interval)]
-
-
 # Interface names with the port that the switch's own table is asked about.
-PORTS = {b"3/12": (3, 12), b"1/1": (1, 1), b"13/48": (13, 48), b"Gi2/7": (2, 7), b"4/5/6": (4, 5), b"007/08": (7, 8),
-         b"1/49": None, b"14/1": None, b"0/1": None, b"1/0": None, b"3": None, b"3/": None, b"/3": None, b"x": None,
-         b"3 /1": None, b"": None, b"4294967297/1": None}
+PORTS = {b"3/12": (3, 12), b"13/48": (13, 48), b"Gi2/7": (2, 7), b"1/49": None, b"14/1": None, b"3": None, b"": None}
 MODES = [1, 2, 3, 4, None]
 
 

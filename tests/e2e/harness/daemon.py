@@ -1,4 +1,5 @@
 """The daemon under test: the shipped binary, run as shipped, at its true paths."""
+import contextlib
 import os
 import pathlib
 import signal
@@ -97,6 +98,18 @@ class Daemon:
         if self.pid is not None:
             os.kill(self.pid, signal.SIGKILL)
             self.exit_status()
+
+
+@contextlib.contextmanager
+def injected(daemon, path, fault, *more):
+    """As long as the context lasts, its system calls on this path fail, as strace's inject= says."""
+    trace = subprocess.Popen([*STRACE, "-p", str(daemon.pid), "-P", str(path), "-e", f"inject={fault}", *more])
+    try:
+        processes.wait_until(lambda: processes.status_field(daemon.pid, "TracerPid") != 0)
+        yield
+    finally:
+        trace.terminate()
+        trace.wait()
 
 
 def sanitizer_reports():

@@ -1,7 +1,17 @@
 """Rows of every type that follow from a number, ascending with it from 1 to 65535 in the order of
 their type."""
+from . import model
 from .agent import ROWS
-from .files import SINGLE
+from .files import HOST, SINGLE
+
+# Three batches of hosts of collection 1, and the same with other counters.
+HOSTS = [(1, (number.to_bytes(6, "big"), *range(number, number + 7))) for number in range(1, 251)]
+LATER = [(1, (*row[:1], *[value * 2 for value in row[1:]])) for _, row in HOSTS]
+
+
+def records(served):
+    """What these rows are in the files of collection 1."""
+    return model.returned(HOST, served, 1)
 
 
 def key(layout, number):
