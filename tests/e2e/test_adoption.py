@@ -4,8 +4,8 @@ import pytest
 from harness import control, model, processes, samples
 from harness.agent import CONTROL, LOCAL, ROWS
 from harness.collection import Collection
-from harness.daemon import STARTED
-from harness.files import DSSTATS, HOST, LAYOUTS, MATRIX, PRIO, VLAN, listing, wait_for_listing
+from harness.daemon import NO_PREFERENCES, STARTED
+from harness.files import DSSTATS, LAYOUTS, MATRIX, PRIO, VLAN, listing, wait_for_listing
 from harness.paths import DATA
 
 # (owner, status) of rows: those that every kind adopts, those that some do, and one that none does.
@@ -31,8 +31,7 @@ def test_adoption_at_the_start(own_daemon, agent, log):
                 dsmatrix=[(20, (1, 5, b"\1" * 20, b"\2" * 20, 3, 4))],
                 **{layout.stem: [samples.row(layout, 1, 5, index) for index in mine[layout]] for layout in LAYOUTS})
     own_daemon.start()
-    log.expect(*STARTED,
-               (148, "Tallyd could not open preferences file /nvram/config/web/pref.dba."))
+    log.expect(*STARTED, NO_PREFERENCES)
     wanted = sorted(layout.path(index, "last").name for layout in LAYOUTS for index in mine[layout])
     wait_for_listing(wanted)
     own_daemon.settle()
@@ -74,15 +73,3 @@ def test_scan_that_fails_midway(fault, daemon, agent):
     for name in wanted:
         stem, index, _ = name.split("_")
         Collection(daemon, {layout.stem: layout for layout in LAYOUTS}[stem], int(index)).destroy()
-
-
-def test_scan_without_agent(daemon, agent, log):
-    agent.stop()
-    control.send(control.RESCAN)
-    log.expect((151, "Error 1 scanning control tables."))
-    agent.serve()
-    agent.start()
-    collection = Collection(daemon, HOST)
-    collection.create()  # takes the task's connection back up before descriptors are counted
-    log.take_all("RPC connection died, reopening!")
-    collection.first_sample(model.returned(HOST, [], 1))

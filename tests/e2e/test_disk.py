@@ -17,16 +17,13 @@ from harness.syslog import DEBUG, WARNING
 
 ROWS = [(1, (number.to_bytes(6, "big"), *[number * 1000] * 7)) for number in range(1, 400)]  # 4 blocks
 MORE = [(1, (*row[:1], *[value + 100 for value in row[1:]])) for _, row in ROWS]
-# What may stand first in the log when a write fails: all of it, or a part of it.
+# What may stand first in the log when a write fails, all of it or a part of it, and which texts follow it.
 WRITE = {(WARNING, "Unable to write poll cache to file."), (WARNING, "Not all tallyd cached data written to file.")}
 FLUSH = {(WARNING, "Unable to flush poll cache to file."), (WARNING, "Not all cached data flushed to file.")}
-# ... and which text of the poll may follow it.
-FULL = {
-    (WARNING, "poll_coll_delta: Error writing last record 4."): WRITE,
-    (WARNING, "poll_coll_delta: Error writing delta record 2."): WRITE,
-    (DEBUG, "poll_coll_delta: Error flushing last file."): FLUSH,
-    (DEBUG, "poll_coll_delta: Error flushing delta file."): FLUSH,
-}
+FULL = {(WARNING, "poll_coll_delta: Error writing last record 4."): WRITE,
+        (WARNING, "poll_coll_delta: Error writing delta record 2."): WRITE,
+        (DEBUG, "poll_coll_delta: Error flushing last file."): FLUSH,
+        (DEBUG, "poll_coll_delta: Error flushing delta file."): FLUSH}
 
 
 def test_full_at_every_write(daemon, agent, log):
@@ -78,8 +75,8 @@ def test_full_at_the_first_sample(layout, daemon, agent, log):
     collection.destroy()
 
 
-def test_missing_directory(daemon, agent):
-    """Nothing is said, nothing is lost."""
+def test_missing_or_read_only_directory(daemon, agent, log):
+    """Nothing is lost; of a directory that is not there nothing is said."""
     rows = ROWS[:3]
     agent.serve(host=rows)
     known, fresh = Collection(daemon, HOST, 1), Collection(daemon, HOST, 2)
@@ -94,24 +91,14 @@ def test_missing_directory(daemon, agent):
         processes.wait_until(lambda: len(agent.calls()) >= 2)
         time.sleep(0.2)
         daemon.settle()
-    assert HOST.path(1, "last").read_bytes() == before
-    known.next_sample(records(rows))
-    fresh.first_sample([])
-
-
-def test_read_only_directory(daemon, agent, log):
-    rows = ROWS[:3]
-    agent.serve(host=rows)
-    collection = Collection(daemon, HOST)
-    collection.first_sample(records(rows))
-    before = HOST.path(1, "last").read_bytes()
     with mounted("--bind", str(DATA)):
         subprocess.run(["mount", "-o", "remount,bind,ro", str(DATA)], check=True)
         control.send(control.VIEWING, HOST.code, 1)
         log.expect((WARNING, "poll_coll_delta: Error opening file!"))
         daemon.settle()
-        assert HOST.path(1, "last").read_bytes() == before
-    collection.next_sample(records(rows))
+    assert HOST.path(1, "last").read_bytes() == before
+    known.next_sample(records(rows))
+    fresh.first_sample([])
 
 
 NO_HEADER = (WARNING, "poll_coll_delta: Error reading header from prev file!")

@@ -2,9 +2,9 @@
 import pytest
 
 from harness import model, samples
-from harness.agent import NULL, ROWS, SYSTEM_INFO, TOTALS
+from harness.agent import NULL, ROWS, TOTALS
 from harness.collection import Collection
-from harness.files import BATCHED, DSSTATS, HOST, LAYOUTS, MATRIX, NLHOST, NLMATRIX, PDIST, SINGLE
+from harness.files import BATCHED, DSHOST, DSSTATS, HOST, LAYOUTS, MATRIX, NLHOST, NLMATRIX, PDIST, SINGLE
 from harness.syslog import DEBUG
 
 TOP = 2**64 - 1
@@ -122,6 +122,29 @@ def test_where_tables_end(layout, daemon, agent):
         agent.serve(replies={ROWS[layout.stem]: replies})
         collection.first_sample(returned(layout, served))
         assert len(agent.calls(ROWS[layout.stem])) == len(replies)
+
+
+def test_group_zero_is_asked_for(daemon, agent):
+    """A table that has a group 0 starts with it, one without with its lowest group."""
+    collection = Collection(daemon, DSSTATS, INDEX)
+    for numbers, asked in (((0, 1, 63), ["0 request=1", "0 request=2", "1 request=2", "63 request=2"]),
+                           ((7,), ["0 request=1", "0 request=2", "7 request=2"]),
+                           ((0,), ["0 request=1", "0 request=2"]),
+                           ((), ["0 request=1", "0 request=2"])):
+        served = rows(DSSTATS, {number: 9 for number in numbers})
+        agent.serve(dsstats=served)
+        collection.first_sample(returned(DSSTATS, served))
+        assert agent.calls(ROWS["dsstats"]) == [f"74 index={INDEX} group={rest}" for rest in asked]
+
+
+def test_addresses_that_differ_behind_the_record(daemon, agent):
+    """20 bytes are asked after, 16 are kept: rows with one key in the files, and all of them there."""
+    served = [(INDEX, (1, 5, 4, b"\7" * 16 + bytes([0, 0, 0, last]), last, 2, 3, 4)) for last in range(1, 6)]
+    collection = Collection(daemon, DSHOST, INDEX)
+    for sample in (collection.first_sample, collection.next_sample):
+        agent.serve(dshost=served)
+        sample(returned(DSHOST, served))
+        assert len(agent.calls(ROWS["dshost"])) == 6
 
 
 def test_totals_that_do_not_come(daemon, agent, log):

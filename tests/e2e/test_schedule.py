@@ -1,11 +1,10 @@
 """When collections are polled: looked at, left alone, destroyed, and told a new interval."""
+import contextlib
 import pathlib
 import time
 
-import pytest
-
 from harness import control, processes, settings
-from harness.agent import NULL, ROWS
+from harness.agent import NULL
 from harness.collection import Collection, next_second
 from harness.daemon import STARTED
 from harness.files import HOST, MATRIX, PDIST, listing
@@ -14,63 +13,46 @@ ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\
        PDIST: (132, 1, 5, 6)}
 
 
-@pytest.fixture(name="brisk")
-def brisk_daemon(own_daemon, agent, log):
-    """A daemon whose interval is 2 seconds, beside an agent with a row of each kind."""
-    settings.refresh(2)
-    agent.serve(**{layout.stem: [(1, row)] for layout, row in ROW.items()})
-    own_daemon.start()
-    log.expect(*STARTED)
-    yield own_daemon
-    own_daemon.answer()
-    assert own_daemon.stop() == 0
-
-
-def poll_times(layout, seconds, index=1, meanwhile=lambda: None):
-    """The sample times that the last file bears in the course of these seconds."""
+def poll_times(seconds, meanwhile=lambda: None):
+    """The sample times that the hosts' last file bears in the course of these seconds."""
     times, end = [], time.monotonic() + seconds
     while time.monotonic() < end:
-        try:
-            stamp = layout.read(index, "last").header.time
-        except (OSError, AssertionError):
-            continue  # just being replaced
-        if stamp not in times:
-            times.append(stamp)
+        with contextlib.suppress(OSError, AssertionError):  # just being replaced
+            stamp = HOST.read(1, "last").header.time
+            if stamp not in times:
+                times.append(stamp)
         meanwhile()
         time.sleep(0.1)
     return times
 
 
-def test_looked_at_and_left_alone(brisk):
+def test_looked_at_left_alone_and_destroyed(own_daemon, agent, log):
+    """MATRIX is looked at once, at its first sample; PDIST never is."""
+    settings.refresh(2)
+    agent.serve(**{layout.stem: [(1, row)] for layout, row in ROW.items()})
+    own_daemon.start()
+    log.expect(*STARTED)
     for layout in (HOST, MATRIX, PDIST):
         control.send(control.CREATE, layout.code, 1)
     processes.wait_until(HOST.path(1, "last").exists)
-    # MATRIX is looked at once, at its first sample; PDIST never is.
-    brisk.settle()
+    own_daemon.settle()
     next_second()
     control.send(control.VIEWING, MATRIX.code, 1)
-    times = poll_times(HOST, 7.5, meanwhile=lambda: control.send(control.VIEWING, HOST.code, 1))
+    times = poll_times(7.5, meanwhile=lambda: control.send(control.VIEWING, HOST.code, 1))
     steps = [b - a for a, b in zip(times[1:], times[2:])]  # the first look finds no delta file
     assert len(steps) >= 2 and set(steps) == {2}, times
-    assert len(poll_times(HOST, 4.5)) <= 3, "one more poll, or two, after the last look"
-    assert len(poll_times(HOST, 2.5)) == 1, "an hour to the next one"
+    assert len(poll_times(4.5)) <= 3, "one more poll, or two, after the last look"
+    assert len(poll_times(2.5)) == 1, "an hour to the next one"
     assert not PDIST.path(1, "delta").exists()
     assert MATRIX.read(1, "last").header.time - MATRIX.read(1, "prev").header.time == 2
-
-
-def test_destroyed_and_made_again(brisk, agent):
-    look = lambda: control.send(control.VIEWING, HOST.code, 1)
-    collection = Collection(brisk, HOST)
-    collection.create()
-    next_second()
-    assert len(poll_times(HOST, 3, meanwhile=look)) >= 2
-    collection.destroy()
+    control.send(control.VIEWING, HOST.code, 1)
+    for layout in (HOST, MATRIX, PDIST):
+        control.send(control.DESTROY, layout.code, 1)
+    own_daemon.settle()
     agent.forget_calls()
     time.sleep(2.5)
-    assert agent.calls(ROWS["host"]) == []
-    assert not any(path.exists() for path in HOST.paths(1))
-    collection.create()
-    assert not HOST.path(1, "delta").exists()
+    assert agent.calls() == [] and listing() == []
+    assert own_daemon.stop() == 0
 
 
 def test_new_interval_does_not_wake_the_task(daemon, agent, log):

@@ -6,11 +6,10 @@ import time
 import pytest
 
 from harness import control, files, processes, settings
-from harness.daemon import STARTED
+from harness.daemon import NO_PREFERENCES, STARTED
 from harness.paths import PREFERENCES
-from harness.syslog import DEBUG, WARNING
+from harness.syslog import WARNING
 
-CANNOT_OPEN = (WARNING, f"Tallyd could not open preferences file {PREFERENCES}.")
 NO_INTERVAL = (WARNING, f"Tallyd could not retrieve interval from {PREFERENCES}.")
 
 
@@ -32,9 +31,9 @@ def held_by_a_writer():
 
 # label: (what to prepare, what is logged, seconds between the polls of a viewed collection)
 CASES = {
-    "missing": (contextlib.nullcontext, [CANNOT_OPEN], 60),
-    "no database": (holding(b"refresh=1\n"), [CANNOT_OPEN], 60),
-    "held by a writer": (held_by_a_writer, [CANNOT_OPEN], 60),
+    "missing": (contextlib.nullcontext, [NO_PREFERENCES], 60),
+    "no database": (holding(b"refresh=1\n"), [NO_PREFERENCES], 60),
+    "held by a writer": (held_by_a_writer, [NO_PREFERENCES], 60),
     "without the key": (holding({"refreshed": b"1"}), [NO_INTERVAL], 60),
     "0": (holding({"refresh": b"0"}), [], 60),
     "abc": (holding({"refresh": b"abc"}), [], 60),
@@ -57,7 +56,6 @@ def test_interval(label, own_daemon, agent, log):
     control.send(control.CREATE, host.code, 1)
     processes.wait_until(host.path(1, "last").exists)
     own_daemon.settle()
-    created = host.read(1, "last").header.time
     control.send(control.VIEWING, host.code, 1)  # no delta file: polled at once, then by the interval
     processes.wait_until(host.path(1, "delta").exists)
     own_daemon.settle()
@@ -72,7 +70,6 @@ def test_interval(label, own_daemon, agent, log):
         processes.wait_until(lambda: sampled() > first, timeout=interval + 10)
         own_daemon.settle()
         assert sampled() - first == interval
-        assert host.read(1, "prev").header.time in (first, created)
     assert own_daemon.stop() == 0
 
 
@@ -82,5 +79,5 @@ def test_damaged_database_is_survived(own_daemon, agent, log):
     PREFERENCES.write_bytes(content[:64].ljust(len(content), b"\xff"))
     own_daemon.start()
     log.expect(*STARTED)
-    assert set(log.take_all()) <= {CANNOT_OPEN, NO_INTERVAL}
+    assert set(log.take_all()) <= {NO_PREFERENCES, NO_INTERVAL}
     assert own_daemon.stop() == 0

@@ -1,15 +1,14 @@
 """Replies that are spoilt at any call of a poll, and replies that are only unusual."""
 import pytest
 
-from harness import processes
+from harness import model, processes, samples
 from harness.agent import ROWS
 from harness.collection import Collection
-from harness.daemon import SANITIZED
-from harness.files import HOST
+from harness.daemon import DIED, SANITIZED
+from harness.files import DSSTATS, HOST, LAYOUTS, SINGLE
 from harness.samples import HOSTS, LATER, records
 from harness.syslog import DEBUG
 
-DIED = "RPC connection died, reopening!"
 FAILED = "host_rpc_getnext: RPC failed"
 HOST_ROWS = ROWS["host"]
 
@@ -48,6 +47,21 @@ def test_row_call_fails(label, call, daemon, agent, log):
         sample(records(rows))
         assert len(log.take_all(DIED)) == lost
     assert SANITIZED or processes.status_field(daemon.pid, "VmHWM") - peak < 8 * 1024, "KiB for a reply that was not there"
+
+
+@pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
+def test_each_type_says_whose_call_failed(layout, daemon, agent, log):
+    """The second call fails, or has another status: the rows of the first one are used, the others carried on."""
+    first = 0 if layout is DSSTATS else 1  # so that it needs no second call for its first row
+    collection = Collection(daemon, layout)
+    said = {"system_err": 1, "status": 0} if layout in SINGLE else {"system_err": 1}
+    for action, texts in said.items():
+        for value, take in ((10, collection.first_sample), (20, collection.next_sample)):
+            served = samples.rows(layout, {number: value for number in range(first, first + 101)}, 1)
+            fault = {"procedure": ROWS[layout.stem], "call": 2, "action": action, "value": 1}
+            agent.serve(**{layout.stem: served}, faults=[fault])
+            take(model.returned(layout, served[:1 if layout in SINGLE else 100], 1))
+            assert len(log.take_all(f"{layout.stem}_rpc_getnext: RPC failed")) == texts
 
 
 @pytest.mark.parametrize("fault", [

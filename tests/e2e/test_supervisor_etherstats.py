@@ -6,7 +6,7 @@ import pytest
 
 from harness.collection import next_second
 from harness.kinds import ETHER, Kind, ether_record
-from harness.supervisor import DUPLEX, ETHER as COLUMNS, changed, cut, ether_row, port
+from harness.supervisor import DUPLEX, ETHER as COLUMNS, changed, ether_row, port
 from harness.syslog import DEBUG
 
 COUNTERS = 17

@@ -292,9 +292,6 @@ def test_states(browser, server, files):
     files(host_0_delta=header(0, 15) + hosts(4))
     show(browser, server, "host/0")
     wait_for(browser, "#fact-rows", ["4"])
-    for row in range(2):
-        files(host_0_delta=header(0, 15, -1) + hosts(2 + row))
-        wait_for(browser, "#fact-rows", [str(2 + row)])
     files(host_0_delta=header(0, 90, -1) + hosts(5))
     wait_for(browser, "#notes li", lambda found: any("instead of the usual 15 s" in text for text in found))
     files(host_0_delta=header(0, 15, -2) + hosts(3)[:-5])

@@ -6,7 +6,7 @@ import signal
 import subprocess
 
 from . import control, processes
-from .paths import program
+from .paths import PREFERENCES, program
 from .syslog import DEBUG, WARNING
 
 BINARY = program("TALLYD_BIN", "src/tallyd")
@@ -17,6 +17,9 @@ SANITIZED = b"__asan_init" in pathlib.Path(BINARY).read_bytes()  # its memory sa
 # What the log says first where the settings let no supervisor kind be.
 STARTED = ((DEBUG, "Starting tallyd."), (DEBUG, "etherstats disabled"), (DEBUG, "supvlanstats disabled"),
            (DEBUG, "ifstats disabled"))
+NO_PREFERENCES = (WARNING, f"Tallyd could not open preferences file {PREFERENCES}.")
+NO_AGENT = (DEBUG, "Error 1 scanning control tables.")
+DIED = "RPC connection died, reopening!"
 UNEXPECTED_TYPE = "Unexpected message type found in pipe."
 NOT_THERE = "Received TALLYD_VIEWING_COLL message for non-existent collection type {}, index {}"
 STRACE = ("strace", "-f", "-qq", "-o", "/dev/null")  # to make one of its system calls fail

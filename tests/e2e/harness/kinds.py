@@ -11,7 +11,7 @@ import time
 from fractions import Fraction
 
 from . import control, files
-from .model import DOUBLE, EXTENDED, divisor, rate, rate_of_new, rounded
+from .model import DOUBLE, EXTENDED, change_of, divisor, rate, rounded
 from .paths import DATA
 from .syslog import DEBUG
 
@@ -98,23 +98,8 @@ def port_change(wide):
 
 def vlan_change(old, new, interval):
     """The change of one VLAN; None when there was none. A new one counts from 0."""
-    rates = [rate_of_new(now, interval) if old is None else rate(before, now, interval)
-             for before, now in zip(old or new, new)]
-    return tuple(rates) if any(rates) else None
-
-
-def delta(layout, before, now, interval, change):
-    """The rows of a delta file from two samples, in the order that they have there: rows that are
-    gone leave nothing."""
-    before, rows = list(before), []
-    for key, counters in now:
-        while before and layout.order(before[0][0]) < layout.order(key):
-            before.pop(0)
-        known = before and layout.order(before[0][0]) == layout.order(key)
-        found = change(before.pop(0)[1] if known else None, counters, interval)
-        if found is not None:
-            rows.append((key, found))
-    return rows
+    rates = change_of(old, new, interval)
+    return rates if rates and any(rates) else None
 
 
 class Kind:

@@ -41,26 +41,28 @@ def rate_of_new(new, seconds):
     return float(rounded(rounded(Fraction(new) / divisor(seconds), EXTENDED), DOUBLE))
 
 
-def merge(layout, before, now, seconds):
+def change_of(old, new, seconds):
+    """The rates of one row, None when nothing has changed; a new row always has some."""
+    if old is None:
+        return tuple(rate_of_new(value, seconds) for value in new)
+    changes = tuple(rate(a, b, seconds) for a, b in zip(old, new))
+    return changes if any(changes) else None
+
+
+def merge(layout, before, now, seconds, change=change_of):
     """(last rows, delta rows) of a poll: `before` are the rows of the sample before, `now` those
-    that the agent returned; both in their own order."""
+    that were returned; both in their own order."""
     last, delta = [], []
-    before, now = list(before), list(now)
-    while before or now:
-        old = layout.order(before[0][0]) if before else None
-        new = layout.order(now[0][0]) if now else None
-        if not now or (before and old < new):  # gone: carried on as it was, without a rate
-            last.append(before.pop(0))
-            continue
-        key, counters = now.pop(0)
+    before = list(before)
+    for key, counters in now:
+        while before and layout.order(before[0][0]) < layout.order(key):
+            last.append(before.pop(0))  # gone: carried on as it was, without a rate
         last.append((key, counters))
-        if not before or new < old:
-            delta.append((key, tuple(rate_of_new(value, seconds) for value in counters)))
-            continue
-        changes = tuple(rate(a, b, seconds) for a, b in zip(before.pop(0)[1], counters))
-        if any(changes):
-            delta.append((key, changes))
-    return last, delta
+        known = before and layout.order(before[0][0]) == layout.order(key)
+        found = change(before.pop(0)[1] if known else None, counters, seconds)
+        if found is not None:
+            delta.append((key, found))
+    return last + before, delta
 
 
 def fixed(address, length=6):
