@@ -5,8 +5,10 @@ import time
 
 import pytest
 
-from harness import control, files, processes, settings
+from harness import processes, settings
+from harness.collection import Collection
 from harness.daemon import NO_PREFERENCES, STARTED
+from harness.files import HOST
 from harness.paths import PREFERENCES
 from harness.syslog import WARNING
 
@@ -47,26 +49,21 @@ CASES = {
 @pytest.mark.parametrize("label", CASES)
 def test_interval(label, own_daemon, agent, log):
     prepare, texts, interval = CASES[label]
-    host = files.HOST
     agent.serve(host=[(1, (b"\2\0\0\0\0\1", *range(7)))])
     with prepare():
         own_daemon.start()
     log.expect(*STARTED, *texts)
-
-    control.send(control.CREATE, host.code, 1)
-    processes.wait_until(host.path(1, "last").exists)
-    own_daemon.settle()
-    control.send(control.VIEWING, host.code, 1)  # no delta file: polled at once, then by the interval
-    processes.wait_until(host.path(1, "delta").exists)
-    own_daemon.settle()
-    first = host.read(1, "last").header.time
+    collection = Collection(own_daemon, HOST)
+    collection.create()
+    collection.poll(same_second=True)  # at once, then by the interval
+    first = HOST.read(1, "last").header.time
     log.take_all("host_calc_delta() found a 0-length interval.")
     if interval == 60:
         time.sleep(1.5)
-        assert host.read(1, "last").header.time == first, "polled again although 60 s have not passed"
+        assert HOST.read(1, "last").header.time == first, "polled again although 60 s have not passed"
     else:
         # The delta file is empty, or short, while it is written.
-        sampled = lambda: int.from_bytes(host.path(1, "delta").read_bytes()[8:12], "little")
+        sampled = lambda: int.from_bytes(HOST.path(1, "delta").read_bytes()[8:12], "little")
         processes.wait_until(lambda: sampled() > first, timeout=interval + 10)
         own_daemon.settle()
         assert sampled() - first == interval

@@ -100,7 +100,6 @@ def judge(kind, begun, before, now, change):
     (PORTS, serve_ports, port_change(False), False)], ids=["VLANs", "ports", "ports of 32 bits"])
 def test_numbers(layout, serve, change, wide, fresh_daemon, supervisor, log):
     wide_or_not = () if layout is VLANS else (wide,)
-    begun = int(time.time())
     if not wide:
         supervisor.misbehave("wide counters", bound(1, (None, NO_INSTANCE, None)))
     before = serve(supervisor, 0, *wide_or_not)

@@ -9,7 +9,7 @@ import pytest
 from harness import control, processes
 from harness.daemon import SANITIZED
 from harness.kinds import ETHER, PORTS, VLANS, Kind
-from harness.supervisor import port, rows
+from harness.supervisor import rows
 
 
 @pytest.fixture
@@ -46,45 +46,35 @@ def test_reader_holds_a_poll_up(layout, brisk):
 
 
 def test_schedule(brisk, supervisor):
-    """Viewed kinds are polled by the interval; one without rows only when another is due."""
-    ether, vlans, ports = brisk.values()
-    stamp = lambda kind, file="delta": kind.read(file).header.time if kind.path(file).exists() else 0
+    """Viewed kinds are polled by the interval, until nobody looks any more."""
+    ether, vlans, _ = brisk.values()
 
-    def next_poll(kind, file="delta"):
-        before = stamp(kind, file)
-        processes.wait_until(lambda: kind.path(file).stat().st_size >= 16 and stamp(kind, file) != before, pause=0.05)
-        kind.daemon.answer()
-        return stamp(kind, file) - before
+    def next_poll():
+        before = ether.read("delta").header.time
+        processes.wait_until(lambda: ether.path("delta").stat().st_size >= 16
+                             and ether.read("delta").header.time != before, pause=0.05)
+        ether.daemon.answer()
+        return ether.read("delta").header.time - before
 
     for kind in (ether, vlans):
         kind.view()
     supervisor.take_asked()
     intervals = []
     for _ in range(3):
-        intervals.append(next_poll(ether))
+        intervals.append(next_poll())
         for kind in (ether, vlans):  # keep looking; there is a delta file, so nothing is polled for it
             control.send(control.VIEWING, kind.layout.code)
     assert min(intervals) == 2, intervals
     asked = {query[0] for query in supervisor.take_asked()}
     assert asked == {"ether walk", "state", "ether counters", "vlan walk", "vlan counters"}, "nobody looks at the ports"
-    # Nobody looks any more: one more poll, or two, and then none for an hour.
-    next_poll(ether)
+    # One more poll, or two, and then none for an hour.
+    next_poll()
     time.sleep(3)
     ether.daemon.answer()
     supervisor.take_asked()
     time.sleep(3)
     ether.daemon.answer()
     assert supervisor.take_asked() == []
-    # VLANs that are gone wake nobody up, but are looked after when the ports are polled.
-    supervisor.serve(port(1, wide=range(8)))
-    vlans.view()
-    time.sleep(3.5)
-    vlans.daemon.answer()
-    assert supervisor.take_asked() == [("vlan walk", 0)]
-    ports.view()
-    supervisor.take_asked()
-    next_poll(ports)
-    assert ("vlan walk", 0) in supervisor.take_asked()
 
 
 def test_long_run(daemon, supervisor, log):
