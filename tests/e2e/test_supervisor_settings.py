@@ -84,6 +84,15 @@ def test_databases(own_daemon, agent, supervisor, log):
         if BOTH[0] in texts or NO_DATABASE in texts:
             ether.view(seconds=0)
             assert [place for place, each in supervisors.items() if each.take_asked()] == [address], number
+    # Of a damaged one some may be read; none of it ends the daemon.
+    settings.write(NMP_SETTINGS, **HOME)
+    whole = NMP_SETTINGS.read_bytes()
+    known = {NO_DATABASE, NO_ADDRESS, NO_COMMUNITY, *switches(False, False), *map(no_setting, ("etherstats", "vlanstats"))}
+    for damaged in (whole[:64].ljust(len(whole), b"\xff"), whole[:len(whole) // 2], whole.replace(b"NMP_", bytes(4))):
+        NMP_SETTINGS.write_bytes(damaged)
+        control.send(control.RELOAD)
+        own_daemon.answer()
+        assert set(log.take_all()) <= known
     assert own_daemon.measure() == before
     for kind, name in ((ether, "etherstats"), (vlans, "supvlanstats")):
         kind.view(seconds=0)
@@ -94,22 +103,6 @@ def test_databases(own_daemon, agent, supervisor, log):
     for address in (OTHER, "127.0.0.1"):
         supervisors[address].stop()
         assert supervisors[address].wrong == []
-
-
-def test_damaged_databases(own_daemon, supervisor, agent, log):
-    """Some of it may be read; none of it ends the daemon."""
-    own_daemon.start()
-    log.take_all()
-    settings.write(NMP_SETTINGS, **HOME)
-    whole = NMP_SETTINGS.read_bytes()
-    known = {NO_DATABASE, NO_ADDRESS, NO_COMMUNITY, *BOTH, *switches(False, False), no_setting("etherstats"),
-             no_setting("vlanstats")}
-    for damaged in (whole[:64].ljust(len(whole), b"\xff"), whole[:len(whole) // 2], whole.replace(b"NMP_", bytes(4))):
-        NMP_SETTINGS.write_bytes(damaged)
-        control.send(control.RELOAD)
-        own_daemon.answer()
-        assert set(log.take_all()) <= known
-    assert own_daemon.stop() == 0
 
 
 # The appliance's settings file, and whether it makes the target 7.
