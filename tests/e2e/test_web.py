@@ -312,17 +312,16 @@ def test_states(browser, server, files):
 
 
 def test_redraw_of_10000_rows(browser, server, files):
-    """New data, another order, scrolling and a search: the page's thread may take 5 seconds of processor
-    time for all of it. With all rows in the document the scenario runs into its time-outs."""
-    def busy():
-        metrics = browser.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]
-        return next(each["value"] for each in metrics if each["name"] == "TaskDuration")
-
-    browser.execute_cdp_cmd("Performance.enable", {"timeDomain": "threadTicks"})
+    """New data, another order, scrolling and a search: the longest task of the page's thread in ms by the
+    clock, with room for a busy machine, where 182 were seen. With all rows in the document the scenario
+    runs into its time-outs."""
     files(host_3_delta=header(0, 15) + hosts(10000))
     show(browser, server, "host/3")
     wait_for(browser, "#fact-rows", ["10,000"])
-    begun = busy()
+    browser.execute_script("""
+        window.longest = 0;  // tasks below 50 ms are not told
+        new PerformanceObserver(list => list.getEntries().forEach(task => longest = Math.max(longest, task.duration)))
+          .observe({type: "longtask"});""")
     files(host_3_delta=header(0, 15, -1) + hosts(10000, seed=2))
     first = "#grid tbody tr:nth-child(2)"
     before = texts(browser, first)
@@ -337,7 +336,8 @@ def test_redraw_of_10000_rows(browser, server, files):
     wait_for(browser, "#grid tbody tr:nth-last-child(2) th", ["02:00:00:00:27:0f"])
     browser.find_element(By.ID, "search").send_keys("27:0")
     wait_for(browser, "#found", ["16 of 10,000 rows"])
-    assert busy() - begun < 5 and len(browser.find_elements(By.CSS_SELECTOR, "#grid tbody tr")) < 100
+    assert browser.execute_script("return longest") < 500
+    assert len(browser.find_elements(By.CSS_SELECTOR, "#grid tbody tr")) < 100
 
 
 def test_by_keyboard_and_on_a_phone(browser, server, files):
