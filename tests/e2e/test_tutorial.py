@@ -3,7 +3,7 @@ import os
 import re
 import subprocess
 
-from harness.paths import PIPE, REPOSITORY, program
+from harness.paths import DATA, PIPE, REPOSITORY, program
 
 # What must be seen, in this order.
 SEEN = ("pdist 1  interval", '"row_count":', "protocol_tag,protocolDirLocalIndex", "last sample", "running, process",
@@ -27,3 +27,5 @@ def test_tutorial(log):
     assert not PIPE.exists()
     log.wait("Terminating tallyd.")
     log.take_all()
+    for path in DATA.iterdir():  # of collections that it did not destroy
+        path.unlink()
