@@ -1,0 +1,157 @@
+// Any bytes as each of the SNMP library's records: a community message, a PDU, an OBJECT
+// IDENTIFIER. They begin with different tags, so the parsers take their inputs from one corpus.
+#include <vector>
+
+#include "property.h"
+#include "snmp/ber_vectors.h"
+#include "snmp/snmp.h"
+
+namespace tally {
+namespace {
+
+// Both community versions, so that more than one row is looked at.
+const SnmpVersionTable kVersions = {2,
+                                    {0, 1},
+                                    {},
+                                    {ZnParseV1SnmpMessage, ZnParseV1SnmpMessage},
+                                    {ZnBuildV1SnmpMessage, ZnBuildV1SnmpMessage}};
+
+// The encoder joins the first two sub-identifiers in a byte. What the decoder makes may fail that:
+// its first sub-identifier may be 3.
+bool encodable(const OID* oid) {
+  return oid->length >= 2 && oid->oid_ptr[0] <= 2 && oid->oid_ptr[1] <= 39;
+}
+
+bool encodable(const Pdu& pdu) {
+  if (pdu_form(pdu.type) == PduForm::trap && !encodable(pdu.enterprise)) return false;
+  for (const VarBind* binding = pdu.var_bind_list; binding; binding = binding->next_var) {
+    if (!encodable(binding->name)) return false;
+    if (binding->type == OBJECT_ID_TYPE && !encodable(binding->value.oid_value)) return false;
+  }
+  return true;
+}
+
+// A number that was sent in too few bytes may make what is built longer than a packet.
+bool may_outgrow_a_packet(std::size_t size) {
+  return size > static_cast<std::size_t>(zn_pkt_size) / 2;
+}
+
+void check_chain(const Pdu& pdu, std::size_t size) {
+  demand(pdu.packlet == nullptr, "nothing is encoded yet");
+  std::int32_t count = 0;
+  const VarBind* last = nullptr;
+  for (const VarBind* binding = pdu.var_bind_list; binding; binding = binding->next_var) {
+    ++count;
+    last = binding;
+    demand(value_kind(binding->type) != ValueKind::illegal, "a known value type");
+    demand(binding->name->length >= 2 && binding->name->length <= kMaxSubIds,
+           "a name of 2 to 128 sub-identifiers");
+    demand(binding->data_length == binding->name_size + binding->value_size &&
+               static_cast<std::size_t>(binding->data_length) < size,
+           "sizes that the packet can hold");
+    demand(binding->type != IP_ADDR_PRIM_TYPE || binding->value.os_value->length == 4,
+           "addresses of 4 bytes");
+  }
+  demand(count == pdu.num_varbinds && last == pdu.var_bind_end_ptr, "count and tail of the chain");
+}
+
+// Decode, encode again, decode: the same PDU, and from then on the same bytes. Returns the PDU when
+// it was built.
+PduPtr check_pdu(const unsigned char* bytes, std::size_t size) {
+  PduPtr first(ZnParsePdu(bytes, static_cast<std::int32_t>(size)));
+  if (first == nullptr) return nullptr;
+  check_chain(*first, size);
+  const bool built = BuildPdu(first.get()) == 0;
+  demand(built == (first->packlet != nullptr), "a packlet exactly when built");
+  demand(built ? encodable(*first) : !encodable(*first) || may_outgrow_a_packet(size),
+         "encoded exactly when it can be");
+  if (!built) return nullptr;
+  const PduPtr second(ZnParsePdu(first->packlet->octet_ptr, first->packlet->length));
+  demand(second != nullptr && text_of(*first) == text_of(*second), "the same PDU");
+  demand(BuildPdu(second.get()) == 0 && text_of(first->packlet) == text_of(second->packlet),
+         "the same bytes");
+  return first;
+}
+
+SnmpMessagePtr parse(const unsigned char* bytes, std::size_t size) {
+  SnmpMessagePtr message(
+      ZnParseSnmpMessage(&kVersions, nullptr, nullptr, bytes, static_cast<std::int32_t>(size)));
+  demand(message != nullptr, "a record for any bytes");
+  demand((message->packlet != nullptr) == (message->status == kParseSuccess),
+         "a packlet exactly with success");
+  return message;
+}
+
+// Always a record, with a PDU or a reason; built again and parsed, the same message.
+void check_message(const unsigned char* bytes, std::size_t size) {
+  const SnmpMessagePtr first = parse(bytes, size);
+  if (first->packlet == nullptr) return;
+  const OctetString& packlet = *first->packlet;
+  const auto end = static_cast<std::size_t>(first->pdu_offset + packlet.length);
+  demand(first->pdu_offset > 0 && end <= size, "the PDU is in the packet");
+  demand(packlet.octet_ptr[packlet.length] == 0, "a zero behind the PDU");
+  const PduPtr pdu = check_pdu(packlet.octet_ptr, static_cast<std::size_t>(packlet.length));
+  if (pdu == nullptr) return;
+
+  const SnmpMessagePtr second(ZnCreateV2cSnmpMessage(CloneOctetString(first->community), nullptr));
+  second->version = first->version;
+  if (ZnBuildSnmpMessage(second.get(), pdu.get(), &kVersions) != 0) {
+    demand(second->packlet == nullptr, "no packlet after a failure");
+    demand(may_outgrow_a_packet(size), "what fits a packet is built");
+    return;
+  }
+  const SnmpMessagePtr third =
+      parse(second->packlet->octet_ptr, static_cast<std::size_t>(second->packlet->length));
+  demand(third->packlet != nullptr, "what was built can be parsed");
+  demand(third->version == first->version && text_of(third->community) == text_of(first->community),
+         "the same version and community");
+  demand(text_of(third->packlet) == text_of(pdu->packlet), "the same PDU bytes");
+}
+
+// Reads the content of an OID bit by bit, without a limit.
+std::vector<std::uint32_t> read_plainly(const unsigned char* content, const unsigned char* end) {
+  std::vector<std::uint32_t> sids = {*content / 40U, *content % 40U};
+  std::uint32_t value = 0;
+  while (++content != end) {
+    value = value * 128 + *content % 128;
+    if (*content >= 128) continue;
+    sids.push_back(value);
+    value = 0;
+  }
+  return sids;
+}
+
+// An OID is what the plain reading says, and what can be encoded decodes to itself.
+void check_oid(const unsigned char* bytes, std::size_t size) {
+  const unsigned char* cursor = bytes;
+  const OidPtr oid(ParseOID(&cursor, bytes + size));
+  demand(cursor >= bytes && cursor <= bytes + size, "the cursor stays inside");
+  if (oid == nullptr) return;
+  const unsigned char* content = bytes + 1;
+  const std::int32_t length = ParseLength(&content, bytes + size);
+  demand(length > 0 && cursor == content + length, "the cursor stands behind the content");
+  demand(read_plainly(content, cursor) ==
+             std::vector<std::uint32_t>(oid->oid_ptr, oid->oid_ptr + oid->length),
+         "the same sub-identifiers");
+
+  Bytes encoded(static_cast<std::size_t>(FindLenOID(oid.get())));
+  unsigned char* out = encoded.data();
+  const bool written = AddOID(&out, OBJECT_ID_TYPE, oid.get()) == 0;
+  demand(written == encodable(oid.get()), "encoded exactly when it can be");
+  if (!written) return;
+  demand(out == encoded.data() + encoded.size(), "the size that was foretold");
+  const unsigned char* in = encoded.data();
+  const OidPtr again(ParseOID(&in, out));
+  demand(again != nullptr && in == out && text_of(again.get()) == text_of(oid.get()),
+         "the same OID");
+}
+
+}  // namespace
+}  // namespace tally
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  tally::check_message(data, size);
+  tally::check_pdu(data, size);
+  tally::check_oid(data, size);
+  return 0;
+}
