@@ -1,12 +1,8 @@
 #include "system_faults.h"
 
-#include <netdb.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <set>
 
 namespace tally {
@@ -41,12 +37,6 @@ extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
-int __real_socket(int domain, int type, int protocol);
-int __real_gettimeofday(timeval* now, void* zone);
-tm* __real_localtime_r(const time_t* time, tm* result);
-servent* __real_getservbyname(const char* name, const char* protocol);
-ssize_t __real_sendto(int fd, const void* bytes, std::size_t size, int flags, const sockaddr* to,
-                      socklen_t to_size);
 ssize_t __real_recvfrom(int fd, void* bytes, std::size_t size, int flags, sockaddr* from,
                         socklen_t* from_size);
 
@@ -68,29 +58,6 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 void __wrap_free(void* block) {
   tally::blocks().erase(block);
   __real_free(block);
-}
-
-int __wrap_socket(int domain, int type, int protocol) {
-  return faults().no_socket ? -1 : __real_socket(domain, type, protocol);
-}
-
-int __wrap_gettimeofday(timeval* now, void* zone) {
-  errno = EFAULT;
-  return faults().no_time ? -1 : __real_gettimeofday(now, zone);
-}
-
-tm* __wrap_localtime_r(const time_t* time, tm* result) {
-  return faults().no_local_time ? nullptr : __real_localtime_r(time, result);
-}
-
-servent* __wrap_getservbyname(const char* name, const char* protocol) {
-  return faults().no_services ? nullptr : __real_getservbyname(name, protocol);
-}
-
-ssize_t __wrap_sendto(int fd, const void* bytes, std::size_t size, int flags, const sockaddr* to,
-                      socklen_t to_size) {
-  errno = ENETUNREACH;
-  return faults().no_send ? -1 : __real_sendto(fd, bytes, size, flags, to, to_size);
 }
 
 ssize_t __wrap_recvfrom(int fd, void* bytes, std::size_t size, int flags, sockaddr* from,

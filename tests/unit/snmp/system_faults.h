@@ -1,5 +1,6 @@
-// Makes the system calls of the SNMP library fail. The test program is linked with --wrap for each
-// of them, so that only calls from the library and the tests are concerned, not those from libc.
+// Makes allocations of the SNMP library fail, and its receives start late. The test program is
+// linked with --wrap for these calls, so that only those from the library and the tests are
+// concerned, not those from libc.
 #pragma once
 
 #include <cstddef>
@@ -11,12 +12,6 @@ struct SystemFaults {
   // The malloc that returns null, counted from now on; 0 for none. `mallocs` is the count.
   int failing_malloc = 0;
   int mallocs = 0;
-
-  bool no_socket = false;
-  bool no_time = false;
-  bool no_local_time = false;
-  bool no_services = false;
-  bool no_send = false;
 
   // Called right before each receive starts.
   std::function<void()> before_receive;
