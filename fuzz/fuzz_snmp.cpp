@@ -67,7 +67,7 @@ PduPtr check_pdu(const unsigned char* bytes, std::size_t size) {
          "encoded exactly when it can be");
   if (!built) return nullptr;
   const PduPtr second(ZnParsePdu(first->packlet->octet_ptr, first->packlet->length));
-  demand(second != nullptr && text_of(*first) == text_of(*second), "the same PDU");
+  demand(second != nullptr && text_of(first.get()) == text_of(second.get()), "the same PDU");
   demand(BuildPdu(second.get()) == 0 && text_of(first->packlet) == text_of(second->packlet),
          "the same bytes");
   return first;

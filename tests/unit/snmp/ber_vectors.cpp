@@ -2,31 +2,23 @@
 
 #include <cstdio>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
 namespace tally {
 namespace {
 
-// Splits at blanks and repeats "x*n" n times, joined by `joint`.
-std::string unfold(const std::string& text, char joint) {
-  std::istringstream words(text);
-  std::string unfolded;
-  for (std::string word; words >> word;) {
-    const std::size_t star = word.find('*');
-    const std::size_t cut = star == std::string::npos ? std::string::npos : word.rfind('.', star);
-    const std::string head = cut == std::string::npos ? "" : word.substr(0, cut + 1);
-    const std::size_t first = head.size();
-    const int times = star == std::string::npos ? 1 : std::stoi(word.substr(star + 1));
-    const std::string piece = word.substr(first, star == std::string::npos ? star : star - first);
-    if (!unfolded.empty()) unfolded += ' ';
-    unfolded += head;
-    for (int i = 0; i < times; ++i) {
-      if (i > 0) unfolded += joint;
-      unfolded += piece;
-    }
+// Repeats what stands before "*n" n times, with the blank or dot before it.
+std::string unfold(const std::string& text) {
+  static const std::regex repeated("([ .][^ .*]+)\\*([0-9]+)");
+  std::string unfolded = " " + text;
+  for (std::smatch found; std::regex_search(unfolded, found, repeated);) {
+    std::string all;
+    for (int times = std::stoi(found[2]); times > 0; --times) all += found[1];
+    unfolded = found.prefix().str().append(all).append(found.suffix());
   }
-  return unfolded;
+  return unfolded.substr(1);
 }
 
 // split cuts a text at the first blank.
@@ -54,7 +46,7 @@ void set(BerVector& vector, const std::string& attribute, const std::string& tex
   } else if (attribute == "write" && !vector.write) {
     vector.write = bytes_of(text);
   } else if ((attribute == "=" || attribute == "==") && vector.value == "refused") {
-    vector.value = unfold(text, vector.read == "oid" ? '.' : ' ');
+    vector.value = unfold(text);
     if (attribute == "==") vector.write = vector.bytes;
   } else {
     throw std::runtime_error("unknown or repeated: " + attribute + " " + text);
@@ -80,7 +72,7 @@ std::vector<BerVector> read_vectors(const std::string& path) {
 }
 
 Bytes bytes_of(const std::string& text) {
-  std::istringstream words(unfold(text, ' '));
+  std::istringstream words(unfold(text));
   Bytes bytes;
   for (std::string word; words >> word;) {
     bytes.push_back(static_cast<unsigned char>(std::stoi(word, nullptr, 16)));
@@ -111,19 +103,23 @@ std::string text_of(const OID* oid) {
   return text;
 }
 
-std::string text_of(const VarBind& binding) {
-  const std::string head = text_of(binding.name) + "=" + std::to_string(binding.type) + ":";
-  switch (value_kind(binding.type)) {
+std::string text_of(const UInt64* value) {
+  return std::to_string(as_number(*value));
+}
+
+std::string text_of(const VarBind* binding) {
+  const std::string head = text_of(binding->name) + "=" + std::to_string(binding->type) + ":";
+  switch (value_kind(binding->type)) {
     case ValueKind::integer:
-      return head + std::to_string(binding.value.sl_value);
+      return head + std::to_string(binding->value.sl_value);
     case ValueKind::unsigned32:
-      return head + std::to_string(binding.value.ul_value);
+      return head + std::to_string(binding->value.ul_value);
     case ValueKind::unsigned64:
-      return head + std::to_string(as_number(*binding.value.uint64_value));
+      return head + text_of(binding->value.uint64_value);
     case ValueKind::octets:
-      return head + text_of(binding.value.os_value);
+      return head + text_of(binding->value.os_value);
     case ValueKind::oid:
-      return head + text_of(binding.value.oid_value);
+      return head + text_of(binding->value.oid_value);
     case ValueKind::empty:
     case ValueKind::illegal:
       break;
@@ -131,17 +127,32 @@ std::string text_of(const VarBind& binding) {
   return head;
 }
 
-std::string text_of(const Pdu& pdu) {
+std::string text_of(const Pdu* pdu) {
   std::ostringstream text;
-  text << std::hex << std::uppercase << pdu.type << std::dec << ' ';
-  if (pdu_form(pdu.type) == PduForm::trap) {
-    text << text_of(pdu.enterprise) << ' ' << text_of(pdu.agent_addr) << ' ' << pdu.generic_trap
-         << ' ' << pdu.specific_trap << ' ' << pdu.time_ticks;
+  text << std::hex << std::uppercase << pdu->type << std::dec << ' ';
+  if (pdu_form(pdu->type) == PduForm::trap) {
+    text << text_of(pdu->enterprise) << ' ' << text_of(pdu->agent_addr) << ' ' << pdu->generic_trap
+         << ' ' << pdu->specific_trap << ' ' << pdu->time_ticks;
   } else {
-    text << pdu.request_id << ' ' << pdu.error_status << ' ' << pdu.error_index;
+    text << pdu->request_id << ' ' << pdu->error_status << ' ' << pdu->error_index;
   }
-  for (const VarBind* binding = pdu.var_bind_list; binding; binding = binding->next_var) {
-    text << " [" << text_of(*binding) << ']';
+  for (const VarBind* binding = pdu->var_bind_list; binding; binding = binding->next_var) {
+    text << " [" << text_of(binding) << ']';
+  }
+  return text.str();
+}
+
+std::string text_of(const SnmpMessage* message) {
+  std::ostringstream text;
+  text << "status " << message->status << " version " << message->version;
+  if (message->community != nullptr) {
+    const std::string community = text_of(message->community);
+    text << " community" << (community.empty() ? "" : " ") << community << " offset "
+         << message->pdu_offset << " room " << message->max_pdu_size;
+  }
+  if (message->packlet != nullptr) {
+    const std::string pdu = text_of(message->packlet);
+    text << " pdu" << (pdu.empty() ? "" : " ") << pdu;
   }
   return text.str();
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "snmp/values.h"
+#include "snmp/zn_msg.h"
 
 namespace tally {
 
@@ -30,7 +30,9 @@ Bytes bytes_of(const std::string& text);
 std::string text_of(const unsigned char* bytes, std::size_t size);
 std::string text_of(const OctetString* string);
 std::string text_of(const OID* oid);
-std::string text_of(const VarBind& binding);
-std::string text_of(const Pdu& pdu);
+std::string text_of(const UInt64* value);
+std::string text_of(const VarBind* binding);
+std::string text_of(const Pdu* pdu);
+std::string text_of(const SnmpMessage* message);
 
 }  // namespace tally

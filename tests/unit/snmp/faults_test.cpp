@@ -52,11 +52,9 @@ TEST(Values, EveryAllocationMayFail) {
         return SnmpMessagePtr(ZnCreateV2cSnmpMessage(packet->community, &faults())) != nullptr;
       },
       [&] {
-        return VarBindPtr(MakeVarBindWithValue(model->var_bind_list->name,
-                                               model->var_bind_list->name, NULL_TYPE, nullptr)) !=
-               nullptr;
+        const OID* const name = model->var_bind_list->name;
+        return VarBindPtr(MakeVarBindWithValue(name, name, NULL_TYPE, nullptr)) != nullptr;
       },
-      [&] { return OctetStringPtr(MakeOctetString2(nullptr, 3)) != nullptr; },
       [&] { return UInt64Ptr(MakeCounter64(1, 2)) != nullptr; },
       [&] { return OidPtr(MakeOIDFromHex("0102")) != nullptr; },
       [&] {

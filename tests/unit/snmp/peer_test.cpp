@@ -120,7 +120,7 @@ TEST_F(Peer, LibsnmpAgreesOnEveryTypeAndPdu) {
     const netsnmp_variable_list* variable = theirs->variables;
     for (const VarBind* b = ours->var_bind_list; b; b = b->next_var) {
       ASSERT_NE(variable, nullptr);
-      EXPECT_EQ(text_of(*variable), tally::text_of(*b));
+      EXPECT_EQ(text_of(*variable), tally::text_of(b));
       variable = variable->next_variable;
     }
     EXPECT_EQ(variable, nullptr);

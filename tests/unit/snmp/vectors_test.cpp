@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <map>
 #include <memory>
+#include <utility>
 
 #include "ber_vectors.h"
 #include "recorded_log.h"
@@ -27,129 +27,101 @@ struct Input {
   const unsigned char* end;
 };
 
-std::string number_or_refused(long long number, bool good) {
-  return good ? std::to_string(number) : kRefused;
+Outcome number(long long value, bool good,
+               const std::function<int(unsigned char**)>& write = nullptr) {
+  return {good ? std::to_string(value) : kRefused, write};
 }
 
-Outcome read_message(Input& in) {
-  const std::shared_ptr<SnmpMessage> message(
-      ZnParseSnmpMessage(&kVersions, nullptr, nullptr, in.cursor,
-                         static_cast<std::int32_t>(in.end - in.cursor)),
-      ZnFreeSnmpMessage);
-  in.cursor = in.end;
-  std::string text =
-      "status " + std::to_string(message->status) + " version " + std::to_string(message->version);
-  const auto add = [&text](const std::string& what, const std::string& value) {
-    text.append(" ").append(what);
-    if (!value.empty()) text.append(" ").append(value);
-  };
-  if (message->community != nullptr) {
-    add("community", text_of(message->community));
-    add("offset", std::to_string(message->pdu_offset));
-    add("room", std::to_string(message->max_pdu_size));
-  }
-  if (message->packlet != nullptr) add("pdu", text_of(message->packlet));
-  return {text, [message](unsigned char** out) {
-            Pdu pdu = {};
-            pdu.packlet = message->packlet;
-            message->packlet = nullptr;
-            const int result = ZnBuildSnmpMessage(message.get(), &pdu, &kVersions);
-            FreeOctetString(pdu.packlet);
-            if (result != 0) return result;
-            *out = std::copy_n(message->packlet->octet_ptr, message->packlet->length, *out);
-            return 0;
-          }};
+// An outcome of a record, which is refused when there is none; `add` writes it at a cursor.
+template <typename T, typename Free, typename Add>
+Outcome record(T* parsed, Free free, Add add) {
+  if (parsed == nullptr) return {};
+  const std::shared_ptr<T> kept(parsed, free);
+  return {text_of(parsed), [kept, add](unsigned char** out) { return add(out, kept.get()); }};
 }
 
-Outcome read_pdu(Input& in) {
-  const std::shared_ptr<Pdu> pdu(
-      ZnParsePdu(in.cursor, static_cast<std::int32_t>(in.end - in.cursor)), FreePdu);
-  in.cursor = in.end;
-  if (pdu == nullptr) return {};
-  return {text_of(*pdu), [pdu](unsigned char** out) {
-            if (BuildPdu(pdu.get()) != 0) return -1;
-            *out = std::copy_n(pdu->packlet->octet_ptr, pdu->packlet->length, *out);
-            return 0;
-          }};
+int copy(unsigned char** out, const OctetString& built) {
+  *out = std::copy_n(built.octet_ptr, built.length, *out);
+  return 0;
 }
 
-Outcome read_binding(Input& in) {
-  const std::shared_ptr<VarBind> binding(ParseVarBind(&in.cursor, in.end), FreeVarBind);
-  if (binding == nullptr) return {};
-  return {text_of(*binding), [binding](unsigned char** out) {
-            return FindLenVarBind(binding.get()) < 0 ? -1 : AddVarBind(out, binding.get(), nullptr);
-          }};
+int write_message(unsigned char** out, SnmpMessage* message) {
+  Pdu pdu = {};
+  pdu.packlet = std::exchange(message->packlet, nullptr);
+  const int result = ZnBuildSnmpMessage(message, &pdu, &kVersions);
+  FreeOctetString(pdu.packlet);
+  return result != 0 ? result : copy(out, *message->packlet);
 }
 
-Outcome read_value(const std::string& parser, Input& in) {
+int write_pdu(unsigned char** out, Pdu* pdu) {
+  return BuildPdu(pdu) != 0 ? -1 : copy(out, *pdu->packlet);
+}
+
+int write_binding(unsigned char** out, VarBind* binding) {
+  return FindLenVarBind(binding) < 0 ? -1 : AddVarBind(out, binding, nullptr);
+}
+
+// Runs the parser of that name. Those that set a type set it to -1 when they refuse.
+Outcome read(const std::string& parser, Input& in) {
   std::int16_t type = 0;
+  if (parser == "message" || parser == "pdu") {
+    const Input all = std::exchange(in, {in.end, in.end});
+    const auto size = static_cast<std::int32_t>(all.end - all.cursor);
+    if (parser == "pdu") return record(ZnParsePdu(all.cursor, size), FreePdu, write_pdu);
+    return record(ZnParseSnmpMessage(&kVersions, nullptr, nullptr, all.cursor, size),
+                  ZnFreeSnmpMessage, write_message);
+  }
+  if (parser == "binding") {
+    return record(ParseVarBind(&in.cursor, in.end), FreeVarBind, write_binding);
+  }
   if (parser == "type") {
     const int tag = ParseType(&in.cursor, in.end);
-    char text[16];
-    std::snprintf(text, sizeof text, "%02X", static_cast<unsigned>(tag));
-    return {tag < 0 ? kRefused : text};
+    const auto byte = static_cast<unsigned char>(tag);
+    return {tag < 0 ? kRefused : text_of(&byte, 1)};
   }
   if (parser == "length") {
     const std::int32_t length = ParseLength(&in.cursor, in.end);
-    return {number_or_refused(length, length >= 0)};
+    return number(length, length >= 0);
   }
-  if (parser == "sequence") {
-    const std::int32_t length = ParseSequence(&in.cursor, in.end, &type);
-    EXPECT_EQ(type, length < 0 ? -1 : SEQUENCE_TYPE);
-    return {number_or_refused(length, length >= 0)};
-  }
-  if (parser == "implicit/A2") {
-    type = RESPONSE_PDU;
-    const std::int32_t length = ParseImplicitSequence(&in.cursor, in.end, &type);
-    EXPECT_EQ(type, length < 0 ? -1 : RESPONSE_PDU);
-    return {number_or_refused(length, length >= 0)};
+  if (parser == "sequence" || parser == "implicit/A2") {
+    const bool implicit = parser != "sequence";
+    const std::int16_t wanted = implicit ? RESPONSE_PDU : SEQUENCE_TYPE;
+    type = wanted;
+    const std::int32_t length =
+        (implicit ? ParseImplicitSequence : ParseSequence)(&in.cursor, in.end, &type);
+    EXPECT_EQ(type, length < 0 ? -1 : wanted);
+    return number(length, length >= 0);
   }
   if (parser == "int") {
     const std::int32_t value = ParseInt(&in.cursor, in.end, &type);
     EXPECT_TRUE(type == INTEGER_TYPE || (type == -1 && value == 0));
-    return {number_or_refused(value, type >= 0),
-            [=](unsigned char** out) { return AddInt(out, type, value); }};
+    return number(value, type >= 0, [=](auto out) { return AddInt(out, type, value); });
   }
   if (parser == "uint") {
     const std::uint32_t value = ParseUInt(&in.cursor, in.end, &type);
-    return {number_or_refused(value, type >= 0),
-            [=](unsigned char** out) { return AddUInt(out, type, value); }};
+    return number(value, type >= 0, [=](auto out) { return AddUInt(out, type, value); });
   }
   if (parser == "uint64") {
-    const std::shared_ptr<UInt64> value(ParseUInt64(&in.cursor, in.end), FreeUInt64);
-    if (value == nullptr) return {};
-    return {std::to_string(as_number(*value)),
-            [value](unsigned char** out) { return AddUInt64(out, COUNTER_64_TYPE, value.get()); }};
+    return record(ParseUInt64(&in.cursor, in.end), FreeUInt64,
+                  [](auto out, auto value) { return AddUInt64(out, COUNTER_64_TYPE, value); });
   }
   if (parser == "octets") {
-    const std::shared_ptr<OctetString> value(ParseOctetString(&in.cursor, in.end, &type),
-                                             FreeOctetString);
+    OctetString* const value = ParseOctetString(&in.cursor, in.end, &type);
     EXPECT_EQ(type == -1, value == nullptr);
-    if (value == nullptr) return {};
-    return {text_of(value.get()),
-            [value, type](unsigned char** out) { return AddOctetString(out, type, value.get()); }};
+    return record(value, FreeOctetString,
+                  [=](auto out, auto string) { return AddOctetString(out, type, string); });
   }
   if (parser == "null") {
     const int result = ParseNull(&in.cursor, in.end, &type);
     EXPECT_EQ(result, type == -1 ? -1 : 0);
-    return {number_or_refused(type, result == 0),
-            [=](unsigned char** out) { return AddNull(out, type); }};
+    return number(type, result == 0, [=](auto out) { return AddNull(out, type); });
   }
   if (parser == "oid") {
-    const std::shared_ptr<OID> value(ParseOID(&in.cursor, in.end), FreeOID);
-    if (value == nullptr) return {};
-    return {text_of(value.get()),
-            [value](unsigned char** out) { return AddOID(out, OBJECT_ID_TYPE, value.get()); }};
+    return record(ParseOID(&in.cursor, in.end), FreeOID,
+                  [](auto out, auto value) { return AddOID(out, OBJECT_ID_TYPE, value); });
   }
   ADD_FAILURE() << "no parser " << parser;
   return {};
-}
-
-Outcome read(const std::string& parser, Input& in) {
-  if (parser == "message") return read_message(in);
-  if (parser == "pdu") return read_pdu(in);
-  if (parser == "binding") return read_binding(in);
-  return read_value(parser, in);
 }
 
 std::unique_ptr<unsigned char[]> exact_copy(const Bytes& bytes, std::size_t size) {
