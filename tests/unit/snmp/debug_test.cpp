@@ -179,6 +179,7 @@ TEST(Time, AsText) {
   EXPECT_STREQ(text, "1992/05/26 13:30:15.00");
   const OctetStringPtr broken(MakeOctetString(nullptr, 9));
   EXPECT_EQ(FormatDateAndTime(broken.get(), text, sizeof text), -1);
+  EXPECT_EQ(FormatDateAndTime(nullptr, text, sizeof text), -1);
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "system_faults.h"
 
-#include <sys/socket.h>
-
 #include <cstdlib>
 #include <set>
 
@@ -37,8 +35,6 @@ extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
-ssize_t __real_recvfrom(int fd, void* bytes, std::size_t size, int flags, sockaddr* from,
-                        socklen_t* from_size);
 
 void* __wrap_malloc(std::size_t size) {
   if (++faults().mallocs == faults().failing_malloc) return nullptr;
@@ -58,11 +54,5 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 void __wrap_free(void* block) {
   tally::blocks().erase(block);
   __real_free(block);
-}
-
-ssize_t __wrap_recvfrom(int fd, void* bytes, std::size_t size, int flags, sockaddr* from,
-                        socklen_t* from_size) {
-  if (faults().before_receive) faults().before_receive();
-  return __real_recvfrom(fd, bytes, size, flags, from, from_size);
 }
 }

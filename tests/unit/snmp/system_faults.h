@@ -1,10 +1,8 @@
-// Makes allocations of the SNMP library fail, and its receives start late. The test program is
-// linked with --wrap for these calls, so that only those from the library and the tests are
-// concerned, not those from libc.
+// Makes allocations of the SNMP library fail. The test program is linked with --wrap for them, so
+// that only those of the library and the tests are concerned, not those of libc.
 #pragma once
 
 #include <cstddef>
-#include <functional>
 
 namespace tally {
 
@@ -12,9 +10,6 @@ struct SystemFaults {
   // The malloc that returns null, counted from now on; 0 for none. `mallocs` is the count.
   int failing_malloc = 0;
   int mallocs = 0;
-
-  // Called right before each receive starts.
-  std::function<void()> before_receive;
 };
 
 // faults returns the one set of faults; reset_faults makes everything work again and starts to
