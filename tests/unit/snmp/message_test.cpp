@@ -44,7 +44,13 @@ TEST(Message, BuiltTwiceAndUnderOtherVersions) {
   EXPECT_EQ(message->packlet, nullptr);
   EXPECT_EQ(log.take(), std::vector<std::string>{"20000 ZnBuildSnmpMessage, bad SNMP version: 3"});
 
+  // A version is written as an unsigned number, which no reader of integers takes when negative.
   SnmpVersionTable odd = kVersions;
+  odd.version[0] = message->version = -1;
+  ASSERT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &odd), 0);
+  EXPECT_NE(text_of(message->packlet).find(" 02 05 00 FF FF FF FF 04 06"), std::string::npos);
+  EXPECT_EQ(text_of(message->packlet).find(text_of(pdu->packlet)) / 3,
+            static_cast<std::size_t>(message->packlet->length - pdu->packlet->length));
   odd.count = 1000;  // the table has four rows whatever it says
   message->version = 77;
   EXPECT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &odd), -1);
