@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -11,12 +10,14 @@ namespace {
 
 // Repeats what stands before "*n" n times, with the blank or dot before it.
 std::string unfold(const std::string& text) {
-  static const std::regex repeated("([ .][^ .*]+)\\*([0-9]+)");
   std::string unfolded = " " + text;
-  for (std::smatch found; std::regex_search(unfolded, found, repeated);) {
+  for (std::size_t star = 0; (star = unfolded.find('*')) != std::string::npos;) {
+    const std::size_t start = unfolded.find_last_of(" .", star);
+    const std::size_t end = unfolded.find_first_not_of("0123456789", star + 1);
+    const std::string piece = unfolded.substr(start, star - start);
     std::string all;
-    for (int times = std::stoi(found[2]); times > 0; --times) all += found[1];
-    unfolded = found.prefix().str().append(all).append(found.suffix());
+    for (int times = std::stoi(unfolded.substr(star + 1)); times > 0; --times) all += piece;
+    unfolded.replace(start, end == std::string::npos ? end : end - start, all);
   }
   return unfolded.substr(1);
 }
