@@ -19,35 +19,48 @@ MORE = [(1, (*row[:1], *[value + 100 for value in row[1:]])) for _, row in ROWS]
 # What may stand first in the log when a write fails, all of it or a part of it, and which texts follow it.
 WRITE = {(WARNING, "Unable to write poll cache to file."), (WARNING, "Not all tallyd cached data written to file.")}
 FLUSH = {(WARNING, "Unable to flush poll cache to file."), (WARNING, "Not all cached data flushed to file.")}
-FULL = {(WARNING, "poll_coll_delta: Error writing last record 4."): WRITE,
-        (WARNING, "poll_coll_delta: Error writing delta record 2."): WRITE,
-        (DEBUG, "poll_coll_delta: Error flushing last file."): FLUSH,
-        (DEBUG, "poll_coll_delta: Error flushing delta file."): FLUSH}
+HIGH = [(1, (b"\xff" * 6, *[9] * 7))]
+# The rows of two samples, and the writes of the second poll that can fail: the levels differ.
+FULL = {
+    "all change": (ROWS, MORE, [(WARNING, "writing last record 4."), (WARNING, "writing delta record 2.")]),
+    "all are gone": (ROWS, [], [(WARNING, "writing last record 1.")]),
+    "all are new": ([], ROWS, [(WARNING, "writing last record 2."), (WARNING, "writing delta record 1.")]),
+    "all are gone before a new one": (ROWS, HIGH, [(WARNING, "writing last record 3.")]),
+    "all are new before one that is gone": (HIGH, ROWS, [(DEBUG, "writing last record 5."),
+                                                         (DEBUG, "writing delta record 3.")]),
+}
 
 
-def test_full_at_every_write(daemon, agent, log):
+@pytest.mark.parametrize("label", FULL)
+def test_full_at_every_write(label, daemon, agent, log):
     """One page more each time: a poll that does not get through puts the old sample back."""
+    first, second, writes = FULL[label]
+    causes = {(level, "poll_coll_delta: Error " + text): WRITE for level, text in writes}
+    causes |= {(DEBUG, f"poll_coll_delta: Error flushing {file} file."): FLUSH for file in ("last", "delta")}
+    records = lambda rows: model.returned(HOST, rows, 1)
     with small():
-        agent.serve(host=ROWS)
+        agent.serve(host=first)
         collection = Collection(daemon, HOST)
-        collection.first_sample(records(ROWS))
+        collection.first_sample(records(first))
         sample = HOST.path(1, "last").read_bytes()
-        agent.serve(host=MORE)
+        agent.serve(host=second)
         seen = []
         next_second()
-        for free in range(2 * pages(sample)):
+        needed = sum(pages(HOST.pack((0, 0, 0, 0), rows)) for rows in (
+            records(list({row[0]: (1, row) for _, row in first + second}.values())), records(second)))
+        for free in range(needed):
             HOST.path(1, "delta").unlink(missing_ok=True)
             resize(pages(sample) + free)
             collection.poll(same_second=True)
             writing, polling = log.take_all()
-            assert writing in FULL[polling]
+            assert writing in causes[polling]
             seen.append(polling)
             assert HOST.path(1, "last").read_bytes() == sample
             assert not HOST.path(1, "prev").exists()
-        assert set(seen) == set(FULL), "every place was reached"
-        resize(3 * pages(sample))
+        assert set(seen) == set(causes), "every place was reached"
+        resize(pages(sample) + needed)
         HOST.path(1, "delta").unlink()
-        collection.next_sample(records(MORE))
+        collection.next_sample(records(second))
         collection.destroy()
 
 
