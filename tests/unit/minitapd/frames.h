@@ -32,7 +32,5 @@ inline Frame ethernet(std::string_view dest, std::string_view source, std::strin
 
 inline constexpr std::string_view kStationA = "02 00 00 00 00 0a";
 inline constexpr std::string_view kStationB = "02 00 00 00 00 0b";
-inline constexpr std::string_view kBroadcast = "ff ff ff ff ff ff";
-inline constexpr std::string_view kMulticast = "01 00 5e 00 00 fb";
 
 }  // namespace minitapd::testing

@@ -86,32 +86,6 @@ TEST(RecordColumns, LieWhereTheFilesHaveThem) {
   }
 }
 
-// Every length from nothing to two records of each type, read as every type. Some types have
-// records of one size: only the header tells those apart.
-TEST(CollectionFiles, AreWholeRecordsOfTheTypeAskedForOnly) {
-  for (const auto& [type, size, key, key_at, first, first_at, rank, rank_at] : kLayouts) {
-    const Bytes whole = delta_file(type, std::string(2 * size, '\0'));
-    for (std::size_t length = 0; length <= whole.size(); ++length) {
-      for (std::uint32_t asked = 0; asked <= kTypeSlots; ++asked) {
-        SCOPED_TRACE(testing::Message() << length << " octets of " << type << " as " << asked);
-        // A block of its own, so that AddressSanitizer sees a read past the end.
-        const OpenFile file = open_bytes(Bytes(whole.data(), whole.data() + length), asked);
-        const bool good = length >= 16 && asked == type && (length - 16) % size == 0;
-        const FileState expected = good            ? FileState::good
-                                   : length == 0   ? FileState::empty
-                                   : length < 16   ? FileState::short_header
-                                   : asked != type ? FileState::foreign_type
-                                                   : FileState::foreign_size;
-        EXPECT_EQ(file.state, expected);
-        EXPECT_EQ(file.remark.empty(), good);
-        if (good) {
-          EXPECT_EQ(file.count(), (length - 16) / size);
-        }
-      }
-    }
-  }
-}
-
 TEST(CellText, FindsTheLengthOfAnAddress) {
   const std::string record = bytes_of(std::uint32_t{7}) + bytes_of(std::uint32_t{4}) +
                              std::string{127, 0, 0, 1} + std::string(52, '\0');
