@@ -16,6 +16,24 @@
 namespace tally {
 namespace {
 
+// Quotients that are rounded to 64 bits and then to double: rounded at once they would be others.
+TEST(Rate, IsRoundedTwice) {
+  const struct {
+    std::uint32_t interval;
+    double last;
+    double rate;
+  } cases[] = {
+      {4294967236u, 0x1.8fbf48d57ef03p+52, 0x1.8fbf49332fc56p+20},
+      {65521u, 0x1.6157b610343a1p+52, 0x1.616c6b6a7f778p+36},
+      {65521u, 0x1.b67881c0f9538p+49, 0x1.b69234520a222p+33},
+      {4294967236u, 0x1.d4443ea35442ap+52, 0x1.d4443f1114416p+20},
+  };
+  for (const auto& [interval, last, rate] : cases) {
+    EXPECT_EQ(rate_of_new(last, interval), rate);
+    EXPECT_EQ(rate_between(0, last, interval), rate);
+  }
+}
+
 // Where plain division is taken, it is bit for bit the extended one.
 TEST(Rate, PlainDivisionIsExact) {
   std::mt19937_64 random(2);
@@ -40,7 +58,8 @@ TEST(Rate, PlainDivisionIsExact) {
 
 TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
   for (const TypeFacts& type : kTypeFacts) {
-    SCOPED_TRACE(type.name);
+    const std::string name = type.name;
+    SCOPED_TRACE(name);
     std::string sevens(type.key_size, 'k');
     for (std::uint32_t i = 0; i < type.counters; ++i) sevens += bytes_of(7.0);
     const auto* row = reinterpret_cast<const unsigned char*>(sevens.data());
@@ -49,14 +68,19 @@ TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
     EXPECT_EQ(type.ops().calc_delta(nullptr, row, out, 1), -1);
     EXPECT_EQ(type.ops().calc_delta(row, nullptr, out, 1), -1);
     EXPECT_EQ(type.ops().calc_delta(row, row, nullptr, 0), -1);
-    EXPECT_EQ(take_log(), std::vector(3, warning_line(type.delta_null)));
+    EXPECT_EQ(take_log(),
+              std::vector(3, warning_line(type.delta_null + std::string(": NULL pointer!"))));
     EXPECT_EQ(type.ops().calc_rate(nullptr, out, 1), 0);
     EXPECT_EQ(type.ops().calc_rate(row, nullptr, 0), 0);
-    EXPECT_EQ(take_log(), std::vector(2, warning_line(type.rate_null)));
+    EXPECT_EQ(take_log(), std::vector(2, warning_line(type.rate_null +
+                                                      std::string("_calc_rate: NULL pointer!"))));
     EXPECT_EQ(type.ops().calc_delta(row, row, out, 0), 0);
     EXPECT_EQ(type.ops().calc_rate(row, out, 0), 1);
     EXPECT_EQ(std::memcmp(out, row, type.ops().record_size), 0);
-    EXPECT_EQ(take_log(), (std::vector{debug_line(type.delta_zero), debug_line(type.rate_zero)}));
+    EXPECT_EQ(take_log(),
+              (std::vector{debug_line(type.delta_zero +
+                                      std::string("_calc_delta() found a 0-length interval.")),
+                           debug_line(name + "_calc_rate() found a 0-length interval.")}));
   }
 }
 

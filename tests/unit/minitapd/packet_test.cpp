@@ -34,16 +34,8 @@ struct ParseCase {
   int dscp = -1;  // -1 = no network header
 };
 
+// What is seldom or broken; the usual frames are counted beside tshark.
 const ParseCase kCases[] = {
-    {"unknown type", "9999 0102", "ether2"},
-    {"ARP", "0806 0001 0800 0604 0001", "ether2.arp"},
-    {"TCP, server is the source", ip("0028", "0000", "06", "0050 c001"), "ether2.ip.tcp.http", -1,
-     -1, 46},
-    {"TCP, server is the destination", ip("0028", "0000", "06", "c001 0016"), "ether2.ip.tcp.ssh",
-     -1, -1, 46},
-    {"two known ports: the lower", ip("001c", "0000", "11", "00a1 0035"), "ether2.ip.udp.dns", -1,
-     -1, 46},
-    {"no known port", ip("0028", "0000", "06", "c001 c002"), "ether2.ip.tcp", -1, -1, 46},
     {"first fragment", ip("001c", "2000", "11", "00a1 c001"), "ether2.ip.udp.snmp", -1, -1, 46},
     {"later fragment: what looks like ports is data", ip("001c", "2001", "11", "00a1 c001"),
      "ether2.ip.udp", -1, -1, 46},
@@ -58,9 +50,7 @@ const ParseCase kCases[] = {
     {"total length shorter than the header", ip("0013", "0000", "06", "0050 c001"), "ether2.ip"},
     {"total length 0: cut by hardware", ip("0000", "0000", "06", "0050 c001"), "ether2.ip.tcp.http",
      -1, -1, 46},
-    {"ICMP has no ports", ip("001c", "0000", "01", "0050 0050"), "ether2.ip.icmp", -1, -1, 46},
     {"unknown IP protocol", ip("001c", "0000", "fd", "0050 0050"), "ether2.ip", -1, -1, 46},
-    {"IPv6 UDP", ip6("0008", "11", "0035 c001 0008 0000"), "ether2.ipv6.udp.dns", -1, -1, 46},
     {"IPv6, all skippable headers before TCP",
      ip6("0040", "00",
          "2b 00 000000000000 2c 00 000000000000 33 00 0000 00000001"
@@ -83,8 +73,6 @@ const ParseCase kCases[] = {
          "3c00000000000000 3c00000000000000 3c00000000000000 3c00000000000000 3c00000000000000"
          "3c00000000000000 3c00000000000000 3c00000000000000 0600000000000000 01bbc001"),
      "ether2.ipv6", -1, -1, 46},
-    {"VLAN tag", "8100 a064 " + ip("0028", "0000", "06", "0050 c001"), "ether2.ip.tcp.http", 100, 5,
-     46},
     {"service tag outside a customer tag", "88a8 0fff 8100 2001 0806 0001", "ether2.arp", 4095, 0},
     {"a third tag is not looked behind", "8100 0001 8100 0002 8100 0003 0806", "ether2", 1, 0},
     {"spanning tree in LLC", "0026 42 42 03 0000", "llc.stp"},
