@@ -118,8 +118,7 @@ TEST(ControlScan, TellsWhatCannotBeAdopted) {
     take_log();
     agent_type_ops(type).add_active(agent.client(), adopter);
     EXPECT_EQ(adopter.adopted, (std::vector{std::pair{type, 70000U}}));
-    EXPECT_EQ(take_log(), std::vector{warning_line(std::string("Unable to add active ") +
-                                                   kTypeFacts[type].name + " collection.")});
+    EXPECT_EQ(take_log(), std::vector{warning_line(kTypeFacts[type].add_failed)});
   }
 }
 

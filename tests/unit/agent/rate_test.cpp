@@ -1,5 +1,4 @@
-// The two ways to divide, and what no poll does with the operations of the types. That the rates
-// follow the rule in every counter is shown end to end.
+// The rate rule, and the operations of all types that use it.
 #include "agent/rate.h"
 
 #include <gtest/gtest.h>
@@ -11,26 +10,82 @@
 
 #include "agent/type_facts.h"
 #include "support/syslog_capture.h"
-#include "support/temporary_directory.h"
 
 namespace tally {
 namespace {
 
-// Quotients that are rounded to 64 bits and then to double: rounded at once they would be others.
-TEST(Rate, IsRoundedTwice) {
-  const struct {
-    std::uint32_t interval;
-    double last;
-    double rate;
-  } cases[] = {
-      {4294967236u, 0x1.8fbf48d57ef03p+52, 0x1.8fbf49332fc56p+20},
-      {65521u, 0x1.6157b610343a1p+52, 0x1.616c6b6a7f778p+36},
-      {65521u, 0x1.b67881c0f9538p+49, 0x1.b69234520a222p+33},
-      {4294967236u, 0x1.d4443ea35442ap+52, 0x1.d4443f1114416p+20},
-  };
-  for (const auto& [interval, last, rate] : cases) {
-    EXPECT_EQ(rate_of_new(last, interval), rate);
-    EXPECT_EQ(rate_between(0, last, interval), rate);
+struct RateCase {
+  std::uint32_t interval;
+  double prev;
+  double last;
+  double rate;
+  double rate_of_new;
+};
+
+constexpr RateCase kCases[] = {
+#include "rate_cases.inc"
+};
+
+// A record at an odd address, as it may lie in a cache.
+class Record {
+ public:
+  explicit Record(const TypeFacts& type, char key = 'k') : type_(type), bytes_(1 + 68, '#') {
+    std::memset(bytes_.data() + 1, key, type.key_size);
+  }
+  unsigned char* get() { return reinterpret_cast<unsigned char*>(bytes_.data() + 1); }
+  std::uint32_t counters() const { return type_.counters; }
+  void set(std::uint32_t counter, double value) {
+    std::memcpy(get() + type_.key_size + 8 * counter, &value, sizeof value);
+  }
+  double at(std::uint32_t counter) {
+    double value;
+    std::memcpy(&value, get() + type_.key_size + 8 * counter, sizeof value);
+    return value;
+  }
+  // The key, and what lies behind the record.
+  std::string frame() const {
+    return bytes_.substr(1, type_.key_size) + bytes_.substr(1 + type_.ops().record_size);
+  }
+
+ private:
+  const TypeFacts& type_;
+  std::string bytes_;
+};
+
+TEST(Rate, FollowsTheRuleInEveryCounterOfEveryType) {
+  for (const TypeFacts& type : kTypeFacts) {
+    SCOPED_TRACE(type.name);
+    for (std::size_t first = 0; first < std::size(kCases); ++first) {
+      // Counters of one row share the interval, not the way of division: mix all cases that do.
+      const std::uint32_t interval = kCases[first].interval;
+      std::vector<const RateCase*> row;
+      for (std::size_t i = 0; row.size() < Record(type).counters(); ++i) {
+        const RateCase& next = kCases[(first + i) % std::size(kCases)];
+        if (next.interval == interval) row.push_back(&next);
+      }
+      for (const bool alone : {true, false}) {
+        Record prev(type, 'p');
+        Record last(type);
+        Record out(type, 'o');
+        bool changed = false;
+        for (std::uint32_t i = 0; i < row.size(); ++i) {
+          const bool still = alone && i > 0;  // all but the first do not change
+          prev.set(i, still ? 5 : row[i]->prev);
+          last.set(i, still ? 5 : row[i]->last);
+          changed |= !still && row[i]->rate != 0;
+        }
+        ASSERT_EQ(type.ops().calc_delta(prev.get(), last.get(), out.get(), interval), changed);
+        EXPECT_EQ(out.frame(), last.frame());
+        for (std::uint32_t i = 0; i < row.size(); ++i) {
+          EXPECT_EQ(out.at(i), alone && i > 0 ? 0 : row[i]->rate)
+              << row[i]->prev << " -> " << row[i]->last << " in " << interval;
+        }
+        Record fresh(type, 'o');
+        ASSERT_EQ(type.ops().calc_rate(last.get(), fresh.get(), interval), 1);
+        EXPECT_EQ(fresh.frame(), last.frame());
+        EXPECT_EQ(fresh.at(0), row[0]->rate_of_new) << row[0]->last << " in " << interval;
+      }
+    }
   }
 }
 
@@ -58,29 +113,26 @@ TEST(Rate, PlainDivisionIsExact) {
 
 TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
   for (const TypeFacts& type : kTypeFacts) {
-    const std::string name = type.name;
-    SCOPED_TRACE(name);
-    std::string sevens(type.key_size, 'k');
-    for (std::uint32_t i = 0; i < type.counters; ++i) sevens += bytes_of(7.0);
-    const auto* row = reinterpret_cast<const unsigned char*>(sevens.data());
-    unsigned char out[kMaxRecordSize];
+    SCOPED_TRACE(type.name);
+    Record prev(type);
+    Record last(type);
+    Record out(type);
+    for (std::uint32_t i = 0; i < prev.counters(); ++i) {
+      prev.set(i, 7);
+      last.set(i, 7);
+    }
     take_log();
-    EXPECT_EQ(type.ops().calc_delta(nullptr, row, out, 1), -1);
-    EXPECT_EQ(type.ops().calc_delta(row, nullptr, out, 1), -1);
-    EXPECT_EQ(type.ops().calc_delta(row, row, nullptr, 0), -1);
-    EXPECT_EQ(take_log(),
-              std::vector(3, warning_line(type.delta_null + std::string(": NULL pointer!"))));
-    EXPECT_EQ(type.ops().calc_rate(nullptr, out, 1), 0);
-    EXPECT_EQ(type.ops().calc_rate(row, nullptr, 0), 0);
-    EXPECT_EQ(take_log(), std::vector(2, warning_line(type.rate_null +
-                                                      std::string("_calc_rate: NULL pointer!"))));
-    EXPECT_EQ(type.ops().calc_delta(row, row, out, 0), 0);
-    EXPECT_EQ(type.ops().calc_rate(row, out, 0), 1);
-    EXPECT_EQ(std::memcmp(out, row, type.ops().record_size), 0);
-    EXPECT_EQ(take_log(),
-              (std::vector{debug_line(type.delta_zero +
-                                      std::string("_calc_delta() found a 0-length interval.")),
-                           debug_line(name + "_calc_rate() found a 0-length interval.")}));
+    EXPECT_EQ(type.ops().calc_delta(nullptr, last.get(), out.get(), 1), -1);
+    EXPECT_EQ(type.ops().calc_delta(prev.get(), nullptr, out.get(), 1), -1);
+    EXPECT_EQ(type.ops().calc_delta(prev.get(), last.get(), nullptr, 0), -1);
+    EXPECT_EQ(take_log(), std::vector(3, warning_line(type.delta_null)));
+    EXPECT_EQ(type.ops().calc_rate(nullptr, out.get(), 1), 0);
+    EXPECT_EQ(type.ops().calc_rate(last.get(), nullptr, 0), 0);
+    EXPECT_EQ(take_log(), std::vector(2, warning_line(type.rate_null)));
+    EXPECT_EQ(type.ops().calc_delta(prev.get(), last.get(), out.get(), 0), 0);
+    EXPECT_EQ(type.ops().calc_rate(last.get(), out.get(), 0), 1);
+    EXPECT_EQ(out.at(0), 7);
+    EXPECT_EQ(take_log(), (std::vector{debug_line(type.delta_zero), debug_line(type.rate_zero)}));
   }
 }
 

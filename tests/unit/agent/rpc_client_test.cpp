@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -39,6 +40,10 @@ sockaddr_in own_address() {
   address.sin_port = htons(AGENT_PORT);
   inet_aton(own_host().c_str(), &address.sin_addr);
   return address;
+}
+
+std::ptrdiff_t open_descriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 // Listener serves one connection after the other: each is handed to the function and then closed.
@@ -103,6 +108,10 @@ bool send_all(int peer, const Bytes& bytes) {
   return send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0;
 }
 
+void answer_calls(int peer) {
+  for (Bytes call; !(call = await_call(peer)).empty();) send_all(peer, reply(kSeven, call));
+}
+
 bool hung_up(int peer, int milliseconds) {
   pollfd ready{peer, POLLRDHUP, 0};
   return poll(&ready, 1, milliseconds) > 0;
@@ -114,6 +123,44 @@ UniqueFd connected_socket() {
   EXPECT_EQ(connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
             0);
   return connection;
+}
+
+TEST(RpcClient, ConnectsAndLeaksNoDescriptor) {
+  const Listener server(answer_calls);
+  const auto before = open_descriptors();
+  for (int i = 0; i < 100; ++i) {
+    const auto client = agent_connect(own_host().c_str());
+    ASSERT_NE(client, nullptr);
+    const auto reply = agent_null(*client, {});
+    ASSERT_NE(reply, nullptr);
+    EXPECT_EQ(reply->value, 7);
+  }
+  // The server closes its side a little later than the client.
+  for (int i = 0; i < 200 && open_descriptors() > before; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(RpcClient, FailsAtOnceWithoutAnAgent) {
+  const auto before = open_descriptors();
+  const auto start = Clock::now();
+  EXPECT_EQ(agent_connect(own_host().c_str()), nullptr);
+  EXPECT_EQ(agent_connect("no-such-host.invalid"), nullptr);
+  EXPECT_LT(Clock::now() - start, 20s);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(RpcClient, CallsFailWithoutAWholeAnswer) {
+  for (std::size_t sent = 0; sent < 32; ++sent) {
+    SCOPED_TRACE(sent);
+    const Listener server([sent](int peer) {
+      const Bytes call = await_call(peer);
+      if (!call.empty()) send(peer, reply(kSeven, call).data(), sent, MSG_NOSIGNAL);
+    });
+    const auto client = agent_connect(own_host().c_str());
+    ASSERT_NE(client, nullptr);
+    EXPECT_EQ(agent_null(*client, {}), nullptr);
+    EXPECT_EQ(agent_null(*client, {}), nullptr);
+  }
 }
 
 // What two calls over one connection sent and brought.
@@ -194,24 +241,40 @@ TEST(RpcClient, AgreesWithTheLibrary) {
   }
 }
 
-// A flood of replies to nobody would last for ever, and fill the memory. Silence and dripping bytes
-// are shown end to end.
+// Each would last for ever, and the flood would fill the memory.
 TEST(RpcClient, BoundsCalls) {
-  const Listener server([](int peer) {
-    const Bytes call = await_call(peer);
-    Words words{kOtherXid, REPLY, MSG_ACCEPTED, AUTH_SYS, 400};
-    words.resize(5 + 100 + 2);
-    while (send_all(peer, reply(record(words), call))) {
-    }
-  });
-  const auto client = agent_client(connected_socket(), 300ms);
-  const auto used = mallinfo2().uordblks;
-  const auto start = Clock::now();
-  EXPECT_EQ(agent_null(*client, {}), nullptr);
-  EXPECT_GE(Clock::now() - start, 290ms);
-  EXPECT_EQ(agent_null(*client, {}), nullptr) << "the connection is gone for good";
-  EXPECT_LT(Clock::now() - start, 3s);
-  EXPECT_LT(mallinfo2().uordblks, used + 100'000);
+  const std::pair<const char*, std::function<bool(int, const Bytes&)>> servers[] = {
+      {"silent", [](int peer, const Bytes&) { return hung_up(peer, 40); }},
+      {"drips",
+       [](int peer, const Bytes& call) {
+         for (const std::uint8_t byte : reply(kSeven, call)) {
+           if (!send_all(peer, {byte}) || hung_up(peer, 40)) return true;
+         }
+         return false;
+       }},
+      {"answers others",
+       [](int peer, const Bytes& call) {
+         Words words{kOtherXid, REPLY, MSG_ACCEPTED, AUTH_SYS, 400};
+         words.resize(5 + 100 + 2);
+         return !send_all(peer, reply(record(words), call));
+       }},
+  };
+  for (const auto& [name, serve] : servers) {
+    SCOPED_TRACE(name);
+    const Listener server([&serve = serve](int peer) {
+      const Bytes call = await_call(peer);
+      while (!serve(peer, call)) {
+      }
+    });
+    const auto client = agent_client(connected_socket(), 300ms);
+    const auto used = mallinfo2().uordblks;
+    const auto start = Clock::now();
+    EXPECT_EQ(agent_null(*client, {}), nullptr);
+    EXPECT_GE(Clock::now() - start, 290ms);
+    EXPECT_EQ(agent_null(*client, {}), nullptr) << "the connection is gone for good";
+    EXPECT_LT(Clock::now() - start, 3s);
+    EXPECT_LT(mallinfo2().uordblks, used + 100'000);
+  }
 }
 
 // A request that is far beyond what the sockets hold, to a peer that never reads, or late, and

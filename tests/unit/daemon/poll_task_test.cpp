@@ -30,14 +30,17 @@ class FakeAgent final : public Agent {
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
     alarms_blocked = sigismember(&blocked, SIGALRM) == 1;
-    return true;
+    checks += 1;
+    return reachable;
   }
   std::uint32_t up_time() override { return 0; }
   AgentClient& client() override { return reinterpret_cast<AgentClient&>(*this); }
   const CollectionOps& ops(std::uint32_t /*type*/) const override { return none_; }
 
   std::atomic<bool> ending{false};
+  std::atomic<bool> reachable{true};
   std::atomic<bool> alarms_blocked{false};
+  std::atomic<int> checks{0};
 
  private:
   CollectionOps none_;
@@ -145,6 +148,28 @@ TEST_F(PollTaskTest, LosesNoWakeUpBeforeTheWait) {
   ASSERT_TRUE(soon([&] { return list_.pausing.load(); }));
   create(1);
   EXPECT_TRUE(soon([&] { return list_.polls > 0; }));
+}
+
+// While the agent is away something is always due. It is tried once a second at the most, however
+// often somebody signals, and not at all before the pause is over when nobody does.
+TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
+  agent_.reachable = false;
+  create(1);
+  ASSERT_TRUE(soon([&] { return agent_.checks > 0; }));
+  const auto first = Clock::now();
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_EQ(agent_.checks, 1);
+  for (int i = 0; i < 250; ++i) {
+    registry_.wake_poll_task();
+    std::this_thread::sleep_for(10ms);
+  }
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - first);
+  EXPECT_GE(agent_.checks, 3);
+  EXPECT_LE(agent_.checks, 1 + seconds.count());
+  EXPECT_EQ(list_.polls, 0);
+  agent_.reachable = true;
+  registry_.wake_poll_task();
+  EXPECT_TRUE(soon([&] { return list_.polls == 1; }));
 }
 
 TEST(PollEngine, NeedsTheOperationsOfTheType) {

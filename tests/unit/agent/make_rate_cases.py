@@ -1,0 +1,37 @@
+#!/usr/bin/python3
+"""Computes the cases of rate_test.cpp, when it is built: make_rate_cases.py END_TO_END_TESTS
+
+The arithmetic is that of the end-to-end tests, in whole numbers and fractions. Columns: interval,
+previous count, new count, rate, rate of a new row.
+"""
+import random
+import sys
+from fractions import Fraction
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, sys.argv[1])
+from harness.model import DOUBLE, rate, rate_of_new, rounded
+
+
+def line(interval, old, new):
+    columns = [float(old), float(new), rate(old, new, interval), rate_of_new(new, interval)]
+    assert columns[:2] == [old, new]
+    print("{%du, %s}," % (interval, ", ".join(float(column).hex() for column in columns)))
+
+
+COUNTS = [0, 1, 101, 2**53, 2**53 + 2, 2**63, 2**63 + 2048, 2**64 - 4096, 2**64]
+INTERVALS = [0, 1, 3, 10, 60, 2047, 2048, 3600, 2**31 + 1, 2**32 - 60, 2**32 - 1]
+
+random.seed(1)
+for position, old in enumerate(COUNTS):
+    for new in COUNTS:
+        line(INTERVALS[(position + COUNTS.index(new) * 3) % len(INTERVALS)], old, new)
+line(10, 2**64 - 4096, 100)  # 419.6
+line(10, 10, 4)  # a reset is not divided
+# Where rounding once and rounding twice differ.
+found = 0
+while found < 8:
+    new, interval = random.getrandbits(53), random.choice([2049, 3601, 65521, 2**32 - 60])
+    if rounded(Fraction(new, interval), DOUBLE) != rate_of_new(new, interval):
+        line(interval, 0, new)
+        found += 1

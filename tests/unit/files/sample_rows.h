@@ -1,0 +1,72 @@
+// Rows of a sample as the tests of the merges make and compare them.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <random>
+#include <string>
+
+#include "files/file_lock.h"
+#include "support/temporary_directory.h"
+
+namespace tally {
+
+struct Row {
+  std::uint32_t key;
+  std::uint32_t count;
+};
+using Rows = std::map<std::uint32_t, std::uint32_t>;  // key, count
+
+// A record starts with a row; what stands behind it follows from the row.
+inline std::string record(const Row& row, std::uint32_t size) {
+  return bytes_of(row) + std::string(size - sizeof row, static_cast<char>(row.key + row.count));
+}
+inline std::string records(const Rows& rows, std::uint32_t size) {
+  std::string bytes;
+  for (const auto& [key, count] : rows) bytes += record({key, count}, size);
+  return bytes;
+}
+inline Row row_of(const unsigned char* record) {
+  Row row;
+  std::memcpy(&row, record, sizeof row);
+  return row;
+}
+
+// Keys are small in these tests.
+inline int difference(const Row& a, const Row& b) {
+  return static_cast<int>(a.key) - static_cast<int>(b.key);
+}
+
+inline std::optional<Row> row_with(const Rows& rows, std::uint32_t key) {
+  const auto found = rows.find(key);
+  if (found == rows.end()) return {};
+  return Row{key, found->second};
+}
+inline Rows rows_from(std::uint32_t first, std::uint32_t number, std::uint32_t count) {
+  Rows rows;
+  for (std::uint32_t i = 0; i < number; ++i) rows[first + i] = count;
+  return rows;
+}
+inline Rows random_rows(std::minstd_rand& random, std::uint32_t most, std::uint32_t counts) {
+  const auto below = [&](std::uint32_t end) { return static_cast<std::uint32_t>(random() % end); };
+  Rows rows;
+  for (auto i = below(most + 1); i > 0; --i) rows[below(most)] = below(counts);
+  return rows;
+}
+
+inline void expect_locked(const std::string& path) {
+  const UniqueFd reader = open_file(path.c_str(), O_RDONLY);
+  EXPECT_NE(flock(reader.get(), LOCK_SH | LOCK_NB), 0) << "written without a lock";
+}
+inline void expect_unlocked(const std::string& path) {
+  const UniqueFd reader = open_file(path.c_str(), O_RDONLY);
+  EXPECT_EQ(flock(reader.get(), LOCK_EX | LOCK_NB), 0) << "the lock has been let go";
+}
+
+}  // namespace tally
