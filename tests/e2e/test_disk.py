@@ -1,5 +1,4 @@
 """What the data directory and the files in it can do to a poll: full, missing, read-only, damaged."""
-import contextlib
 import fcntl
 import subprocess
 import time
@@ -173,21 +172,3 @@ def test_reader_holds_a_poll_up(own_daemon, agent, log):
     log.wait("Received TALLYD_VIEWING_COLL message for non-existent collection type 0, index 99")
     collection.judge_next(records(MORE[:3]), held, begun)
     assert own_daemon.stop() == 0
-
-
-def test_readers_never_see_a_torn_file(daemon, agent):
-    """Under a shared lock a delta file is empty, or whole."""
-    agent.serve(host=ROWS)
-    collection = Collection(daemon, HOST)
-    collection.create()
-    next_second()
-    agent.serve(host=MORE)
-    control.send(control.VIEWING, HOST.code, 1)
-    lengths, end = set(), time.monotonic() + 1
-    while time.monotonic() < end:
-        with contextlib.suppress(FileNotFoundError), open(HOST.path(1, "delta"), "rb") as file:
-            fcntl.flock(file, fcntl.LOCK_SH)
-            lengths.add(len(file.read()))
-            if len(lengths - {0}) == 1 and len(lengths) > 1:
-                break
-    assert lengths <= {0, 16 + HOST.size * len(MORE)} and lengths != {0}

@@ -11,8 +11,6 @@
 #include "daemon/clock.h"
 #include "daemon/collection_types.h"
 #include "daemon/registry.h"
-#include "files/poll_engine.h"
-#include "support/syslog_capture.h"
 
 namespace tally {
 namespace {
@@ -170,14 +168,6 @@ TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
   agent_.reachable = true;
   registry_.wake_poll_task();
   EXPECT_TRUE(soon([&] { return list_.polls == 1; }));
-}
-
-TEST(PollEngine, NeedsTheOperationsOfTheType) {
-  FakeAgent agent;
-  take_log();
-  EXPECT_EQ(poll_coll_delta(agent, {}, "/dev/null", "/dev/null", "/dev/null"), 0);
-  EXPECT_EQ(take_log(),
-            std::vector{warning_line("poll_coll_delta: collection function not set!\n")});
 }
 
 }  // namespace
