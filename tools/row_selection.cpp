@@ -25,7 +25,8 @@ int order_of(const RecordLayout& layout, std::size_t column, bool reversed,
   }
   const Cell cell = cell_of(layout, left, column);
   if (const auto* octets = std::get_if<Octets>(&cell)) {
-    return sign * std::memcmp(left + offset, right + offset, octets->bytes.size());
+    const int order = std::memcmp(left + offset, right + offset, octets->bytes.size());
+    return sign * (int{order > 0} - int{order < 0});
   }
   const std::uint32_t a = number_at(left + offset);
   const std::uint32_t b = number_at(right + offset);

@@ -114,11 +114,12 @@ SupervisorSettings read_supervisor_settings(const std::string& path,
   settings.state = state_of(database, path, settings.error);
   if (settings.state == DatabaseState::good) {
     if (auto address = database.fetch("NMP_ADDR"); address && !address->empty()) {
-      settings.address = address->c_str();  // up to a zero byte, as the daemon reads it
+      settings.address =
+          address->substr(0, address->find('\0'));  // up to a zero byte, as the daemon reads it
       settings.default_address = false;
     }
     if (auto community = database.fetch("NMP_COMMSTR")) {
-      settings.community = community->c_str();
+      settings.community = community->substr(0, community->find('\0'));
       settings.default_community = false;
     }
   }

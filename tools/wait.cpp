@@ -56,6 +56,7 @@ FileEvents::Changes FileEvents::take() const {
 
 void wait_for(const std::vector<int>& descriptors, std::chrono::milliseconds time) {
   std::vector<pollfd> polled;
+  polled.reserve(descriptors.size());
   for (const int fd : descriptors) polled.push_back({fd, POLLIN, 0});
   const auto limit = std::clamp<std::chrono::milliseconds::rep>(time.count(), 0, 1 << 30);
   (void)poll(polled.data(), polled.size(), static_cast<int>(limit));  // the callers look again

@@ -78,7 +78,7 @@ def test_schedule(brisk, supervisor):
 
 
 def test_long_run(daemon, supervisor, log):
-    """Hundreds of rounds of refreshes and polls; every fourth finds other rows."""
+    """A thousand rounds of refreshes and polls; every fourth finds other rows."""
     kinds = [Kind(daemon, layout).create() for layout in (ETHER, VLANS, PORTS)]
     scenes = [rows(1, 2), rows(2), rows(2, 3)]
 
@@ -97,7 +97,7 @@ def test_long_run(daemon, supervisor, log):
 
     rounds(200)
     before, memory = daemon.measure(), processes.status_field(daemon.pid, "VmRSS")
-    rounds(500)
+    rounds(800)
     assert daemon.measure() == before
     assert SANITIZED or processes.status_field(daemon.pid, "VmRSS") <= memory + 128  # KiB
     assert len(supervisor.take_asked()) > 3500
