@@ -61,8 +61,8 @@ class CountingList final : public DueList {
   unsigned sweep(std::int32_t interval,
                  const std::function<void(const CollectionRecord&)>& /*poll*/) override {
     return registry_.sweep(interval, [this](const CollectionRecord& record) {
+      polls += 1;  // first: who sees the index reads the count right behind it
       last_polled = record.index;
-      polls += 1;
     });
   }
 
