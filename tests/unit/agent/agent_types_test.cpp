@@ -131,7 +131,7 @@ TEST(ControlScan, EndsWhenTheAgentDoesNotGoOn) {
   host_ops.add_active(stuck.client(), adopter);
   EXPECT_EQ(stuck.calls().size(), 2U);
   int calls = 0;
-  ScriptedClient circle([&](const auto&) { return control_row(1 + ++calls % 2, ""); });
+  ScriptedClient circle([&](const auto&) { return control_row(++calls % 2 == 0 ? 1U : 2U, ""); });
   host_ops.add_active(circle.client(), adopter);
   EXPECT_EQ(circle.calls().size(), 65535U);
   EXPECT_TRUE(adopter.adopted.empty());
