@@ -68,6 +68,7 @@ def test_new_interval_does_not_wake_the_task(daemon, agent, log):
     daemon.settle()
     assert set(agent.calls()) <= {str(NULL)}
     first = HOST.read(1, "last").header.time
+    time.sleep(1)  # for the task to be asleep again
     control.send(control.INTERVAL, 1)
     log.wait("msg_set_interval() passed too small a value")
     time.sleep(max(0.0, first + 15.5 - time.time()))

@@ -13,12 +13,13 @@ def message(kind, word=0, index=0):
 
 
 def send_bytes(data):
-    """Write these bytes with one write (or as few as a full pipe allows)."""
+    """Write these bytes with one write, or with as few as keep messages whole: the kernel may cut
+    what is longer than 4,096 bytes anywhere, and the daemon would read the rest as other messages."""
     pipe = os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK)
     try:
         os.set_blocking(pipe, True)
-        while data:
-            data = data[os.write(pipe, data):]
+        for at in range(0, len(data), 4092):
+            assert os.write(pipe, data[at:at + 4092]) == len(data[at:at + 4092])
     finally:
         os.close(pipe)
 
