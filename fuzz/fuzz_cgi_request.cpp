@@ -8,7 +8,6 @@
 #include <string>
 
 #include "daemon/collection_types.h"
-#include "file_name.h"
 #include "files/file_format.h"
 #include "property.h"
 #include "request.h"
@@ -53,7 +52,7 @@ void check_message(const ControlMessage& message, Lines& lines, std::string_view
 }
 
 void check_name(std::string_view name) {
-  const auto known = parse_file_name(name);
+  const auto known = collection_of_file(name);
   if (!known) return;
   for (const FileKind kind : {FileKind::prev, FileKind::last, FileKind::delta}) {
     const std::string path = collection_path(known->type, known->index, kind).text;

@@ -82,43 +82,11 @@ std::string file_path(const std::string& directory, const Collection& collection
   return std::filesystem::path(directory) / path.filename();
 }
 
-std::optional<NamedFile> collection_of_file(std::string_view name) {
-  for (const FileKind kind : {FileKind::delta, FileKind::last, FileKind::prev}) {
-    for (std::uint32_t type = 0; type < kTypeSlots; ++type) {
-      const char* stem = type_stem(type);
-      if (stem == nullptr || !name.starts_with(stem)) continue;
-      // The index is what a number between the stem and the kind says; writing the name again
-      // settles that there is nothing else in it.
-      Collection collection{type, 0};
-      if (is_agent_type(type)) {
-        const std::string_view rest = name.substr(std::string_view(stem).size());
-        const auto index = parse_number(rest.substr(rest.empty() ? 0 : 1, rest.find('_', 1) - 1));
-        if (!index) continue;
-        collection.index = *index;
-      }
-      if (file_path("", collection, kind) == name) return NamedFile{collection, kind};
-    }
-  }
-  return std::nullopt;
-}
-
 std::optional<FileKind> parse_file_kind(std::string_view word) {
   for (const FileKind kind : {FileKind::delta, FileKind::last, FileKind::prev}) {
     if (word == file_kind_name(kind)) return kind;
   }
   return std::nullopt;
-}
-
-const char* file_kind_name(FileKind kind) {
-  switch (kind) {
-    case FileKind::delta:
-      return "delta";
-    case FileKind::last:
-      return "last";
-    case FileKind::prev:
-      return "prev";
-  }
-  return "";
 }
 
 }  // namespace tally

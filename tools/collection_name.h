@@ -38,16 +38,7 @@ std::string title(const Collection& collection);
 // file_path returns where one of the collection's files lies in a data directory.
 std::string file_path(const std::string& directory, const Collection& collection, FileKind kind);
 
-// collection_of_file recognises the name of a collection file (without directory), or gives
-// nothing.
-struct NamedFile {
-  Collection collection;
-  FileKind kind;
-};
-std::optional<NamedFile> collection_of_file(std::string_view name);
-
-// parse_file_kind reads "delta", "last" or "prev"; file_kind_name writes it.
+// parse_file_kind reads "delta", "last" or "prev".
 std::optional<FileKind> parse_file_kind(std::string_view word);
-const char* file_kind_name(FileKind kind);
 
 }  // namespace tally

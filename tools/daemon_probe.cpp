@@ -63,7 +63,7 @@ std::vector<Collection> present_collections(const std::string& directory, std::s
   std::filesystem::directory_iterator entry(directory, code);
   for (; !code && entry != std::filesystem::directory_iterator(); entry.increment(code)) {
     const auto file = collection_of_file(entry->path().filename().native());
-    if (file) collections.push_back(file->collection);
+    if (file) collections.push_back({file->type, file->index});
   }
   if (code) error = code.message();
   const auto key = [](const Collection& each) { return std::tuple(each.type, each.index); };

@@ -127,7 +127,7 @@ ExitCode record(const ToolPaths& paths, const RecordOptions& options) {
     if (changes.any_file || events.fd() < 0) recorder.take_all();
     for (const std::string& name : changes.names) {
       const auto file = collection_of_file(name);
-      if (file && file->kind == FileKind::delta) recorder.take(file->collection);
+      if (file && file->kind == FileKind::delta) recorder.take({file->type, file->index});
     }
   }
   return recorder.failed() ? kAbsent : kDone;

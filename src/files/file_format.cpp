@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 
 #include "daemon/collection_types.h"
@@ -16,7 +17,9 @@ namespace {
 
 constexpr char kExtension[] = ".bin";
 
-const char* kind_name(FileKind kind) {
+}  // namespace
+
+const char* file_kind_name(FileKind kind) {
   switch (kind) {
     case FileKind::prev:
       return "prev";
@@ -28,16 +31,14 @@ const char* kind_name(FileKind kind) {
   return "";
 }
 
-}  // namespace
-
 CollectionPath collection_path(std::uint32_t type, std::uint32_t index, FileKind kind) {
   CollectionPath path;
   if (is_supervisor_type(type)) {
     std::snprintf(path.text, sizeof path.text, "%s/%s_%s%s", kDataDirectory, type_stem(type),
-                  kind_name(kind), kExtension);
+                  file_kind_name(kind), kExtension);
   } else {
     std::snprintf(path.text, sizeof path.text, "%s/%s_%u_%s%s", kDataDirectory, type_stem(type),
-                  index, kind_name(kind), kExtension);
+                  index, file_kind_name(kind), kExtension);
   }
   return path;
 }
@@ -46,6 +47,27 @@ CollectionPaths collection_paths(std::uint32_t type, std::uint32_t index) {
   return {collection_path(type, index, FileKind::last),
           collection_path(type, index, FileKind::prev),
           collection_path(type, index, FileKind::delta)};
+}
+
+std::optional<CollectionFile> collection_of_file(std::string_view name) {
+  const std::string_view stem = name.substr(0, name.find('_'));
+  for (std::uint32_t type = 0; type < kTypeSlots; ++type) {
+    const char* const known = type_stem(type);
+    if (!known || stem != known) continue;
+    std::uint32_t index = 0;
+    if (is_agent_type(type) && stem.size() < name.size()) {
+      static_cast<void>(
+          std::from_chars(name.data() + stem.size() + 1, name.data() + name.size(), index));
+    }
+    for (const FileKind kind : {FileKind::prev, FileKind::last, FileKind::delta}) {
+      // Whatever else the name holds, it is one of ours only if we would write it so.
+      const CollectionPath path = collection_path(type, index, kind);
+      if (std::string_view(path.text).substr(sizeof kDataDirectory) == name) {
+        return CollectionFile{type, index, kind};
+      }
+    }
+  }
+  return std::nullopt;
 }
 
 void remove_collection_files(std::uint32_t type, std::uint32_t index) {

@@ -14,6 +14,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 #include "daemon/paths.h"
 
@@ -51,6 +53,18 @@ CollectionPath collection_path(std::uint32_t type, std::uint32_t index, FileKind
 
 // collection_paths returns the paths of all three files of a legal type.
 CollectionPaths collection_paths(std::uint32_t type, std::uint32_t index);
+
+// file_kind_name returns what a kind is called in file names: "prev", "last" or "delta".
+const char* file_kind_name(FileKind kind);
+
+// collection_of_file is the other direction of collection_path: it knows the names, without their
+// directory, that are made there, and no others.
+struct CollectionFile {
+  std::uint32_t type;
+  std::uint32_t index;  // 0 for the supervisor kinds
+  FileKind kind;
+};
+std::optional<CollectionFile> collection_of_file(std::string_view name);
 
 // remove_collection_files removes the files of a collection; those that do not exist are passed
 // over in silence. Of etherstats only the delta file is a file. Logs an illegal type.

@@ -16,7 +16,6 @@
 #include <utility>
 
 #include "daemon/collection_types.h"
-#include "file_name.h"
 #include "files/file_format.h"
 #include "files/unique_fd.h"
 
@@ -83,7 +82,7 @@ Json list_collections(const std::string& directory) {
   std::size_t files = 0;
   bool truncated = false;
   while (const dirent* entry = readdir(entries.get())) {
-    const auto name = parse_file_name(entry->d_name);
+    const auto name = collection_of_file(entry->d_name);
     if (!name) continue;
     if (++files > kMaxFiles) {
       truncated = true;
@@ -91,7 +90,7 @@ Json list_collections(const std::string& directory) {
     }
     Json file = describe_file(dirfd(entries.get()), entry->d_name);
     file["name"] = entry->d_name;
-    collections[{name->type, name->index}][std::string(name->kind)] = std::move(file);
+    collections[{name->type, name->index}][file_kind_name(name->kind)] = std::move(file);
   }
   Json list = Json::array();
   for (auto& [key, described] : collections) {
