@@ -1,29 +1,20 @@
 #include "settings_probe.h"
 
 #include <fmt/format.h>
-#include <strings.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <limits>
 
 #include "cell_text.h"
 #include "daemon/collection_types.h"
 #include "daemon/paths.h"
+#include "daemon/schedule.h"
 #include "daemon/settings.h"
 
 namespace tally {
 namespace {
-
-constexpr std::int32_t kDefaultInterval = 60;
-
-// What the daemon looks at of an interval's text.
-constexpr std::size_t kMostDigits = 47;
 
 DatabaseState state_of(const SettingsDatabase& database, const std::string& path,
                        std::string& error) {
@@ -41,17 +32,6 @@ DatabaseState state_of(const SettingsDatabase& database, const std::string& path
     if (gdbm_check_syserr(code) != 0) error += fmt::format(": {}", std::strerror(system_error));
   }
   return DatabaseState::unreadable;
-}
-
-// read_target_id returns what the daemon finds in the appliance settings file.
-std::optional<int> read_target_id(const std::string& path) {
-  std::ifstream file(path);
-  std::string line;
-  int id = 0;
-  while (std::getline(file, line)) {
-    if (std::sscanf(line.c_str(), "QOR_TARGET_ID=%d", &id) == 1) return id;  // NOLINT(cert-err34-c)
-  }
-  return std::nullopt;
 }
 
 struct Kind {
@@ -74,8 +54,7 @@ KindSetting setting_of(const Kind& kind, SettingsDatabase& database, std::option
   }
   const auto value = database.fetch(kind.key);
   if (!value) return {kind.type, true, fmt::format("{} is not set", kind.key)};
-  const bool disabled = strncasecmp(value->c_str(), "disable", 7) == 0;
-  return {kind.type, !disabled, fmt::format("{} is {}", kind.key, printable(*value))};
+  return {kind.type, !disables(*value), fmt::format("{} is {}", kind.key, printable(*value))};
 }
 
 }  // namespace
@@ -88,10 +67,7 @@ Preferences read_preferences(const std::string& path) {
   if (preferences.state != DatabaseState::good) return preferences;
   preferences.refresh = database.fetch("refresh");
   if (!preferences.refresh) return preferences;
-  using Limits = std::numeric_limits<std::int32_t>;
-  const long number = std::strtol(preferences.refresh->substr(0, kMostDigits).c_str(), nullptr, 10);
-  const auto interval =
-      static_cast<std::int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+  const std::int32_t interval = interval_of(*preferences.refresh);
   if (interval != 0) preferences.interval = interval;
   return preferences;
 }
@@ -109,16 +85,18 @@ SupervisorSettings read_supervisor_settings(const std::string& path,
   SupervisorSettings settings;
   settings.address = kDefaultNmpAddress;
   settings.community = kDefaultNmpCommunity;
-  settings.target_id = read_target_id(appliance_settings);
+  settings.target_id = read_target_id(appliance_settings.c_str());
   SettingsDatabase database(path.c_str());
   settings.state = state_of(database, path, settings.error);
   if (settings.state == DatabaseState::good) {
-    if (auto address = database.fetch("NMP_ADDR"); address && !address->empty()) {
+    if (auto address = database.fetch("NMP_ADDR");
+        address && !address->empty() && address->size() <= kMaxNmpText) {
       settings.address =
           address->substr(0, address->find('\0'));  // up to a zero byte, as the daemon reads it
       settings.default_address = false;
     }
-    if (auto community = database.fetch("NMP_COMMSTR")) {
+    if (auto community = database.fetch("NMP_COMMSTR");
+        community && community->size() <= kMaxNmpText) {
       settings.community = community->substr(0, community->find('\0'));
       settings.default_community = false;
     }

@@ -1,4 +1,5 @@
-// The reader of the appliance's gdbm settings databases.
+// The readers of the appliance's settings: gdbm databases, and a text file. What their values mean
+// is told here for the daemon and for its tools alike.
 //
 // A gdbm reader is refused at once while another process has the database open for writing, and
 // keeps writers out while it is open itself. So a database is opened, asked and closed in one go.
@@ -6,10 +7,12 @@
 
 #include <gdbm.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace tally {
@@ -36,6 +39,22 @@ class SettingsDatabase {
 // read_interval returns the poll interval of the preferences in seconds, or 0 when it cannot be had
 // (logs). Any number that stands there is returned as it is, as far as 32 bits hold it.
 std::int32_t read_interval();
+
+// interval_of returns the number that the text of an interval begins with, as far as 32 bits hold
+// it; 0 when there is none.
+std::int32_t interval_of(const std::string& text);
+
+// The supervisor's address and community are texts of up to this many bytes; longer ones count as
+// missing.
+inline constexpr std::size_t kMaxNmpText = 255;
+
+// disables tells whether the value of a supervisor kind switches it off: it begins with "disable",
+// in any case.
+bool disables(std::string_view value);
+
+// read_target_id returns the number behind "QOR_TARGET_ID=" in the first line of a text file that
+// begins so, or nothing. Of a line longer than 255 bytes the rest counts as another line.
+std::optional<std::int32_t> read_target_id(const char* path);
 
 // strip_line_end cuts a text at its first carriage return or line feed.
 void strip_line_end(std::string& text);

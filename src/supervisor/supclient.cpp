@@ -1,23 +1,15 @@
 #include "supervisor/supclient.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netdb.h>
-#include <strings.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
-#include <memory>
-#include <optional>
 #include <string_view>
 
 #include "daemon/log.h"
 #include "daemon/paths.h"
 #include "daemon/settings.h"
-#include "files/unique_fd.h"
 #include "snmp/snmpio.h"
 
 namespace tally {
@@ -33,7 +25,6 @@ namespace {
 
 constexpr char kProgramName[] = "tallyd";  // for the transport
 constexpr unsigned kResponseTimeout = 2;   // seconds
-constexpr int kMaxSettingsLine = 255;      // bytes; the rest of a longer one counts as a line, too
 
 using Text = char[kMaxNmpText + 1];
 static_assert(sizeof kDefaultNmpAddress <= sizeof(Text) &&
@@ -45,43 +36,13 @@ void set_text(Text& text, std::string_view value) {
   text[value.size()] = '\0';
 }
 
-// The last number that 32 bits hold stands for all beyond.
-std::optional<std::int32_t> target_of_line(const char* line) {
-  constexpr std::string_view kKey = "QOR_TARGET_ID=";
-  if (std::strncmp(line, kKey.data(), kKey.size()) != 0) return std::nullopt;
-  const char* const digits = line + kKey.size();
-  char* end = nullptr;
-  const long number = std::strtol(digits, &end, 10);
-  if (end == digits) return std::nullopt;
-  using Limits = std::numeric_limits<std::int32_t>;
-  return static_cast<std::int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
-}
-
-std::int32_t read_target_id() {
-  struct Close {
-    void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
-  };
-  UniqueFd fd(open(kApplianceSettings, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!fd) return -1;
-  const std::unique_ptr<std::FILE, Close> file(fdopen(fd.get(), "r"));
-  if (!file) return -1;
-  static_cast<void>(fd.release());
-  char line[kMaxSettingsLine + 1];
-  while (std::fgets(line, sizeof line, file.get())) {
-    if (const auto target = target_of_line(line)) return *target;
-  }
-  return -1;
-}
-
 // Clears the flag of a kind that the settings disable. No value ever sets it.
 void read_flag(SettingsDatabase& settings, const char* key, bool& enabled,
                const char* missing_text) {
-  constexpr std::string_view kDisable = "disable";
   const auto value = settings.fetch(key);
   if (!value) {
     log_debug("%s", missing_text);
-  } else if (value->size() >= kDisable.size() &&
-             strncasecmp(value->data(), kDisable.data(), kDisable.size()) == 0) {
+  } else if (disables(*value)) {
     enabled = false;
   }
 }
@@ -134,7 +95,7 @@ void warn_of_unknown_host() {
 }  // namespace
 
 int init_supervisor_client() {
-  target_id = read_target_id();
+  target_id = read_target_id(kApplianceSettings).value_or(-1);
   read_settings();
   return start_snmp_client();
 }

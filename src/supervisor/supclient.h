@@ -5,13 +5,11 @@
 // time and one request under way.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
-namespace tally {
+#include "daemon/settings.h"
 
-// Address and community are texts of up to this many bytes; longer ones count as missing.
-inline constexpr std::size_t kMaxNmpText = 255;
+namespace tally {
 
 // The supervisor's dotted IPv4 address or host name, and the community of every request.
 extern char nmp_address[kMaxNmpText + 1];
