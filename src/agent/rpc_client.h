@@ -17,7 +17,7 @@ namespace tally {
 inline constexpr std::uint32_t AGENT_PROGRAM = 99999;
 inline constexpr std::uint32_t AGENT_VERSION = 1;
 
-// The most that a connect or a call takes.
+// The most that a call takes; a connect may be given up a tenth later.
 inline constexpr std::chrono::seconds kCallTimeout{25};
 
 // An XDR routine of any type: xdr_wire behind an untyped pointer.
