@@ -115,20 +115,15 @@ struct Sample {
 // What came of a question for counters.
 enum class Outcome { answered, failed, not_64_bit };
 
-bool is_64_bit(const Pdu& response, Outcome& outcome) {
+// The type of the high-capacity counters is looked at first: it tells whether there are any.
+Outcome counter_width(const Pdu& response) {
   const VarBind* binding = response.var_bind_list;  // the speed
   for (std::size_t i = 0; i < std::size(kHighCapacityColumns); ++i) {
     if (binding) binding = binding->next_var;
-    if (!binding) {
-      outcome = Outcome::failed;
-      return false;
-    }
-    if (binding->type != COUNTER_64_TYPE) {
-      outcome = Outcome::not_64_bit;
-      return false;
-    }
+    if (!binding) return Outcome::failed;
+    if (binding->type != COUNTER_64_TYPE) return Outcome::not_64_bit;
   }
-  return true;
+  return Outcome::answered;
 }
 
 Outcome finish(const AnswerReader& answer, Sample& sample) {
@@ -149,8 +144,8 @@ Outcome get_ifTableEntry64(std::uint32_t if_index, Sample& sample) {
     });
   };
   const PduPtr response = kept.run(bind, [if_index](std::size_t) { return if_index; });
-  Outcome outcome = Outcome::failed;
-  if (!response || !is_64_bit(*response, outcome)) return outcome;
+  const Outcome width = response ? counter_width(*response) : Outcome::failed;
+  if (width != Outcome::answered) return width;
   AnswerReader answer(*response);
   sample.speed = answer.unsigned32();
   for (const bool out : {false, true}) {
