@@ -160,13 +160,7 @@ void run(const Options& options) {
   nlohmann::ordered_json result{{"table", table_shape(options.table).name},
                                 {"rows", options.rows},
                                 {"rounds", options.rounds}};
-  for (std::size_t i = 0; i < contenders.size(); ++i) {
-    auto& entry = result["contenders"][contenders[i].name];
-    for (const Cost& cost : costs[i]) {
-      entry["cpu"].push_back(cost.cpu);
-      entry["wall"].push_back(cost.wall);
-    }
-  }
+  add_costs(result, contenders, costs);
   std::printf("%s\n", result.dump(1).c_str());
 }
 

@@ -1,6 +1,7 @@
 // Measuring: what a piece of work costs this process, and how to compare pieces fairly.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <functional>
@@ -39,6 +40,19 @@ struct Contender {
 // whatever else the machine does falls on all alike. Returns the costs of each contender.
 std::vector<std::vector<Cost>> alternate(const std::vector<Contender>& contenders,
                                          std::uint32_t rounds);
+
+// add_costs writes them into result["contenders"][NAME]["cpu"] and ["wall"], lists of seconds.
+template <class Json>
+void add_costs(Json& result, const std::vector<Contender>& contenders,
+               const std::vector<std::vector<Cost>>& costs) {
+  for (std::size_t i = 0; i < contenders.size(); ++i) {
+    auto& entry = result["contenders"][contenders[i].name];
+    for (const Cost& cost : costs[i]) {
+      entry["cpu"].push_back(cost.cpu);
+      entry["wall"].push_back(cost.wall);
+    }
+  }
+}
 
 // pin_to keeps this process, and the processes that it starts, on one CPU. Throws when it cannot.
 void pin_to(int cpu);

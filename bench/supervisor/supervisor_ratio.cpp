@@ -102,13 +102,7 @@ void run(const Options& options) {
     for (std::size_t i = 0; i < kRequestKinds; ++i) requests[kRequestNames[i]] = made[i];
   }
   const auto costs = alternate(contenders, options.rounds);
-  for (std::size_t i = 0; i < contenders.size(); ++i) {
-    auto& entry = result["contenders"][contenders[i].name];
-    for (const Cost& cost : costs[i]) {
-      entry["cpu"].push_back(cost.cpu);
-      entry["wall"].push_back(cost.wall);
-    }
-  }
+  add_costs(result, contenders, costs);
   std::printf("%s\n", result.dump(1).c_str());
 }
 
