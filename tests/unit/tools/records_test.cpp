@@ -8,11 +8,11 @@
 #include <set>
 
 #include "daemon/collection_types.h"
-#include "exposition.h"
-#include "history.h"
-#include "http_request.h"
+#include "history/history.h"
+#include "metrics/exposition.h"
+#include "metrics/http_request.h"
 #include "support/temporary_directory.h"
-#include "view.h"
+#include "views/view.h"
 
 namespace tally {
 namespace {

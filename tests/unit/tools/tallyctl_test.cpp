@@ -1,5 +1,5 @@
 // The commands as people type them, against a data directory and a pipe of the test's own.
-#include "tallyctl.h"
+#include "commands/tallyctl.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -19,11 +19,12 @@
 #include <sstream>
 #include <thread>
 
-#include "collection_files.h"
 #include "daemon/collection_types.h"
 #include "files/unique_fd.h"
-#include "http_server.h"
-#include "metrics_page.h"
+#include "metrics/http_server.h"
+#include "metrics/metrics_page.h"
+#include "pipe/pipe_writer.h"
+#include "records/collection_files.h"
 #include "support/temporary_directory.h"
 
 namespace tally {
@@ -373,11 +374,11 @@ TEST_F(Tallyctl, ServesMetricsToScrapersAndToNobodyForLong) {
   const int port = std::stoi(server.address().substr(server.address().rfind(':') + 1));
   std::atomic<bool> stop = false;
   std::thread daemon([&] {
-    MetricsOptions options;
+    MetricsScope scope;
     while (!stop) {
       server.serve_once(-1, [&] {
         Output page(Output::kCollect);
-        write_metrics_page(paths_, options, page);
+        write_metrics_page(paths_, scope, page);
         return page.text();
       });
     }
