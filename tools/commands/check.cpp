@@ -16,6 +16,7 @@
 #include "console/terminal.h"
 #include "daemon/collection_types.h"
 #include "daemon/paths.h"
+#include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"
 #include "probes/settings_probe.h"
 #include "records/cell_text.h"
@@ -65,21 +66,12 @@ void check_daemon(const ToolPaths& paths, Report& report) {
 }
 
 void check_pipe(const ToolPaths& paths, Report& report) {
-  struct Answer {
-    Level level;
-    const char* text;
-    const char* advice;
-  };
-  constexpr Answer kAnswers[] = {
-      {Level::fine, "is there, and somebody reads it", ""},
-      {Level::problem, "is there, but nobody reads it", "start tallyd"},
-      {Level::problem, "is absent", "start tallyd, which makes it; its directory has to exist"},
-      {Level::problem, "is not a FIFO", "remove it and start tallyd again"},
-      {Level::problem, "cannot be opened for writing", "run this as root or as the web server"},
-  };
-  const Answer& answer = kAnswers[static_cast<std::size_t>(probe_pipe(paths.control_pipe))];
-  report.add(answer.level, "pipe", fmt::format("{} {}", paths.control_pipe, answer.text),
-             answer.advice);
+  const PipeAnswer pipe = probe_pipe(paths.control_pipe);
+  if (pipe.state == PipeState::read) {
+    return report.add(Level::fine, "pipe",
+                      fmt::format("{} is there, and somebody reads it", paths.control_pipe));
+  }
+  report.add(Level::problem, "pipe", pipe.trouble, pipe.advice);
 }
 
 void check_directory(const ToolPaths& paths, Report& report) {

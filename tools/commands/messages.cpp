@@ -15,9 +15,9 @@ constexpr std::chrono::milliseconds kPipePatience{5000};
 }  // namespace
 
 ExitCode send(const ToolPaths& paths, const ControlMessage& message) {
-  const std::string error = send_message(paths.control_pipe, message, kPipePatience);
-  if (error.empty()) return kDone;
-  complain(error);
+  const PipeAnswer answer = send_message(paths.control_pipe, message, kPipePatience);
+  if (answer.state == PipeState::read) return kDone;
+  complain(answer.text());
   return kUnreachable;
 }
 

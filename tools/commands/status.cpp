@@ -9,6 +9,7 @@
 #include "console/output.h"
 #include "console/terminal.h"
 #include "daemon/collection_types.h"
+#include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"
 #include "probes/settings_probe.h"
 #include "records/annotate.h"
@@ -62,16 +63,13 @@ std::string or_dash(const std::optional<Value>& value) {
   return value ? fmt::to_string(*value) : "-";
 }
 
-constexpr const char* kPipeWords[] = {"read by somebody", "nobody reads it", "absent", "not a FIFO",
-                                      "not accessible"};
-
-std::string as_text(const DaemonState& daemon, PipeState pipe,
+std::string as_text(const DaemonState& daemon, const PipeAnswer& pipe,
                     const std::optional<std::int32_t>& planned, const ToolPaths& paths,
                     const std::vector<Overview>& all) {
   std::string text = fmt::format(
       "daemon    {}\npipe      {}: {}\ninterval  {} s planned\n\n",
       daemon.running ? fmt::format("running, process {}", or_dash(daemon.pid)) : "not running",
-      paths.control_pipe, kPipeWords[static_cast<std::size_t>(pipe)], or_dash(planned));
+      paths.control_pipe, pipe.word, or_dash(planned));
   std::size_t width = 10;
   for (const Overview& each : all) width = std::max(width, title(each.collection).size());
   text +=
@@ -91,8 +89,9 @@ std::string as_text(const DaemonState& daemon, PipeState pipe,
   return text;
 }
 
-Json as_json(const DaemonState& daemon, PipeState pipe, const std::optional<std::int32_t>& planned,
-             const ToolPaths& paths, const std::vector<Overview>& all) {
+Json as_json(const DaemonState& daemon, const PipeAnswer& pipe,
+             const std::optional<std::int32_t>& planned, const ToolPaths& paths,
+             const std::vector<Overview>& all) {
   const auto or_null = [](const auto& value) { return value ? Json(*value) : Json(nullptr); };
   Json list = Json::array();
   for (const Overview& each : all) {
@@ -113,8 +112,7 @@ Json as_json(const DaemonState& daemon, PipeState pipe, const std::optional<std:
                     {"notes", notes}});
   }
   return {{"daemon", {{"running", daemon.running}, {"pid", or_null(daemon.pid)}}},
-          {"pipe",
-           {{"path", paths.control_pipe}, {"state", kPipeWords[static_cast<std::size_t>(pipe)]}}},
+          {"pipe", {{"path", paths.control_pipe}, {"state", pipe.word}}},
           {"planned_interval", or_null(planned)},
           {"collections", list}};
 }
@@ -123,7 +121,7 @@ Json as_json(const DaemonState& daemon, PipeState pipe, const std::optional<std:
 
 ExitCode status(const ToolPaths& paths, bool json) {
   const DaemonState daemon = probe_daemon(paths.pid_file);
-  const PipeState pipe = probe_pipe(paths.control_pipe);
+  const PipeAnswer pipe = probe_pipe(paths.control_pipe);
   const auto planned = planned_interval(paths.preferences);
   std::string error;
   std::vector<Overview> all;
@@ -139,7 +137,7 @@ ExitCode status(const ToolPaths& paths, bool json) {
                   : as_text(daemon, pipe, planned, paths, all));
   output.flush();
   if (!report_output(output) || !error.empty()) return kAbsent;
-  return daemon.running && pipe == PipeState::read ? kDone : kUnreachable;
+  return daemon.running && pipe.state == PipeState::read ? kDone : kUnreachable;
 }
 
 }  // namespace tally

@@ -120,7 +120,7 @@ bool Watcher::tell_daemon() {
   for (const Watched& watched : all_) {
     const auto& [type, index] = watched.collection;
     const ControlMessage message{static_cast<std::uint32_t>(MessageType::viewing), type, index};
-    error = send_message(paths_.control_pipe, message, std::chrono::milliseconds{0});
+    error = send_message(paths_.control_pipe, message, std::chrono::milliseconds{0}).text();
     if (!error.empty()) break;
   }
   return error != std::exchange(trouble_, error);

@@ -13,6 +13,7 @@
 #include "daemon/collection_types.h"
 #include "daemon/paths.h"
 #include "metrics/exposition.h"
+#include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"
 #include "probes/settings_probe.h"
 #include "records/annotate.h"
@@ -260,7 +261,7 @@ void add_daemon(const ToolPaths& paths, const std::optional<std::int32_t>& plann
   page.family("tallyd_up", "gauge", "1 when tallyd runs");
   page.sample("", probe_daemon(paths.pid_file).running ? 1 : 0);
   page.family("tallyd_pipe_read", "gauge", "1 when somebody reads the control pipe");
-  page.sample("", probe_pipe(paths.control_pipe) == PipeState::read ? 1 : 0);
+  page.sample("", probe_pipe(paths.control_pipe).state == PipeState::read ? 1 : 0);
   if (!planned) return;
   page.family("tallyd_planned_interval_seconds", "gauge", "Poll interval of the preferences");
   page.sample("", *planned);

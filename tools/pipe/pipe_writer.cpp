@@ -1,7 +1,6 @@
 #include "pipe/pipe_writer.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <limits.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -21,8 +20,62 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string no_reader(const std::string& pipe) {
-  return fmt::format("no daemon is reading {}; start tallyd, or see 'tallyctl check'", pipe);
+constexpr const char* kMakeAnew = "start tallyd again, which makes it anew";
+
+PipeAnswer answer(PipeState state, const std::string& pipe, int error = 0) {
+  switch (state) {
+    case PipeState::read:
+      return {state, "read by somebody", {}, {}};
+    case PipeState::unread:
+      return {state, "nobody reads it", "nobody reads " + pipe + ": tallyd is not running",
+              "start it"};
+    case PipeState::absent:
+      return {state, "absent", "there is no control pipe " + pipe,
+              "start tallyd, which makes it; its directory has to exist"};
+    case PipeState::full:
+      return {state, "full", pipe + " is full: tallyd is busy or hangs",
+              "try again in a minute, or see 'tallyctl check'"};
+    case PipeState::symbolic_link:
+      return {state, "a symbolic link", pipe + " is a symbolic link, which is not followed",
+              kMakeAnew};
+    case PipeState::no_fifo:
+      return {state, "not a FIFO", pipe + " is no FIFO: nothing is written to it", kMakeAnew};
+    case PipeState::forbidden:
+      return {state, "not accessible",
+              "user " + std::to_string(geteuid()) + " may not write to " + pipe +
+                  ": its rights have to be mended",
+              kMakeAnew};
+    case PipeState::failed:
+      break;
+  }
+  return {state, "not accessible", pipe + ": " + std::strerror(error),
+          "look at its directory and at the system's own log"};
+}
+
+PipeAnswer failure(int error, const std::string& pipe) {
+  switch (error) {
+    case ENXIO:
+    case EPIPE:
+      return answer(PipeState::unread, pipe);
+    case ENOENT:
+      return answer(PipeState::absent, pipe);
+    case EAGAIN:
+      return answer(PipeState::full, pipe);
+    case ELOOP:
+      return answer(PipeState::symbolic_link, pipe);
+    case EACCES:
+    case EPERM:
+      return answer(PipeState::forbidden, pipe);
+    default:
+      return answer(PipeState::failed, pipe, error);
+  }
+}
+
+PipeAnswer open_pipe(const std::string& pipe, UniqueFd& fd) {
+  fd.reset(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (!fd || fstat(fd.get(), &status) != 0) return failure(errno, pipe);
+  return answer(S_ISFIFO(status.st_mode) ? PipeState::read : PipeState::no_fifo, pipe);
 }
 
 // wait_for_room waits until the pipe takes a message or the deadline passes.
@@ -36,32 +89,23 @@ bool wait_for_room(int fd, Clock::time_point deadline) {
 
 }  // namespace
 
-std::string send_message(const std::string& pipe, const ControlMessage& message,
-                         std::chrono::milliseconds patience) {
-  const UniqueFd fd(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!fd) {
-    if (errno == ENXIO) return no_reader(pipe);
-    if (errno == ENOENT)
-      return fmt::format("there is no control pipe {}; tallyd makes it when it starts", pipe);
-    return fmt::format("cannot open {}: {}", pipe, std::strerror(errno));
-  }
-  struct stat state {};
-  if (fstat(fd.get(), &state) != 0 || !S_ISFIFO(state.st_mode)) {
-    return fmt::format("{} is not a FIFO; remove it and start tallyd again", pipe);
-  }
+PipeAnswer probe_pipe(const std::string& pipe) {
+  UniqueFd fd;
+  return open_pipe(pipe, fd);
+}
+
+PipeAnswer send_message(const std::string& pipe, const ControlMessage& message,
+                        std::chrono::milliseconds patience) {
+  UniqueFd fd;
+  const PipeAnswer opened = open_pipe(pipe, fd);
+  if (opened.state != PipeState::read) return opened;
   const auto deadline = Clock::now() + patience;
   for (;;) {
     const ssize_t written = write(fd.get(), &message, sizeof message);
-    if (written == static_cast<ssize_t>(sizeof message)) return {};
-    if (written >= 0) return fmt::format("{} took only a part of the message", pipe);
-    if (errno == EPIPE) return no_reader(pipe);
-    if (errno == EAGAIN) {
-      if (!wait_for_room(fd.get(), deadline)) {
-        return fmt::format("{} is full: the daemon does not read it; see 'tallyctl check'", pipe);
-      }
-    } else if (errno != EINTR) {
-      return fmt::format("cannot write to {}: {}", pipe, std::strerror(errno));
-    }
+    if (written == static_cast<ssize_t>(sizeof message)) return opened;
+    const int error = written < 0 ? errno : EIO;
+    if (error == EINTR) continue;
+    if (error != EAGAIN || !wait_for_room(fd.get(), deadline)) return failure(error, pipe);
   }
 }
 

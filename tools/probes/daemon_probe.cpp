@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,17 +30,6 @@ DaemonState probe_daemon(const std::string& pid_file) {
     state.running = flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   }
   return state;
-}
-
-PipeState probe_pipe(const std::string& pipe) {
-  struct stat status {};
-  if (stat(pipe.c_str(), &status) != 0) {
-    return errno == ENOENT ? PipeState::absent : PipeState::forbidden;
-  }
-  if (!S_ISFIFO(status.st_mode)) return PipeState::no_fifo;
-  const UniqueFd fd(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-  if (fd) return PipeState::read;
-  return errno == ENXIO ? PipeState::unread : PipeState::forbidden;
 }
 
 AgentState probe_agent() {

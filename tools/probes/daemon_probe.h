@@ -17,9 +17,6 @@ struct DaemonState {
 };
 DaemonState probe_daemon(const std::string& pid_file);
 
-enum class PipeState { read, unread, absent, no_fifo, forbidden };
-PipeState probe_pipe(const std::string& pipe);
-
 struct AgentState {
   bool answers = false;
   std::optional<std::uint32_t> up_time;  // in the agent's own unit

@@ -198,9 +198,9 @@ TEST_F(Tallyctl, AnswersWithMessagesWordsAndExitCodes) {
 TEST_F(Tallyctl, TellsWhyNoDaemonIsReached) {
   reader_.reset();
   write_file(directory_ / "file", "precious");
-  for (const auto& [pipe, words] : {std::pair{"pipe", "no daemon is reading"},
+  for (const auto& [pipe, words] : {std::pair{"pipe", "nobody reads"},
                                     {"absent", "there is no control pipe"},
-                                    {"file", "is not a FIFO"}}) {
+                                    {"file", "is no FIFO"}}) {
     paths_.control_pipe = directory_ / pipe;
     for (const char* line : {"stop", "viewing host 1 --keep 1", "watch host 1 --seconds 5"}) {
       const Result result = run(line);
@@ -220,16 +220,16 @@ TEST_F(Tallyctl, IsPatientWithAFullPipeAndNoLonger) {
     return std::async(std::launch::async, send_message, paths_.control_pipe, ControlMessage{},
                       patience);
   };
-  EXPECT_THAT(send_to_full_pipe(milliseconds{100}).get(), HasSubstr("is full"));
+  EXPECT_THAT(send_to_full_pipe(milliseconds{100}).get().text(), HasSubstr("is full"));
 
   auto sent = send_to_full_pipe(milliseconds{30000});
   while (sent.wait_for(milliseconds{10}) != std::future_status::ready) messages();
-  EXPECT_EQ(sent.get(), "");
+  EXPECT_EQ(sent.get().text(), "");
 
   sent = send_to_full_pipe(milliseconds{30000});
   std::this_thread::sleep_for(milliseconds{50});  // it waits for room by now
   reader_.reset();
-  EXPECT_THAT(sent.get(), HasSubstr("no daemon is reading"));
+  EXPECT_THAT(sent.get().text(), HasSubstr("nobody reads"));
 }
 
 // The daemon may end what it began, or make the file anew meanwhile.
