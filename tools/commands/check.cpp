@@ -16,6 +16,7 @@
 #include "console/terminal.h"
 #include "daemon/collection_types.h"
 #include "daemon/paths.h"
+#include "daemon/schedule.h"
 #include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"
 #include "probes/settings_probe.h"
@@ -25,9 +26,6 @@
 
 namespace tally {
 namespace {
-
-// Between two polls of a collection that nobody looks at.
-constexpr std::int64_t kIdleInterval = 3600;
 
 // A full poll writes a table again beside the one before: with less room it is likely to fail.
 constexpr std::uint64_t kLeastRoom = 16 << 20;
@@ -57,12 +55,13 @@ void check_daemon(const ToolPaths& paths, Report& report) {
   if (daemon.running) {
     return report.add(Level::fine, "daemon", fmt::format("runs as process {}", *daemon.pid));
   }
-  report.add(Level::problem, "daemon",
-             !daemon.error.empty()
-                 ? fmt::format("{} cannot be read: {}", paths.pid_file, daemon.error)
-                 : fmt::format("nobody holds the lock of {}", paths.pid_file),
-             daemon.error.empty() ? "start tallyd; if it ends at once, its syslog (local2) says why"
-                                  : "run this as root");
+  if (!daemon.error.empty()) {
+    return report.add(Level::problem, "daemon",
+                      fmt::format("{} cannot be read: {}", paths.pid_file, daemon.error),
+                      "run this as root");
+  }
+  report.add(Level::problem, "daemon", fmt::format("nobody holds the lock of {}", paths.pid_file),
+             "start tallyd; if it ends at once, its syslog (local2) says why");
 }
 
 void check_pipe(const ToolPaths& paths, Report& report) {
@@ -94,13 +93,12 @@ void check_directory(const ToolPaths& paths, Report& report) {
   }
   const std::uint64_t bytes = std::uint64_t{room.f_bavail} * room.f_frsize;
   const bool inodes = room.f_files == 0 || room.f_favail > 0;
-  report.add(bytes >= kLeastRoom && inodes ? Level::fine : Level::problem, "space",
+  const bool enough = bytes >= kLeastRoom && inodes;
+  report.add(enough ? Level::fine : Level::problem, "space",
              fmt::format("{} octets are free in {}{}",
                          number_text(static_cast<double>(bytes), NumberStyle::si), directory,
                          inodes ? "" : ", but no file can be added"),
-             bytes >= kLeastRoom && inodes
-                 ? ""
-                 : "free some: a poll without room puts the sample of before back");
+             enough ? "" : "free some: a poll without room puts the sample of before back");
 }
 
 void add_database(Report& report, const char* subject, const std::string& path, DatabaseState state,
@@ -147,11 +145,12 @@ void check_agent(Report& report) {
         "start the agent (tapd, or minitapd); tallyd finds it again by itself, unless "
         "it was away for a quarter of an hour at tallyd's start");
   }
-  report.add(agent.up_time ? Level::fine : Level::warning, "agent",
-             agent.up_time ? fmt::format("answers at {}:{}, up-time {}", kAgentHost, AGENT_PORT,
-                                         *agent.up_time)
-                           : std::string("answers, but does not tell its up-time"),
-             agent.up_time ? "" : "restarts of it will not be seen; see the agent's log");
+  if (!agent.up_time) {
+    return report.add(Level::warning, "agent", "answers, but does not tell its up-time",
+                      "restarts of it will not be seen; see the agent's log");
+  }
+  report.add(Level::fine, "agent",
+             fmt::format("answers at {}:{}, up-time {}", kAgentHost, AGENT_PORT, *agent.up_time));
 }
 
 void check_supervisor(const ToolPaths& paths, Report& report) {
@@ -161,11 +160,13 @@ void check_supervisor(const ToolPaths& paths, Report& report) {
                fmt::format("address {}{}, community {}", printable(settings.address),
                            settings.default_address ? " (default)" : "",
                            settings.default_community ? "by default" : "set"));
-  report.add(settings.target_id ? Level::fine : Level::warning, "target id",
-             settings.target_id
-                 ? fmt::format("is {}", *settings.target_id)
-                 : fmt::format("{} has no line QOR_TARGET_ID=N", paths.appliance_settings),
-             settings.target_id ? "" : "without it there are etherstats and supvlan, no ifstats");
+  if (settings.target_id) {
+    report.add(Level::fine, "target id", fmt::format("is {}", *settings.target_id));
+  } else {
+    report.add(Level::warning, "target id",
+               fmt::format("{} has no line QOR_TARGET_ID=N", paths.appliance_settings),
+               "without it there are etherstats and supvlan, no ifstats");
+  }
   bool any = false;
   for (const KindSetting& kind : settings.kinds) {
     any = any || kind.enabled;
@@ -223,7 +224,7 @@ void check_collections(const ToolPaths& paths, Report& report) {
       continue;
     }
     const std::int64_t age = std::time(nullptr) - files.main.header.sample_time;
-    const bool stale = age > kIdleInterval + files.main.header.interval;
+    const bool stale = age > std::int64_t{kUnviewedInterval} + files.main.header.interval;
     report.add(stale ? Level::problem : Level::fine, name,
                fmt::format("{} rates, {} old", files.main.count(), duration_text(age)),
                stale ? "it is not polled any more: destroyed and left behind, or the daemon or its "

@@ -10,6 +10,7 @@
 #include "console/terminal.h"
 #include "daemon/collection_types.h"
 #include "daemon/paths.h"
+#include "daemon/schedule.h"
 
 namespace tally {
 namespace {
@@ -57,10 +58,6 @@ std::optional<seconds> duration_of(const Words& words) {
   return words.duration == 0 ? std::nullopt : std::optional(seconds{words.duration});
 }
 
-std::vector<Collection> collections_of(const Words& words) {
-  return parse_collections(words.collections);
-}
-
 void add_collection(CLI::App& command, Words& words, const char* help, bool required = true) {
   CLI::Option* option = command.add_option("collection", words.collections, help);
   option->type_name("TYPE [INDEX]");
@@ -71,6 +68,16 @@ void add_duration(CLI::App& command, Words& words) {
   command.add_option("--seconds", words.duration, "End after this time")
       ->check(CLI::Range(1, 31'536'000))
       ->type_name("SECONDS");
+}
+
+void add_every(CLI::App& command, Words& words) {
+  command.add_option("--every", words.every, "Tell the daemon so often; default 5")
+      ->check(CLI::Range(1, 3600))
+      ->type_name("SECONDS");
+}
+
+CLI::Option* add_json(CLI::App& command, Words& words, const char* help) {
+  return command.add_flag("-j,--json", words.json, help);
 }
 
 struct MessageCommand {
@@ -89,10 +96,6 @@ constexpr MessageCommand kMessageCommands[] = {
     {"rescan", MessageType::rescan, false, "Scan the agent's control tables again"},
     {"stop", MessageType::terminate, false, "End the daemon"},
 };
-
-// The daemon takes the nearest of these for an interval outside.
-constexpr std::int32_t kShortestInterval = 15;
-constexpr std::int32_t kLongestInterval = 3600;
 
 // note_odd tells of messages that do not do what they say.
 void note_odd(MessageType type, const ControlMessage& message) {
@@ -190,8 +193,7 @@ void add_show(const Builder& builder) {
   sub.add_option("--file", words.file, "delta (rates, the default), last or prev (counts)")
       ->check(CLI::IsMember({"delta", "last", "prev"}))
       ->type_name("KIND");
-  CLI::Option* json = sub.add_flag("-j,--json", words.json, "As one JSON object");
-  sub.add_flag("--csv", words.csv, "As CSV")->excludes(json);
+  sub.add_flag("--csv", words.csv, "As CSV")->excludes(add_json(sub, words, "As one JSON object"));
   add_view_options(sub, words);
   sub.add_option("--wait", words.wait, "For a file that is being written; default 5")
       ->check(CLI::Range(0, 3600))
@@ -204,7 +206,7 @@ void add_watch(const Builder& builder) {
       builder.add("watch", "Show collections live, and keep the daemon polling them", [&builder] {
         const Words& read = builder.words;
         WatchOptions options;
-        options.collections = collections_of(read);
+        options.collections = parse_collections(read.collections);
         options.view = view_of(read);
         options.viewing = !read.no_viewing;
         options.viewing_period = seconds{read.every};
@@ -214,9 +216,7 @@ void add_watch(const Builder& builder) {
       });
   add_collection(sub, words, "One or several");
   add_view_options(sub, words);
-  sub.add_option("--every", words.every, "Tell the daemon so often; default 5")
-      ->check(CLI::Range(1, 3600))
-      ->type_name("SECONDS");
+  add_every(sub, words);
   sub.add_flag("--no-viewing", words.no_viewing, "Do not tell the daemon that somebody looks");
   sub.add_option("--count", words.count, "End when the rates of each were shown N times")
       ->check(CLI::Range(1, 1'000'000))
@@ -227,23 +227,21 @@ void add_watch(const Builder& builder) {
 void add_view(const Builder& builder) {
   CLI::App& sub =
       builder.add("view", "Keep the daemon polling collections, until interrupted", [&builder] {
-        return keep_viewing(builder.paths, collections_of(builder.words),
+        return keep_viewing(builder.paths, parse_collections(builder.words.collections),
                             seconds{builder.words.every});
       });
   add_collection(sub, builder.words, "One or several");
-  sub.add_option("--every", builder.words.every, "Tell the daemon so often; default 5")
-      ->check(CLI::Range(1, 3600))
-      ->type_name("SECONDS");
+  add_every(sub, builder.words);
 }
 
 void add_status_and_check(const Builder& builder) {
-  const auto json = [&](CLI::App& sub) {
-    sub.add_flag("-j,--json", builder.words.json, "As JSON");
-  };
-  json(builder.add("status", "Tell whether the daemon runs, and how old its files are",
-                   [&builder] { return status(builder.paths, builder.words.json); }));
-  json(builder.add("check", "Look for reasons why something is empty, and say what to do",
-                   [&builder] { return check(builder.paths, builder.words.json); }));
+  Words& words = builder.words;
+  add_json(builder.add("status", "Tell whether the daemon runs, and how old its files are",
+                       [&builder] { return status(builder.paths, builder.words.json); }),
+           words, "As JSON");
+  add_json(builder.add("check", "Look for reasons why something is empty, and say what to do",
+                       [&builder] { return check(builder.paths, builder.words.json); }),
+           words, "As JSON");
 }
 
 void add_record(const Builder& builder) {
@@ -253,17 +251,17 @@ void add_record(const Builder& builder) {
     if (read.rrd_directory.empty() == read.csv_directory.empty()) {
       throw UsageError("record needs one of --rrd DIR and --csv DIR");
     }
-    read.collections = collections_of(builder.words);
+    read.collections = parse_collections(builder.words.collections);
     read.duration = duration_of(builder.words);
     return record(builder.paths, read);
   });
   add_collection(sub, builder.words, "One or several; default: all that have files", false);
-  CLI::Option* rrd = sub.add_option("--rrd", options.rrd_directory,
-                                    "Into round robin databases, one for each row");
+  CLI::Option* rrd =
+      sub.add_option("--rrd", options.rrd_directory, "Into round robin databases, one for each row")
+          ->type_name("DIR");
   sub.add_option("--csv", options.csv_directory, "Into CSV files, one for each collection")
       ->excludes(rrd)
       ->type_name("DIR");
-  rrd->type_name("DIR");
   sub.add_option("--top", options.top, "Only the N busiest rows of each interval; 0: all")
       ->type_name("N");
   add_duration(sub, builder.words);
@@ -273,7 +271,7 @@ void add_metrics(const Builder& builder) {
   MetricsOptions& options = builder.words.metrics;
   CLI::App& sub = builder.add("metrics", "Print the last samples for Prometheus", [&builder] {
     MetricsOptions read = builder.words.metrics;
-    read.scope.collections = collections_of(builder.words);
+    read.scope.collections = parse_collections(builder.words.collections);
     return metrics(builder.paths, read);
   });
   add_collection(sub, builder.words, "One or several; default: all that have files", false);
@@ -281,8 +279,8 @@ void add_metrics(const Builder& builder) {
                  "Rows of each collection with series of their own; default 50")
       ->type_name("N");
   CLI::Option* file =
-      sub.add_option("--textfile", options.textfile, "Put the page in the place of FILE at once");
-  file->type_name("FILE");
+      sub.add_option("--textfile", options.textfile, "Put the page in the place of FILE at once")
+          ->type_name("FILE");
   sub.add_option("--listen", options.listen, "Serve it at /metrics; only a PORT: on 127.0.0.1")
       ->excludes(file)
       ->type_name("[ADDR:]PORT");

@@ -20,12 +20,10 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr FileKind kKinds[] = {FileKind::delta, FileKind::last, FileKind::prev};
-
 // Overview is what the files of one collection say without their rows.
 struct Overview {
   Collection collection;
-  std::string states[3];  // by kKinds: "good" or what is the matter
+  std::string states[3];  // by kFileKinds: "good" or what is the matter
   std::optional<std::int64_t> age;
   std::optional<std::int32_t> interval;
   std::optional<std::uint64_t> rates;  // rows of the delta file
@@ -38,19 +36,20 @@ Overview look_at(const ToolPaths& paths, const Collection& collection,
   Overview overview;
   overview.collection = collection;
   const std::int64_t now = std::time(nullptr);
-  for (std::size_t i = 0; i < std::size(kKinds); ++i) {
-    if (record_layout(collection.type, kKinds[i]) == nullptr) {
+  for (std::size_t i = 0; i < std::size(kFileKinds); ++i) {
+    if (record_layout(collection.type, kFileKinds[i]) == nullptr) {
       overview.states[i] = "none";
       continue;
     }
-    const OpenFiles files = open_files(paths.data_directory, collection, kKinds[i],
-                                       kKinds[i] == FileKind::delta ? Samples::both : Samples::none,
-                                       std::chrono::milliseconds{200});
+    const OpenFiles files =
+        open_files(paths.data_directory, collection, kFileKinds[i],
+                   kFileKinds[i] == FileKind::delta ? Samples::both : Samples::none,
+                   std::chrono::milliseconds{200});
     overview.states[i] = file_state_code(files.main.state);
     if (!files.main.good()) continue;
     if (!overview.age) overview.age = now - files.main.header.sample_time;
-    if (kKinds[i] == FileKind::last) overview.rows = files.main.count();
-    if (kKinds[i] != FileKind::delta) continue;
+    if (kFileKinds[i] == FileKind::last) overview.rows = files.main.count();
+    if (kFileKinds[i] != FileKind::delta) continue;
     overview.interval = files.main.header.interval;
     overview.rates = files.main.count();
     overview.notes = time_notes(files, annotate);

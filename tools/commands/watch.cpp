@@ -54,6 +54,16 @@ RowOrder sorted_by(const Collection& collection, const WatchOptions& options) {
                    view.top);
 }
 
+// keep_lines cuts a text behind its first `count` lines.
+void keep_lines(std::string& text, std::size_t count) {
+  std::size_t end = 0;
+  for (; count > 0; --count) {
+    end = text.find('\n', end) + 1;
+    if (end == 0) return;  // there are no more
+  }
+  text.resize(end);
+}
+
 // Watcher is the state of the command.
 class Watcher {
  public:
@@ -169,11 +179,7 @@ std::string Watcher::frame(const Terminal& terminal) {
       '\n';
   for (Watched& watched : all_) text += table(watched, style, room) + '\n';
   // A terminal of a few lines gets what fits.
-  std::size_t end = 0;
-  for (std::size_t lines = 0; lines + 1 < terminal.lines && end != std::string::npos; ++lines) {
-    end = text.find('\n', end == 0 ? 0 : end + 1);
-  }
-  if (terminal.lines != 0 && end != std::string::npos) text.resize(end + 1);
+  if (terminal.lines != 0) keep_lines(text, terminal.lines - 1);
   return text + cut(trouble_);
 }
 

@@ -26,8 +26,6 @@ namespace {
 // A scrape does not wait for a writer: the page says that there was one.
 constexpr std::chrono::milliseconds kPatience{100};
 
-constexpr FileKind kKinds[] = {FileKind::delta, FileKind::last, FileKind::prev};
-
 // Series are rows with their labels written once: each has a line in every family.
 struct Series {
   std::size_t width = 0;            // values of a row
@@ -139,18 +137,18 @@ Gathered gather(const ToolPaths& paths, const Collection& collection,
   gathered.labels = collection_labels(collection);
   gathered.source =
       record_layout(collection.type, FileKind::last) == nullptr ? FileKind::delta : FileKind::last;
-  for (std::size_t i = 0; i < std::size(kKinds); ++i) {
-    if (record_layout(collection.type, kKinds[i]) == nullptr) continue;
+  for (std::size_t i = 0; i < std::size(kFileKinds); ++i) {
+    if (record_layout(collection.type, kFileKinds[i]) == nullptr) continue;
     const OpenFiles files =
-        open_files(paths.data_directory, collection, kKinds[i],
-                   kKinds[i] == FileKind::delta ? Samples::both : Samples::none, kPatience);
+        open_files(paths.data_directory, collection, kFileKinds[i],
+                   kFileKinds[i] == FileKind::delta ? Samples::both : Samples::none, kPatience);
     gathered.states[i] = files.main.state;
     if (!files.main.good()) continue;
-    if (kKinds[i] == FileKind::delta) {
+    if (kFileKinds[i] == FileKind::delta) {
       gathered.interval = files.main.header.interval;
       gathered.notes = time_notes(files, annotate);
     }
-    if (kKinds[i] != gathered.source) continue;
+    if (kFileKinds[i] != gathered.source) continue;
     gathered.good = true;
     gathered.header = files.main.header;
     gather_rows(files.main, top, gathered);
@@ -229,9 +227,9 @@ void add_collections(const std::vector<Gathered>& all, Exposition& page) {
               "1 when a file of the collection has the right size and header; else the state says "
               "what is wrong");
   for (const Gathered& each : all) {
-    for (std::size_t i = 0; i < std::size(kKinds); ++i) {
-      if (record_layout(each.collection.type, kKinds[i]) == nullptr) continue;
-      page.sample(each.labels + "," + label("file", file_kind_name(kKinds[i])) + "," +
+    for (std::size_t i = 0; i < std::size(kFileKinds); ++i) {
+      if (record_layout(each.collection.type, kFileKinds[i]) == nullptr) continue;
+      page.sample(each.labels + "," + label("file", file_kind_name(kFileKinds[i])) + "," +
                       label("state", file_state_code(each.states[i])),
                   each.states[i] == FileState::good ? 1 : 0);
     }

@@ -27,14 +27,17 @@ constexpr std::int32_t late_after(std::int32_t planned) {
 // ifSpeed is a Gauge32 and stays at its maximum for everything faster (RFC 2863).
 constexpr double kSpeedLimit = 4294967295.0;
 
+// index_of returns the interface index that a record begins with.
 std::uint32_t index_of(const unsigned char* record) {
   return number_at(record);
 }
 
-bool same_field(const RecordLayout& layout, std::size_t column, const unsigned char* left,
-                const unsigned char* right) {
-  const std::size_t offset = layout.offsets[column] - sizeof(std::uint32_t);
-  return std::memcmp(left + offset, right + offset, 16 + sizeof(std::uint32_t)) == 0;
+// same_name compares two names with their lengths, which stand before them.
+bool same_name(const RecordLayout& layout, std::size_t column, const unsigned char* left,
+               const unsigned char* right) {
+  const std::size_t begin = layout.offsets[column - 1];
+  const std::size_t end = layout.offsets[column + 1];
+  return std::memcmp(left + begin, right + begin, end - begin) == 0;
 }
 
 void add_restart_note(const OpenFiles& files, std::vector<FileNote>& notes) {
@@ -146,7 +149,7 @@ const unsigned char* Annotator::previous_of(const unsigned char* last) {
 
 RowNotes Annotator::compare_names(const unsigned char* last, const unsigned char* previous) {
   RowNotes notes = 0;
-  if (previous != nullptr && !same_field(*samples_, *name_column_, last, previous)) {
+  if (previous != nullptr && !same_name(*samples_, *name_column_, last, previous)) {
     notes |= kRenamed;
   }
   const std::string name = cell_text(*samples_, last, *name_column_, NumberStyle::exact);
@@ -158,7 +161,8 @@ RowNotes Annotator::compare_names(const unsigned char* last, const unsigned char
   return static_cast<RowNotes>(notes | kMoved);
 }
 
-RowNotes Annotator::speed_notes(const unsigned char* shown, const unsigned char* last) const {
+// rate_notes judges the rates of a row by themselves and by the speed of the line.
+RowNotes Annotator::rate_notes(const unsigned char* shown, const unsigned char* last) const {
   RowNotes notes = 0;
   double speed = options_.line_speed;
   if (files_.collection.type == kIfStats) {
@@ -178,6 +182,7 @@ RowNotes Annotator::speed_notes(const unsigned char* shown, const unsigned char*
     const bool above = speed > 0 && column.kind == ColumnKind::counter &&
                        std::strcmp(column.unit, "octets") == 0 && value * 8 > speed;
     if ((cut && (notes & kSpeedUnknown) == 0) || above) notes |= kAboveSpeed;
+    if (value < 0) notes |= kNegative;
   }
   return notes;
 }
@@ -205,33 +210,32 @@ RowNotes Annotator::compare(const unsigned char* shown, const unsigned char* las
   return notes;
 }
 
+// last_of gives the sample that a shown row was made from, and sets `previous` to the one before;
+// rows of the last sample that sort before it were left out of the delta file.
+const unsigned char* Annotator::last_of(const unsigned char* shown,
+                                        const unsigned char*& previous) {
+  while (last_) {
+    const unsigned char* row = last_->next();
+    if (row == nullptr) break;
+    previous = previous_of(row);
+    if (compare_keys(shown_, row, shown) == 0) return row;
+    ++unchanged_;
+  }
+  last_.reset();  // the row is of another poll: those behind it cannot be matched either
+  return nullptr;
+}
+
 RowNotes Annotator::next(const unsigned char* record) {
   RowNotes notes = 0;
   if (files_.kind == FileKind::delta) {
-    const unsigned char* last = nullptr;
     const unsigned char* previous = nullptr;
-    while (last_ && last == nullptr) {
-      const unsigned char* row = last_->next();
-      if (row == nullptr) {
-        last_.reset();  // the row is of another poll: those behind it cannot be matched either
-        break;
-      }
-      previous = previous_of(row);
-      if (compare_keys(shown_, row, record) == 0) {
-        last = row;
-      } else {
-        ++unchanged_;
-      }
-    }
+    const unsigned char* last = last_of(record, previous);
     if (last != nullptr) {
       notes = compare(record, last, previous);
     } else if (files_.last) {
       ++lost_;
     }
-    notes |= speed_notes(record, last);
-    for (std::size_t i = shown_.key_columns; i < shown_.columns.size(); ++i) {
-      if (value_of(shown_, record, i) < 0) notes |= kNegative;
-    }
+    notes |= rate_notes(record, last);
   } else if (prev_) {
     notes = compare(record, record, previous_of(record));
   }

@@ -70,10 +70,11 @@ class Annotator {
 
  private:
   const unsigned char* previous_of(const unsigned char* last);
+  const unsigned char* last_of(const unsigned char* shown, const unsigned char*& previous);
   RowNotes compare(const unsigned char* shown, const unsigned char* last,
                    const unsigned char* previous);
   RowNotes compare_names(const unsigned char* last, const unsigned char* previous);
-  RowNotes speed_notes(const unsigned char* shown, const unsigned char* last) const;
+  RowNotes rate_notes(const unsigned char* shown, const unsigned char* last) const;
   void read_names();
 
   const OpenFiles& files_;

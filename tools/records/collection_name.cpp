@@ -83,7 +83,7 @@ std::string file_path(const std::string& directory, const Collection& collection
 }
 
 std::optional<FileKind> parse_file_kind(std::string_view word) {
-  for (const FileKind kind : {FileKind::delta, FileKind::last, FileKind::prev}) {
+  for (const FileKind kind : kFileKinds) {
     if (word == file_kind_name(kind)) return kind;
   }
   return std::nullopt;

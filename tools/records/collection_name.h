@@ -38,6 +38,9 @@ std::string title(const Collection& collection);
 // file_path returns where one of the collection's files lies in a data directory.
 std::string file_path(const std::string& directory, const Collection& collection, FileKind kind);
 
+// The kinds of files, those for readers first.
+inline constexpr FileKind kFileKinds[] = {FileKind::delta, FileKind::last, FileKind::prev};
+
 // parse_file_kind reads "delta", "last" or "prev".
 std::optional<FileKind> parse_file_kind(std::string_view word);
 

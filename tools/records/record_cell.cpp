@@ -33,4 +33,16 @@ bool is_total(const RecordLayout& layout, const unsigned char* record) {
   return false;
 }
 
+int compare_keys(const RecordLayout& layout, const unsigned char* left,
+                 const unsigned char* right) {
+  if (layout.key_rule.words == 0) return std::memcmp(left, right, layout.key_size);
+  for (std::size_t i = 0; i < layout.key_rule.words; ++i) {
+    const std::size_t offset = layout.key_rule.from + i * sizeof(std::uint32_t);
+    const std::uint32_t a = number_at(left + offset);
+    const std::uint32_t b = number_at(right + offset);
+    if (a != b) return a < b ? -1 : 1;
+  }
+  return 0;
+}
+
 }  // namespace tally

@@ -40,6 +40,9 @@ inline double value_of(const RecordLayout& layout, const unsigned char* record,
 // cell_of returns the value of any column.
 Cell cell_of(const RecordLayout& layout, const unsigned char* record, std::size_t column);
 
+// compare_keys orders two records as the daemon does: negative, 0 or positive.
+int compare_keys(const RecordLayout& layout, const unsigned char* left, const unsigned char* right);
+
 // is_total tells whether a record sums up the others and is not one of them.
 bool is_total(const RecordLayout& layout, const unsigned char* record);
 

@@ -3,7 +3,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "daemon/collection_types.h"
 
@@ -237,25 +236,10 @@ const RecordLayout* record_layout(std::uint32_t type, FileKind kind) {
   return &kLayouts[type];
 }
 
-int compare_keys(const RecordLayout& layout, const unsigned char* left,
-                 const unsigned char* right) {
-  if (layout.key_rule.words == 0) return std::memcmp(left, right, layout.key_size);
-  for (std::size_t i = 0; i < layout.key_rule.words; ++i) {
-    const std::size_t offset = layout.key_rule.from + i * sizeof(std::uint32_t);
-    std::uint32_t a = 0;
-    std::uint32_t b = 0;
-    std::memcpy(&a, left + offset, sizeof a);
-    std::memcpy(&b, right + offset, sizeof b);
-    if (a != b) return a < b ? -1 : 1;
-  }
-  return 0;
-}
-
-std::optional<std::size_t> find_column(const RecordLayout& layout, std::string_view name) {
-  const std::string wanted(name);
+std::optional<std::size_t> find_column(const RecordLayout& layout, const std::string& name) {
   for (std::size_t i = 0; i < layout.columns.size(); ++i) {
     const Column& column = layout.columns[i];
-    if (is_visible(column.kind) && strcasecmp(column.name, wanted.c_str()) == 0) return i;
+    if (is_visible(column.kind) && strcasecmp(column.name, name.c_str()) == 0) return i;
   }
   return std::nullopt;
 }

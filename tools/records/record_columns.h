@@ -73,12 +73,9 @@ constexpr bool is_value(ColumnKind kind) {
          kind == ColumnKind::unused;
 }
 
-// compare_keys orders two records as the daemon does: negative, 0 or positive.
-int compare_keys(const RecordLayout& layout, const unsigned char* left, const unsigned char* right);
-
 // find_column returns the number of a column that a reader can ask for by name (letter case does
 // not matter), or nothing.
-std::optional<std::size_t> find_column(const RecordLayout& layout, std::string_view name);
+std::optional<std::size_t> find_column(const RecordLayout& layout, const std::string& name);
 
 // column_names lists the names that find_column knows, separated by commas.
 std::string column_names(const RecordLayout& layout);
