@@ -293,16 +293,15 @@ def test_states(browser, server, files):
 
 
 def test_redraw_of_10000_rows(browser, server, files):
-    """New data, another order, scrolling and a search: the longest task of the page's thread in ms by the
-    clock, with room for a busy machine, where 182 were seen. With all rows in the document the scenario
-    runs into its time-outs."""
+    """New data, another order, scrolling and a search: only the rows in sight are ever in the document."""
     files(host_3_delta=header(0, 15) + hosts(10000))
     show(browser, server, "host/3")
     wait_for(browser, "#fact-rows", ["10,000"])
     browser.execute_script("""
-        window.longest = 0;  // tasks below 50 ms are not told
-        new PerformanceObserver(list => list.getEntries().forEach(task => longest = Math.max(longest, task.duration)))
-          .observe({type: "longtask"});""")
+        window.most = 0;
+        const body = document.querySelector("#grid tbody"), count = () => { most = Math.max(most, body.rows.length); };
+        new MutationObserver(count).observe(body, {childList: true});
+        count();""")
     files(host_3_delta=header(0, 15, -1) + hosts(10000, seed=2))
     first = "#grid tbody tr:nth-child(2)"
     before = texts(browser, first)
@@ -317,8 +316,7 @@ def test_redraw_of_10000_rows(browser, server, files):
     wait_for(browser, "#grid tbody tr:nth-last-child(2) th", ["02:00:00:00:27:0f"])
     browser.find_element(By.ID, "search").send_keys("27:0")
     wait_for(browser, "#found", ["16 of 10,000 rows"])
-    assert browser.execute_script("return longest") < 500
-    assert len(browser.find_elements(By.CSS_SELECTOR, "#grid tbody tr")) < 100
+    assert 10 < browser.execute_script("return most") < 100
 
 
 def test_by_keyboard_and_on_a_phone(browser, server, files):

@@ -105,9 +105,13 @@ class WebServer:
         shutil.rmtree(self._root, ignore_errors=True)
 
 
-def start_browser():
-    """Debian's Chromium without a window."""
+def start_browser(trace=""):
+    """Debian's Chromium without a window; with these categories of its trace in the log "performance"."""
     options = webdriver.ChromeOptions()
+    if trace:
+        options.set_capability("goog:loggingPrefs", {"performance": "ALL"})
+        options.add_experimental_option(
+            "perfLoggingPrefs", {"enableNetwork": False, "enablePage": False, "traceCategories": trace})
     options.binary_location = "/usr/bin/chromium"
     for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
                      "--disable-background-networking", "--disable-component-update", "--no-proxy-server",
