@@ -130,9 +130,9 @@ def test_addresses_and_names_in_words(browser):
 
 def test_lines_of_the_chart(browser):
     """Each rate over its whole interval, a break where a sample was missed, 0 where a row is left
-    out, and the sum of all; a clock that was set back begins anew."""
+    out, and the sum of all; no overlap; a clock that was set back begins anew."""
     files = [struct.pack("<iIiI", interval, 0, time_, 6) + b"".join(struct.pack("<I2d", *row) for row in rows)
-             for interval, time_, rows in ((60, 90, [(7, 9, 9)]), (15, 40, [(1, 4, 8), (2, 1, 1)]), (15, 55, [(2, 6, 1)]),
+             for interval, time_, rows in ((60, 90, [(7, 9, 9)]), (15, 40, [(1, 4, 8), (2, 1, 1)]), (20, 55, [(2, 6, 1)]),
                                            (10, 80, [(0, 1, 1), (1, 2, 2)]))]
     found = browser.execute_async_script("""
         const [files, done] = arguments;
