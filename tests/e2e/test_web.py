@@ -182,6 +182,8 @@ def test_requests(either_server, pipe):
         assert status == 500 and "rights have to be mended" in answer["error"]
     for method, wanted in (("PUT", 405), ("DELETE", 405), ("HEAD", 200)):
         assert either_server.request(method, "/tally/control", {"Content-Length": "0"})[0] == wanted, method
+    status, headers, _ = either_server.request("GET", "/tally")
+    assert status == 301 and headers["Location"].endswith("/tally/")
     for name, wanted in (("", (403, 404)), ("x.html", (200,))):  # no listing, and nothing of it is a page
         (DATA / "x.html").write_text("<script>")
         status, headers, _ = either_server.request("GET", "/tally/data/" + name)
