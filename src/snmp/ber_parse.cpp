@@ -331,11 +331,11 @@ OID* parse_oid(BerReader& in) {
     ZN_LOG(APERROR, "ParseOID, length error.\n");
     return nullptr;
   }
-  if ((in.peek() & 0x80) != 0) {  // also when that byte is no longer of this value
+  if (length == 0 && !in.overrun()) return nullptr;  // no content, no first byte, no message
+  if ((in.peek() & 0x80) != 0) {
     ZN_LOG(APERROR, "ParseOID, more bit set in first subidentifier.\n");
     return nullptr;
   }
-  if (length == 0 && !in.overrun()) return nullptr;  // no content, no message
   if (length > kMaxOidContent) {
     ZN_LOG(APERROR, "ParseOID, OID length too large.\n");
     return nullptr;
