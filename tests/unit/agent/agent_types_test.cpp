@@ -9,6 +9,7 @@
 
 #include "agent/mac_types.h"
 #include "agent/type_facts.h"
+#include "support/scripted_client.h"
 #include "support/syslog_capture.h"
 
 namespace tally {
