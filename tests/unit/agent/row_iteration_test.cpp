@@ -1,5 +1,5 @@
-// How rows are read, where the end-to-end tests do not come: dsmatrix, which no message creates, and
-// agents that go round in a circle.
+// How rows are read, where the end-to-end tests do not come: dsmatrix, which no message creates,
+// and agents that go round in a circle.
 #include <gtest/gtest.h>
 #include <minitapd/tapd.h>
 
@@ -112,7 +112,8 @@ TEST(RowIteration, EndsInACircle) {
 // What an agent may call a row, and no request can lead to: an id that is the start's own.
 TEST(RowIteration, VlanZeroIsNotRead) {
   VlanRowReply row{0, 0, 1, 2, 3, 4, 5, kIndex};
-  ScriptedClient agent(std::vector<ScriptedClient::Reply>{encode_bytes(xdr_wire<VlanRowReply>, row)});
+  ScriptedClient agent(
+      std::vector<ScriptedClient::Reply>{encode_bytes(xdr_wire<VlanRowReply>, row)});
   EXPECT_TRUE(records_of(vlan_ops, agent, 1).empty());
 }
 
