@@ -115,14 +115,29 @@ def test_batch_that_ends_with_the_same_key_of_another(daemon, agent):
     Collection(daemon, HOST, INDEX).first_sample(returned(HOST, first + second))
 
 
-def test_many_rows_come_and_go(daemon, agent):
-    """Several blocks of the record cache, and of the agent's batches, in any mixture."""
-    random.seed(4)
-    collection = Collection(daemon, HOST, INDEX)
-    for take in (collection.first_sample, *[collection.next_sample] * 4):
-        served = rows(HOST, {number: random.randrange(1000) for number in random.sample(range(1, 900), 500)})
-        agent.serve(host=served)
-        take(returned(HOST, served))
+@pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
+def test_any_rows_come_and_go(layout, daemon, agent):
+    """In any mixture, in the order of their whole keys; of the batched types so many that they take
+    several blocks of the record cache."""
+    chance = random.Random(layout.code)
+    most = 900 if layout in BATCHED else 60
+
+    def any_key():
+        return [chance.randbytes(len(part)) if isinstance(part, bytes) else chance.getrandbits(31)
+                for part in samples.key(layout, 1)]
+    order = lambda key: layout.order(model.KEYS[layout.stem](*key))
+    # Every other one differs from its neighbour in one place only.
+    keys = [any_key() for _ in range(most // 2)]
+    for key in keys[:]:
+        at = chance.randrange(len(key))
+        keys.append([*key[:at], any_key()[at], *key[at + 1:]])
+    keys = sorted({order(key): key for key in keys}.values(), key=order)
+    collection = Collection(daemon, layout, INDEX)
+    for take in (collection.first_sample, *[collection.next_sample] * 2):
+        served = [(INDEX, (*key, *[chance.randrange(9) for _ in range(layout.counters)]))
+                  for key in keys if chance.random() < 0.6]
+        agent.serve(replies=samples.replies(layout, served))
+        take(returned(layout, served))
 
 
 def test_group_zero_is_asked_for(daemon, agent):
