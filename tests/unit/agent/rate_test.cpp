@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,28 @@ TEST(Rate, FollowsTheRuleInEveryCounterOfEveryType) {
       EXPECT_EQ(fresh.frame(), last.frame());
       EXPECT_EQ(fresh.at(counter), test.rate_of_new);
     }
+  }
+}
+
+// Where plain division is taken, it is bit for bit the extended one.
+TEST(Rate, PlainDivisionIsExact) {
+  std::mt19937_64 random(2);
+  for (int i = 0; i < 300'000; ++i) {
+    const auto interval = static_cast<std::uint32_t>(1 + random() % (kPlainDivisionBelow - 1));
+    const double last = static_cast<double>(random() >> (11 + random() % 40));
+    const double prev =
+        static_cast<double>(static_cast<std::uint64_t>(last) >> (1 + random() % 60));
+    unsigned char before[sizeof prev];
+    unsigned char now[sizeof last];
+    unsigned char out[sizeof last];
+    std::memcpy(before, &prev, sizeof prev);
+    std::memcpy(now, &last, sizeof last);
+    double rate = 0;
+    rates_between<1>(before, now, out, interval);
+    std::memcpy(&rate, out, sizeof rate);
+    ASSERT_EQ(rate, rate_between(prev, last, interval));
+    rates_of_new<1>(&last, &rate, interval);
+    ASSERT_EQ(rate, rate_of_new(last, interval));
   }
 }
 
