@@ -59,7 +59,8 @@ void set_baseline(EtherStatsRecord& record, const EtherStatsSample& sample) {
 void see_again(EtherStatsRecord& record) {
   const auto state = interface_state(record.ifIndex);
   if (!state) return;
-  const bool idle = is_not_up(state->ifOperStatus) && state->ifLastChange == record.state.ifLastChange;
+  const bool idle =
+      is_not_up(state->ifOperStatus) && state->ifLastChange == record.state.ifLastChange;
   record.flags = (idle ? 0 : kRowPolled) | kRowSeen;
   record.state = *state;
 }
