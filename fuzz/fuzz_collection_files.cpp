@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "daemon/collection_types.h"
-#include "history.h"
+#include "history/history.h"
 #include "property.h"
-#include "row_export.h"
-#include "view.h"
+#include "views/row_export.h"
+#include "views/view.h"
 
 namespace tally {
 namespace {

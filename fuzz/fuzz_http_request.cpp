@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "http_request.h"
+#include "metrics/http_request.h"
 #include "property.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

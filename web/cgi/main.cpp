@@ -4,6 +4,7 @@
 // what was asked for. Nothing of it outlives the time limit, whoever sends slowly.
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,7 +14,7 @@
 
 #include "daemon/paths.h"
 #include "listing.h"
-#include "pipe_message.h"
+#include "pipe/pipe_writer.h"
 #include "request.h"
 
 namespace tally::cgi {
@@ -60,6 +61,12 @@ int refuse(int status, const std::string& text) {
   return answer(status, {{"error", text}});
 }
 
+// sentence begins a text as a page shows it.
+std::string sentence(std::string text) {
+  text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+  return text + '.';
+}
+
 int serve() {
   const auto length = body_length(variable);
   const auto* bytes = std::get_if<std::size_t>(&length);
@@ -68,9 +75,11 @@ int serve() {
     return refuse(refusal->status, refusal->text);
   }
   if (const auto* message = std::get_if<ControlMessage>(&request)) {
-    const Delivery delivery = deliver(kControlPipe, *message);
-    if (delivery.status != 200) return refuse(delivery.status, delivery.text);
-    return answer(200, {{"sent", true}});
+    const PipeAnswer sent = send_message(kControlPipe, *message, std::chrono::milliseconds{0});
+    if (sent.state == PipeState::read) return answer(200, {{"sent", true}});
+    const bool later = sent.state == PipeState::unread || sent.state == PipeState::absent ||
+                       sent.state == PipeState::full;
+    return refuse(later ? 503 : 500, sentence(sent.text()));
   }
   return answer(200, list_collections(kDataDirectory));
 }

@@ -8,90 +8,40 @@
 #include <set>
 
 #include "daemon/collection_types.h"
-#include "exposition.h"
-#include "history.h"
-#include "http_request.h"
+#include "history/history.h"
+#include "metrics/http_request.h"
 #include "support/temporary_directory.h"
-#include "view.h"
+#include "views/view.h"
 
 namespace tally {
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-Bytes delta_file(std::uint32_t type, const std::string& records) {
-  const std::string bytes = bytes_of(FileHeader{60, 0, 1'700'000'000, type}) + records;
-  return {bytes.begin(), bytes.end()};
-}
-
-OpenFile open_bytes(Bytes bytes, std::uint32_t type, FileKind kind = FileKind::delta) {
+// file_of judges the bytes of one file.
+OpenFile file_of(const FileHeader& header, const std::string& rows,
+                 FileKind kind = FileKind::delta) {
+  const std::string bytes = bytes_of(header) + rows;
   OpenFile file;
-  file.bytes = FileBytes(std::move(bytes));
-  judge(file, type, kind);
+  file.bytes = FileBytes(Bytes(bytes.begin(), bytes.end()));
+  judge(file, header.type, kind);
   return file;
 }
 
-// The documented record: its size, and where a key, the first rate and the rate that ranks lie.
-struct Layout {
-  std::uint32_t type;
-  std::size_t size;
-  const char* key;
-  std::size_t key_offset;
-  const char* first;
-  std::size_t first_offset;
-  const char* rank;
-  std::size_t rank_offset;
-};
-
-constexpr Layout kLayouts[] = {
-    {kHost, 62, "hostAddress", 0, "hostInPkts", 6, "hostOutOctets", 30},
-    {kMatrix, 36, "matrixSDDestAddress", 6, "matrixSDPkts", 12, "matrixSDOctets", 20},
-    {kPdist, 24, "protocolDirLocalIndex", 4, "protocolDistStatsPkts", 8, "protocolDistStatsOctets",
-     16},
-    {kNlHost, 64, "nlHostAddress", 8, "nlHostInPkts", 24, "nlHostOutOctets", 48},
-    {kNlMatrix, 60, "nlMatrixSDDestAddress", 28, "nlMatrixSDPkts", 44, "nlMatrixSDOctets", 52},
-    {kVlan, 36, "smonVlanIdStatsId", 0, "smonVlanIdStatsTotalPkts", 4, "smonVlanIdStatsTotalOctets",
-     12},
-    {kPrio, 20, "smonPrioStatsId", 0, "smonPrioStatsPkts", 4, "smonPrioStatsOctets", 12},
-    {kDsStats, 36, "dsmonAggGroupIndex", 0, "dsmonStatsInPkts", 4, "dsmonStatsOutOctets", 28},
-    {kDsPdist, 24, "protocolDirLocalIndex", 4, "dsmonPdistStatsPkts", 8, "dsmonPdistStatsOctets",
-     16},
-    {kDsHost, 60, "dsmonHostAddress", 12, "dsmonHostInPkts", 28, "dsmonHostOutOctets", 52},
-    {kDsMatrix, 68, "key_word_1", 48, "dsmonMatrixSDPkts", 52, "dsmonMatrixSDOctets", 60},
-    {kEtherStats, 172, "ifName", 12, "utilisationPercent", 28, "etherStatsOctets", 44},
-    {kSupVlan, 36, "smonVlanIdStatsId", 0, "smonVlanIdStatsTotalPkts", 4,
-     "smonVlanIdStatsTotalOctets", 12},
-    {kIfStats, 120, "ifName", 8, "inUtilisationPercent", 24, "ifOutOctets", 48},
-};
-
-TEST(RecordColumns, LieWhereTheFilesHaveThem) {
-  for (const Layout& documented : kLayouts) {
-    SCOPED_TRACE(type_stem(documented.type));
-    const RecordLayout& layout = *record_layout(documented.type);
-    EXPECT_EQ(layout.size, documented.size);
-    const auto offset_of = [&](const char* name) {
-      return layout.offsets[find_column(layout, name).value()];
-    };
-    EXPECT_EQ(offset_of(documented.key), documented.key_offset);
-    EXPECT_EQ(offset_of(documented.first), documented.first_offset);
-    EXPECT_EQ(offset_of(documented.rank), documented.rank_offset);
-    EXPECT_EQ(layout.rank, find_column(layout, documented.rank));
-    EXPECT_EQ(layout.key_size, documented.type == kEtherStats || documented.type == kIfStats
-                                   ? documented.key_offset + 16
-                                   : documented.first_offset);
-    std::set<std::string> sources;
-    for (const Column& column : layout.columns.subspan(layout.key_columns)) {
-      EXPECT_TRUE(sources.insert(rrd_source_name(column)).second) << rrd_source_name(column);
-    }
-  }
+OpenFiles only(std::uint32_t type, const std::string& rows) {
+  return {{type, 1}, FileKind::delta, file_of({60, 0, 1'700'000'000, type}, rows), {}, {}, {}};
 }
 
-TEST(CellText, FindsTheLengthOfAnAddress) {
-  const std::string record = bytes_of(std::uint32_t{7}) + bytes_of(std::uint32_t{4}) +
-                             std::string{127, 0, 0, 1} + std::string(52, '\0');
-  const auto* bytes = reinterpret_cast<const unsigned char*>(record.data());
-  EXPECT_EQ(cell_text(*record_layout(kNlHost), bytes, 2, NumberStyle::exact), "127.0.0.1");
-  EXPECT_EQ(row_file_name(*record_layout(kNlHost), bytes), "7_127.0.0.1");
+// The names that round robin databases take are short: no two values of a type may share one.
+TEST(RecordColumns, HaveAnRrdNameEach) {
+  for (std::uint32_t type = 0; type < kTypeSlots; ++type) {
+    const RecordLayout* layout = record_layout(type);
+    std::set<std::string> names;
+    if (layout == nullptr) continue;
+    for (const Column& column : layout->columns.subspan(layout->key_columns)) {
+      EXPECT_TRUE(names.insert(rrd_source_name(column)).second) << column.name;
+    }
+  }
 }
 
 TEST(CellText, Numbers) {
@@ -123,22 +73,13 @@ TEST(CellText, AddressesAndNames) {
   EXPECT_EQ(mac_text(Bytes{0, 0x1B, 0xff, 3, 0xA, 1}), "00:1b:ff:03:0a:01");
 }
 
-// pdist_file holds local indexes with their packet rates, and octets ten times as many.
-Bytes pdist_file(const std::vector<std::pair<std::uint32_t, double>>& rows) {
+// pdist_rows holds local indexes with their packet rates, and octets ten times as many.
+std::string pdist_rows(const std::vector<std::pair<std::uint32_t, double>>& rows) {
   std::string records;
   for (const auto& [index, packets] : rows) {
-    records += bytes_of(std::uint32_t{1}) + bytes_of(index);
-    records += bytes_of(packets) + bytes_of(packets * 10);
+    records += bytes_of(1U) + bytes_of(index) + bytes_of(packets) + bytes_of(packets * 10);
   }
-  return delta_file(kPdist, records);
-}
-
-OpenFiles only(Bytes bytes, std::uint32_t type) {
-  OpenFiles files;
-  files.collection = {type, 1};
-  files.kind = FileKind::delta;
-  files.main = open_bytes(std::move(bytes), type);
-  return files;
+  return records;
 }
 
 // local_indexes returns the second word of each row.
@@ -150,7 +91,7 @@ std::vector<std::uint32_t> local_indexes(const std::vector<Row>& rows) {
 
 TEST(RowSelection, ValuesFallKeysRiseTotalsComeLast) {
   const OpenFiles files = only(
-      pdist_file({{3, 1}, {9, std::nan("")}, {kTotalIndex, 99}, {1, 5}, {2, 5}, {5, -1}}), kPdist);
+      kPdist, pdist_rows({{3, 1}, {9, std::nan("")}, {kTotalIndex, 99}, {1, 5}, {2, 5}, {5, -1}}));
   const RecordLayout& layout = *record_layout(kPdist);
   const struct {
     RowOrder order;
@@ -179,7 +120,7 @@ TEST(RowSelection, ValuesFallKeysRiseTotalsComeLast) {
 TEST(TableText, AlignsCutsAndLabels) {
   setenv("TZ", "NST3:30", 1);
   tzset();
-  const OpenFiles files = only(pdist_file({{3, 1.25}, {70000, 1e9}, {kTotalIndex, 2}}), kPdist);
+  const OpenFiles files = only(kPdist, pdist_rows({{3, 1.25}, {70000, 1e9}, {kTotalIndex, 2}}));
   const RecordLayout& layout = *record_layout(kPdist);
   const auto text = [&](std::size_t top, std::size_t width) {
     const LoadedView loaded = load_view(files, RowFilter(layout, {}), {2, false, top}, nullptr);
@@ -196,30 +137,12 @@ protocol_tag  protocolDirLocalIndex  protocolDistStatsPkts  protocolDistStatsOct
   EXPECT_EQ(text(1, 14), "pdist 1  inter\nprotocol_tag\n           1\n           1\n");
 }
 
-// Three rows of VLANs or interfaces, each with a counter before, after and what the daemon made of
-// the two; what a reader is to be told of each.
 std::string vlan(std::uint32_t id, double packets) {
   return bytes_of(id) + bytes_of(packets) + std::string(24, '\0');
 }
 
-OpenFiles with_samples(std::uint32_t type, const std::string& delta, const std::string& last,
-                       const std::string& prev, FileHeader newer, FileHeader older) {
-  const auto open = [&](FileHeader header, const std::string& rows, FileKind kind) {
-    header.type = type;
-    const std::string bytes = bytes_of(header) + rows;
-    return open_bytes(Bytes(bytes.begin(), bytes.end()), type, kind);
-  };
-  OpenFiles files;
-  files.collection = {type, 1};
-  files.kind = FileKind::delta;
-  const std::int32_t interval = newer.sample_time - older.sample_time;
-  files.main = open({interval, 0, newer.sample_time, type}, delta, FileKind::delta);
-  match_samples(files, open(newer, last, FileKind::last), open(older, prev, FileKind::prev));
-  return files;
-}
-
-std::vector<std::string> codes_of(const OpenFiles& files, const AnnotateOptions& options) {
-  Annotator annotator(files, options);
+std::vector<std::string> codes_of(const OpenFiles& files) {
+  Annotator annotator(files, {60, 0});
   std::vector<std::string> codes;
   Records records = files.main.records();
   while (const unsigned char* record = records.next()) {
@@ -229,57 +152,6 @@ std::vector<std::string> codes_of(const OpenFiles& files, const AnnotateOptions&
   return codes;
 }
 
-TEST(Annotate, TellsWhatTheSamplesShow) {
-  const FileHeader before{0, 500, 1000, 0};
-  const FileHeader after{0, 600, 1060, 0};
-  const double top = 18446744073709549568.0;  // the largest count
-  const std::string rows = vlan(1, 2) + vlan(2, 7) + vlan(4, 1) + vlan(5, 5);
-  const struct {
-    const char* what;
-    OpenFiles files;
-    AnnotateOptions options;
-    std::vector<std::string> codes;
-  } cases[] = {
-      {"a rate, a reset, a new row, a wrap; one row is left out, one is gone",
-       with_samples(kVlan, rows, vlan(1, 130) + vlan(2, 7) + vlan(3, 9) + vlan(4, 60) + vlan(5, 2),
-                    vlan(0, 1) + vlan(1, 10) + vlan(2, 90) + vlan(3, 9) + vlan(5, top), after,
-                    before),
-       {60, 0},
-       {"", "reset", "new", "", "new", "reset", "unchanged"}},
-      {"a restart; late",
-       with_samples(kVlan, "", vlan(1, 1), vlan(1, 1), {0, 3, 1067, 0}, before),
-       {60, 0},
-       {"long-interval", "agent-restarted", "unchanged"}},
-      {"in time, and no up-time",
-       with_samples(kVlan, "", "", "", {0, 0, 1066, 0}, before),
-       {60, 0},
-       {"restart-unknown"}},
-      {"the clock went back",
-       with_samples(kVlan, "", "", "", {0, 600, 900, 0}, before),
-       {},
-       {"clock-set-back"}},
-      {"within a second",
-       with_samples(kVlan, "", "", "", {0, 600, 1000, 0}, before),
-       {},
-       {"zero-interval"}},
-      {"another type's samples",
-       with_samples(kVlan, rows, "x", "", after, before),
-       {},
-       {"", "", "", "", "not-compared"}},
-      {"rows of another poll",
-       with_samples(kVlan, rows, vlan(1, 130) + vlan(9, 9), vlan(1, 10), after, before),
-       {},
-       {"", "", "", "", "unchanged", "not-in-sample"}},
-  };
-  for (const auto& each : cases) {
-    EXPECT_EQ(codes_of(each.files, each.options), each.codes) << each.what;
-  }
-  OpenFiles other = with_samples(kVlan, rows, rows, rows, after, before);
-  other.main.header.sample_time += 1;
-  match_samples(other, {}, {});
-  EXPECT_NE(other.unmatched, "");
-}
-
 std::string interface(std::uint32_t index, std::string name, double speed, double octets) {
   const auto length = static_cast<std::uint32_t>(name.size());
   name.resize(16);
@@ -287,27 +159,64 @@ std::string interface(std::uint32_t index, std::string name, double speed, doubl
          bytes_of(octets) + std::string(72, '\0');
 }
 
-TEST(Annotate, FollowsInterfaces) {
-  const std::string last = interface(1, "a", 1000, 600) + interface(2, "b", 1000, 60000) +
-                           interface(3, "d", 1000, 5) + interface(4, "e", 4294967295.0, 9e9) +
-                           interface(5, "f", 0, 6);
-  const std::string prev = interface(1, "a", 1000, 0) + interface(2, "c", 1000, 0) +
-                           interface(3, "b", 1000, 10) + interface(4, "e", 1000, 0) +
-                           interface(5, "f", 0, 12);
-  const std::string delta = interface(1, "a", 8, 10) + interface(2, "b", 100, 1000) +
-                            interface(3, "d", 0, 5) + interface(4, "e", 100, 15e7) +
-                            interface(5, "f", 0, -0.1);
-  const OpenFiles files =
-      with_samples(kIfStats, delta, last, prev, {0, 0, 1060, 0}, {0, 0, 1000, 0});
-  EXPECT_EQ(codes_of(files, {}),
-            (std::vector<std::string>{"", "above-speed renamed moved", "reset renamed",
-                                      "speed-unknown", "negative", "reset", "negative",
-                                      "above-speed", "renamed", "moved", "speed-unknown"}));
-  EXPECT_EQ(codes_of(only(delta_file(kEtherStats, std::string(28, '\0') + bytes_of(100.0) +
-                                                      std::string(136, '\0')),
-                          kEtherStats),
-                     {}),
-            (std::vector<std::string>{"above-speed", "above-speed"}));
+TEST(Annotate, TellsWhatTheSamplesShow) {
+  const double top = 18446744073709549568.0;  // the largest count
+  const std::string rows = vlan(1, 2) + vlan(2, 7) + vlan(4, 1) + vlan(5, 5);
+  const struct {
+    const char* what;
+    FileHeader header;  // of the last sample; the one before is of 1000
+    std::string delta;
+    std::string last;
+    std::string prev;
+    std::vector<std::string> codes;
+    std::int32_t delta_late = 0;
+  } cases[] = {
+      {"a rate, a reset, a new row, a wrap; one row is left out, one is gone",
+       {0, 600, 1060, kVlan},
+       rows,
+       vlan(1, 130) + vlan(2, 7) + vlan(3, 9) + vlan(4, 60) + vlan(5, 2),
+       vlan(0, 1) + vlan(1, 10) + vlan(2, 90) + vlan(3, 9) + vlan(5, top),
+       {"", "reset", "new", "", "new", "reset", "unchanged"}},
+      {"a restart; late",
+       {0, 3, 1067, kVlan},
+       "",
+       vlan(1, 1),
+       vlan(1, 1),
+       {"long-interval", "agent-restarted", "unchanged"}},
+      {"in time, and no up-time", {0, 0, 1066, kVlan}, "", "", "", {"restart-unknown"}},
+      {"the clock went back", {0, 600, 900, kVlan}, "", "", "", {"clock-set-back"}},
+      {"within a second", {0, 600, 1000, kVlan}, "", "", "", {"zero-interval"}},
+      {"no samples", {0, 600, 1060, kVlan}, vlan(1, 2), "x", "", {"", "not-compared"}},
+      {"another poll's", {0, 600, 1060, kVlan}, vlan(1, 2), "", "", {"", "not-compared"}, 1},
+      {"rows of another poll",
+       {0, 600, 1060, kVlan},
+       rows,
+       vlan(1, 130) + vlan(9, 9),
+       vlan(1, 10),
+       {"", "", "", "", "unchanged", "not-in-sample"}},
+      {"interfaces that got other names and numbers",
+       {0, 0, 1060, kIfStats},
+       interface(1, "a", 8, 10) + interface(2, "b", 100, 1000) + interface(3, "d", 0, 5) +
+           interface(4, "e", 100, 15e7) + interface(5, "f", 0, -0.1),
+       interface(1, "a", 1000, 600) + interface(2, "b", 1000, 60000) + interface(3, "d", 1000, 5) +
+           interface(4, "e", 4294967295.0, 9e9) + interface(5, "f", 0, 6),
+       interface(1, "a", 1000, 0) + interface(2, "c", 1000, 0) + interface(3, "b", 1000, 10) +
+           interface(4, "e", 1000, 0) + interface(5, "f", 0, 12),
+       {"", "above-speed renamed moved", "reset renamed", "speed-unknown", "negative", "reset",
+        "negative", "above-speed", "renamed", "moved", "speed-unknown"}},
+  };
+  for (const auto& each : cases) {
+    const std::uint32_t type = each.header.type;
+    const std::int32_t end = each.header.sample_time;
+    OpenFiles files = only(type, "");
+    files.main = file_of({end - 1000, 0, end + each.delta_late, type}, each.delta);
+    match_samples(files, file_of(each.header, each.last, FileKind::last),
+                  file_of({0, 500, 1000, type}, each.prev, FileKind::prev));
+    EXPECT_EQ(codes_of(files), each.codes) << each.what;
+  }
+  EXPECT_EQ(
+      codes_of(only(kEtherStats, std::string(28, '\0') + bytes_of(100.0) + std::string(136, '\0'))),
+      (std::vector<std::string>{"above-speed", "above-speed"}));
 }
 
 TEST(HttpRequest, TakesWhatScrapersSendAndNothingElse) {
@@ -336,13 +245,6 @@ TEST(HttpRequest, TakesWhatScrapersSendAndNothingElse) {
     EXPECT_EQ(request.state, each.state) << each.bytes.substr(0, 40);
     EXPECT_EQ(request.path, each.path);
   }
-  Output text(Output::kCollect);
-  Exposition page(text);
-  page.family("a_total", "counter", "Text");
-  page.sample(label("b", "c\\d\"e\nf"), std::numeric_limits<double>::infinity());
-  EXPECT_EQ(text.text(),
-            "# HELP a_total Text\n# TYPE a_total counter\n"
-            "a_total{b=\"c\\\\d\\\"e\\nf\"} +Inf\n");
 }
 
 }  // namespace

@@ -1,0 +1,287 @@
+// check: why is something empty? Looks at all that the daemon needs, and says what to do.
+#include <fmt/color.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "commands/tallyctl.h"
+#include "console/output.h"
+#include "console/terminal.h"
+#include "daemon/collection_types.h"
+#include "daemon/paths.h"
+#include "pipe/pipe_writer.h"
+#include "probes/daemon_probe.h"
+#include "probes/settings_probe.h"
+#include "records/cell_text.h"
+#include "records/collection_files.h"
+#include "records/collection_name.h"
+
+namespace tally {
+namespace {
+
+// Between two polls of a collection that nobody looks at.
+constexpr std::int64_t kIdleInterval = 3600;
+
+// A full poll writes a table again beside the one before: with less room it is likely to fail.
+constexpr std::uint64_t kLeastRoom = 16 << 20;
+
+enum class Level { fine, warning, problem };
+
+struct Finding {
+  Level level;
+  std::string subject;
+  std::string text;
+  std::string advice;  // what to do; empty when nothing is to be done
+};
+
+class Report {
+ public:
+  void add(Level level, std::string subject, std::string text, std::string advice = {}) {
+    findings_.push_back({level, std::move(subject), std::move(text), std::move(advice)});
+  }
+  const std::vector<Finding>& findings() const { return findings_; }
+
+ private:
+  std::vector<Finding> findings_;
+};
+
+void check_daemon(const ToolPaths& paths, Report& report) {
+  const DaemonState daemon = probe_daemon(paths.pid_file);
+  if (daemon.running) {
+    return report.add(Level::fine, "daemon", fmt::format("runs as process {}", *daemon.pid));
+  }
+  report.add(Level::problem, "daemon",
+             !daemon.error.empty()
+                 ? fmt::format("{} cannot be read: {}", paths.pid_file, daemon.error)
+                 : fmt::format("nobody holds the lock of {}", paths.pid_file),
+             daemon.error.empty() ? "start tallyd; if it ends at once, its syslog (local2) says why"
+                                  : "run this as root");
+}
+
+void check_pipe(const ToolPaths& paths, Report& report) {
+  const PipeAnswer pipe = probe_pipe(paths.control_pipe);
+  if (pipe.state == PipeState::read) {
+    return report.add(Level::fine, "pipe",
+                      fmt::format("{} is there, and somebody reads it", paths.control_pipe));
+  }
+  report.add(Level::problem, "pipe", pipe.trouble, pipe.advice);
+}
+
+void check_directory(const ToolPaths& paths, Report& report) {
+  const std::string& directory = paths.data_directory;
+  struct stat status {};
+  if (stat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    return report.add(Level::problem, "directory",
+                      fmt::format("{} is not a directory that can be reached", directory),
+                      fmt::format("mkdir -p {}", directory));
+  }
+  if (access(directory.c_str(), W_OK | X_OK) != 0) {
+    report.add(Level::warning, "directory", fmt::format("{}: {}", directory, std::strerror(errno)),
+               "the daemon, which runs as root, may still write there; check again as root");
+  }
+  struct statvfs room {};
+  if (statvfs(directory.c_str(), &room) != 0) {
+    return report.add(Level::problem, "space",
+                      fmt::format("{}: {}", directory, std::strerror(errno)),
+                      "check the file system");
+  }
+  const std::uint64_t bytes = std::uint64_t{room.f_bavail} * room.f_frsize;
+  const bool inodes = room.f_files == 0 || room.f_favail > 0;
+  report.add(bytes >= kLeastRoom && inodes ? Level::fine : Level::problem, "space",
+             fmt::format("{} octets are free in {}{}",
+                         number_text(static_cast<double>(bytes), NumberStyle::si), directory,
+                         inodes ? "" : ", but no file can be added"),
+             bytes >= kLeastRoom && inodes
+                 ? ""
+                 : "free some: a poll without room puts the sample of before back");
+}
+
+void add_database(Report& report, const char* subject, const std::string& path, DatabaseState state,
+                  const std::string& error, const std::string& content) {
+  switch (state) {
+    case DatabaseState::good:
+      return report.add(Level::fine, subject, content);
+    case DatabaseState::absent:
+      return report.add(
+          Level::warning, subject, fmt::format("{} does not exist: defaults apply", path),
+          "nothing, if the defaults are right; else let the web application write it");
+    case DatabaseState::held:
+      return report.add(Level::problem, subject,
+                        fmt::format("{} is open for writing somewhere", path),
+                        "a reader is refused meanwhile: the writer must close it, then send the "
+                        "reload message");
+    case DatabaseState::unreadable:
+      return report.add(Level::problem, subject, fmt::format("{}: {}", path, error),
+                        "give the daemon the right to read it, or write it anew with gdbmtool");
+  }
+}
+
+void check_preferences(const ToolPaths& paths, Report& report) {
+  const Preferences preferences = read_preferences(paths.preferences);
+  std::string content = fmt::format("the interval is {} s", preferences.interval);
+  if (!preferences.refresh) {
+    content += " (no key 'refresh')";
+  } else if (fmt::to_string(preferences.interval) != *preferences.refresh) {
+    content += fmt::format(" (made of '{}')", printable(*preferences.refresh));
+  }
+  if (preferences.state == DatabaseState::good && preferences.interval < 1) {
+    return report.add(Level::problem, "preferences", content, "store a number from 15 to 3600");
+  }
+  add_database(report, "preferences", paths.preferences, preferences.state, preferences.error,
+               content);
+}
+
+void check_agent(Report& report) {
+  const AgentState agent = probe_agent();
+  if (!agent.answers) {
+    return report.add(
+        Level::problem, "agent",
+        fmt::format("nothing answers the null call at {}:{}", kAgentHost, AGENT_PORT),
+        "start the agent (tapd, or minitapd); tallyd finds it again by itself, unless "
+        "it was away for a quarter of an hour at tallyd's start");
+  }
+  report.add(agent.up_time ? Level::fine : Level::warning, "agent",
+             agent.up_time ? fmt::format("answers at {}:{}, up-time {}", kAgentHost, AGENT_PORT,
+                                         *agent.up_time)
+                           : std::string("answers, but does not tell its up-time"),
+             agent.up_time ? "" : "restarts of it will not be seen; see the agent's log");
+}
+
+void check_supervisor(const ToolPaths& paths, Report& report) {
+  const SupervisorSettings settings =
+      read_supervisor_settings(paths.nmp_settings, paths.appliance_settings);
+  add_database(report, "supervisor settings", paths.nmp_settings, settings.state, settings.error,
+               fmt::format("address {}{}, community {}", printable(settings.address),
+                           settings.default_address ? " (default)" : "",
+                           settings.default_community ? "by default" : "set"));
+  report.add(settings.target_id ? Level::fine : Level::warning, "target id",
+             settings.target_id
+                 ? fmt::format("is {}", *settings.target_id)
+                 : fmt::format("{} has no line QOR_TARGET_ID=N", paths.appliance_settings),
+             settings.target_id ? "" : "without it there are etherstats and supvlan, no ifstats");
+  bool any = false;
+  for (const KindSetting& kind : settings.kinds) {
+    any = any || kind.enabled;
+    report.add(Level::fine, type_stem(kind.type),
+               fmt::format("{} when the daemon starts: {}", kind.enabled ? "enabled" : "disabled",
+                           kind.why),
+               kind.enabled ? ""
+                            : fmt::format("'tallyctl create {}' enables it until then",
+                                          type_stem(kind.type)));
+  }
+  if (!any) return;
+  const SupervisorAnswer answer = probe_supervisor(settings.address, settings.community);
+  const std::string where = fmt::format("{}:{}", printable(settings.address), kNmpPort);
+  switch (answer.state) {
+    case SupervisorState::answers:
+      return report.add(Level::fine, "supervisor",
+                        fmt::format("{} accepts the community; it is up for {}", where,
+                                    duration_text(answer.up_time / 100)));
+    case SupervisorState::unknown_host:
+      return report.add(
+          Level::problem, "supervisor",
+          fmt::format("{} is no address and no known host", printable(settings.address)),
+          "correct NMP_ADDR; with an unknown host tallyd does not start");
+    case SupervisorState::refused:
+      return report.add(Level::problem, "supervisor", fmt::format("{} refuses SNMP", where),
+                        "start its SNMP agent, or correct NMP_ADDR and NMP_COMMSTR");
+    case SupervisorState::silent:
+      return report.add(Level::problem, "supervisor",
+                        fmt::format("{} does not answer within 4 s", where),
+                        "a wrong community is answered by silence: compare NMP_COMMSTR with the "
+                        "supervisor's; then look at the network");
+  }
+}
+
+void check_collections(const ToolPaths& paths, Report& report) {
+  std::string error;
+  const auto collections = present_collections(paths.data_directory, error);
+  if (collections.empty()) {
+    return report.add(Level::warning, "collections", "there are no collection files",
+                      "'tallyctl create host 1' starts one; its first rates come with the second "
+                      "poll");
+  }
+  for (const Collection& collection : collections) {
+    const OpenFiles files = open_files(paths.data_directory, collection, FileKind::delta,
+                                       Samples::none, std::chrono::milliseconds{200});
+    const std::string name = title(collection);
+    if (files.main.state == FileState::absent) {
+      report.add(Level::warning, name, "there is a sample but no delta file yet",
+                 fmt::format("wait for the second poll, or 'tallyctl view {}'", name));
+      continue;
+    }
+    if (!files.main.good()) {
+      report.add(Level::problem, name, "the delta file: " + files.main.remark,
+                 fmt::format("if it stays so, 'tallyctl create {}'", name));
+      continue;
+    }
+    const std::int64_t age = std::time(nullptr) - files.main.header.sample_time;
+    const bool stale = age > kIdleInterval + files.main.header.interval;
+    report.add(stale ? Level::problem : Level::fine, name,
+               fmt::format("{} rates, {} old", files.main.count(), duration_text(age)),
+               stale ? "it is not polled any more: destroyed and left behind, or the daemon or its "
+                       "source is away"
+                     : "");
+  }
+}
+
+constexpr const char* kLevelWords[] = {"ok", "warning", "problem"};
+
+std::string as_text(const std::vector<Finding>& findings, bool colour) {
+  constexpr fmt::terminal_color kColours[] = {
+      fmt::terminal_color::green, fmt::terminal_color::yellow, fmt::terminal_color::red};
+  std::size_t width = 0;
+  for (const Finding& finding : findings) width = std::max(width, finding.subject.size());
+  std::string text;
+  for (const Finding& finding : findings) {
+    const auto level = static_cast<std::size_t>(finding.level);
+    std::string word = fmt::format("{:<7}", kLevelWords[level]);
+    if (colour) word = fmt::format(fg(kColours[level]), "{}", word);
+    text += fmt::format("{}  {:<{}}  {}\n", word, finding.subject, width, finding.text);
+    if (!finding.advice.empty()) {
+      text += fmt::format("{:{}}  -> {}\n", "", width + 9, finding.advice);
+    }
+  }
+  return text;
+}
+
+std::string as_json(const std::vector<Finding>& findings) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const Finding& finding : findings) {
+    list.push_back({{"level", kLevelWords[static_cast<std::size_t>(finding.level)]},
+                    {"subject", finding.subject},
+                    {"text", finding.text},
+                    {"advice", finding.advice}});
+  }
+  return list.dump(2) + '\n';
+}
+
+}  // namespace
+
+ExitCode check(const ToolPaths& paths, bool json) {
+  Report report;
+  check_daemon(paths, report);
+  check_pipe(paths, report);
+  check_directory(paths, report);
+  check_preferences(paths, report);
+  check_agent(report);
+  check_supervisor(paths, report);
+  check_collections(paths, report);
+  Output output(STDOUT_FILENO);
+  output << (json ? as_json(report.findings())
+                  : as_text(report.findings(), look_at_terminal().colour));
+  output.flush();
+  if (!report_output(output)) return kAbsent;
+  const bool problem = std::any_of(report.findings().begin(), report.findings().end(),
+                                   [](const Finding& f) { return f.level == Level::problem; });
+  return problem ? kAbsent : kDone;
+}
+
+}  // namespace tally

@@ -1,0 +1,320 @@
+// The command line.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <csignal>
+#include <functional>
+
+#include "commands/tallyctl.h"
+#include "console/terminal.h"
+#include "daemon/collection_types.h"
+#include "daemon/paths.h"
+
+namespace tally {
+namespace {
+
+using std::chrono::seconds;
+
+using Action = std::function<ExitCode()>;
+
+// Words is what the options and arguments of all commands are read into.
+struct Words {
+  std::vector<std::string> collections;
+  std::string file = "delta";
+  std::string colour = "auto";
+  std::int32_t interval = 0;
+  double line_speed = 0;  // Mbit/s
+  unsigned keep = 0;
+  unsigned wait = 5;
+  unsigned every = 5;
+  unsigned count = 0;
+  unsigned duration = 0;
+  bool json = false;
+  bool csv = false;
+  bool no_notes = false;
+  bool no_viewing = false;
+  ViewOptions view;
+  RecordOptions record;
+  MetricsOptions metrics;
+};
+
+// Builder adds commands to the command line; each sets the action that it stands for.
+struct Builder {
+  CLI::App& app;
+  Words& words;
+  const ToolPaths& paths;
+  Action& action;
+
+  CLI::App& add(const char* name, const char* help, Action run) const {
+    CLI::App* command = app.add_subcommand(name, help);
+    command->callback([this, run = std::move(run)] { action = run; });
+    return *command;
+  }
+};
+
+std::optional<seconds> duration_of(const Words& words) {
+  return words.duration == 0 ? std::nullopt : std::optional(seconds{words.duration});
+}
+
+std::vector<Collection> collections_of(const Words& words) {
+  return parse_collections(words.collections);
+}
+
+void add_collection(CLI::App& command, Words& words, const char* help, bool required = true) {
+  CLI::Option* option = command.add_option("collection", words.collections, help);
+  option->type_name("TYPE [INDEX]");
+  if (required) option->required();
+}
+
+void add_duration(CLI::App& command, Words& words) {
+  command.add_option("--seconds", words.duration, "End after this time")
+      ->check(CLI::Range(1, 31'536'000))
+      ->type_name("SECONDS");
+}
+
+struct MessageCommand {
+  const char* name;
+  MessageType type;
+  bool names_collection;
+  const char* help;
+};
+
+constexpr MessageCommand kMessageCommands[] = {
+    {"create", MessageType::create, true, "Start a collection anew, from an empty history"},
+    {"destroy", MessageType::destroy, true, "End a collection and remove its files"},
+    {"viewing", MessageType::viewing, true, "Tell the daemon that somebody looks at a collection"},
+    {"interval", MessageType::set_interval, false, "Set the interval of polls that are looked at"},
+    {"reload", MessageType::reload_settings, false, "Read the supervisor settings again"},
+    {"rescan", MessageType::rescan, false, "Scan the agent's control tables again"},
+    {"stop", MessageType::terminate, false, "End the daemon"},
+};
+
+// The daemon takes the nearest of these for an interval outside.
+constexpr std::int32_t kShortestInterval = 15;
+constexpr std::int32_t kLongestInterval = 3600;
+
+// note_odd tells of messages that do not do what they say.
+void note_odd(MessageType type, const ControlMessage& message) {
+  const bool starts = type == MessageType::create || type == MessageType::viewing;
+  if (starts && message.collection_type == kDsMatrix) {
+    complain("note: the daemon only logs this message when it names dsmatrix");
+  }
+  const auto interval = static_cast<std::int32_t>(message.collection_type);
+  if (type == MessageType::set_interval &&
+      (interval < kShortestInterval || interval > kLongestInterval)) {
+    complain(fmt::format("note: the daemon takes {} s for {} s",
+                         std::clamp(interval, kShortestInterval, kLongestInterval), interval));
+  }
+}
+
+ExitCode run_message(const ToolPaths& paths, const MessageCommand& command, const Words& words) {
+  ControlMessage message{static_cast<std::uint32_t>(command.type), 0, 0};
+  if (command.names_collection) {
+    const Collection collection = parse_collection(words.collections);
+    message.collection_type = collection.type;
+    message.collection_index = collection.index;
+    if (words.keep != 0) {
+      note_odd(command.type, message);
+      return keep_viewing(paths, {collection}, seconds{words.keep});
+    }
+  } else if (command.type == MessageType::set_interval) {
+    message.collection_type = static_cast<std::uint32_t>(words.interval);
+  }
+  note_odd(command.type, message);
+  return send(paths, message);
+}
+
+void add_message(const Builder& builder, const MessageCommand& command) {
+  Words& words = builder.words;
+  CLI::App& sub = builder.add(command.name, command.help, [&builder, &command] {
+    return run_message(builder.paths, command, builder.words);
+  });
+  if (command.names_collection) add_collection(sub, words, "Which one");
+  if (command.type == MessageType::set_interval) {
+    sub.add_option("seconds", words.interval, "15 to 3600")->required()->type_name("SECONDS");
+  }
+  if (command.type == MessageType::viewing) {
+    sub.add_option("--keep", words.keep, "Tell it every SECONDS (5) until interrupted")
+        ->expected(0, 1)
+        ->default_str("5")
+        ->check(CLI::Range(1, 3600))
+        ->type_name("[SECONDS]");
+  }
+}
+
+// The options that say which rows are shown, and how.
+void add_view_options(CLI::App& command, Words& words) {
+  ViewOptions& view = words.view;
+  command.add_option("--top", view.top, "Show the first N rows of an order; 0: all")
+      ->type_name("N");
+  command.add_option("--sort", view.sort, "Order by a column: values falling, keys rising")
+      ->type_name("COLUMN");
+  command.add_flag("--reverse", view.reversed, "The other way round");
+  command
+      .add_option("--where", view.where,
+                  "Only rows with COLUMN=PATTERN, COLUMN!=PATTERN, COLUMN<N or COLUMN>N")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->type_name("CONDITION");
+  command
+      .add_option("--line-speed", words.line_speed,
+                  "Speed of an agent's source, to mark rates above it")
+      ->check(CLI::PositiveNumber)
+      ->type_name("MBIT/S");
+  command.add_flag("--no-notes", words.no_notes, "Do not compare rows with the samples");
+  command.add_flag("--si", view.si, "Round values, with a prefix: 1.23M");
+  command.add_option("--color", words.colour, "auto: on a terminal without NO_COLOR; or never")
+      ->check(CLI::IsMember({"auto", "never"}))
+      ->type_name("WHEN");
+}
+
+ViewOptions view_of(const Words& words) {
+  ViewOptions view = words.view;
+  view.format = words.json ? Format::json : words.csv ? Format::csv : Format::table;
+  view.file = *parse_file_kind(words.file);
+  view.notes = !words.no_notes;
+  view.line_speed = words.line_speed * 1e6;
+  view.no_colour = words.colour == "never";
+  return view;
+}
+
+void add_show(const Builder& builder) {
+  Words& words = builder.words;
+  CLI::App& sub = builder.add("show", "Print one file of a collection", [&builder] {
+    const Words& read = builder.words;
+    return show(builder.paths, parse_collection(read.collections), view_of(read),
+                seconds{read.wait});
+  });
+  add_collection(sub, words, "Which one");
+  sub.add_option("--file", words.file, "delta (rates, the default), last or prev (counts)")
+      ->check(CLI::IsMember({"delta", "last", "prev"}))
+      ->type_name("KIND");
+  CLI::Option* json = sub.add_flag("-j,--json", words.json, "As one JSON object");
+  sub.add_flag("--csv", words.csv, "As CSV")->excludes(json);
+  add_view_options(sub, words);
+  sub.add_option("--wait", words.wait, "For a file that is being written; default 5")
+      ->check(CLI::Range(0, 3600))
+      ->type_name("SECONDS");
+}
+
+void add_watch(const Builder& builder) {
+  Words& words = builder.words;
+  CLI::App& sub =
+      builder.add("watch", "Show collections live, and keep the daemon polling them", [&builder] {
+        const Words& read = builder.words;
+        WatchOptions options;
+        options.collections = collections_of(read);
+        options.view = view_of(read);
+        options.viewing = !read.no_viewing;
+        options.viewing_period = seconds{read.every};
+        if (read.count != 0) options.count = read.count;
+        options.duration = duration_of(read);
+        return watch(builder.paths, options);
+      });
+  add_collection(sub, words, "One or several");
+  add_view_options(sub, words);
+  sub.add_option("--every", words.every, "Tell the daemon so often; default 5")
+      ->check(CLI::Range(1, 3600))
+      ->type_name("SECONDS");
+  sub.add_flag("--no-viewing", words.no_viewing, "Do not tell the daemon that somebody looks");
+  sub.add_option("--count", words.count, "End when the rates of each were shown N times")
+      ->check(CLI::Range(1, 1'000'000))
+      ->type_name("N");
+  add_duration(sub, words);
+}
+
+void add_view(const Builder& builder) {
+  CLI::App& sub =
+      builder.add("view", "Keep the daemon polling collections, until interrupted", [&builder] {
+        return keep_viewing(builder.paths, collections_of(builder.words),
+                            seconds{builder.words.every});
+      });
+  add_collection(sub, builder.words, "One or several");
+  sub.add_option("--every", builder.words.every, "Tell the daemon so often; default 5")
+      ->check(CLI::Range(1, 3600))
+      ->type_name("SECONDS");
+}
+
+void add_status_and_check(const Builder& builder) {
+  const auto json = [&](CLI::App& sub) {
+    sub.add_flag("-j,--json", builder.words.json, "As JSON");
+  };
+  json(builder.add("status", "Tell whether the daemon runs, and how old its files are",
+                   [&builder] { return status(builder.paths, builder.words.json); }));
+  json(builder.add("check", "Look for reasons why something is empty, and say what to do",
+                   [&builder] { return check(builder.paths, builder.words.json); }));
+}
+
+void add_record(const Builder& builder) {
+  RecordOptions& options = builder.words.record;
+  CLI::App& sub = builder.add("record", "Keep a history of rates, until interrupted", [&builder] {
+    RecordOptions read = builder.words.record;
+    if (read.rrd_directory.empty() == read.csv_directory.empty()) {
+      throw UsageError("record needs one of --rrd DIR and --csv DIR");
+    }
+    read.collections = collections_of(builder.words);
+    read.duration = duration_of(builder.words);
+    return record(builder.paths, read);
+  });
+  add_collection(sub, builder.words, "One or several; default: all that have files", false);
+  CLI::Option* rrd = sub.add_option("--rrd", options.rrd_directory,
+                                    "Into round robin databases, one for each row");
+  sub.add_option("--csv", options.csv_directory, "Into CSV files, one for each collection")
+      ->excludes(rrd)
+      ->type_name("DIR");
+  rrd->type_name("DIR");
+  sub.add_option("--top", options.top, "Only the N busiest rows of each interval; 0: all")
+      ->type_name("N");
+  add_duration(sub, builder.words);
+}
+
+void add_metrics(const Builder& builder) {
+  MetricsOptions& options = builder.words.metrics;
+  CLI::App& sub = builder.add("metrics", "Print the last samples for Prometheus", [&builder] {
+    MetricsOptions read = builder.words.metrics;
+    read.scope.collections = collections_of(builder.words);
+    return metrics(builder.paths, read);
+  });
+  add_collection(sub, builder.words, "One or several; default: all that have files", false);
+  sub.add_option("--top", options.scope.top,
+                 "Rows of each collection with series of their own; default 50")
+      ->type_name("N");
+  CLI::Option* file =
+      sub.add_option("--textfile", options.textfile, "Put the page in the place of FILE at once");
+  file->type_name("FILE");
+  sub.add_option("--listen", options.listen, "Serve it at /metrics; only a PORT: on 127.0.0.1")
+      ->excludes(file)
+      ->type_name("[ADDR:]PORT");
+}
+
+}  // namespace
+
+int tallyctl(int argc, const char* const* argv, const ToolPaths& paths) {
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  CLI::App app("Controls tallyd and shows the rates that it keeps.", "tallyctl");
+  app.set_help_flag("-h,--help", "Print this help");
+  app.set_version_flag("-V,--version", std::string("tallyctl ") + kVersion, "Print the version");
+  app.require_subcommand(1);
+  Words words;
+  Action action;
+  const Builder builder{app, words, paths, action};
+  for (const MessageCommand& command : kMessageCommands) add_message(builder, command);
+  add_view(builder);
+  add_show(builder);
+  add_watch(builder);
+  add_status_and_check(builder);
+  add_record(builder);
+  add_metrics(builder);
+  try {
+    app.parse(argc, argv);
+    return action();
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kUsage;
+  } catch (const UsageError& error) {
+    complain(error.what());
+    return kUsage;
+  }
+}
+
+}  // namespace tally

@@ -1,0 +1,101 @@
+// show: one file of a collection, as a table, JSON or CSV.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "commands/tallyctl.h"
+#include "console/output.h"
+#include "console/terminal.h"
+#include "probes/settings_probe.h"
+#include "views/row_export.h"
+#include "views/view.h"
+
+namespace tally {
+namespace {
+
+// export_rows streams the rows, unless they have to be put in order first.
+ExitCode export_rows(const OpenFiles& files, const ViewOptions& options, const RowFilter& filter,
+                     const RowOrder& order, const AnnotateOptions& annotate) {
+  const RecordLayout& layout = *files.main.layout;
+  Output output(STDOUT_FILENO);
+  const auto document = options.format == Format::json ? make_json_export(layout, output)
+                                                       : make_csv_export(layout, output);
+  document->begin(files, annotate);
+  std::vector<FileNote> notes;
+  if (order.column || order.top != 0) {
+    const LoadedView loaded = load_view(files, filter, order, options.notes ? &annotate : nullptr);
+    for (const Row& row : loaded.view.rows) document->row(row.record, row.notes);
+    notes = loaded.view.notes;
+  } else {
+    std::optional<Annotator> annotator;
+    if (options.notes) annotator.emplace(files, annotate);
+    Records records = files.main.records();
+    const unsigned char* record = nullptr;
+    while (output.good() && (record = records.next()) != nullptr) {
+      const RowNotes row_notes = annotator ? annotator->next(record) : RowNotes{0};
+      if (filter.empty() || filter.accepts(record)) document->row(record, row_notes);
+    }
+    if (annotator && output.good()) notes = annotator->finish();
+  }
+  document->end(notes);
+  output.flush();
+  if (!report_output(output)) return kAbsent;
+  if (options.format == Format::csv) {
+    for (const FileNote& note : notes) complain(fmt::format("note: {}", note.text));
+  }
+  return kDone;
+}
+
+ExitCode print_table(const OpenFiles& files, const ViewOptions& options, const RowFilter& filter,
+                     const RowOrder& order, const AnnotateOptions& annotate) {
+  const LoadedView loaded = load_view(files, filter, order, options.notes ? &annotate : nullptr);
+  const TableStyle style{options.si ? NumberStyle::si : NumberStyle::exact,
+                         look_at_terminal().colour && !options.no_colour, 0};
+  Output output(STDOUT_FILENO);
+  output << table_text(loaded.view, style);
+  output.flush();
+  return report_output(output) ? kDone : kAbsent;
+}
+
+}  // namespace
+
+ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOptions& options,
+              std::chrono::milliseconds patience) {
+  const std::string name = title(collection);
+  const RecordLayout* layout = record_layout(collection.type, options.file);
+  if (layout == nullptr) {
+    throw UsageError(fmt::format("{} has no {} file: the daemon keeps its samples in memory", name,
+                                 file_kind_name(options.file)));
+  }
+  const RowFilter filter(*layout, options.where);
+  const RowOrder order = order_for(*layout, options.sort, options.reversed, options.top);
+  const std::string path = file_path(paths.data_directory, collection, options.file);
+  const OpenFiles files =
+      open_files(paths.data_directory, collection, options.file,
+                 options.notes ? Samples::both : Samples::none, patience, [&] {
+                   complain(fmt::format("{}: the daemon is writing {}; waiting up to {} s", name,
+                                        path, patience.count() / 1000));
+                 });
+  if (!files.main.good()) {
+    complain(fmt::format("{}: {}: {}", name, path, files.main.remark));
+    if (files.main.state == FileState::absent) {
+      complain(
+          fmt::format("hint: 'tallyctl create {}' starts a collection; the first poll makes "
+                      "the last file, the second the others",
+                      name));
+    }
+    return kAbsent;
+  }
+  const AnnotateOptions annotate{planned_interval(paths.preferences), options.line_speed};
+  const ExitCode code = options.format == Format::table
+                            ? print_table(files, options, filter, order, annotate)
+                            : export_rows(files, options, filter, order, annotate);
+  if (code == kDone && files.main.count() == 0) {
+    complain(fmt::format("{}: only a header: {}", name,
+                         options.file == FileKind::delta
+                             ? "no counter changed, or the disk was full"
+                             : "the table had no rows, or the agent did not answer"));
+  }
+  return code;
+}
+
+}  // namespace tally

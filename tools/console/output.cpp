@@ -1,0 +1,33 @@
+#include "console/output.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "console/terminal.h"
+
+namespace tally {
+
+bool Output::flush() {
+  std::size_t done = 0;
+  while (error_ == 0 && done < text_.size()) {
+    const ssize_t written = write(fd_, text_.data() + done, text_.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) error_ = errno;
+    if (written > 0) done += static_cast<std::size_t>(written);
+  }
+  text_.clear();
+  return good();
+}
+
+bool report_output(const Output& output) {
+  if (output.good()) return true;
+  if (output.error() != EPIPE) {
+    complain(fmt::format("cannot write to standard output: {}", std::strerror(output.error())));
+  }
+  return false;
+}
+
+}  // namespace tally

@@ -1,0 +1,121 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include "console/output.h"
+#include "files/unique_fd.h"
+#include "history/history.h"
+#include "views/row_export.h"
+
+namespace tally {
+namespace {
+
+std::string file_of(const std::string& directory, const Collection& collection) {
+  std::string name = title(collection);
+  for (char& character : name) {
+    if (character == ' ') character = '_';
+  }
+  return directory + '/' + name + ".csv";
+}
+
+// append_whole appends a text to a file, all of it or nothing. Returns an errno value or 0.
+int append_whole(int fd, const std::string& text, off_t size) {
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t written = write(fd, text.data() + done, text.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      const int error = written < 0 ? errno : ENOSPC;
+      (void)ftruncate(fd, size);
+      return error;
+    }
+    done += static_cast<std::size_t>(written);
+  }
+  return 0;
+}
+
+class CsvHistory final : public History {
+ public:
+  explicit CsvHistory(std::string directory) : directory_(std::move(directory)) {}
+
+  std::int64_t last_end(const Collection& collection) override;
+  std::string keep(const Interval& interval) override;
+
+ private:
+  std::string directory_;
+  std::map<std::string, std::int64_t> ends_;  // by path
+};
+
+// last_end finds the time that the last line begins with.
+std::int64_t CsvHistory::last_end(const Collection& collection) {
+  constexpr off_t kTail = 4096;  // more than the longest line
+  const std::string path = file_of(directory_, collection);
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  std::string tail(kTail, '\0');
+  const off_t from = std::max<off_t>(status.st_size - kTail, 0);
+  const ssize_t got = pread(fd.get(), tail.data(), tail.size(), from);
+  tail.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+  if (!tail.empty() && tail.back() == '\n') tail.pop_back();
+  const std::size_t line = tail.rfind('\n');
+  std::int64_t end = 0;
+  if (line != std::string::npos) {
+    std::from_chars(tail.data() + line + 1, tail.data() + tail.size(), end);
+  }
+  ends_[path] = end;
+  return end;
+}
+
+std::string CsvHistory::keep(const Interval& interval) {
+  const std::string path = file_of(directory_, interval.collection);
+  const UniqueFd fd(open(
+      path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0644));
+  struct stat status {};
+  if (!fd || fstat(fd.get(), &status) != 0) {
+    return fmt::format("{}: {}", path, std::strerror(errno));
+  }
+  if (!S_ISREG(status.st_mode)) return fmt::format("{}: not a regular file", path);
+
+  // The rows come from the one writer of CSV; time and interval are put in front of each line.
+  Output output(Output::kCollect);
+  const auto rows = make_csv_export(interval.layout, output);
+  rows->begin({}, {});
+  std::string text;
+  const auto take_line = [&](const std::string& front) {
+    text += front + output.text();
+    output.text().clear();
+  };
+  if (status.st_size == 0) take_line("time,interval,");
+  output.text().clear();
+  const std::int64_t begin = interval.end - interval.seconds;
+  std::int64_t& end = ends_[path];
+  if (end != 0 && end < begin) {
+    std::size_t columns = 0;
+    for (const Column& column : interval.layout.columns) columns += is_visible(column.kind) ? 1 : 0;
+    text += fmt::format("{},{},{:,>{}}gap\n", begin, begin - end, "", columns);
+  }
+  const std::string front = fmt::format("{},{},", interval.end, interval.seconds);
+  for (const Row& row : interval.rows) {
+    rows->row(row.record, row.notes);
+    take_line(front);
+  }
+  if (const int error = append_whole(fd.get(), text, status.st_size); error != 0) {
+    return fmt::format("{}: {}; this interval is missing there", path, std::strerror(error));
+  }
+  end = interval.end;
+  return {};
+}
+
+}  // namespace
+
+std::unique_ptr<History> make_csv_history(const std::string& directory) {
+  return std::make_unique<CsvHistory>(directory);
+}
+
+}  // namespace tally

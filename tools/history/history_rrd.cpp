@@ -1,0 +1,173 @@
+#include <fmt/format.h>
+#include <rrd.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "daemon/collection_types.h"
+#include "history/history.h"
+#include "records/cell_text.h"
+
+namespace tally {
+namespace {
+
+// The longest interval that is one: an hour between two polls that nobody waits for, and as much
+// again in case one of them failed. Gaps are told by updates of their own.
+constexpr int kHeartbeat = 7200;
+
+// How many octets of a data source's name librrd stores.
+constexpr std::size_t kLongestName = 19;
+
+std::string take_error() {
+  std::string error = rrd_get_error() != nullptr ? rrd_get_error() : "unknown";
+  rrd_clear_error();
+  return error;
+}
+
+std::string directory_of(const std::string& directory, const Collection& collection) {
+  return is_agent_type(collection.type)
+             ? fmt::format("{}/{}_{}", directory, type_stem(collection.type), collection.index)
+             : fmt::format("{}/{}", directory, type_stem(collection.type));
+}
+
+class RrdHistory final : public History {
+ public:
+  RrdHistory(std::string directory, std::int32_t step)
+      : directory_(std::move(directory)), step_(step) {}
+
+  std::int64_t last_end(const Collection& collection) override;
+  std::string keep(const Interval& interval) override;
+
+ private:
+  std::string create(const std::string& file, const Interval& interval) const;
+  std::string update(const std::string& file, const Interval& interval, const Row& row) const;
+
+  std::string directory_;
+  std::int32_t step_;
+};
+
+// last_end is that of the database which was updated last.
+std::int64_t RrdHistory::last_end(const Collection& collection) {
+  std::int64_t end = 0;
+  std::error_code code;
+  const std::filesystem::directory_iterator files(directory_of(directory_, collection), code);
+  for (const auto& file : files) {
+    if (file.path().extension() != ".rrd") continue;
+    const std::int64_t last = rrd_last_r(file.path().c_str());
+    if (last < 0) rrd_clear_error();
+    end = std::max(end, last);
+  }
+  return end;
+}
+
+std::string RrdHistory::create(const std::string& file, const Interval& interval) const {
+  std::vector<std::string> words;
+  for (const Column& column : interval.layout.columns.subspan(interval.layout.key_columns)) {
+    words.push_back(fmt::format("DS:{}:GAUGE:{}:U:U", rrd_source_name(column), kHeartbeat));
+  }
+  for (const char* archive : {"RRA:AVERAGE:0.5:1:1440", "RRA:AVERAGE:0.5:10:1008",
+                              "RRA:AVERAGE:0.5:60:1488", "RRA:MAX:0.5:60:1488"}) {
+    words.emplace_back(archive);
+  }
+  std::vector<const char*> pointers;
+  for (const std::string& word : words) pointers.push_back(word.c_str());
+  const auto begin = static_cast<time_t>(interval.end - interval.seconds);
+  if (rrd_create_r(file.c_str(), static_cast<unsigned long>(step_), begin,
+                   static_cast<int>(pointers.size()), pointers.data()) != 0) {
+    return take_error();
+  }
+  return {};
+}
+
+std::string RrdHistory::update(const std::string& file, const Interval& interval,
+                               const Row& row) const {
+  const std::int64_t last = rrd_last_r(file.c_str());
+  if (last < 0) return take_error();
+  if (last >= interval.end) return {};
+  // A value counts since the update before it: so much of it as the interval does not cover is
+  // made unknown first.
+  std::string gap = fmt::to_string(interval.end - interval.seconds);
+  std::string values = fmt::to_string(interval.end);
+  for (std::size_t i = interval.layout.key_columns; i < interval.layout.columns.size(); ++i) {
+    gap += ":U";
+    values += is_rate(row.notes)
+                  ? fmt::format(":{}", number_text(value_of(interval.layout, row.record, i),
+                                                   NumberStyle::exact))
+                  : ":U";
+  }
+  std::vector<const char*> updates;
+  if (last < interval.end - interval.seconds) updates.push_back(gap.c_str());
+  updates.push_back(values.c_str());
+  if (rrd_update_r(file.c_str(), nullptr, static_cast<int>(updates.size()), updates.data()) != 0) {
+    return take_error();
+  }
+  return {};
+}
+
+std::string RrdHistory::keep(const Interval& interval) {
+  const std::string directory = directory_of(directory_, interval.collection);
+  if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) {
+    return fmt::format("{}: {}", directory, std::strerror(errno));
+  }
+  std::size_t failures = 0;
+  std::string first;
+  for (const Row& row : interval.rows) {
+    const std::string file =
+        fmt::format("{}/{}.rrd", directory, row_file_name(interval.layout, row.record));
+    std::string error;
+    std::error_code code;
+    if (!std::filesystem::exists(file, code)) error = create(file, interval);
+    if (error.empty()) error = update(file, interval, row);
+    if (error.empty()) continue;
+    if (++failures == 1) first = error;
+  }
+  if (failures == 0) return {};
+  return fmt::format("{}: {} of {} rows could not be kept; the first: {}", directory, failures,
+                     interval.rows.size(), first);
+}
+
+}  // namespace
+
+std::string rrd_source_name(const Column& column) {
+  constexpr std::pair<const char*, const char*> kShorter[] = {
+      {"packets", "pkts"},       {"_to_", "_"},          {"_octets", "_oct"},
+      {"non_unicast", "nucast"}, {"broadcast", "bcast"}, {"multicast", "mcast"},
+      {"unicast", "ucast"},      {"discarded", "disc"},  {"utilisation", "util"},
+      {"crc_align", "crc"},      {"error", "err"},
+  };
+  std::string name = column.metric;
+  for (const auto& [word, shorter] : kShorter) {
+    const std::size_t at = name.find(word);
+    if (at != std::string::npos) name.replace(at, std::strlen(word), shorter);
+  }
+  return name.substr(0, kLongestName);
+}
+
+std::string row_file_name(const RecordLayout& layout, const unsigned char* record) {
+  std::string file;
+  for (std::size_t i = 0; i < layout.key_columns; ++i) {
+    const ColumnKind kind = layout.columns[i].kind;
+    if (!is_visible(kind)) continue;
+    if (!file.empty()) file += '_';
+    for (const char character : cell_text(layout, record, i, NumberStyle::exact)) {
+      const bool plain = std::isalnum(static_cast<unsigned char>(character)) != 0 ||
+                         character == '-' || character == '.';
+      if (plain) {
+        file += character;
+      } else if (character == ':' && kind != ColumnKind::name) {
+        file += '-';
+      } else {
+        file += fmt::format("%{:02X}", static_cast<unsigned char>(character));
+      }
+    }
+  }
+  return file;
+}
+
+std::unique_ptr<History> make_rrd_history(const std::string& directory, std::int32_t step) {
+  return std::make_unique<RrdHistory>(directory, step);
+}
+
+}  // namespace tally

@@ -1,0 +1,26 @@
+// All that there is to scrape, as one page in the Prometheus text format.
+//
+// Counters are those of the last samples. So that the number of series stays bounded whatever the
+// network does, the rows with the highest counts have series of their own (labels from their keys)
+// and all others are summed up; sums over all rows are counters, sums over the others are gauges,
+// because they fall when a row gets series of its own.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "console/output.h"
+#include "probes/tool_paths.h"
+#include "records/collection_name.h"
+
+namespace tally {
+
+struct MetricsScope {
+  std::vector<Collection> collections;  // none: every collection that has files
+  std::size_t top = 50;                 // rows of each collection; the rest is summed up
+};
+
+// write_metrics_page never fails: what cannot be read is told by the page itself.
+void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Output& output);
+
+}  // namespace tally

@@ -1,0 +1,269 @@
+#include "records/annotate.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "daemon/collection_types.h"
+#include "records/cell_text.h"
+
+namespace tally {
+namespace {
+
+// A file with more interfaces than this is no file of the daemon; names beyond are not looked at,
+// so that memory stays bounded whatever the bytes are.
+constexpr std::size_t kMostNames = 65536;
+
+constexpr std::size_t kMovesTold = 5;
+
+// A poll is late when it comes more than this after its time: the daemon counts whole seconds, and
+// a poll waits for the one before it.
+constexpr std::int32_t late_after(std::int32_t planned) {
+  return std::max(planned / 10, 2);
+}
+
+// ifSpeed is a Gauge32 and stays at its maximum for everything faster (RFC 2863).
+constexpr double kSpeedLimit = 4294967295.0;
+
+std::uint32_t index_of(const unsigned char* record) {
+  return number_at(record);
+}
+
+bool same_field(const RecordLayout& layout, std::size_t column, const unsigned char* left,
+                const unsigned char* right) {
+  const std::size_t offset = layout.offsets[column] - sizeof(std::uint32_t);
+  return std::memcmp(left + offset, right + offset, 16 + sizeof(std::uint32_t)) == 0;
+}
+
+void add_restart_note(const OpenFiles& files, std::vector<FileNote>& notes) {
+  if (!files.prev || !is_agent_type(files.collection.type)) return;
+  const FileHeader& newer = files.last ? files.last->header : files.main.header;
+  const std::uint32_t before = files.prev->header.up_time;
+  if (before == 0 || newer.up_time == 0) {
+    notes.push_back({"restart-unknown",
+                     "the agent's up-time is unknown, so a restart between the samples would not "
+                     "show"});
+  } else if (newer.up_time < before) {
+    notes.push_back({"agent-restarted",
+                     fmt::format("the agent restarted between the samples (its up-time fell from "
+                                 "{} to {}): counts of before are lost",
+                                 before, newer.up_time)});
+  }
+}
+
+void add_interval_note(const OpenFiles& files, const AnnotateOptions& options,
+                       std::vector<FileNote>& notes) {
+  const std::int32_t interval = files.main.header.interval;
+  if (files.kind != FileKind::delta) return;
+  if (interval < 0) {
+    notes.push_back({"clock-set-back",
+                     fmt::format("the clock was set back by {} s between the samples: all rates "
+                                 "are almost 0",
+                                 -std::int64_t{interval})});
+  } else if (interval == 0) {
+    notes.push_back({"zero-interval", "both samples are of one second: rates are plain counts"});
+  } else if (options.planned_interval &&
+             interval > *options.planned_interval + late_after(*options.planned_interval)) {
+    notes.push_back(
+        {"long-interval",
+         fmt::format("the interval is {} s, planned are {} s: nobody was looking (then it is an "
+                     "hour), a message changed the plan, or polls failed in between",
+                     interval, *options.planned_interval)});
+  }
+}
+
+}  // namespace
+
+std::vector<FileNote> time_notes(const OpenFiles& files, const AnnotateOptions& options) {
+  std::vector<FileNote> notes;
+  add_interval_note(files, options, notes);
+  add_restart_note(files, notes);
+  return notes;
+}
+
+const std::array<RowNoteText, kRowNoteCount>& row_note_texts() {
+  static constexpr std::array<RowNoteText, kRowNoteCount> kTexts{{
+      {"new", "have no sample before: their whole count is spread over the interval"},
+      {"reset", "hold a raw count, not a rate: a counter went down since the sample before"},
+      {"negative", "hold a rate below 0: counters of 64 and of 32 bits met"},
+      {"above-speed", "are above the line speed, or were cut at 100 percent"},
+      {"unchanged",
+       "have not changed since the sample before: idle, or carried forward because the agent left "
+       "them out (the files cannot tell which)"},
+      {"renamed", "belong to an interface index that had another name before"},
+      {"moved", "belong to an interface name that had another index before"},
+      {"speed-unknown",
+       "belong to an interface faster than ifSpeed can say: their utilisation is too high"},
+  }};
+  return kTexts;
+}
+
+std::string row_note_codes(RowNotes notes, const char* separator) {
+  std::string codes;
+  for (std::size_t bit = 0; bit < kRowNoteCount; ++bit) {
+    if ((notes >> bit & 1) == 0) continue;
+    if (!codes.empty()) codes += separator;
+    codes += row_note_texts()[bit].code;
+  }
+  return codes;
+}
+
+Annotator::Annotator(const OpenFiles& files, const AnnotateOptions& options)
+    : files_(files), options_(options), shown_(*files.main.layout) {
+  if (files.last) last_ = files.last->records();
+  if (!files.prev) return;
+  samples_ = files.prev->layout;
+  prev_ = files.prev->records();
+  prev_row_ = prev_->next();
+  for (std::size_t i = 0; i < samples_->key_columns; ++i) {
+    if (samples_->columns[i].kind == ColumnKind::name) name_column_ = i;
+  }
+  if (name_column_) read_names();
+}
+
+void Annotator::read_names() {
+  Records rows = files_.prev->records();
+  while (const unsigned char* row = rows.next()) {
+    if (names_before_.size() == kMostNames) return;
+    names_before_.emplace(cell_text(*samples_, row, *name_column_, NumberStyle::exact),
+                          index_of(row));
+  }
+}
+
+// previous_of gives the sample before of a row, as the daemon finds it: rows of the older sample
+// that sort before it are passed over. It must be called for each row in turn.
+const unsigned char* Annotator::previous_of(const unsigned char* last) {
+  while (prev_row_ != nullptr) {
+    const int order = compare_keys(*samples_, prev_row_, last);
+    if (order == 0) return prev_row_;
+    if (order > 0) return nullptr;
+    prev_row_ = prev_->next();
+  }
+  return nullptr;
+}
+
+RowNotes Annotator::compare_names(const unsigned char* last, const unsigned char* previous) {
+  RowNotes notes = 0;
+  if (previous != nullptr && !same_field(*samples_, *name_column_, last, previous)) {
+    notes |= kRenamed;
+  }
+  const std::string name = cell_text(*samples_, last, *name_column_, NumberStyle::exact);
+  const auto before = names_before_.find(name);
+  if (before == names_before_.end() || before->second == index_of(last)) return notes;
+  if (moves_.size() < kMovesTold) {
+    moves_.push_back(fmt::format("{} from {} to {}", name, before->second, index_of(last)));
+  }
+  return static_cast<RowNotes>(notes | kMoved);
+}
+
+RowNotes Annotator::speed_notes(const unsigned char* shown, const unsigned char* last) const {
+  RowNotes notes = 0;
+  double speed = options_.line_speed;
+  if (files_.collection.type == kIfStats) {
+    speed = 0;
+    for (std::size_t i = 0; last != nullptr && i < samples_->columns.size(); ++i) {
+      if (samples_->columns[i].kind == ColumnKind::speed) speed = value_of(*samples_, last, i);
+    }
+    if (speed >= kSpeedLimit) {
+      notes |= kSpeedUnknown;
+      speed = 0;
+    }
+  }
+  for (std::size_t i = shown_.key_columns; i < shown_.columns.size(); ++i) {
+    const Column& column = shown_.columns[i];
+    const double value = value_of(shown_, shown, i);
+    const bool cut = column.kind == ColumnKind::percent && value >= 100;
+    const bool above = speed > 0 && column.kind == ColumnKind::counter &&
+                       std::strcmp(column.unit, "octets") == 0 && value * 8 > speed;
+    if ((cut && (notes & kSpeedUnknown) == 0) || above) notes |= kAboveSpeed;
+  }
+  return notes;
+}
+
+// compare looks at one row and its samples: `last` is where the shown row was made from, or the
+// shown row itself.
+RowNotes Annotator::compare(const unsigned char* shown, const unsigned char* last,
+                            const unsigned char* previous) {
+  RowNotes notes = 0;
+  if (previous == nullptr) notes |= kNewRow;
+  bool changed = previous == nullptr;
+  for (std::size_t i = samples_->key_columns; previous != nullptr && i < samples_->columns.size();
+       ++i) {
+    if (samples_->columns[i].kind != ColumnKind::counter) continue;
+    const double now = value_of(*samples_, last, i);
+    const double before = value_of(*samples_, previous, i);
+    if (now != before) changed = true;
+    // Where a counter wrapped, the delta file holds a rate; where it was reset, the count.
+    if (files_.kind == FileKind::delta && now < before && value_of(*samples_, shown, i) == now) {
+      notes |= kReset;
+    }
+  }
+  if (!changed) notes |= kUnchanged;
+  if (name_column_) notes |= compare_names(last, previous);
+  return notes;
+}
+
+RowNotes Annotator::next(const unsigned char* record) {
+  RowNotes notes = 0;
+  if (files_.kind == FileKind::delta) {
+    const unsigned char* last = nullptr;
+    const unsigned char* previous = nullptr;
+    while (last_ && last == nullptr) {
+      const unsigned char* row = last_->next();
+      if (row == nullptr) {
+        last_.reset();  // the row is of another poll: those behind it cannot be matched either
+        break;
+      }
+      previous = previous_of(row);
+      if (compare_keys(shown_, row, record) == 0) {
+        last = row;
+      } else {
+        ++unchanged_;
+      }
+    }
+    if (last != nullptr) {
+      notes = compare(record, last, previous);
+    } else if (files_.last) {
+      ++lost_;
+    }
+    notes |= speed_notes(record, last);
+    for (std::size_t i = shown_.key_columns; i < shown_.columns.size(); ++i) {
+      if (value_of(shown_, record, i) < 0) notes |= kNegative;
+    }
+  } else if (prev_) {
+    notes = compare(record, record, previous_of(record));
+  }
+  for (std::size_t bit = 0; bit < kRowNoteCount; ++bit) counts_[bit] += notes >> bit & 1;
+  return notes;
+}
+
+std::vector<FileNote> Annotator::finish() {
+  std::vector<FileNote> notes = time_notes(files_, options_);
+  while (last_ && last_->next() != nullptr) ++unchanged_;
+  if (!files_.unmatched.empty()) {
+    notes.push_back({"not-compared",
+                     fmt::format("rows are not compared with the samples: {}", files_.unmatched)});
+  }
+  for (std::size_t bit = 0; bit < kRowNoteCount; ++bit) {
+    if (counts_[bit] == 0) continue;
+    const auto& [code, meaning] = row_note_texts()[bit];
+    std::string text = fmt::format("{} rows {}", counts_[bit], meaning);
+    if (1 << bit == kMoved) text += fmt::format(" ({})", fmt::join(moves_, ", "));
+    notes.push_back({code, std::move(text)});
+  }
+  if (unchanged_ != 0) {
+    const auto& [code, meaning] =
+        row_note_texts()[static_cast<std::size_t>(std::countr_zero(RowNotes{kUnchanged}))];
+    notes.push_back({code, fmt::format("{} more rows of the last sample {}", unchanged_, meaning)});
+  }
+  if (lost_ != 0) {
+    notes.push_back(
+        {"not-in-sample",
+         fmt::format("{} rows are not in the last sample, or in another order", lost_)});
+  }
+  return notes;
+}
+
+}  // namespace tally

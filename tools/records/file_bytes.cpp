@@ -1,0 +1,122 @@
+#include "records/file_bytes.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace tally {
+namespace {
+
+constexpr std::size_t kBlock = 65536;
+constexpr std::uint64_t kSmall = 1 << 20;
+
+UniqueFd temporary_file() {
+  const char* directory = std::getenv("TMPDIR");
+  const std::string where = directory != nullptr && *directory != '\0' ? directory : "/var/tmp";
+  return UniqueFd(open(where.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL, 0600));
+}
+
+// copy_within_kernel returns 0 or an errno value; the copy is only good when all was copied.
+int copy_within_kernel(int from, int to, std::uint64_t size) {
+  off_t offset = 0;
+  while (static_cast<std::uint64_t>(offset) < size) {
+    const auto left = size - static_cast<std::uint64_t>(offset);
+    const ssize_t copied = copy_file_range(from, &offset, to, nullptr, left, 0);
+    if (copied < 0 && errno == EINTR) continue;
+    if (copied < 0) return errno;
+    if (copied == 0) return ENODATA;  // it became shorter
+  }
+  return 0;
+}
+
+// copy_in_blocks does the same between file systems that cannot do it themselves.
+int copy_in_blocks(int from, int to, std::uint64_t size) {
+  std::vector<unsigned char> block(kBlock);
+  std::uint64_t offset = 0;
+  while (offset < size) {
+    const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, size - offset));
+    const ssize_t got = pread(from, block.data(), want, static_cast<off_t>(offset));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return got < 0 ? errno : ENODATA;
+    const ssize_t put =
+        pwrite(to, block.data(), static_cast<std::size_t>(got), static_cast<off_t>(offset));
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return put < 0 ? errno : ENOSPC;
+    offset += static_cast<std::uint64_t>(put);
+  }
+  return 0;
+}
+
+int read_whole(int fd, std::uint64_t size, FileBytes& copy) {
+  std::vector<unsigned char> bytes(size);
+  std::size_t used = 0;
+  while (used < size) {
+    const ssize_t got = pread(fd, bytes.data() + used, size - used, static_cast<off_t>(used));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errno;
+    if (got == 0) break;
+    used += static_cast<std::size_t>(got);
+  }
+  bytes.resize(used);
+  copy = FileBytes(std::move(bytes));
+  return 0;
+}
+
+}  // namespace
+
+std::size_t FileBytes::read(std::uint64_t offset, std::span<unsigned char> into) const {
+  if (offset >= size_) return 0;
+  const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(into.size(), size_ - offset));
+  if (!fd_) {
+    std::memcpy(into.data(), bytes_.data() + offset, want);
+    return want;
+  }
+  std::size_t used = 0;
+  while (used < want) {
+    const ssize_t got =
+        pread(fd_.get(), into.data() + used, want - used, static_cast<off_t>(offset + used));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    used += static_cast<std::size_t>(got);
+  }
+  return used;
+}
+
+int copy_of(int fd, std::uint64_t size, FileBytes& copy) {
+  if (size <= kSmall) return read_whole(fd, size, copy);
+  UniqueFd file = temporary_file();
+  if (!file) return read_whole(fd, size, copy);
+  int error = copy_within_kernel(fd, file.get(), size);
+  if (error == EXDEV || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL) {
+    error = copy_in_blocks(fd, file.get(), size);
+  }
+  if (error == ENOSPC || error == EDQUOT || error == EFBIG) return read_whole(fd, size, copy);
+  if (error == 0) copy = FileBytes(std::move(file), size);
+  return error;
+}
+
+Records::Records(const FileBytes& bytes, std::size_t header, std::size_t record_size)
+    : bytes_(&bytes), record_size_(record_size), offset_(header) {
+  if (bytes.size() < header || bytes.in_memory() == nullptr) return;
+  at_ = bytes.in_memory() + header;
+  end_ = at_ + (bytes.size() - header) / record_size * record_size;
+  offset_ = bytes.size();
+}
+
+const unsigned char* Records::refill() {
+  if (offset_ >= bytes_->size()) return nullptr;
+  block_.resize(kBlock / record_size_ * record_size_);
+  const std::size_t got = bytes_->read(offset_, block_) / record_size_ * record_size_;
+  offset_ = got == 0 ? bytes_->size() : offset_ + got;
+  if (got == 0) return nullptr;
+  at_ = block_.data() + record_size_;
+  end_ = block_.data() + got;
+  return block_.data();
+}
+
+}  // namespace tally
