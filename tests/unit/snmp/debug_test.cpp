@@ -78,10 +78,10 @@ TEST_F(Log, AMessageHasItsPlaceItsTimeAndItsProgram) {
 }
 
 TEST_F(Log, WhatIsDropped) {
-  reset_faults();
-  faults().failing_malloc = 1;
+  faults = {};
+  faults.failing_malloc = 1;
   ZN_LOG(APWARN, "no memory\n");
-  reset_faults();
+  faults = {};
   ZN_LOG(APERROR, "not in the mask\n");
   EXPECT_EQ(delivered, 0);
   context.mask = 0;

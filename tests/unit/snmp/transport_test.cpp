@@ -48,7 +48,7 @@ class Transport : public testing::Test {
   void TearDown() override {
     CloseUp();
     close(peer_);
-    reset_faults();
+    faults = {};
     zn_pkt_size = 2048;
   }
 
@@ -122,7 +122,7 @@ TEST_F(Transport, WhatCannotBeSentOrReceived) {
   RecordedLog log;
   EXPECT_EQ(SendToIO(fd, packet, 2049), 0);
   EXPECT_EQ(SendToIO(fd, packet, -1), 0);
-  faults().failing_malloc = faults().mallocs + 1;
+  faults.failing_malloc = faults.mallocs + 1;
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
   agent_address.sin_addr.s_addr = INADDR_BROADCAST;  // which the socket has no permission for
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
@@ -133,7 +133,7 @@ TEST_F(Transport, WhatCannotBeSentOrReceived) {
   CloseUp();
   CloseUp();
   expect_silence(0, 0.5);
-  faults().failing_malloc = faults().mallocs + 1;
+  faults.failing_malloc = faults.mallocs + 1;
   InitializeIO(nullptr, "127.0.0.1");
   EXPECT_EQ(packet, nullptr);
   expect_silence(0, 2.5);
