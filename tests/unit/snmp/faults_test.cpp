@@ -49,7 +49,8 @@ TEST(Values, EveryAllocationMayFail) {
       },
       [&] { return VarBindListPtr(CloneVarBindList(model->var_bind_list)) != nullptr; },
       [&] {
-        return SnmpMessagePtr(ZnCreateV2cSnmpMessage(packet->community, &faults)) != nullptr;
+        const SnmpMessagePtr m(ZnCreateV2cSnmpMessage(packet->community, &faults));  // copies it
+        return m != nullptr && m->context == &faults;
       },
       [&] {
         const OID* const name = model->var_bind_list->name;
