@@ -174,7 +174,7 @@ def test_each_binding(scene, supervisor, log):
             for kind, value in UNUSABLE:
                 scene.judge(name, (at, kind), bound(at, (None, kind, value)), failed=True)
     for name, at in (("ether counters", 1), ("state", 1), ("vlan counters", 0)):
-        for kind, value in ((OCTETS, b"abc"), (OID, (1, 3, 6)), (COUNTER64, 5)):
+        for kind, value in ((OCTETS, b"abc"), (OID, (1, 3, 6)), (COUNTER64, 5), (INTEGER, 5)):
             scene.judge(name, (at, kind), bound(at, (None, kind, value)), failed=True)
         for kind in (COUNTER32, GAUGE32, TICKS):  # 32 bits without a sign, all of them
             scene.judge(name, (at, kind), bound(at, (None, kind, 5)))
