@@ -144,7 +144,7 @@ class Agent:
         return self
 
     def __exit__(self, *_):
-        self._process.terminate()
+        self._process.kill()
         self.errors = self._process.communicate()[1]
 
     def connect(self):
