@@ -59,7 +59,9 @@ TEST(XdrCodec, HostileCountsCostNothing) {
     for (std::size_t at = 0; at < good.size(); at += 4) {
       for (const std::uint32_t word : {0xffffffffU, 0x7f7f7f7fU, 0x40404040U, 256U, 255U}) {
         Bytes bytes = good;
-        for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<std::uint8_t>(word >> (24 - 8 * i));
+        for (std::size_t i = 0; i < 4; ++i) {
+          bytes[at + i] = static_cast<std::uint8_t>(word >> (24 - 8 * i));
+        }
         T part;
         const std::size_t before = allocations().bytes;
         static_cast<void>(decode_bytes(xdr_wire<T>, part, bytes));

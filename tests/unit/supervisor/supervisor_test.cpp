@@ -31,7 +31,8 @@ TEST(WalkRows, EndsWhereTheSupervisorDoesNotGoOn) {
       {{}, 0}, {{0, 5}, 0}, {{1, 7, 4294967295, 0}, 3}, {{3, 3, 4}, 1}, {{3, 9, 4}, 2}};
   for (const auto& [answers, wanted] : cases) {
     std::size_t visited = 0;
-    const auto next = [&, asked = 0U](std::uint32_t after) mutable -> std::optional<Row> {
+    const auto next = [&answers = answers,
+                       asked = 0U](std::uint32_t after) mutable -> std::optional<Row> {
       EXPECT_EQ(after, asked == 0 ? 0 : answers[asked - 1]);
       if (asked == answers.size()) return std::nullopt;
       return Row{answers[asked++]};
