@@ -214,7 +214,7 @@ struct DsStats {
 
 // dsmonPdistStatsTable: protocols as in Pdist.
 struct DsPdist {
-  using Rows = DenseTable<2, 64 * 256, 2>;
+  using Rows = DenseTable<2, std::size_t{64} * 256, 2>;
   static constexpr std::array kKey = {ascending(0), ascending(1)};
   static void count(const CountedFrame& frame, Rows& rows) {
     const NetworkHeader* ip = ip_of(frame);

@@ -75,6 +75,8 @@ class Connection final : public AgentClient {
     return false;
   }
 
+  bool overdue() const override { return overdue_; }
+
  private:
   enum class Reply { success, refusal, other };
 
@@ -114,7 +116,10 @@ class Connection final : public AgentClient {
     auto& self = *static_cast<Connection*>(connection);
     while (self.socket_) {
       const bool first = std::exchange(self.untouched_, false);
-      if (!first && !await(self.socket_.get(), POLLIN, self.deadline_)) break;
+      if (!first && !await(self.socket_.get(), POLLIN, self.deadline_)) {
+        self.overdue_ = true;
+        break;
+      }
       const ssize_t got =
           recv(self.socket_.get(), to, static_cast<std::size_t>(most), first ? 0 : MSG_DONTWAIT);
       if (got > 0) return static_cast<int>(got);
@@ -149,6 +154,7 @@ class Connection final : public AgentClient {
   std::uint32_t xid_;
   Clock::time_point deadline_;
   bool untouched_ = true;  // none of the time for the call at hand was spent on waiting
+  bool overdue_ = false;
   XDR stream_{};
 };
 

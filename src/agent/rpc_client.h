@@ -34,6 +34,9 @@ class AgentClient {
   // that cannot be decoded, leaves it open.
   [[nodiscard]] virtual bool call(std::uint32_t procedure, WireRoutine encode, const void* argument,
                                   WireRoutine decode, void* result) = 0;
+
+  // overdue tells whether the connection was closed because a call took too long.
+  virtual bool overdue() const { return false; }
 };
 
 // agent_client makes the client of a connected socket whose calls last no longer than `most`. Null

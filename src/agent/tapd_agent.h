@@ -23,6 +23,7 @@ class TapdAgent final : public Agent {
 
  private:
   std::unique_ptr<AgentClient> client_;
+  bool renewed_ = false;  // since a call for the up-time was last answered
 };
 
 }  // namespace tally

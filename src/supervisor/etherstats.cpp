@@ -59,7 +59,8 @@ void set_baseline(EtherStatsRecord& record, const EtherStatsSample& sample) {
 void see_again(EtherStatsRecord& record) {
   const auto state = interface_state(record.ifIndex);
   if (!state) return;
-  const bool idle = is_not_up(state->oper_status) && state->last_change == record.state.last_change;
+  const bool idle =
+      is_not_up(state->ifOperStatus) && state->ifLastChange == record.state.ifLastChange;
   record.flags = (idle ? 0 : kRowPolled) | kRowSeen;
   record.state = *state;
 }
@@ -72,7 +73,7 @@ void add_row(const EtherStatsRow& row, Schedule& schedule) {
   fresh.ifIndex = row.if_index;
   fresh.name = interface->name;
   fresh.state = interface->state;
-  fresh.flags = (is_not_up(interface->state.oper_status) ? 0 : kRowPolled) | kRowSeen;
+  fresh.flags = (is_not_up(interface->state.ifOperStatus) ? 0 : kRowPolled) | kRowSeen;
   EtherStatsRecord* const record =
       rows.insert(rows.begin(), fresh, "Tallyd unable to add active etherstats collection.");
   if (!record) return;

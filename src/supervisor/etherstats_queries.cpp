@@ -93,6 +93,7 @@ std::optional<EtherStatsRow> next_etherstats_row(std::uint32_t after) {
   EtherStatsRow row = {};
   row.index = name.back();
   row.is_ours = answer.octets() == kRmonOwner;
+  if (answer.ok() && !row.is_ours) return row;  // stepped over, whatever else it says
   row.status = answer.integer();
   row.if_index = answer.last_sub_id();
   return answer.ok() ? std::optional(row) : std::nullopt;

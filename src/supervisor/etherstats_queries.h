@@ -51,8 +51,8 @@ struct EtherStatsRow {
 };
 
 struct InterfaceState {
-  std::int32_t oper_status;
-  std::uint32_t last_change;  // the supervisor's up-time then, in hundredths of a second
+  std::int32_t ifOperStatus;
+  std::uint32_t ifLastChange;  // the supervisor's up-time then, in hundredths of a second
 };
 
 struct NamedInterfaceState {

@@ -82,6 +82,10 @@ const VarBind* AnswerReader::take(ValueKind kind) {
   return binding;
 }
 
+void AnswerReader::skip() {
+  if (next_) next_ = next_->next_var;
+}
+
 std::int32_t AnswerReader::integer() {
   const VarBind* const binding = take(ValueKind::integer);
   return binding ? binding->value.sl_value : 0;

@@ -110,6 +110,7 @@ class AnswerReader {
   std::uint64_t counter64();
   std::string_view octets();
   std::uint32_t last_sub_id();  // of a value that is an object identifier
+  void skip();                  // the next binding, whatever it carries
 
   // name returns the name of the binding that was read last.
   std::span<const std::uint32_t> name() const { return name_; }

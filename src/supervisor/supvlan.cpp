@@ -71,7 +71,8 @@ std::optional<ControlRow> next_control_row(std::uint32_t after) {
   if (!names_a_row(smonVlanStatsControlEntry, name) || name[name.size() - 2] != kOwnerColumn) {
     return ControlRow{};
   }
-  const ControlRow row{name.back(), is_ours, answer.integer(), answer.last_sub_id()};
+  if (!is_ours) return ControlRow{name.back(), false, 0, 0};  // stepped over, whatever else it says
+  const ControlRow row{name.back(), true, answer.integer(), answer.last_sub_id()};
   return answer.ok() ? std::optional(row) : std::nullopt;
 }
 
@@ -92,7 +93,7 @@ std::optional<VlanSample> vlan_sample(const SupVlanRecord& row) {
   });
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
-  static_cast<void>(answer.unsigned32());  // sysUpTime
+  answer.skip();  // sysUpTime, which nobody needs
   VlanSample sample;
   for (double& counter : sample.counters) counter = static_cast<double>(answer.counter64());
   const auto name = answer.name();

@@ -67,6 +67,18 @@ def supervisor(scripted_supervisor):
 
 
 @pytest.fixture
+def pipe(shared_daemon):
+    """A pipe that this process reads in the daemon's stead."""
+    shared_daemon.stop()
+    os.mkfifo(PIPE)
+    PIPE.chmod(0o777)
+    fd = os.open(PIPE, os.O_RDONLY | os.O_NONBLOCK)
+    yield fd
+    os.close(fd)
+    PIPE.unlink(missing_ok=True)
+
+
+@pytest.fixture
 def target():
     """The appliance's target id; a scenario's parameter of this name takes its place."""
 

@@ -1,9 +1,6 @@
 """The agent's control rows that this appliance owns become collections, at the start and on demand."""
-import pytest
-
 from harness import control, model, processes, samples
 from harness.agent import CONTROL, LOCAL, ROWS
-from harness.collection import Collection
 from harness.daemon import NO_PREFERENCES, STARTED
 from harness.files import DSSTATS, LAYOUTS, MATRIX, PRIO, VLAN, listing, wait_for_listing
 from harness.paths import DATA
@@ -53,23 +50,3 @@ def test_adoption_at_the_start(own_daemon, agent, log):
     assert listing() == sorted([*wanted, "matrix_999_last.bin"])
     assert {name: (DATA / name).read_bytes() for name in wanted} == before
     assert own_daemon.stop() == 0
-
-
-@pytest.mark.parametrize("fault", [
-    {"action": "system_err"}, {"action": "status", "value": 1}, {"action": "truncate", "bytes": 40},
-    {"action": "raw", "hex": "00000000 00000003 00000000 00000000 00000000 7fffffff 41414141"}],
-    ids=lambda fault: " ".join(str(value) for value in fault.values()))
-def test_scan_that_fails_midway(fault, daemon, agent):
-    """What came before is adopted, the other kinds are scanned; nothing is said."""
-    entries = [(1, LOCAL, 1), (2, LOCAL, 1), (3, LOCAL, 1)]
-    agent.serve(control={layout.stem: entries for layout in LAYOUTS},
-                faults=[{"procedure": CONTROL["host"], "call": 3, **fault}])
-    control.send(control.RESCAN)
-    daemon.answer()
-    wanted = sorted(["host_1_last.bin", "host_2_last.bin",
-                     *(layout.path(index, "last").name for layout in LAYOUTS[1:] for index in (1, 2, 3))])
-    wait_for_listing(wanted)
-    assert len(agent.calls(CONTROL["host"])) == 3
-    for name in wanted:
-        stem, index, _ = name.split("_")
-        Collection(daemon, {layout.stem: layout for layout in LAYOUTS}[stem], int(index)).destroy()

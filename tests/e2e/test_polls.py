@@ -1,4 +1,6 @@
 """Collections from a create message to delta files, byte by byte, for every type that can be created."""
+import random
+
 import pytest
 
 from harness import model, samples
@@ -44,26 +46,6 @@ def test_three_samples(layout, daemon, agent):
         judge(returned(layout, served, totals), up_time=4294967295 - number)
 
 
-@pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
-def test_interval_of_no_time(layout, daemon, agent, log):
-    """Two samples within a second: taken as one second, and said so for every row."""
-    served = rows(layout, {1: 10, 2: 20})
-    agent.serve(**{layout.stem: served})
-    collection = Collection(daemon, layout, INDEX)
-    for _ in range(5):  # the second may be over in between
-        collection.first_sample(returned(layout, served))
-        first = collection.time
-        agent.serve(**{layout.stem: rows(layout, {1: 11, 2: 19, 3: 5})})
-        collection.next_sample(returned(layout, rows(layout, {1: 11, 2: 19, 3: 5})), same_second=True)
-        agent.serve(**{layout.stem: served})
-        if collection.time == first:
-            break
-    assert collection.time == first
-    delta_name = "host" if layout.stem in ("vlan", "prio") else layout.stem
-    log.wait(f"{delta_name}_calc_delta() found a 0-length interval.", 151, count=2)
-    log.wait(f"{layout.stem}_calc_rate() found a 0-length interval.", 151, count=1)
-
-
 # Stem: what the first request says behind the control index, and the request behind row 100 in
 # place of {}.
 KEYS_ASKED = {
@@ -85,8 +67,9 @@ KEYS_ASKED = {
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_keys_that_are_asked_for(layout, daemon, agent):
-    """Whole requests: the first and the last of a hundred rows."""
-    served = rows(layout, {number: 1 for number in range(1, 101)})
+    """Whole requests: the first and the last of a hundred rows, which have other numbers in each place."""
+    served = [(INDEX, (*samples.key(layout, number), *range(number, number + layout.counters)))
+              for number in range(1, 101)]
     agent.serve(**{layout.stem: served})
     collection = Collection(daemon, layout, INDEX)
     collection.first_sample(returned(layout, served))
@@ -113,15 +96,48 @@ def test_where_tables_end(layout, daemon, agent):
         assert len(agent.calls(ROWS[layout.stem])) == calls, own
     if layout.stem.startswith("nl") or layout.stem in ("dspdist", "dshost"):
         served = rows(layout, {number: 4 for number in range(1, 5)})
-        served[2] = (*served[2], {"time_mark": 4294967295})
-        agent.serve(replies=samples.replies(layout, served))
-        collection.first_sample(returned(layout, served))
+        for at in (2, 0):
+            served[at] = (*served[at], {"time_mark": 4294967295})
+            agent.serve(replies=samples.replies(layout, served))
+            collection.first_sample(returned(layout, served))
     served, again = rows(layout, {1: 4, 2: 5}), rows(layout, {2: 6})
-    for replies in ([[served, again], [served, rows(layout, {9: 6}) + again]] if batched
+    for replies in ([[served, again], [served, served], [served, rows(layout, {9: 6}) + again]] if batched
                     else [[*([each] for each in served), again]]):
         agent.serve(replies={ROWS[layout.stem]: replies})
         collection.first_sample(returned(layout, served))
         assert len(agent.calls(ROWS[layout.stem])) == len(replies)
+
+
+def test_batch_that_ends_with_the_same_key_of_another(daemon, agent):
+    """It is used as far as its rows belong to the collection."""
+    first, second = rows(HOST, {1: 4, 2: 5}), rows(HOST, {9: 6}) + rows(HOST, {2: 5}, index=INDEX + 1)
+    agent.serve(replies={ROWS["host"]: [first, second]})
+    Collection(daemon, HOST, INDEX).first_sample(returned(HOST, first + second))
+
+
+@pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
+def test_any_rows_come_and_go(layout, daemon, agent):
+    """In any mixture, in the order of their whole keys; of the batched types so many that they take
+    several blocks of the record cache."""
+    chance = random.Random(layout.code)
+    most = 900 if layout in BATCHED else 60
+
+    def any_key():
+        return [chance.randbytes(len(part)) if isinstance(part, bytes) else chance.getrandbits(31)
+                for part in samples.key(layout, 1)]
+    order = lambda key: layout.order(model.KEYS[layout.stem](*key))
+    # Every other one differs from its neighbour in one place only.
+    keys = [any_key() for _ in range(most // 2)]
+    for key in keys[:]:
+        at = chance.randrange(len(key))
+        keys.append([*key[:at], any_key()[at], *key[at + 1:]])
+    keys = sorted({order(key): key for key in keys}.values(), key=order)
+    collection = Collection(daemon, layout, INDEX)
+    for take in (collection.first_sample, *[collection.next_sample] * 2):
+        served = [(INDEX, (*key, *[chance.randrange(9) for _ in range(layout.counters)]))
+                  for key in keys if chance.random() < 0.6]
+        agent.serve(replies=samples.replies(layout, served))
+        take(returned(layout, served))
 
 
 def test_group_zero_is_asked_for(daemon, agent):

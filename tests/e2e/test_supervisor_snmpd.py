@@ -1,10 +1,14 @@
-"""All three kinds against a real agent, with numbers that are known and with real traffic."""
+"""All three kinds, and the client of docs/snmp-library.md, against a real agent: numbers that are known, and
+real traffic."""
+import re
+import subprocess
 import time
 
 import pytest
 
 from harness import settings, snmpd
 from harness.kinds import ETHER, PORTS, VLANS, Kind, ether_record, text, vlan_change
+from harness.paths import program
 from harness.processes import wait_until
 
 IF, IFX = ".1.3.6.1.2.1.2.2.1", ".1.3.6.1.2.1.31.1.1.1"
@@ -44,6 +48,17 @@ def test_known_numbers(target, factor, own_daemon, agent, log):
         expected = {vlan: vlan_change(*values, header.interval) for vlan, values in vlans.items()}
         assert rows == [(vlan.to_bytes(4, "little"), change) for vlan, change in expected.items() if change]
         assert own_daemon.stop() == 0
+
+
+def test_client_of_the_library():
+    """It says the up-time: days, hours, minutes, seconds, hundredths."""
+    client = program("TALLYD_BIN", "src/tallyd").removesuffix("src/tallyd") + "tests/unit/snmp/snmp_client"
+    said = lambda community: subprocess.run([client, "127.0.0.11", community], check=False, capture_output=True,
+                                            text=True, env={"ZN_SNMP_TEST_PORT": "161"})
+    with snmpd.running():
+        assert re.fullmatch(r"  0 00:0[01]:[0-5]\d\.\d\d\n", said("kivrel").stdout)
+        unknown = said("wrong")
+        assert unknown.stdout + unknown.stderr == "no up-time from 127.0.0.11\n"
 
 
 def test_traffic(own_daemon, agent, log):

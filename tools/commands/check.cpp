@@ -50,8 +50,7 @@ class Report {
   std::vector<Finding> findings_;
 };
 
-void check_daemon(const ToolPaths& paths, Report& report) {
-  const DaemonState daemon = probe_daemon(paths.pid_file);
+void check_daemon(const ToolPaths& paths, const DaemonState& daemon, Report& report) {
   if (daemon.running) {
     return report.add(Level::fine, "daemon", fmt::format("runs as process {}", *daemon.pid));
   }
@@ -61,29 +60,53 @@ void check_daemon(const ToolPaths& paths, Report& report) {
                       "run this as root");
   }
   report.add(Level::problem, "daemon", fmt::format("nobody holds the lock of {}", paths.pid_file),
-             "start tallyd; if it ends at once, its syslog (local2) says why");
+             "start tallyd; if it ends at once, its syslog (local2) or 'systemctl status tallyd' "
+             "says why");
 }
 
-void check_pipe(const ToolPaths& paths, Report& report) {
+void check_pipe(const ToolPaths& paths, bool running, Report& report) {
   const PipeAnswer pipe = probe_pipe(paths.control_pipe);
   if (pipe.state == PipeState::read) {
     return report.add(Level::fine, "pipe",
                       fmt::format("{} is there, and somebody reads it", paths.control_pipe));
   }
-  report.add(Level::problem, "pipe", pipe.trouble, pipe.advice);
+  const bool lost = running && (pipe.state == PipeState::absent || pipe.state == PipeState::unread);
+  report.add(Level::problem, "pipe", pipe.trouble,
+             lost ? "start tallyd again: it makes its pipe only when it starts" : pipe.advice);
 }
 
-void check_directory(const ToolPaths& paths, Report& report) {
+// The user that the daemon runs as; nothing when it does not run.
+std::optional<uid_t> user_of(const DaemonState& daemon) {
+  struct stat process {};
+  if (!daemon.running || stat(fmt::format("/proc/{}", *daemon.pid).c_str(), &process) != 0) {
+    return std::nullopt;
+  }
+  return process.st_uid;
+}
+
+// What a user may do by being the owner or one of the others; what its groups allow is not known.
+bool may_add_files(const struct stat& directory, uid_t user) {
+  constexpr mode_t kOfAll = S_IWOTH | S_IXOTH;
+  if (user == 0 || (directory.st_mode & S_IWGRP) != 0) return true;
+  return directory.st_uid == user ? (directory.st_mode & S_IWUSR) != 0
+                                  : (directory.st_mode & kOfAll) == kOfAll;
+}
+
+void check_directory(const ToolPaths& paths, const DaemonState& daemon, Report& report) {
   const std::string& directory = paths.data_directory;
+  constexpr const char* kMake = "'systemd-tmpfiles --create tallyd.conf' where the package is ";
   struct stat status {};
   if (stat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
     return report.add(Level::problem, "directory",
                       fmt::format("{} is not a directory that can be reached", directory),
-                      fmt::format("mkdir -p {}", directory));
+                      fmt::format("{}installed, else 'mkdir -p {}'", kMake, directory));
   }
-  if (access(directory.c_str(), W_OK | X_OK) != 0) {
-    report.add(Level::warning, "directory", fmt::format("{}: {}", directory, std::strerror(errno)),
-               "the daemon, which runs as root, may still write there; check again as root");
+  if (const auto user = user_of(daemon); user && !may_add_files(status, *user)) {
+    report.add(
+        Level::problem, "directory",
+        fmt::format("{} belongs to user {}, mode {:o}: the daemon, user {}, cannot write there",
+                    directory, status.st_uid, status.st_mode & 07777U, *user),
+        fmt::format("{}installed, else 'chown {} {}'", kMake, *user, directory));
   }
   struct statvfs room {};
   if (statvfs(directory.c_str(), &room) != 0) {
@@ -109,7 +132,9 @@ void add_database(Report& report, const char* subject, const std::string& path, 
     case DatabaseState::absent:
       return report.add(
           Level::warning, subject, fmt::format("{} does not exist: defaults apply", path),
-          "nothing, if the defaults are right; else let the web application write it");
+          fmt::format("nothing, if the defaults are right; else let the web application "
+                      "write it, or 'gdbmtool --newdb {}'",
+                      path));
     case DatabaseState::held:
       return report.add(Level::problem, subject,
                         fmt::format("{} is open for writing somewhere", path),
@@ -150,12 +175,15 @@ void check_agent(Report& report) {
                       "restarts of it will not be seen; see the agent's log");
   }
   report.add(Level::fine, "agent",
-             fmt::format("answers at {}:{}, up-time {}", kAgentHost, AGENT_PORT, *agent.up_time));
+             fmt::format("answers at {}:{}, up for {} of its units (mostly 1/100 s)", kAgentHost,
+                         AGENT_PORT, *agent.up_time));
 }
 
-void check_supervisor(const ToolPaths& paths, Report& report) {
-  const SupervisorSettings settings =
-      read_supervisor_settings(paths.nmp_settings, paths.appliance_settings);
+constexpr const char* kNoSwitch =
+    "; where there is no switch, store 'disable' under NMP_ETHERSTATS, NMP_VLANSTATS and "
+    "NMP_IFSTATS";
+
+void check_supervisor(const ToolPaths& paths, const SupervisorSettings& settings, Report& report) {
   add_database(report, "supervisor settings", paths.nmp_settings, settings.state, settings.error,
                fmt::format("address {}{}, community {}", printable(settings.address),
                            settings.default_address ? " (default)" : "",
@@ -165,7 +193,7 @@ void check_supervisor(const ToolPaths& paths, Report& report) {
   } else {
     report.add(Level::warning, "target id",
                fmt::format("{} has no line QOR_TARGET_ID=N", paths.appliance_settings),
-               "without it there are etherstats and supvlan, no ifstats");
+               "without it this is an appliance of etherstats and supvlan");
   }
   bool any = false;
   for (const KindSetting& kind : settings.kinds) {
@@ -173,9 +201,10 @@ void check_supervisor(const ToolPaths& paths, Report& report) {
     report.add(Level::fine, type_stem(kind.type),
                fmt::format("{} when the daemon starts: {}", kind.enabled ? "enabled" : "disabled",
                            kind.why),
-               kind.enabled ? ""
-                            : fmt::format("'tallyctl create {}' enables it until then",
-                                          type_stem(kind.type)));
+               kind.enabled
+                   ? ""
+                   : fmt::format("'tallyctl create {}' enables it until tallyd starts again",
+                                 type_stem(kind.type)));
   }
   if (!any) return;
   const SupervisorAnswer answer = probe_supervisor(settings.address, settings.community);
@@ -191,17 +220,33 @@ void check_supervisor(const ToolPaths& paths, Report& report) {
           fmt::format("{} is no address and no known host", printable(settings.address)),
           "correct NMP_ADDR; with an unknown host tallyd does not start");
     case SupervisorState::refused:
-      return report.add(Level::problem, "supervisor", fmt::format("{} refuses SNMP", where),
-                        "start its SNMP agent, or correct NMP_ADDR and NMP_COMMSTR");
+      return report.add(
+          Level::problem, "supervisor", fmt::format("{} refuses SNMP", where),
+          std::string("start its SNMP agent, or correct NMP_ADDR and NMP_COMMSTR") + kNoSwitch);
     case SupervisorState::silent:
       return report.add(Level::problem, "supervisor",
                         fmt::format("{} does not answer within 4 s", where),
-                        "a wrong community is answered by silence: compare NMP_COMMSTR with the "
-                        "supervisor's; then look at the network");
+                        std::string("a wrong community is answered by silence: compare NMP_COMMSTR "
+                                    "with the supervisor's; then look at the network") +
+                            kNoSwitch);
   }
 }
 
-void check_collections(const ToolPaths& paths, Report& report) {
+bool disabled(const SupervisorSettings& settings, std::uint32_t type) {
+  return std::any_of(settings.kinds.begin(), settings.kinds.end(), [type](const KindSetting& kind) {
+    return kind.type == type && !kind.enabled;
+  });
+}
+
+// Is there a last sample, and not one row in it?
+bool has_no_rows(const ToolPaths& paths, const Collection& collection) {
+  if (!is_agent_type(collection.type)) return false;
+  const OpenFiles files = open_files(paths.data_directory, collection, FileKind::last,
+                                     Samples::none, std::chrono::milliseconds{200});
+  return files.main.good() && files.main.count() == 0;
+}
+
+void check_collections(const ToolPaths& paths, const SupervisorSettings& settings, Report& report) {
   std::string error;
   const auto collections = present_collections(paths.data_directory, error);
   if (collections.empty()) {
@@ -213,9 +258,17 @@ void check_collections(const ToolPaths& paths, Report& report) {
     const OpenFiles files = open_files(paths.data_directory, collection, FileKind::delta,
                                        Samples::none, std::chrono::milliseconds{200});
     const std::string name = title(collection);
+    if (has_no_rows(paths, collection)) {
+      report.add(Level::warning, name, "the agent has no rows for it",
+                 fmt::format("does the agent have {} control row {}? minitapd has index 1 only",
+                             type_stem(collection.type), collection.index));
+      continue;
+    }
     if (files.main.state == FileState::absent) {
       report.add(Level::warning, name, "there is a sample but no delta file yet",
-                 fmt::format("wait for the second poll, or 'tallyctl view {}'", name));
+                 fmt::format("'tallyctl view {}', or wait for the second poll: up to an hour where "
+                             "nobody looks",
+                             name));
       continue;
     }
     if (!files.main.good()) {
@@ -224,12 +277,19 @@ void check_collections(const ToolPaths& paths, Report& report) {
       continue;
     }
     const std::int64_t age = std::time(nullptr) - files.main.header.sample_time;
+    const std::string rates =
+        fmt::format("{} rates, {} old", files.main.count(), duration_text(age));
     const bool stale = age > std::int64_t{kUnviewedInterval} + files.main.header.interval;
-    report.add(stale ? Level::problem : Level::fine, name,
-               fmt::format("{} rates, {} old", files.main.count(), duration_text(age)),
-               stale ? "it is not polled any more: destroyed and left behind, or the daemon or its "
-                       "source is away"
-                     : "");
+    if (!stale) {
+      report.add(Level::fine, name, rates);
+    } else if (disabled(settings, collection.type)) {
+      report.add(Level::warning, name, rates,
+                 fmt::format("it is disabled; 'tallyctl destroy {}' removes what is left", name));
+    } else {
+      report.add(Level::problem, name, rates,
+                 "it is not polled any more: destroyed and left behind, or the daemon or its "
+                 "source is away");
+    }
   }
 }
 
@@ -268,13 +328,16 @@ std::string as_json(const std::vector<Finding>& findings) {
 
 ExitCode check(const ToolPaths& paths, bool json) {
   Report report;
-  check_daemon(paths, report);
-  check_pipe(paths, report);
-  check_directory(paths, report);
+  const DaemonState daemon = probe_daemon(paths.pid_file);
+  const SupervisorSettings settings =
+      read_supervisor_settings(paths.nmp_settings, paths.appliance_settings);
+  check_daemon(paths, daemon, report);
+  check_pipe(paths, daemon.running, report);
+  check_directory(paths, daemon, report);
   check_preferences(paths, report);
   check_agent(report);
-  check_supervisor(paths, report);
-  check_collections(paths, report);
+  check_supervisor(paths, settings, report);
+  check_collections(paths, settings, report);
   Output output(STDOUT_FILENO);
   output << (json ? as_json(report.findings())
                   : as_text(report.findings(), look_at_terminal().colour));

@@ -24,10 +24,19 @@ ExitCode send(const ToolPaths& paths, const ControlMessage& message) {
 ExitCode keep_viewing(const ToolPaths& paths, const std::vector<Collection>& collections,
                       std::chrono::seconds period) {
   const Signals signals;
+  std::string trouble;  // the last that was told
   for (;;) {
+    PipeAnswer answer;
     for (const auto& [type, index] : collections) {
-      const ControlMessage message{static_cast<std::uint32_t>(MessageType::viewing), type, index};
-      if (const ExitCode code = send(paths, message); code != kDone) return code;
+      answer = send_message(paths.control_pipe,
+                            {static_cast<std::uint32_t>(MessageType::viewing), type, index},
+                            kPipePatience);
+      if (answer.state != PipeState::read) break;
+    }
+    // A daemon that is started again must not cost the history that somebody records.
+    if (answer.text() != trouble) {
+      trouble = answer.text();
+      complain(trouble.empty() ? "tallyd reads its pipe again" : trouble + "; trying on");
     }
     const Deadline next(period);
     while (!next.over()) {

@@ -98,7 +98,9 @@ void Recorder::take_all() {
 ExitCode record(const ToolPaths& paths, const RecordOptions& options) {
   const bool csv = !options.csv_directory.empty();
   const std::string& directory = csv ? options.csv_directory : options.rrd_directory;
-  if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) {
+  if (mkdir(directory.c_str(), 0755) == 0) {
+    complain(fmt::format("made the directory {}", directory));
+  } else if (errno != EEXIST) {
     complain(fmt::format("cannot make {}: {}; name a directory that can be written to", directory,
                          std::strerror(errno)));
     return kAbsent;

@@ -42,7 +42,7 @@ OpenFile unreadable(int error) {
 OpenFile open_regular(const std::string& path, UniqueFd& fd, struct stat& state) {
   fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd) {
-    if (errno == ENOENT) return refused(FileState::absent, "there is no such file");
+    if (errno == ENOENT) return refused(FileState::absent, "no such file yet");
     return unreadable(errno);
   }
   if (fstat(fd.get(), &state) != 0) return unreadable(errno);

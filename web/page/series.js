@@ -20,7 +20,8 @@ export class History {
   // series gives for each of these rows of the newest table the rates of one column over time, and
   // before them that of all rows (`whole`) where it means something: {label, whole, points: [{x, y}]}. A rate
   // holds for its whole interval, so each sample has two points; where no sample is known the line
-  // is broken by a NaN. A row that a file leaves out is drawn as 0.
+  // is broken by a NaN. A row that a file leaves out is drawn as 0. After a sample that could not be
+  // kept the next interval begins before the last one ended; what was drawn stays.
   series(column, rows) {
     const newest = this.#tables.at(-1);
     const named = rows.map((row) => ({ row, label: newest.label(row), points: [] }));
@@ -28,7 +29,7 @@ export class History {
     let end = null;
     for (const table of this.#tables) {
       const { time, interval } = table.header;
-      const begin = time - Math.max(interval, 1);
+      const begin = Math.max(time - Math.max(interval, 1), end ?? -Infinity);
       const draw = ({ points }, y) => {
         if (end !== null && begin > end) points.push({ x: begin, y: NaN });
         points.push({ x: begin, y }, { x: time, y });

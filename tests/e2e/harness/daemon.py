@@ -20,6 +20,7 @@ STARTED = ((DEBUG, "Starting tallyd."), (DEBUG, "etherstats disabled"), (DEBUG, 
 NO_PREFERENCES = (WARNING, f"Tallyd could not open preferences file {PREFERENCES}.")
 NO_AGENT = (DEBUG, "Error 1 scanning control tables.")
 DIED = "RPC connection died, reopening!"
+CALL = 25  # seconds that no call takes longer than, connecting included
 UNEXPECTED_TYPE = "Unexpected message type found in pipe."
 NOT_THERE = "Received TALLYD_VIEWING_COLL message for non-existent collection type {}, index {}"
 STRACE = ("strace", "-f", "-qq", "-o", "/dev/null")  # to make one of its system calls fail

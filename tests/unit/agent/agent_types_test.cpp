@@ -1,85 +1,21 @@
-// The table of operations of the agent types: sizes, order, and the control scan.
+// The scan of the control tables.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <iterator>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "agent/mac_types.h"
 #include "agent/type_facts.h"
+#include "support/scripted_client.h"
 #include "support/syslog_capture.h"
 
 namespace tally {
 namespace {
 
-TEST(AgentTypes, TableHasWholeRowsOrEmptyOnes) {
-  for (std::uint32_t type = 0; type <= kTypeSlots; ++type) {
-    SCOPED_TRACE(type);
-    const CollectionOps& ops = agent_type_ops(type);
-    const bool there = type < std::size(kTypeFacts);
-    const TypeFacts facts = there ? kTypeFacts[type] : TypeFacts{};
-    EXPECT_EQ(is_agent_type(type), there);
-    EXPECT_EQ(ops.record_size, facts.key_size + 8 * facts.counters);
-    for (const bool slot :
-         {ops.upload != nullptr, ops.compare != nullptr, ops.calc_delta != nullptr,
-          ops.calc_rate != nullptr, ops.rpc_getnext != nullptr}) {
-      EXPECT_EQ(slot, there);
-    }
-    EXPECT_EQ(ops.add_active != nullptr, there && type != kDsMatrix);
-  }
-}
+constexpr const char* kMine = "LocalMgr";
 
-// What a type's records are sorted by: their first bytes as they lie, or words as numbers.
-struct OrderCase {
-  std::uint32_t type;
-  std::uint32_t bytes;
-  std::vector<std::size_t> words;  // offsets
-};
-const OrderCase kOrders[] = {
-    {kHost, 6, {}},        {kMatrix, 12, {}}, {kPdist, 0, {4}},    {kNlHost, 24, {}},
-    {kNlMatrix, 44, {}},   {kVlan, 0, {0}},   {kPrio, 0, {0}},     {kDsStats, 0, {0}},
-    {kDsPdist, 0, {0, 4}}, {kDsHost, 28, {}}, {kDsMatrix, 52, {}},
-};
-
-int expected_order(const OrderCase& order, const std::string& a, const std::string& b) {
-  if (order.bytes > 0) {
-    const int difference = std::memcmp(a.data(), b.data(), order.bytes);
-    return (difference > 0) - (difference < 0);
-  }
-  for (const std::size_t offset : order.words) {
-    std::uint32_t left;
-    std::uint32_t right;
-    std::memcpy(&left, a.data() + offset, sizeof left);
-    std::memcpy(&right, b.data() + offset, sizeof right);
-    if (left != right) return left < right ? -1 : 1;
-  }
-  return 0;
-}
-
-int order_of(const OrderCase& order, const std::string& a, const std::string& b) {
-  const std::string left = '#' + a;  // so that the records lie at odd addresses
-  const std::string right = '#' + b;
-  return agent_type_ops(order.type)
-      .compare(reinterpret_cast<const unsigned char*>(left.data() + 1),
-               reinterpret_cast<const unsigned char*>(right.data() + 1));
-}
-
-TEST(Order, ComparesKeysOnly) {
-  std::mt19937 random(1);
-  std::string a(kMaxRecordSize, '\0');
-  for (int i = 0; i < 20'000; ++i) {
-    for (char& byte : a) byte = static_cast<char>(random());
-    std::string b = a;
-    b[random() % (i % 2 == 0 ? 12 : b.size())] = static_cast<char>(random());
-    for (const OrderCase& order : kOrders) {
-      ASSERT_EQ(order_of(order, a, b), expected_order(order, a, b)) << order.type;
-    }
-  }
-}
-
-// --- the scan of the control tables ---
+using Adopted = std::pair<std::uint32_t, std::uint32_t>;
 
 class RecordingAdopter final : public Adopter {
  public:
@@ -87,7 +23,7 @@ class RecordingAdopter final : public Adopter {
     adopted.emplace_back(type, index);
     return succeeds;
   }
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> adopted;
+  std::vector<Adopted> adopted;
   bool succeeds = true;
 };
 
@@ -111,22 +47,31 @@ TEST(ControlScan, TellsWhatCannotBeAdopted) {
                           {2, 0}, {2, 0}, {3, 0}, {3, 3}, {8, 0}};
   for (std::uint32_t type = 0; type < std::size(words); ++type) {
     const auto [before, behind] = words[type];
-    ScriptedClient agent({control_row(70000, "LocalMgr", before, behind),
-                          control_row(6, std::string("LocalMgr", 9), before, behind)});
+    ScriptedClient agent({control_row(70000, kMine, before, behind),
+                          control_row(6, std::string(kMine, 9), before, behind)});
     RecordingAdopter adopter;
     adopter.succeeds = false;
     take_log();
     agent_type_ops(type).add_active(agent.client(), adopter);
-    EXPECT_EQ(adopter.adopted, (std::vector{std::pair{type, 70000U}}));
+    EXPECT_EQ(adopter.adopted, (std::vector<Adopted>{{type, 70000}}));
     EXPECT_EQ(take_log(), std::vector{warning_line(kTypeFacts[type].add_failed)});
   }
 }
 
 TEST(ControlScan, EndsWhenTheAgentDoesNotGoOn) {
   RecordingAdopter adopter;
-  ScriptedClient silent{std::vector<ScriptedClient::Reply>{}};
-  host_ops.add_active(silent.client(), adopter);
-  EXPECT_EQ(silent.calls().size(), 1U);
+  const ScriptedClient::Reply other_status = Bytes(control_row(3, kMine).size(), 1);
+  const ScriptedClient::Reply cut_short = Bytes(8);
+  for (const auto& end : {ScriptedClient::Reply(), other_status, cut_short}) {
+    ScriptedClient agent(
+        std::vector<ScriptedClient::Reply>{control_row(1, kMine), control_row(2, kMine), end});
+    adopter.adopted.clear();
+    host_ops.add_active(agent.client(), adopter);
+    EXPECT_EQ(adopter.adopted, (std::vector<Adopted>{{kHost, 1}, {kHost, 2}}));
+    EXPECT_EQ(agent.calls().size(), 3U);
+  }
+  EXPECT_TRUE(take_log().empty());
+  adopter.adopted.clear();
   ScriptedClient stuck([](const auto&) { return control_row(7, "other"); });
   host_ops.add_active(stuck.client(), adopter);
   EXPECT_EQ(stuck.calls().size(), 2U);

@@ -5,22 +5,8 @@
 #include <cstdint>
 
 #include "agent/tapd_agent.h"
-#include "support/scripted_client.h"
-#include "support/wire_peers.h"
 
 namespace tally {
-
-inline constexpr int kIndex = 5;
-
-// The bytes of a value as our codec writes them, and as rpcgen's routines do.
-template <class T>
-Bytes ours(T value) {
-  return encode_bytes(xdr_wire<T>, value);
-}
-template <class Key, class Theirs = typename Peer<Key>::Type>
-Bytes theirs(Theirs value) {
-  return encode_bytes<Theirs>(Peer<Key>::xdr, value);
-}
 
 struct TypeFacts {
   const char* name;

@@ -1,4 +1,4 @@
-// The supervisor kinds' schedule, and the reader of the settings databases.
+// When the main loop next has a supervisor kind to poll, and what settings mean.
 #include "daemon/supervisor_kinds.h"
 
 #include <gtest/gtest.h>
@@ -16,24 +16,10 @@ namespace tally {
 namespace {
 
 bool enabled[3];
-std::vector<std::string> hook_calls;
-
-// Three kinds with hooks that tell that they were called.
 std::vector<SupervisorKind> test_kinds() {
-  const KindHooks hooks = {
-      [](Schedule&) { hook_calls.emplace_back("initialise"); },
-      [](Schedule&) {
-        hook_calls.emplace_back("rows");
-        return 4U;
-      },
-      [](std::int32_t now, std::int32_t previous) {
-        hook_calls.push_back("poll " + std::to_string(now) + " after " + std::to_string(previous));
-        return 1;
-      },
-      [] { hook_calls.emplace_back("clean"); }};
-  return {{kEtherStats, enabled[0], "", "", "", hooks},
-          {kSupVlan, enabled[1], "", "", "", hooks},
-          {kIfStats, enabled[2], "", "", "", hooks}};
+  return {{kEtherStats, enabled[0], "", "", "", {}},
+          {kSupVlan, enabled[1], "", "", "", {}},
+          {kIfStats, enabled[2], "", "", "", {}}};
 }
 
 TEST(SupervisorKinds, NextTimeout) {
@@ -69,28 +55,30 @@ TEST(SupervisorKinds, NextTimeout) {
   }
 }
 
+// One is due now, one later, one is due and disabled.
 TEST(SupervisorKinds, PollsWhatIsEnabledAndDue) {
+  static std::vector<std::string> calls;
+  KindHooks hooks{};
+  hooks.refresh_rows = [](Schedule&) {
+    calls.emplace_back("rows");
+    return 4U;
+  };
+  hooks.poll = [](std::int32_t now, std::int32_t previous) {
+    calls.push_back(std::to_string(now) + " after " + std::to_string(previous));
+    return 1;
+  };
+  enabled[0] = enabled[1] = true;
+  enabled[2] = false;
   auto kinds = test_kinds();
   for (auto& kind : kinds) kind.schedule = {970, 900, 1000, kViewed};
-  kinds[2].schedule.next_due = 1001;
-  enabled[0] = enabled[2] = true;
-  enabled[1] = false;
-  poll_due_kinds(kinds, 999, 60);
-  EXPECT_TRUE(hook_calls.empty());
+  for (auto& kind : kinds) kind.hooks = hooks;
+  kinds[1].schedule.next_due = 1001;
   poll_due_kinds(kinds, 1000, 60);
-  EXPECT_EQ(hook_calls, (std::vector<std::string>{"rows", "poll 1000 after 900"}));
-  EXPECT_EQ(kinds[0].row_count, 4U);
+  EXPECT_EQ(calls, (std::vector<std::string>{"rows", "1000 after 900"}));
   EXPECT_EQ(kinds[0].schedule.next_due, 1060);
-  EXPECT_EQ(kinds[1].schedule.next_due, 1000);
-  EXPECT_EQ(kinds[2].schedule.next_due, 1001);
-  kinds[0].schedule.flags = 0;
-  enabled[2] = false;
-  poll_due_kinds(kinds, 1060, 60);
-  EXPECT_EQ(hook_calls.back(), "poll 1060 after 1000");
-  EXPECT_EQ(kinds[0].schedule.next_due, 4660);
 }
 
-TEST(Settings, OpensAtOnceAndStripsLineEnds) {
+TEST(Settings, OpensAtOnceAndReadsTexts) {
   const TemporaryDirectory directory;
   const std::string path = directory / "pref.dba";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -99,9 +87,15 @@ TEST(Settings, OpensAtOnceAndStripsLineEnds) {
     strip_line_end(text);
     EXPECT_EQ(text, "90");
   }
-  std::string empty = "\n90";
-  strip_line_end(empty);
-  EXPECT_EQ(empty, "");
+  const std::pair<std::string, std::int32_t> intervals[] = {
+      {"", 0},
+      {"abc", 0},
+      {"0", 0},
+      {" 2 seconds", 2},
+      {"-5", -5},
+      {std::string(46, ' ') + "23", 2},  // cut after 47 bytes
+      {"99999999999999", std::numeric_limits<std::int32_t>::max()}};
+  for (const auto& [text, interval] : intervals) EXPECT_EQ(interval_of(text), interval) << text;
 }
 
 }  // namespace

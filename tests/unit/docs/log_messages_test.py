@@ -10,28 +10,19 @@ import re
 import sys
 
 ROOMS = ("daemon", "files", "agent", "supervisor")
-NO_LOG = ("static_assert", "fprintf", "snprintf", "fputs")
 NO_TEXTS = ("collection_types.cpp",)  # names of the types
-COMMENT = re.compile(r'("(?:\\.|[^"\\])*")|//[^\n]*')
+NO_CODE = re.compile(r'("(?:\\.|[^"\\])*")|//[^\n]*|^\s*#.*$', re.M)  # comments, directives
+NO_LOG = re.compile(r"\b(?:static_assert|fprintf|snprintf|fputs)\([^;]*;")
+LOG = re.compile(r"\blog_(debug|warning)\(([^;]*);")
 LITERAL = re.compile(r'"((?:\\.|[^"\\])*)"(?:\s*"((?:\\.|[^"\\])*)")*')
-CALL = re.compile(r"\b(\w+)\(")
 
 
-def strings(code, begin=0, end=None):
+def texts(code):
     """The literals of a piece of code, adjacent ones put together, line ends left out."""
-    for found in LITERAL.finditer(code, begin, len(code) if end is None else end):
-        yield found.start(), "".join(re.findall(r'"((?:\\.|[^"\\])*)"', found[0])).replace("\\n", "")
-
-
-def calls(code):
-    """(function, begin and end of its arguments) of everything that looks like a call."""
-    blank = LITERAL.sub(lambda found: '"' + "." * (len(found[0]) - 2) + '"', code)
-    for call in CALL.finditer(blank):
-        depth, end = 1, call.end()
-        while depth and end < len(blank):
-            depth += {"(": 1, ")": -1}.get(blank[end], 0)
-            end += 1
-        yield call[1], call.end(), end - 1
+    for found in LITERAL.finditer(code):
+        text = "".join(re.findall(r'"((?:\\.|[^"\\])*)"', found[0])).replace("\\n", "")
+        if " " in text:
+            yield text
 
 
 def read_sources(tree):
@@ -40,30 +31,18 @@ def read_sources(tree):
     for path in sorted(file for room in ROOMS for file in (tree / "src" / room).glob("*.*")):
         if path.name in NO_TEXTS:
             continue
-        code = COMMENT.sub(lambda found: found[1] or "", path.read_text())
-        code = re.sub(r"^\s*#.*$", "", code, flags=re.M)
-        found_calls = list(calls(code))
-        silent = [(begin, end) for name, begin, end in found_calls if name in NO_LOG]
-        here = {}
-        for position, text in strings(code):
-            if " " in text and not any(begin <= position < end for begin, end in silent):
-                here.setdefault(text, set())
-        for name, begin, end in found_calls:
-            if not name.startswith("log_"):
-                continue
-            level = name.removeprefix("log_")
-            for _, text in strings(code, begin, end):
-                if text in here:
-                    here[text].add(level)
-            for member in re.findall(r"\.(\w+)", LITERAL.sub("", code[begin:end])):
+        code = NO_LOG.sub("", NO_CODE.sub(lambda found: found[1] or "", path.read_text()))
+        for text in texts(code):
+            levels.setdefault(text, set())
+            if "Error %d" in text:
+                numbers[text] = {int(number) for call in re.findall(r"\bfail\(([^;]*);", code)
+                                 for number in re.findall(r"\b\d+\b", LITERAL.sub("", call))}
+        for level, arguments in LOG.findall(code):
+            for text in texts(arguments):
+                levels[text].add(level)
+            for member in re.findall(r"\.(\w+)", LITERAL.sub("", arguments)):
                 member_levels.setdefault(member, set()).add(level)
         named += re.findall(r'\.(\w+) = "([^"]*)"', code)
-        counted = {int(number) for name, begin, end in found_calls if name == "fail"
-                   for number in re.findall(r"\b\d+\b", LITERAL.sub("", code[begin:end]))}
-        for text, known in here.items():
-            levels.setdefault(text, set()).update(known)
-            if "Error %d" in text:
-                numbers[text] = counted
     for member, text in named:
         if text in levels:
             levels[text] |= member_levels.get(member, set())

@@ -1,10 +1,5 @@
-// The generic delta file: the merge against a plain model, and every numbered error.
+// Every numbered error of the generic delta file. The merge is judged end to end.
 #include "files/delta_file.h"
-
-#include <sys/stat.h>
-
-#include <chrono>
-#include <thread>
 
 #include "files/file_format.h"
 #include "files/sample_rows.h"
@@ -16,16 +11,8 @@ namespace {
 constexpr std::uint32_t kRecord = 60;
 std::string delta_path;  // for the routines, which get no context
 
-std::string header(std::int32_t interval, std::uint32_t up_time, std::int32_t time) {
-  return bytes_of(FileHeader{interval, up_time, time, 13});
-}
-
-// The change of the count, times the interval; none for a row that did not change, nor for every
-// 13th new one.
-std::optional<Row> change(const std::optional<Row>& prev, const Row& last, std::int32_t interval) {
-  if (prev ? prev->count == last.count : last.key % 13 == 0) return {};
-  const std::uint32_t before = prev ? prev->count : 0;
-  return Row{last.key, (last.count - before) * static_cast<std::uint32_t>(interval)};
+std::string header() {
+  return bytes_of(FileHeader{0, 0, 5, 13});
 }
 
 int compare_keys(const RecordCache& last, const RecordCache& prev) {
@@ -33,14 +20,11 @@ int compare_keys(const RecordCache& last, const RecordCache& prev) {
 }
 
 int make_delta(const RecordCache& last, const RecordCache* prev, unsigned char* out,
-               std::int32_t interval) {
+               std::int32_t /*interval*/) {
+  expect_locked(delta_path);
   const Row row = row_of(filebuf_current(last));
-  if (row.key % 40 == 1) expect_locked(delta_path);
-  const auto before = prev ? std::optional(row_of(filebuf_current(*prev))) : std::nullopt;
-  const auto rate = change(before, row, interval);
-  if (!rate) return prev ? 0 : -1;
-  std::memcpy(out, record(*rate, kRecord).data(), kRecord);
-  return 5;
+  std::memcpy(out, record(row, kRecord).data(), kRecord);
+  return !prev || row_of(filebuf_current(*prev)).count != row.count ? 5 : 0;
 }
 
 class DeltaFileTest : public testing::Test {
@@ -66,31 +50,8 @@ class DeltaFileTest : public testing::Test {
   RecordCache last_;
 };
 
-TEST_F(DeltaFileTest, IsTheMergeOfBothSamples) {
-  std::minstd_rand random(3);
-  for (int round = 0; round < 600; ++round) {
-    SCOPED_TRACE(round);
-    // 136 records fill a buffer.
-    const unsigned most = round % 3 == 0 ? 5 : round % 3 == 1 ? 140 : 600;
-    const Rows prev = random_rows(random, most, 3);
-    const Rows last = random_rows(random, most, 3);
-    const auto interval = static_cast<std::int32_t>(random() % 200) - 50;
-    const std::int32_t time = 1'000'000 + interval;
-    write(header(0, 1, 1'000'000) + records(prev, kRecord),
-          header(0, 2, time) + records(last, kRecord));
-    ASSERT_EQ(create(), 1);
-    std::string expected = header(interval, 0, time);
-    for (const auto& [key, count] : last) {
-      const auto rate = change(row_with(prev, key), {key, count}, interval);
-      if (rate) expected += record(*rate, kRecord);
-    }
-    ASSERT_EQ(read_file(delta_path), expected);
-  }
-  EXPECT_TRUE(take_log().empty());
-}
-
 TEST_F(DeltaFileTest, ShortHeadersLeaveAnEmptyFile) {
-  const std::string good = header(0, 0, 5) + record({1, 1}, kRecord);
+  const std::string good = header() + record({1, 1}, kRecord);
   for (const std::string file : {"prev", "last"}) {
     write(file == "prev" ? good.substr(0, 15) : good, file == "last" ? good.substr(0, 15) : good);
     write_file(delta_path, "of old");
@@ -102,7 +63,7 @@ TEST_F(DeltaFileTest, ShortHeadersLeaveAnEmptyFile) {
 }
 
 TEST_F(DeltaFileTest, NumbersItsErrorsAndRemovesTheFile) {
-  const std::string head = header(0, 0, 5);
+  const std::string head = header();
   const std::string full = head + records(rows_from(1, 272, 1), kRecord);  // two buffers
   const std::string changed = head + records(rows_from(1, 272, 2), kRecord);
   const std::string cut_record = "Error 2 reading to fill file cache.";
@@ -143,32 +104,13 @@ TEST_F(DeltaFileTest, OpensBeforeItEmpties) {
   };
   write_file(delta_path, "of old");
   expect_error(1);
-  write_file(directory_ / "last", header(0, 0, 5));
+  write_file(directory_ / "last", header());
   expect_error(2);
-  write_file(directory_ / "prev", header(0, 0, 5));
-  ASSERT_EQ(mkfifo(delta_path.c_str(), 0600), 0);
-  {
-    const UniqueFd reader = open_file(delta_path.c_str(), O_RDONLY);
-    expect_error(25);  // opens, but cannot be emptied
-  }
+  write_file(directory_ / "prev", header());
   write_file(directory_ / "elsewhere", "of somebody else");
   std::filesystem::create_symlink(directory_ / "elsewhere", delta_path);
   expect_error(3);
   EXPECT_EQ(read_file(directory_ / "elsewhere"), "of somebody else");
-}
-
-TEST_F(DeltaFileTest, KeepsTheOldFileWhileAReaderHoldsIt) {
-  write(header(0, 0, 5), header(0, 0, 5));
-  write_file(delta_path, "of old");
-  UniqueFd reader = open_file(delta_path.c_str(), O_RDONLY);
-  ASSERT_EQ(flock(reader.get(), LOCK_SH), 0);
-  std::thread writer([this] { EXPECT_EQ(create(), 1); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_EQ(read_file(delta_path), "of old");
-  reader.reset();
-  writer.join();
-  EXPECT_EQ(read_file(delta_path), header(0, 0, 5));
-  expect_unlocked(delta_path);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The engine over an agent of the test's own: against a plain model; failures are shown end to end.
+// The engine over an agent of the test's own: rows without a rate, the lock, and slots that are not
+// set. The merge is judged end to end.
 #include "files/poll_engine.h"
 
 #include "daemon/clock.h"
@@ -9,20 +10,38 @@
 namespace tally {
 namespace {
 
-// Every 7th count has no rate, and every 7th other one is no count at all. Rates show what they
-// were made of.
-int rate_result(const Row& last) {
-  return last.count % 7 == 0 ? 0 : last.count % 7 == 1 ? -1 : 1;
-}
-Row rate(const std::optional<Row>& prev, const Row& last, std::uint32_t interval) {
-  return {last.key, 1000 * last.count + 10 * (prev ? prev->count : 5) + interval};
+constexpr std::uint32_t kRecord = 62;
+
+void put(unsigned char* to, const Row& row) {
+  std::memcpy(to, record(row, kRecord).data(), kRecord);
 }
 
-class FakeAgent;
-FakeAgent* agent_at_work = nullptr;
-
+// The agent's rows are 1 to 5. Counts are what a rate's operation gives back.
 class FakeAgent final : public Agent {
  public:
+  explicit FakeAgent(const std::string& delta) {
+    delta_path = delta;
+    given = 0;
+    slots.record_size = kRecord;
+    slots.compare = [](const unsigned char* a, const unsigned char* b) {
+      return difference(row_of(a), row_of(b));
+    };
+    slots.calc_delta = [](const unsigned char* /*prev*/, const unsigned char* last,
+                          unsigned char* out, std::uint32_t interval) {
+      put(out, {row_of(last).key, interval});
+      return static_cast<int>(row_of(last).count);
+    };
+    slots.calc_rate = [](const unsigned char* last, unsigned char* out, std::uint32_t interval) {
+      return slots.calc_delta(nullptr, last, out, interval);
+    };
+    slots.rpc_getnext = [](RowIterator& iterator) -> const unsigned char* {
+      EXPECT_EQ(iterator.previous_up_time, 1717U);
+      expect_locked(delta_path);
+      if (given == std::size(kRows)) return nullptr;
+      put(iterator.record, kRows[given++]);
+      return iterator.record;
+    };
+  }
   bool connect() override { return true; }
   bool check_connection() override { return true; }
   std::uint32_t up_time() override { return 4242; }
@@ -30,128 +49,46 @@ class FakeAgent final : public Agent {
   AgentClient& client() override { return reinterpret_cast<AgentClient&>(*this); }
   const CollectionOps& ops(std::uint32_t /*type*/) const override { return slots; }
 
-  FakeAgent() {
-    agent_at_work = this;
-    slots.record_size = 62;
-    slots.compare = [](const unsigned char* a, const unsigned char* b) {
-      return difference(row_of(a), row_of(b));
-    };
-    slots.calc_delta = [](const unsigned char* prev, const unsigned char* last, unsigned char* out,
-                          std::uint32_t interval) {
-      put(out, rate(row_of(prev), row_of(last), interval));
-      return rate_result(row_of(last));
-    };
-    slots.calc_rate = [](const unsigned char* last, unsigned char* out, std::uint32_t interval) {
-      put(out, rate({}, row_of(last), interval));
-      return rate_result(row_of(last)) == 1 ? 1 : 0;
-    };
-    slots.rpc_getnext = [](RowIterator& iterator) { return agent_at_work->next_row(iterator); };
-  }
-
-  const unsigned char* next_row(RowIterator& iterator) {
-    EXPECT_EQ(iterator.client, &client());
-    EXPECT_EQ(iterator.control_index, 3U);
-    EXPECT_EQ(iterator.time_mark, 0U);
-    EXPECT_EQ(iterator.previous_up_time, 1717U);
-    if (next == rows.begin() || next == rows.end()) expect_locked(delta_path);
-    if (next == rows.end()) return nullptr;
-    put(iterator.record, {next->first, next->second});
-    ++next;
-    return iterator.record;
-  }
-
-  static void put(unsigned char* to, const Row& row) {
-    const std::string bytes = record(row, agent_at_work->slots.record_size);
-    std::memcpy(to, bytes.data(), bytes.size());
-  }
-
-  CollectionOps slots;
-  std::string delta_path;
-  Rows rows;
-  Rows::const_iterator next;
+  static constexpr Row kRows[] = {{1, 1}, {2, 0}, {3, 1}, {4, 0}, {5, 1}};
+  static inline CollectionOps slots;
+  static inline std::string delta_path;
+  static inline std::size_t given = 0;
 };
 
-class PollEngineTest : public testing::Test {
- protected:
-  void SetUp() override { take_log(); }
-
-  // Polls with these rows in the previous sample, which is `age` seconds old, and at the agent.
-  int poll(const Rows& prev, const Rows& now, std::int32_t age = 60) {
-    const FileHeader header{0, 1717, now_seconds() - age, 1};
-    write_file(path("prev"), bytes_of(header) + records(prev, agent_.slots.record_size));
-    return poll_with_prev(now);
-  }
-  int poll_with_prev(const Rows& now) {
-    agent_.rows = now;
-    agent_.next = agent_.rows.begin();
-    agent_.delta_path = path("delta");
-    CollectionRecord collection;
-    collection.type = 1;
-    collection.index = 3;
-    return poll_coll_delta(agent_, collection, path("last").c_str(), path("prev").c_str(),
-                           path("delta").c_str());
-  }
-  std::string path(const std::string& name) const { return directory_ / name; }
-
-  TemporaryDirectory directory_;
-  FakeAgent agent_;
-};
-
-TEST_F(PollEngineTest, IsTheMergeOfThePreviousSampleAndTheAgent) {
-  std::minstd_rand random(4);
-  for (int round = 0; round < 2000; ++round) {
-    SCOPED_TRACE(round);
-    const std::uint32_t size = round % 5 == 0 ? 20 : round % 5 == 1 ? 68 : 62;
-    agent_.slots.record_size = size;
-    // 132 records of 62 bytes fill a buffer.
-    const std::uint32_t most = round % 10 == 0 ? 900 : round % 3 == 0 ? 140 : 6;
-    const Rows prev = random_rows(random, most, 1000);
-    const Rows now = random_rows(random, most, 1000);
-    const std::int32_t age = round % 4 == 0 ? -7 : round % 4 == 1 ? 0 : 60;
-    ASSERT_EQ(poll(prev, now, age), 1);
-
-    const std::string delta = read_file(path("delta"));
-    FileHeader header{};
-    ASSERT_GE(delta.size(), sizeof header);
-    std::memcpy(&header, delta.data(), sizeof header);
-    EXPECT_NEAR(header.interval, age, 1);
-    EXPECT_NEAR(header.sample_time, now_seconds(), 1);
-    std::string expected = bytes_of(FileHeader{header.interval, 0, header.sample_time, 1});
-    std::size_t failed = 0;
-    for (const auto& [key, count] : now) {
-      const Row row{key, count};
-      const auto before = row_with(prev, key);
-      if (rate_result(row) == 1) {
-        const auto interval = static_cast<std::uint32_t>(header.interval);
-        expected += record(rate(before, row, interval), size);
-      } else if (!before) {
-        ++failed;
-      }
-    }
-    ASSERT_EQ(delta, expected);
-    Rows last = now;
-    last.insert(prev.begin(), prev.end());  // the rows that the agent no longer has
-    ASSERT_EQ(read_file(path("last")),
-              bytes_of(FileHeader{0, 4242, header.sample_time, 1}) + records(last, size));
-    const LogLine no_rate = warning_line("poll_coll_delta: Error calculating rates.");
-    ASSERT_EQ(take_log(), std::vector(failed, no_rate));
-  }
-  expect_unlocked(path("delta"));
-}
-
-TEST_F(PollEngineTest, NeedsItsSlots) {
-  const CollectionOps whole = agent_.slots;
+TEST(PollEngine, LeavesOutWhatHasNoRateAndNeedsItsSlots) {
+  const TemporaryDirectory directory;
+  FakeAgent agent(directory / "delta");
+  const auto poll = [&] {
+    return poll_coll_delta(agent, {}, (directory / "last").c_str(), (directory / "prev").c_str(),
+                           (directory / "delta").c_str());
+  };
+  const CollectionOps whole = FakeAgent::slots;
+  take_log();
   for (int slot = 0; slot < 4; ++slot) {
-    agent_.slots = whole;
-    if (slot == 0) agent_.slots.compare = nullptr;
-    if (slot == 1) agent_.slots.rpc_getnext = nullptr;
-    if (slot == 2) agent_.slots.calc_delta = nullptr;
-    if (slot == 3) agent_.slots.record_size = 0;
-    EXPECT_EQ(poll_with_prev({}), 0);
-    EXPECT_FALSE(std::filesystem::exists(path("last"))) << slot;
+    FakeAgent::slots = whole;
+    if (slot == 0) FakeAgent::slots.compare = nullptr;
+    if (slot == 1) FakeAgent::slots.rpc_getnext = nullptr;
+    if (slot == 2) FakeAgent::slots.calc_delta = nullptr;
+    if (slot == 3) FakeAgent::slots.record_size = 0;
+    EXPECT_EQ(poll(), 0);
+    EXPECT_FALSE(std::filesystem::exists(directory / "last")) << slot;
   }
-  const LogLine refusal = warning_line("poll_coll_delta: collection function not set!\n");
-  EXPECT_EQ(take_log(), std::vector(4, refusal));
+  EXPECT_EQ(take_log(),
+            std::vector(4, warning_line("poll_coll_delta: collection function not set!\n")));
+
+  FakeAgent::slots = whole;
+  write_file(directory / "prev",
+             bytes_of(FileHeader{0, 1717, now_seconds(), 0}) + records({{1, 9}, {2, 9}}, kRecord));
+  EXPECT_EQ(poll(), 1);
+  std::string keys;
+  for (const char* file : {"last", "delta"}) {
+    const std::string bytes = read_file(directory / file);
+    for (std::size_t at = sizeof(FileHeader); at < bytes.size(); at += kRecord) keys += bytes[at];
+  }
+  EXPECT_EQ(keys, "\1\2\3\4\5\1\3\5");
+  // A known row that did not change is no failure; a new row without a rate is one.
+  EXPECT_EQ(take_log(), std::vector{warning_line("poll_coll_delta: Error calculating rates.")});
+  expect_unlocked(directory / "delta");
 }
 
 }  // namespace

@@ -8,8 +8,6 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
-#include <optional>
-#include <random>
 #include <string>
 
 #include "files/file_lock.h"
@@ -43,23 +41,11 @@ inline int difference(const Row& a, const Row& b) {
   return static_cast<int>(a.key) - static_cast<int>(b.key);
 }
 
-inline std::optional<Row> row_with(const Rows& rows, std::uint32_t key) {
-  const auto found = rows.find(key);
-  if (found == rows.end()) return {};
-  return Row{key, found->second};
-}
 inline Rows rows_from(std::uint32_t first, std::uint32_t number, std::uint32_t count) {
   Rows rows;
   for (std::uint32_t i = 0; i < number; ++i) rows[first + i] = count;
   return rows;
 }
-inline Rows random_rows(std::minstd_rand& random, std::uint32_t most, std::uint32_t counts) {
-  const auto below = [&](std::uint32_t end) { return static_cast<std::uint32_t>(random() % end); };
-  Rows rows;
-  for (auto i = below(most + 1); i > 0; --i) rows[below(most)] = below(counts);
-  return rows;
-}
-
 inline void expect_locked(const std::string& path) {
   const UniqueFd reader = open_file(path.c_str(), O_RDONLY);
   EXPECT_NE(flock(reader.get(), LOCK_SH | LOCK_NB), 0) << "written without a lock";

@@ -1,19 +1,13 @@
-#!/usr/bin/python3
-"""The agent's counters of a capture file, number by number, against what tshark says of its frames.
-
-counts_test.py MINITAPD. tshark takes the frames apart; the sums over its fields are made here.
-"""
+"""The agent's counters of a capture file, number by number, against what tshark says of its frames: tshark takes them
+apart; the sums over its fields are made here."""
 import collections
 import ipaddress
-import os
 import random
 import struct
 import subprocess
-import sys
-import tempfile
 
-from agent_walk import totals, walk
-from scapy.all import ARP, ICMP, IP, TCP, UDP, Dot1Q, Ether, ICMPv6EchoRequest, IPv6, Raw, wrpcap
+from agent_wire import TABLES, Agent, words
+from scapy.all import ARP, ICMP, IP, TCP, UDP, Dot1Q, Ether, ICMPv6EchoRequest, IPv6, PcapWriter, Raw
 
 OWN = "02:00:00:00:00:01"
 MAX_FRAME = 800  # octets; longer frames are errors
@@ -139,35 +133,21 @@ ORDER = {
     "dshost": lambda k: word(k[0]) + word(k[1]) + word(k[3]) + k[2][:16],
     "dsmatrix": lambda k: word(k[0]) + word(k[1]) + word(k[5]) + k[2][:16] + word(k[6]) + k[3][:16] + word(k[4]),
 }
-TABLES = ["host", "matrix", "pdist", "nlhost", "nlmatrix", "vlan", "prio", "dsstats", "dspdist", "dshost", "dsmatrix"]
 
 
-def check(agent, directory):
-    path = os.path.join(directory, "mixed.pcap")
-    wrpcap(path, list(frames(4000)))
-    with open(path, "ab") as file:
-        file.write(b"\0\0\0\0\0\0\0")  # the capture was cut in its next frame
-    whole = os.path.join(directory, "whole.pcap")
-    wrpcap(whole, list(frames(4000)))
+def test_tables_hold_what_tshark_counts(tmp_path):
+    whole, capture = tmp_path / "whole.pcap", tmp_path / "cut.pcap"
+    # Big-endian, and of most frames only the headers.
+    with PcapWriter(str(whole), endianness=">", snaplen=96) as file:
+        file.write(list(frames(4000)))
+    capture.write_bytes(whole.read_bytes() + bytes(7))  # cut in its next frame
     tables = expected(whole)
-    assert set(tables) == {*TABLES, "good"}
-    process = subprocess.Popen([agent, "--read", path, "--port", "0", "--own-address", OWN,
-                                "--max-frame", str(MAX_FRAME)],
-                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-    try:
-        port = int(process.stdout.readline().split()[-1])
-        for name in TABLES:
-            rows = walk(port, name)
-            assert dict(rows) == tables[name], name
-            assert [key for key, _ in rows] == sorted(tables[name], key=ORDER.get(name)), f"order of {name}"
-            print(f"{name}: {len(rows)} rows as tshark counts them")
-        assert totals(port) == tables["good"][()]
-    finally:
-        process.terminate()
-        message = process.communicate(timeout=20)[1]
-    assert "truncated dump file" in message and "counted the 4000 frames before" in message, message
-
-
-if __name__ == "__main__":
-    with tempfile.TemporaryDirectory() as scratch:
-        check(sys.argv[1], scratch)
+    packets, octets = tables.pop("good")[()]
+    with Agent("--read", capture, "--own-address", OWN, "--max-frame", MAX_FRAME) as agent, agent.connect() as client:
+        for table in TABLES:
+            found = client.walk(table)
+            assert found == tables.pop(table), table
+            assert list(found) == sorted(found, key=ORDER.get(table)), f"order of {table}"
+        assert client.call(184, words(1)) == struct.pack(">IQQ", 0, packets, octets)
+    assert not tables
+    assert "truncated dump file" in agent.errors and "counted the 4000 frames before" in agent.errors

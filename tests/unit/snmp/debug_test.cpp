@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "ber_vectors.h"
 #include "recorded_log.h"
@@ -26,29 +27,27 @@ std::string printed(Print print) {
   return copy;
 }
 
-LogMessage* last_message = nullptr;
-int delivered = 0;
-
-void keep(LogMessage* message) {
-  FreeLogMessage(last_message);
-  last_message = message;
-  ++delivered;
-}
-
 class Log : public testing::Test {
  protected:
   Log() {
     context.mask = APWARN | APUSER;
     context.progname = "tallyd";
-    context.sink = keep;
+    context.sink = [](LogMessage* message) {
+      last_message.reset(message);
+      ++delivered;
+    };
     delivered = 0;
     log_context = &context;
   }
   ~Log() override {
     log_context = nullptr;
-    FreeLogMessage(last_message);
-    last_message = nullptr;
+    last_message.reset();
   }
+  struct Free {
+    void operator()(LogMessage* message) const { FreeLogMessage(message); }
+  };
+  static inline std::unique_ptr<LogMessage, Free> last_message;
+  static inline int delivered = 0;
   LogContext context = {};
 };
 
@@ -62,12 +61,12 @@ TEST_F(Log, AMessageHasItsPlaceItsTimeAndItsProgram) {
   last_message->timestamp = 0;
   setenv("TZ", "UTC", 1);
   tzset();
-  EXPECT_EQ(printed([](std::FILE* s) { PrintShortLogMessage(last_message, s); }),
+  EXPECT_EQ(printed([](std::FILE* s) { PrintShortLogMessage(last_message.get(), s); }),
             "tallyd: lost: 7\n"
             "                              at line 42 in file make_lib.cpp\n");
   last_message->level = APTRACE | APUSER;
   last_message->user_data = reinterpret_cast<void*>(0xBEEF);
-  EXPECT_EQ(printed([](std::FILE* s) { PrintLongLogMessage(last_message, s); }),
+  EXPECT_EQ(printed([](std::FILE* s) { PrintLongLogMessage(last_message.get(), s); }),
             "LogLevel:    APTRACE APUSER\n"
             "timestamp:   0 (Thu Jan  1 00:00:00 1970)\n"
             "progname:    tallyd\n"
@@ -78,10 +77,9 @@ TEST_F(Log, AMessageHasItsPlaceItsTimeAndItsProgram) {
 }
 
 TEST_F(Log, WhatIsDropped) {
-  reset_faults();
-  faults().failing_malloc = 1;
+  faults = {1, 0};
   ZN_LOG(APWARN, "no memory\n");
-  reset_faults();
+  faults = {};
   ZN_LOG(APERROR, "not in the mask\n");
   EXPECT_EQ(delivered, 0);
   context.mask = 0;

@@ -49,7 +49,8 @@ TEST(Values, EveryAllocationMayFail) {
       },
       [&] { return VarBindListPtr(CloneVarBindList(model->var_bind_list)) != nullptr; },
       [&] {
-        return SnmpMessagePtr(ZnCreateV2cSnmpMessage(packet->community, &faults())) != nullptr;
+        const SnmpMessagePtr m(ZnCreateV2cSnmpMessage(packet->community, &faults));  // copies it
+        return m != nullptr && m->context == &faults;
       },
       [&] {
         const OID* const name = model->var_bind_list->name;
@@ -71,11 +72,11 @@ TEST(Values, EveryAllocationMayFail) {
       RecordedLog log;
       FreeKeptRecords();
       const std::size_t before = live_blocks();
-      reset_faults();
-      faults().failing_malloc = n;
+      faults = {};
+      faults.failing_malloc = n;
       const bool succeeded = scenario();
-      failed = faults().mallocs >= n;
-      reset_faults();
+      failed = faults.mallocs >= n;
+      faults = {};
       FreeKeptRecords();
       EXPECT_EQ(live_blocks(), before);
       EXPECT_EQ(succeeded, !failed);

@@ -22,16 +22,6 @@ PduPtr built() {
   return pdu;
 }
 
-TEST(Message, TheCommunityIsAdoptedOrCopiedByTheContext) {
-  OctetStringPtr community(MakeOctetStringFromText("kivrel"));
-  int context = 0;
-  const SnmpMessagePtr copied(ZnCreateV2cSnmpMessage(community.get(), &context));
-  EXPECT_NE(copied->community, community.get());
-  EXPECT_EQ(copied->context, &context);
-  const SnmpMessagePtr adopted(ZnCreateV2cSnmpMessage(community.get(), nullptr));
-  EXPECT_EQ(adopted->community, community.release());
-}
-
 TEST(Message, BuiltTwiceAndUnderOtherVersions) {
   const PduPtr pdu = built();
   const SnmpMessagePtr message = message_with("kivrel");

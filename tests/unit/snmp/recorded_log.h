@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "snmp/debug.h"
@@ -12,14 +13,14 @@ namespace tally {
 class RecordedLog {
  public:
   RecordedLog() {
-    lines().clear();
+    lines_.clear();
     context_.mask = ~0U;
     context_.sink = [](LogMessage* message) {
       std::string text = message->message;
-      if (!text.empty() && text.back() == '\n') text.pop_back();
+      if (text.ends_with('\n')) text.pop_back();
       char level[16];
       std::snprintf(level, sizeof level, "%x ", message->level);
-      lines().push_back(level + text);
+      lines_.push_back(level + text);
       FreeLogMessage(message);
     };
     log_context = &context_;
@@ -29,18 +30,10 @@ class RecordedLog {
   RecordedLog& operator=(const RecordedLog&) = delete;
 
   // take returns what was logged since the last call.
-  std::vector<std::string> take() {
-    std::vector<std::string> taken;
-    taken.swap(lines());
-    return taken;
-  }
+  std::vector<std::string> take() { return std::exchange(lines_, {}); }
 
  private:
-  static std::vector<std::string>& lines() {
-    static std::vector<std::string> lines;
-    return lines;
-  }
-
+  static inline std::vector<std::string> lines_;
   LogContext context_ = {};
 };
 

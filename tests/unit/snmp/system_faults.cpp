@@ -1,9 +1,11 @@
 #include "system_faults.h"
 
-#include <cstdlib>
 #include <set>
 
 namespace tally {
+
+SystemFaults faults;
+
 namespace {
 
 std::set<void*>& blocks() {
@@ -11,24 +13,19 @@ std::set<void*>& blocks() {
   return live;
 }
 
+template <typename... Size>
+void* allocate(void* (*real)(Size...), Size... size) {
+  if (++faults.mallocs == faults.failing_malloc) return nullptr;
+  return *blocks().insert(real(size...)).first;
+}
+
 }  // namespace
-
-SystemFaults& faults() {
-  static SystemFaults current;
-  return current;
-}
-
-void reset_faults() {
-  faults() = {};
-}
 
 std::size_t live_blocks() {
   return blocks().size();
 }
 
 }  // namespace tally
-
-using tally::faults;
 
 extern "C" {
 
@@ -37,18 +34,12 @@ void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
 
 void* __wrap_malloc(std::size_t size) {
-  if (++faults().mallocs == faults().failing_malloc) return nullptr;
-  void* const block = __real_malloc(size);
-  tally::blocks().insert(block);
-  return block;
+  return tally::allocate(__real_malloc, size);
 }
 
 // A compiler may turn malloc and zeroing into this.
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-  if (++faults().mallocs == faults().failing_malloc) return nullptr;
-  void* const block = __real_calloc(count, size);
-  tally::blocks().insert(block);
-  return block;
+  return tally::allocate(__real_calloc, count, size);
 }
 
 void __wrap_free(void* block) {

@@ -41,26 +41,25 @@ class Transport : public testing::Test {
     agent_address.sin_port = address.sin_port;
     ASSERT_EQ(SendToIO(fd, reinterpret_cast<const unsigned char*>("ask"), 3), 1);
     char request[8];
-    ASSERT_EQ(recvfrom(peer_, request, sizeof request, 0, reinterpret_cast<sockaddr*>(&client_),
-                       &client_size_),
-              3);
+    ASSERT_EQ(recvfrom(peer_, request, sizeof request, 0, client(), &client_size_), 3);
   }
   void TearDown() override {
     CloseUp();
     close(peer_);
-    reset_faults();
+    faults = {};
     zn_pkt_size = 2048;
   }
 
   void answer(std::size_t size) {
     const Bytes bytes(size, 0x5A);
-    ASSERT_EQ(
-        sendto(peer_, bytes.data(), size, 0, reinterpret_cast<sockaddr*>(&client_), client_size_),
-        static_cast<ssize_t>(size));
+    ASSERT_EQ(sendto(peer_, bytes.data(), size, 0, client(), client_size_),
+              static_cast<ssize_t>(size));
   }
 
+  sockaddr* client() { return reinterpret_cast<sockaddr*>(&client_); }
+
   // Expects that there is no response, after so many seconds.
-  static void expect_silence(double wanted, double tolerance) {
+  static void expect_silence(double wanted, double tolerance = 0.5) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(GetResponse(), 1);
     const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
@@ -73,12 +72,9 @@ class Transport : public testing::Test {
   socklen_t client_size_ = sizeof client_;
 };
 
-TEST_F(Transport, AnEmptyDatagramIsNoResponse) {
+TEST_F(Transport, ADatagramIsEmptyOrCut) {
   answer(0);
-  expect_silence(0, 0.5);
-}
-
-TEST_F(Transport, ADatagramLargerThanAPacketIsCut) {
+  expect_silence(0);
   for (const std::int32_t limit : {2048, 60000}) {  // the buffer is not that large
     zn_pkt_size = limit;
     answer(3000);
@@ -88,14 +84,14 @@ TEST_F(Transport, ADatagramLargerThanAPacketIsCut) {
 }
 
 TEST_F(Transport, AnAlarmThatDoesNotReachTheReceiveDoesNotHangIt) {
-  expect_silence(1, 0.5);
+  expect_silence(1);
   EXPECT_EQ(received_state, 1);
   // It comes before the receive has started or, as here, afterwards.
   sigset_t alarms;
   sigemptyset(&alarms);
   sigaddset(&alarms, SIGALRM);
   pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
-  expect_silence(2, 0.5);  // the socket's own limit
+  expect_silence(2);  // the socket's own limit
   pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
 }
 
@@ -103,9 +99,7 @@ TEST_F(Transport, OtherSignalsDoNotEndTheWait) {
   struct sigaction action = {};
   action.sa_handler = [](int) {};
   sigaction(SIGUSR1, &action, nullptr);
-  seconds = 5;
-  const pthread_t receiver = pthread_self();
-  std::thread peer([&] {
+  std::thread peer([this, receiver = pthread_self()] {
     for (int i = 0; i < 5; ++i) {
       usleep(20000);
       pthread_kill(receiver, SIGUSR1);
@@ -113,6 +107,7 @@ TEST_F(Transport, OtherSignalsDoNotEndTheWait) {
     usleep(20000);
     answer(9);
   });
+  seconds = 5;
   EXPECT_EQ(GetResponse(), 2);
   EXPECT_EQ(packet_len, 9);
   peer.join();
@@ -122,38 +117,21 @@ TEST_F(Transport, WhatCannotBeSentOrReceived) {
   RecordedLog log;
   EXPECT_EQ(SendToIO(fd, packet, 2049), 0);
   EXPECT_EQ(SendToIO(fd, packet, -1), 0);
-  faults().failing_malloc = faults().mallocs + 1;
+  faults = {1, 0};
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
   agent_address.sin_addr.s_addr = INADDR_BROADCAST;  // which the socket has no permission for
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
+  const std::string refused = "2000 transport_test:  send.";
   EXPECT_EQ(log.take(),
-            (std::vector<std::string>{"2000 transport_test:  send.", "2000 transport_test:  send.",
-                                      "1000 transport_test:  couldn't get send buffer",
-                                      "2000 transport_test:  send."}));
+            (std::vector{refused, refused,
+                         std::string("1000 transport_test:  couldn't get send buffer"), refused}));
   CloseUp();
   CloseUp();
-  expect_silence(0, 0.5);
-  faults().failing_malloc = faults().mallocs + 1;
+  expect_silence(0);
+  faults = {1, 0};
   InitializeIO(nullptr, "127.0.0.1");
   EXPECT_EQ(packet, nullptr);
   expect_silence(0, 2.5);
-}
-
-// Every statement below runs in a process of its own, made anew: ports are kept for its life. Ends
-// it with a status that says which demand failed.
-void demand(bool holds, int status) {
-  if (!holds) _exit(status);
-}
-
-// Prints what is logged to the standard error, for the parent to see.
-void log_to_stderr() {
-  static LogContext context = {};
-  context.mask = ~0U;
-  context.sink = [](LogMessage* message) {
-    std::fprintf(stderr, "%x %s|", message->level, message->message);
-    FreeLogMessage(message);
-  };
-  log_context = &context;
 }
 
 // From here on no socket can be made and no file opened.
@@ -165,23 +143,43 @@ void open_no_more_files() {
   std::atexit([] { setrlimit(RLIMIT_NOFILE, &usual); });  // the leak check at the end opens some
 }
 
-void initialize(bool with_files, const std::string& program, const char* host) {
-  log_to_stderr();
+// Begins a process of its own, made anew, for ports are kept for the life of one. It prints what is
+// logged to the standard error, for the parent to see.
+void begin(bool with_files, const char* snmp_port, const char* trap_port) {
+  static LogContext context = {};
+  context.mask = ~0U;
+  context.sink = [](LogMessage* message) {
+    std::fprintf(stderr, "%x %s|", message->level, message->message);
+    FreeLogMessage(message);
+  };
+  log_context = &context;
+  const std::pair<const char*, const char*> variables[] = {{"ZN_SNMP_TEST_PORT", snmp_port},
+                                                           {"ZN_TRAP_TEST_PORT", trap_port}};
+  for (const auto& [name, value] : variables) {
+    value == nullptr ? unsetenv(name) : setenv(name, value, 1);
+  }
   if (!with_files) open_no_more_files();
-  InitializeIO(program.c_str(), host);
+}
+
+void initialize(bool with_files, const char* host) {
+  begin(with_files, nullptr, nullptr);
+  InitializeIO("tallyd", host);
+}
+
+// Such a process ends with a status that says which demand failed.
+void demand(bool holds, int status) {
+  if (!holds) _exit(status);
 }
 
 void start_well() {
-  initialize(true, std::string(500, 'p'), "localhost");
+  begin(true, "1161", "51162");
+  InitializeIO(std::string(500, 'p').c_str(), "localhost");
   demand(std::string(imagename) == std::string(127, 'p'), 1);
   demand(ntohl(agent_address.sin_addr.s_addr) == INADDR_LOOPBACK && hp != nullptr, 2);
-  demand(agent_address.sin_port == htons(GetSNMPPort()) && fd >= 0, 3);
-
-  demand(setenv("ZN_TRAP_TEST_PORT", "51162", 1) == 0, 4);
-  const int trap = OpenTrapSocket();
+  demand(agent_address.sin_port == htons(1161) && fd >= 0, 3);
   sockaddr_in bound = {};
   socklen_t size = sizeof bound;
-  getsockname(trap, reinterpret_cast<sockaddr*>(&bound), &size);
+  getsockname(OpenTrapSocket(), reinterpret_cast<sockaddr*>(&bound), &size);
   demand(bound.sin_port == htons(51162), 5);
   demand(OpenTrapSocket() == -1, 6);
   open_no_more_files();
@@ -189,24 +187,11 @@ void start_well() {
   _exit(0);
 }
 
-struct PortCase {
-  const char* snmp_variable;
-  const char* trap_variable;
-  bool with_files;
-  int snmp_port;
-  int trap_port;
-  const char* log;
-};
-
-void look_up_ports(const PortCase& c) {
-  log_to_stderr();
-  unsetenv("ZN_SNMP_TEST_PORT");
-  unsetenv("ZN_TRAP_TEST_PORT");
-  if (c.snmp_variable != nullptr) setenv("ZN_SNMP_TEST_PORT", c.snmp_variable, 1);
-  if (c.trap_variable != nullptr) setenv("ZN_TRAP_TEST_PORT", c.trap_variable, 1);
-  if (!c.with_files) open_no_more_files();
+void look_up_ports(bool with_files, const char* snmp_variable, const char* trap_variable,
+                   int snmp_port, int trap_port) {
+  begin(with_files, snmp_variable, trap_variable);
   for (int i = 0; i < 2; ++i) {
-    demand(GetSNMPPort() == c.snmp_port && GetSNMPTrapPort() == c.trap_port, 1 + i);
+    demand(GetSNMPPort() == snmp_port && GetSNMPTrapPort() == trap_port, 1 + i);
     setenv("ZN_SNMP_TEST_PORT", "99", 1);  // too late
     setenv("ZN_TRAP_TEST_PORT", "99", 1);
   }
@@ -217,28 +202,28 @@ TEST(Start, InAProcessOfItsOwn) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const testing::ExitedWithCode good(0);
   const testing::ExitedWithCode minus_one(255);
+  const char* const none = nullptr;
   EXPECT_EXIT(start_well(), good,
               HasSubstr("2000 traprcv:  bind|2000 OpenTrapSocket: socket() failed\n|"));
-  EXPECT_EXIT(initialize(true, "tallyd", "no.such.host.invalid"), minus_one,
+  EXPECT_EXIT(initialize(true, "no.such.host.invalid"), minus_one,
               HasSubstr("2000 no.such.host.invalid:  host unknown.\n|"));
-  EXPECT_EXIT(initialize(false, "tallyd", "127.0.0.1"), minus_one,
+  EXPECT_EXIT(initialize(false, "127.0.0.1"), minus_one,
               HasSubstr("2000 tallyd:  unable to connect to socket.\n|"));
-  const PortCase cases[] = {
-      {"1161", nullptr, true, 1161, 1162,
-       "80 GetSNMPPort: snmp port is 1161 from getenv(\"ZN_SNMP_TEST_PORT\")\n|"
-       "40000 GetSNMPTrapPort: trap port is 1162 from getenv(\"ZN_SNMP_TEST_PORT\") + 1\n|"},
-      {"1161", "3000", true, 1161, 3000,
-       "40000 GetSNMPTrapPort: trap port is 3000 from getenv(\"ZN_TRAP_TEST_PORT\")\n|"},
-      {nullptr, nullptr, true, 161, 162,
-       "80 GetSNMPPort: snmp port is 161 from snmp in /etc/services\n|"
-       "40000 GetSNMPTrapPort: trap port is 162 from snmp-trap in /etc/services\n|"},
-      {nullptr, nullptr, false, 161, 162,
-       "1000 GetSNMPPort: no snmp entry in /etc/services; |"
-       "1000 snmp port is 161 from #define SNMP_PORT\n|"
-       "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
-       "40000 trap port is 162 from #define SNMP_TRAP_PORT\n|"},
-  };
-  for (const PortCase& c : cases) EXPECT_EXIT(look_up_ports(c), good, HasSubstr(c.log));
+  EXPECT_EXIT(
+      look_up_ports(true, "1161", none, 1161, 1162), good,
+      HasSubstr("80 GetSNMPPort: snmp port is 1161 from getenv(\"ZN_SNMP_TEST_PORT\")\n|"
+                "40000 GetSNMPTrapPort: trap port is 1162 from getenv(\"ZN_SNMP_TEST_PORT\") + 1"));
+  EXPECT_EXIT(
+      look_up_ports(true, "1161", "3000", 1161, 3000), good,
+      HasSubstr("40000 GetSNMPTrapPort: trap port is 3000 from getenv(\"ZN_TRAP_TEST_PORT\")\n|"));
+  EXPECT_EXIT(look_up_ports(true, none, none, 161, 162), good,
+              HasSubstr("80 GetSNMPPort: snmp port is 161 from snmp in /etc/services\n|"
+                        "40000 GetSNMPTrapPort: trap port is 162 from snmp-trap in /etc/services"));
+  EXPECT_EXIT(look_up_ports(false, none, none, 161, 162), good,
+              HasSubstr("1000 GetSNMPPort: no snmp entry in /etc/services; |"
+                        "1000 snmp port is 161 from #define SNMP_PORT\n|"
+                        "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
+                        "40000 trap port is 162 from #define SNMP_TRAP_PORT\n|"));
 }
 
 }  // namespace

@@ -1,0 +1,178 @@
+"""The documents, believed to the letter: what they have people type is typed, what they show is what comes."""
+import json
+import os
+import re
+import struct
+import subprocess
+import sys
+
+import pytest
+from scapy.asn1.asn1 import ASN1_NULL
+from scapy.layers.snmp import SNMP, SNMPget
+
+from harness import control, web
+from harness.agent import BINARY as MINITAPD
+from harness.agent import SCRIPT, TRACE
+from harness.collection import Collection
+from harness.files import HOST, MATRIX, PDIST, PRIO
+from harness.paths import DATA, NMP_SETTINGS, PIPE, PREFERENCES, REPOSITORY, program
+from harness.records import FORMATS
+
+TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
+
+
+def page(name):
+    return (REPOSITORY / "docs" / name).read_text(encoding="utf-8")
+
+
+def examples(name, language=""):
+    """The fenced blocks of a page that are in this language."""
+    found = re.findall(r"^```(\w*)\n(.*?)^```$", page(name), re.DOTALL | re.MULTILINE)
+    return [text for of, text in found if of == language]
+
+
+def example(name, contents, language=""):
+    """The one that has these contents."""
+    found, = (block for block in examples(name, language) if contents in block)
+    return found
+
+
+def dumped(block):
+    """The bytes of a block that xxd has printed."""
+    return bytes.fromhex("".join(line[10:49] for line in block.splitlines()))
+
+
+def run(*command, status=0, **options):
+    done = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False, **options)
+    assert done.returncode == status, done.stdout + done.stderr
+    return done.stdout
+
+
+@pytest.fixture(autouse=True)
+def leave_nothing():
+    yield
+    for path in (*DATA.iterdir(), PREFERENCES, NMP_SETTINGS):  # of collections that were not destroyed
+        path.unlink(missing_ok=True)
+
+
+# What must be seen when the tutorial is typed in, in this order.
+SEEN = ("pdist 1  interval", '"row_count":', "protocol_tag,protocolDirLocalIndex", "last sample", "running, process",
+        "answers at", "protocolDistStatsPkts", "tallyd_pdist_packets_total{")
+
+
+def test_tutorial(log):
+    blocks = examples("tutorial.md", "sh")
+    assert len(blocks) == 6
+    build = program("TALLYD_BIN", "src/tallyd").removesuffix("/src/tallyd")
+    script = "".join(blocks).replace("$PWD/build/release", build)
+    seen = run("bash", "-e", "-c", f"trap 'kill $(jobs -p)' EXIT\n{script}", cwd=REPOSITORY,
+               env=dict(os.environ, TERM="dumb"))
+    at = 0
+    for text in SEEN:
+        at = seen.find(text, at)
+        assert at >= 0, f"{text} missing: {seen}"
+    assert not PIPE.exists()
+    log.wait("Terminating tallyd.")
+    log.take_all()
+
+
+def test_collection_files():
+    """The example, read by the reader of the page and by tallyctl; and where the fields of the diagrams begin."""
+    (DATA / "host_3_delta.bin").write_bytes(dumped(example("collection-files.md", "00000000:")))
+    read = json.loads(run(sys.executable, "-c", *examples("collection-files.md", "python")))
+    row, = read["rows"]
+    assert (read["interval"], row.pop("hostAddress")) == (15, "02:00:00:00:00:01")
+    assert {name: rate for name, rate in row.items() if rate} == {"hostInPkts": 10, "hostInOctets": 640}
+    shown = json.loads(run(TALLYCTL, "show", "host", "3", "--json"))
+    assert (shown["interval"], shown["rows"][0]["hostInOctets"]) == (15, 640)
+
+    diagrams = re.findall(r"^### (\w+), (\d+) bytes\n.*?^```\n(.*?)\n", page("collection-files.md"), re.DOTALL | re.MULTILINE)
+    assert {stem for stem, *_ in diagrams} == set(FORMATS) - {"supvlan"}  # which is vlan's
+    for stem, size, scale in diagrams:
+        fields = re.findall(r"\d*[a-zI]", re.sub(r"(\d+)([dI])", lambda many: many[2] * int(many[1]), FORMATS[stem][1]))
+        begins = [struct.calcsize("<" + "".join(fields[:count])) for count in range(len(fields) + 1)]
+        assert begins[-1] == int(size) and {int(at) for at in scale.split()} <= set(begins), stem
+
+
+def test_control_pipe(pipe):
+    writer, = examples("control-pipe.md", "python")
+    run(sys.executable, "-c", writer.replace("time.sleep(10)", "time.sleep(0.01)"))
+    assert os.read(pipe, 1000) == control.message(control.CREATE, 0, 5) + 10 * control.message(control.VIEWING, 0, 5)
+
+
+def test_settings():
+    for database in (PREFERENCES, NMP_SETTINGS):
+        database.unlink(missing_ok=True)
+    for block in examples("settings.md"):
+        run("bash", "-e", "-o", "pipefail", "-c", block)
+    assert json.loads(run(TALLYCTL, "status", "--json", status=3))["planned_interval"] == 30  # nothing runs
+    assert "10.0.0.2" in run(TALLYCTL, "check", status=1)
+
+
+def test_supervisor_request():
+    """The request's bytes, to a decoder that has nothing to do with ours."""
+    data = dumped(example("supervisor-snmp.md", "00000000:"))
+    request = SNMP(data)
+    assert isinstance(request.PDU, SNMPget)
+    assert (request.version.val, request.community.val, request.PDU.id.val) == (1, b"kivrel", 0x1234)
+    assert [each.oid.val for each in request.PDU.varbindlist] == [f"1.3.6.1.2.1.2.2.1.{column}.7" for column in (8, 9)]
+    assert all(isinstance(each.value, ASN1_NULL) for each in request.PDU.varbindlist)
+
+
+def test_scripts_of_minitapd(agent, daemon):
+    """The scripts and the trace of the page: the daemon asks, in these words, and keeps what it is served."""
+    tables, replies = examples("minitapd-script.md", "json")
+    SCRIPT.write_text(tables)
+    agent.forget_calls()
+    collections = [Collection(daemon, layout) for layout in (HOST, MATRIX, PDIST, PRIO)]
+    for collection in collections:
+        collection.create()
+    assert HOST.read(1, "last").rows == [(bytes.fromhex("020000000001"), (1, 2, 3, 4, 5, 6, 7))]
+    assert PDIST.read(1, "last").rows[0] == (struct.pack("<II", 7, 5), (10, 2.0**64))
+    control.send(control.RESCAN)
+    daemon.answer()
+    traced = TRACE.read_text().splitlines()
+    for line in examples("minitapd-script.md")[-1].splitlines():
+        assert line in traced, line
+    SCRIPT.write_text(replies)
+    other = subprocess.run(["timeout", "--preserve-status", "1", MINITAPD, "--script", SCRIPT, "--port", "9913"], capture_output=True, check=False)
+    assert (other.returncode, other.stderr) == (0, b"")
+
+
+# How the page heads each server's passwords, and where it has them looked for.
+@pytest.mark.parametrize("kind, heading, directory", [
+    ("lighttpd", "# lighttpd", "/etc/lighttpd"), ("apache", "# Apache", "/etc/apache2")])
+def test_live_page(pipe, kind, heading, directory):
+    """With the passwords of the page nobody gets in without one; behind them curl gets what is shown."""
+    (DATA / "tallyd.users").write_text("somebody:" + run("openssl", "passwd", "-apr1", "secret"))
+    (DATA / "host_5_delta.bin").write_bytes(struct.pack("<iIiI", 15, 0, 1, 0))
+    block = example("live-page.md", heading)
+    passwords = block[block.index(heading):].partition("\n\n")[0].replace(directory, str(DATA))
+    server = web.WebServer(kind, 8082, passwords)
+    try:
+        for typed, wanted in re.findall(r"^\$ (.*?)\n(?! )(.*?)$", example("live-page.md", "curl"), re.DOTALL | re.MULTILINE):
+            typed = typed.replace("http://appliance", server.origin)
+            assert "401" in run("bash", "-c", typed + " -w '%{http_code}'")
+            answer = run("bash", "-c", typed.replace("curl", "curl -u somebody:secret"))
+            assert answer.startswith(wanted.removesuffix("...")), answer
+        assert os.read(pipe, 100) == control.message(control.CREATE, 0, 5)
+    finally:
+        server.stop()
+
+
+def test_fleet(tmp_path):
+    """Prometheus takes the page's configuration; the table, the alerts and the dashboard name what there is."""
+    for stem, (code, form) in FORMATS.items():
+        record = bytes(struct.calcsize("<" + form))
+        for kind in ("prev", "last", "delta"):
+            name = f"{stem}_{kind}.bin" if code > 11 else f"{stem}_1_{kind}.bin"
+            (DATA / name).write_bytes(struct.pack("<iIiI", 15, 9, 1, code) + 60 * record)
+    there = set(re.findall(r"^# TYPE (\w+)", run(TALLYCTL, "metrics"), re.MULTILINE))
+    metrics = REPOSITORY / "packaging" / "metrics"
+    asked = (metrics / "tallyd.rules.yml").read_text() + (metrics / "tallyd.dashboard.json").read_text()
+    asked += "".join(re.findall(r"^\|.*?\|", page("fleet.md"), re.MULTILINE))
+    named = set(re.findall(r"\btallyd_[a-z_]+\b", asked))
+    assert len(named) > 15 and named <= there, named - there
+    (tmp_path / "tallyd.rules.yml").write_text((metrics / "tallyd.rules.yml").read_text())
+    (tmp_path / "prometheus.yml").write_text(*examples("fleet.md", "yaml"))
+    run("promtool", "check", "config", str(tmp_path / "prometheus.yml"))

@@ -1,0 +1,305 @@
+"""How the agent's binary starts, takes calls, reads a script and serves it member by member, misbehaves, finds rows
+that it counted, and watches an interface."""
+import json
+import os
+import subprocess
+import time
+
+import pytest
+from agent_wire import BINARY, BULK, CONTROL, SINGLE, TABLES, XID, Agent, key_names, members, pack, record, words
+from scapy.all import IP, TCP, Dot1Q, Ether, wrpcap
+
+HEADER = words(XID, 1, 0, 0, 0, 0)  # of an accepted call
+NULL_REPLY = words(0x8000001C) + HEADER + words(0)
+
+
+@pytest.fixture
+def serve(tmp_path):
+    def start(script, *options):
+        (tmp_path / "script.json").write_text(json.dumps(script))
+        return Agent("--script", tmp_path / "script.json", *options)
+    return start
+
+
+def numbered(layout, first, counters):
+    """Values of all members, no two of them equal."""
+    values = {}
+    for place, (name, kind) in enumerate(members(layout)):
+        number, low, start = first + place, place + 1, counters + 16 * place
+        values[name] = {"": number, "a": number.to_bytes(4, "big"), "A": bytes(range(low, low + 20)), "s": "mine!"}.get(
+            kind, tuple(range(start, start + int(kind[:-1] or 0))))
+    return values
+
+
+def scripted(values):
+    """The same, as a script has them; counters may be texts."""
+    texts = {name: value.hex(":") for name, value in values.items() if isinstance(value, bytes)}
+    if "counters" in values:
+        texts["counters"] = [str(counter) for counter in values["counters"]]
+    return {name: value for name, value in values.items() if name != "reserved"} | texts
+
+
+def test_every_member_is_in_its_place(serve, tmp_path):
+    calls, script = [], {"control": {}}
+    for table, (procedure, layout) in CONTROL.items():
+        layout += " status" if "owner" in layout else " owner:s status"
+        values = numbered(layout, 0xF0000000, 0xF0001000) | {"index": procedure, "status": -3}
+        reply = pack(layout, values)
+        values["fields"] += values.pop("more", ())
+        script["control"][table] = [scripted(values)]
+        nothing = words(1) + bytes(len(reply) - 8)  # an empty text is one word
+        for index, request, wanted in ((0, 2, words(0) + reply), (values["index"], 1, words(0) + reply),
+                                       (values["index"], 2, nothing), (values["index"], 3, nothing)):
+            calls.append((procedure, "index request", {"index": index, "request": request}, wanted))
+    for table, (procedure, asked, told) in TABLES.items():
+        # Beyond 2^31 numbers are big, not negative: they stand behind the small ones of the request.
+        row = numbered(told, 0xF0000000, 2**64 - 256) | {"index": procedure, "status": -3, "reserved": 0}
+        request = numbered(asked, 1, 0) | {"index": procedure}
+        if "request" in request:
+            request["request"] = 2
+        if table == "prio":  # but priorities have a sign
+            row["id"], request["id"] = 1, -1
+        script[table] = [scripted(row)]
+        calls.append((procedure, asked, request, words(table in BULK) + pack(told, row)))
+        behind = request | {name: row[name] for name in request if name in row}
+        calls.append((procedure, asked, behind,
+                      words(0) if table in BULK else words(1) + bytes(len(pack(told, row)))))
+    script["system"] = {"descr": "d", "up_time": 1, "text_2": "22", "text_3": "333", "text_4": "4444", "services": 5}
+    calls.append((1, "", {}, pack("d:s t x:s y:s z:s empty:s n", {"d": "d", "t": 1, "x": "22", "y": "333", "z": "4444",
+                                                               "empty": "", "n": 5})))
+    script["pdist_totals"] = [{"index": 103, "status": 5, "counters": [6, "30064771080"]}]
+    calls.append((184, "index", {"index": 103}, words(5, 0, 6, 7, 8)))
+    (tmp_path / "trace").write_text("before\n")
+    with serve(script, "--trace", tmp_path / "trace") as agent, agent.connect() as client:
+        for procedure, layout, request, reply in calls:
+            assert client.call(procedure, pack(layout, request)) == reply, (procedure, request)
+    begin, *lines = (tmp_path / "trace").read_text().splitlines()
+    assert begin == "before"
+    for (procedure, _, request, _), line in zip(calls, lines, strict=True):
+        number, _, *traced = line.split(" ")
+        assert int(number) == procedure
+        assert dict(member.split("=") for member in traced) == {
+            name: value.hex(":") if isinstance(value, bytes) else str(value) for name, value in request.items()}
+
+
+@pytest.mark.parametrize("script, message", [
+    ('{"host": [', "parse error"),
+    ([], "wants an object"),
+    ({"hosts": []}, "hosts: unknown key"),
+    ({"host": {}}, "host: wants an array"),
+    ({"host": [{"index": 1}, {}]}, "host[1].index: is missing"),
+    ({"host": [{"index": 4294967296}]}, "host[0].index: wants an integer"),
+    ({"host": [{"index": 1, "adress": ""}]}, "host[0].adress: unknown key"),
+    ({"host": [{"index": 1, "address": "2:0"}]}, "host[0].address: wants pairs"),
+    ({"host": [{"index": 1, "counters": [1, 2]}]}, "host[0].counters: wants 7 counters"),
+    ({"prio": [{"index": 1, "counters": [1, -2]}]}, "prio[0].counters[1]: wants a counter"),
+    ({"prio": [{"index": 1, "counters": [1, "18446744073709551616"]}]}, "counters[1]"),
+    ({"control": {"host": [{"index": 1, "owner": 7}]}}, "host[0].owner: wants a string"),
+    ({"batch": 101}, "batch: wants an integer, 0 to 100"),
+    ({"faults": [{"procedure": 12, "action": "close"}]}, "procedure: no such procedure"),
+    ({"faults": [{"procedure": 11, "action": "explode"}]}, "no such action: explode"),
+    ({"faults": [{"procedure": 11, "action": "drip"}]}, "bytes: a drip wants"),
+    ({"faults": [{"procedure": 11, "action": "delay", "seconds": -1}]}, "seconds: wants"),
+    ({"replies": {"11": []}}, "replies.11: wants at least one reply"),
+    ({"replies": {"184": [[]]}}, "replies.184: unknown key"),
+])
+def test_an_error_of_a_script_is_told_with_its_place(script, message, tmp_path):
+    path = tmp_path / "script.json"
+    path.write_text(script if isinstance(script, str) else json.dumps(script))
+    ended = subprocess.run([BINARY, "--script", path], capture_output=True, text=True)
+    assert ended.returncode == 1 and f"minitapd: {path}: " in ended.stderr and message in ended.stderr
+
+
+def test_rows_come_in_file_order_from_the_asked_key_on(serve):
+    rows = [(2, 1), (1, 9), (1, 3), (1, 9), (2, 3), (1, 5)]  # index and key; the tag tells the place
+    script = {"batch": 4, "control": {"host": [{"index": index} for index in (5, 2, 7)]},
+              "pdist": [{"index": index, "local_index": key, "tag": tag} for tag, (index, key) in enumerate(rows)]}
+    with serve(script) as agent, agent.connect() as client:
+        for start, count, tags in [(0, 100, [1, 2, 3, 4]), (0, 2, [1, 2]), (9, 100, [4, 5]), (3, 100, [3, 4, 5]),
+                                   (4, 100, [1, 2, 3, 4]), (5, 100, [])]:
+            found = client.rows("pdist", index=1, local_index=start, count=count)
+            assert [row["tag"] for row in found] == tags, (start, count)
+        for asked, found in [(0, 5), (5, 2), (2, 7), (7, 0), (6, 7), (1, 5), (9, 0)]:
+            assert client.call(9, words(asked, 2))[:8] == words(found == 0, found), asked
+
+
+def test_calls_are_counted_until_the_section_changes(serve, tmp_path):
+    def refused(**others):
+        """Whether a call is, once the script has these members beside its fault of the second call."""
+        new = tmp_path / "new"
+        new.write_text(json.dumps({**others, "faults": [{"procedure": 11, "call": 2, "action": "raw", "hex": ""}]}))
+        new.rename(tmp_path / "script.json")
+        return client.call(11, words(1, 0, 100, 3)) == b""
+    with serve({}) as agent, agent.connect() as client:
+        assert not refused()
+        assert not refused(generation=1)
+        assert refused(generation=1, system={"descr": "d", "up_time": 3})
+        assert client.call(1)[8:12] == words(3)
+        (tmp_path / "script.json").write_text('{"sistem": {}}')
+        assert client.call(1)[8:12] == client.call(1)[8:12] == words(3), "as it was"
+    assert agent.errors == f"minitapd: {tmp_path}/script.json: sistem: unknown key\n", "said once"
+
+
+REPLY = HEADER + words(1, 0, 2, 0, 3)
+WHOLE = words(0x80000000 | len(REPLY)) + REPLY
+FOREIGN = words(0x80000000 | len(REPLY), XID + 1) + REPLY[4:]
+REFUSED = words(0x80000018, XID, 1, 0, 0, 0)
+FAULTS = [  # what the stream is, whether the connection ends, the seconds that it takes at least
+    ({"action": "no_answer"}, b""),
+    ({"action": "close"}, b"", True),
+    ({"action": "system_err"}, REFUSED + words(5)),
+    ({"action": "decode_err"}, REFUSED + words(4)),
+    ({"action": "no_proc"}, REFUSED + words(3)),
+    ({"action": "no_prog"}, REFUSED + words(1)),
+    ({"action": "weak_auth"}, words(0x80000014, XID, 1, 1, 1, 5)),
+    ({"action": "truncate", "bytes": 26}, words(0x8000001A) + HEADER + b"\0\0"),
+    ({"action": "truncate", "bytes": 0}, words(0x80000000)),
+    ({"action": "cut", "bytes": 3}, WHOLE[:3], True),
+    ({"action": "cut", "bytes": 99}, WHOLE, True),
+    ({"action": "raw", "hex": "aabbcc"}, words(0x8000001B) + HEADER + b"\xaa\xbb\xcc"),
+    ({"action": "stream", "hex": "ff00"}, b"\xff\0"),
+    ({"action": "drip", "bytes": 24, "seconds": 1}, WHOLE, False, 1),
+    ({"action": "delay", "seconds": 1}, WHOLE, False, 1),
+    ({"action": "fragments", "bytes": 24}, words(24) + HEADER + words(0x80000014) + REPLY[24:]),
+    ({"action": "wrong_xid", "count": 2, "seconds": 1}, FOREIGN * 2, False, 1),
+    ({"action": "wrong_xid", "count": 100000}, FOREIGN * 100000),  # more than a socket takes
+    ({"action": "status", "value": 4294967295}, words(0x8000002C) + HEADER + words(0xFFFFFFFF) + REPLY[28:]),
+]
+
+
+def test_a_fault_strikes_one_call_of_one_client(serve):
+    faults = [{"procedure": 9, "action": "drip", "bytes": 1, "seconds": 0.01}]
+    faults += [{"procedure": 184, "call": call, **fault} for call, (fault, *_) in enumerate(FAULTS, 1)]
+    with serve({"pdist_totals": [{"index": 7, "status": 1, "counters": [2, 3]}], "faults": faults}) as agent:
+        for fault, stream, closes, lasts in (case + (False, 0)[len(case) - 2:] for case in FAULTS):
+            with agent.connect() as victim, agent.connect() as other:
+                begin = time.monotonic()
+                victim.send(record(184, words(7)))
+                with agent.connect() as third:
+                    third.send(record(9, words(0, 2)))  # goes away before it is answered
+                assert other.call(0) == words(0), "others are served meanwhile"
+                assert victim.receive(len(stream)) == stream, fault
+                assert time.monotonic() - begin >= lasts, fault
+                assert victim.at_end() if closes else victim.call(0) == words(0), fault
+        with agent.connect() as client:
+            assert client.call(184, words(7)) == REPLY[24:], "no fault is left"
+
+
+def test_calls_in_any_pieces_and_what_is_none(serve):
+    with serve({}) as agent, agent.connect() as client, agent.connect() as other:
+        two = 2 * record(0)
+        for cut in range(1, len(two), 3):
+            client.send(two[:cut])
+            assert other.call(0) == words(0), "served while half a call waits"
+            client.send(two[cut:])
+            assert client.receive(2 * len(NULL_REPLY)) == 2 * NULL_REPLY
+        for call, reason in [(record(0, program=1), (1,)), (record(0, version=2), (2, 1, 1)), (record(2), (3,)),
+                             (record(11), (4,)), (record(11, words(1, 0xFFFFFFFF)), (4,))]:  # an endless address
+            client.send(call)
+            refusal = words(0x80000014 + 4 * len(reason), XID, 1, 0, 0, 0, *reason)
+            assert client.receive(len(refusal)) == refusal
+        client.send(words(0xFFFFFFFF, 0))
+        assert client.at_end(), "a record longer than any call"
+
+
+def mac(number):
+    return b"\2\0\0\0" + number.to_bytes(2, "big")
+
+
+LOW, HIGH = bytes([10, 0, 0, 1]), bytes([10, 0, 0, 2])
+WALKS = [  # control index, asked key, keys of the rows behind it
+    ("from the start", "host", 4, (b"",), [(mac(i),) for i in (1, 2, 3, 1, 2, 3)]),
+    ("on into the next index", "host", 4, (mac(2),), [(mac(i),) for i in (3, 1, 2, 3)]),
+    ("behind the last row", "host", 4, (mac(3),), [(mac(i),) for i in (1, 2, 3)]),
+    ("behind a key that no row has", "host", 9, (mac(0),), [(mac(i),) for i in (1, 2, 3)]),
+    ("an index that is not there", "host", 5, (mac(2),), [(mac(i),) for i in (1, 2, 3)]),
+    ("behind the last row of all", "host", 9, (mac(3),), []),
+    ("behind the last index", "host", 10, (b"",), []),
+    ("a short key stands before its extensions", "host", 9, (b"\2",), [(mac(i),) for i in (1, 2, 3)]),
+    ("a long key is cut", "host", 9, (mac(1) + b"x",), [(mac(2),), (mac(3),)]),
+    ("protocol 266 compares as 0a 01: before 11", "nlhost", 1, (266, b""), [(11, LOW), (11, HIGH)]),
+    ("protocol 267 compares as 0b 01: behind all of 11", "nlhost", 1, (267, b""), []),
+    ("the shorter address is before", "nlhost", 1, (11, b"\xff\xff\xff"), [(11, LOW), (11, HIGH)]),
+    ("the longer address is behind", "nlhost", 1, (11, LOW + b"x"), []),
+    ("this network host", "nlhost", 1, (11, LOW), [(11, HIGH)]),
+    ("no destination is before all", "nlmatrix", 1, (11, LOW, b""), [(11, LOW, HIGH)]),
+    ("VLAN 1 is before 257", "vlan", 1, (1,), [(257,)]),
+    ("this VLAN", "vlan", 1, (257,), []),
+    ("VLAN 512 is behind 257", "vlan", 1, (512,), []),
+    ("VLAN 65793 is no 257", "vlan", 1, (65793,), []),
+    ("priorities begin behind -1", "prio", 1, (-1,), [(0,)]),
+    ("priority 0", "prio", 1, (0,), [(1,)]),
+    ("priority 263 is no 7", "prio", 1, (263,), []),
+    ("this group", "dsstats", 1, (10,), []),
+    ("group 266 is behind", "dsstats", 1, (266,), []),
+    ("protocol 267 is behind 106 in its group", "dspdist", 1, (10, 267), []),
+    ("protocol 267 of the group before", "dspdist", 1, (9, 267), [(10, 1)]),
+    ("this protocol", "dspdist", 1, (10, 32), [(10, 106)]),
+    ("group 266 compares as 0a 01", "dshost", 1, (266, 0, bytes(20), 0), []),
+    ("group 265 compares as 09 01", "dshost", 1, (265, 0, bytes(20), 0), [(10, 11, LOW + bytes(16), 4)]),
+    ("this host", "dshost", 1, (10, 11, LOW + bytes(16), 4), [(10, 11, HIGH + bytes(16), 4)]),
+    ("bytes 17 to 20 are of no row", "dshost", 1, (10, 11, LOW + bytes(15) + b"x", 4), [(10, 11, HIGH + bytes(16), 4)]),
+]
+
+
+def test_any_key_has_a_place_among_the_rows(tmp_path):
+    path, control = tmp_path / "frames.pcap", ["--control", "host:9:later", "--control", "host:4:LocalMgr"]
+    wrpcap(str(path), [Ether(src=mac(i), dst=mac(i), type=0x9000) for i in (3, 1, 2)] + [
+        Ether(src=mac(1), dst=mac(2)) / Dot1Q(vlan=257) / IP(src="10.0.0.1", dst="10.0.0.2", tos=0x28)
+        / TCP(sport=49153, dport=80)])
+    for table in ("nlhost", "nlmatrix", *SINGLE):
+        control += ["--control", f"{table}:1:mine"]
+    with Agent("--read", path, "--max-rows", 1000, *control) as agent, agent.connect() as client:
+        for label, table, index, asked, behind in WALKS:
+            names = key_names(table)
+            key = dict(zip(names, asked, strict=True))
+            found = client.rows(table, index=index, **key)
+            assert [tuple(row[name] for name in names) for row in found] == behind, label
+            if table in BULK:
+                assert client.rows(table, index=index, count=1, **key) == found[:1], label
+                assert client.rows(table, index=index, count=0, **key) == [], label
+            else:
+                exact = client.rows(table, index=1, request=1, **key)
+                assert bool(exact) == (asked in client.walk(table)), label
+                assert client.rows(table, index=2, request=1, **key) == [], "an index that is not there"
+        for index, request, found, owner in [(0, 2, 4, "LocalMgr"), (4, 2, 9, "later"), (9, 1, 9, "later")]:
+            assert client.call(9, words(index, request)) == words(0) + pack(
+                "index fields:3I owner:s status", {"index": found, "fields": (0, 3, 0), "owner": owner, "status": 1})
+        assert client.call(9, words(9, 2))[:4] == client.call(9, words(5, 1))[:4] == words(1), "no such control row"
+        assert client.call(32, words(0, 2))[:28] == words(0, 1, 0, 0, 2, 0, 1000), "inserts, deletes, most rows"
+        assert client.call(184, words(4))[:4] == words(1), "no totals under an index of another table"
+
+
+def test_an_interface_of_another_network_namespace():
+    def ip(*arguments):
+        return subprocess.run(["ip", *arguments]).returncode == 0
+    name = f"minitapd_{os.getpid()}"
+    if not ip("netns", "add", name):
+        pytest.skip("needs the right to make a namespace")
+    assert ip("-n", name, "link", "set", "lo", "up")
+    with Agent("--interface", "lo", "--capture-netns", f"/run/netns/{name}") as agent, agent.connect() as client:
+        assert ip("netns", "exec", name, "bash", "-c", "echo 123456789 >/dev/udp/127.0.0.1/161")
+        assert ip("netns", "del", name)  # the agent still has it
+        # Index 135 is ether2.ip.udp.snmp; a frame of 52 bytes, padded, with its check sequence.
+        expected = words(1, 1, 1, 135, 0, 1, 0, 64, 7)
+        for _ in range(100):
+            if (found := client.call(26, words(1, 134, 3, 1))) == expected:
+                break
+            time.sleep(0.02)
+        assert found == expected
+        assert client.call(24, words(0, 2))[:16] == words(0, 1, 1, 0), "the interface's index; no dropped frames"
+
+
+def test_a_bad_start_is_refused(serve, tmp_path):
+    script = str(tmp_path / "script.json")
+    with serve({}) as other:
+        for status, *arguments in [
+                (1, "--script", "/nonexistent"),
+                (1, "--script", script, "--listen", "::1"),
+                (1, "--script", script, "--port", str(other.port)),
+                (1, "--read", script),
+                (1, "--interface", "nonexistent0"),
+                (1, "--interface", "lo", "--capture-netns", "/nonexistent"),
+                (2, "--interface", "lo", "--control", "host:0:x"),
+                (1, "--interface", "lo", "--control", "host:1:a", "--control", "host:1:b")]:
+            assert subprocess.run(["timeout", "5", BINARY, *arguments]).returncode == status, arguments
