@@ -202,7 +202,9 @@ def test_never_a_part_of_a_file(pipe):
         while not over.wait(0.001):
             with open(path, "wb", buffering=0) as file:
                 fcntl.flock(file, fcntl.LOCK_EX)
-                file.write(data)
+                file.write(data[:500_000])
+                over.wait(0.001)
+                file.write(data[500_000:])
     writer = threading.Thread(target=write)
     writer.start()
     seen = set()
