@@ -50,6 +50,7 @@ def test_looked_at_left_alone_and_destroyed(own_daemon, agent, log):
     for layout in (HOST, MATRIX, PDIST):
         control.send(control.DESTROY, layout.code, 1)
     own_daemon.settle()
+    time.sleep(0.5)  # the task that was woken looks at the connection, without the lock
     agent.forget_calls()
     time.sleep(2.5)
     assert agent.calls() == [] and listing() == []

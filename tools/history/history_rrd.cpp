@@ -72,6 +72,7 @@ std::string RrdHistory::create(const std::string& file, const Interval& interval
     words.emplace_back(archive);
   }
   std::vector<const char*> pointers;
+  pointers.reserve(words.size());
   for (const std::string& word : words) pointers.push_back(word.c_str());
   const auto begin = static_cast<time_t>(interval.end - interval.seconds);
   if (rrd_create_r(file.c_str(), static_cast<unsigned long>(step_), begin,

@@ -97,7 +97,7 @@ PipeAnswer probe_pipe(const std::string& pipe) {
 PipeAnswer send_message(const std::string& pipe, const ControlMessage& message,
                         std::chrono::milliseconds patience) {
   UniqueFd fd;
-  const PipeAnswer opened = open_pipe(pipe, fd);
+  PipeAnswer opened = open_pipe(pipe, fd);
   if (opened.state != PipeState::read) return opened;
   const auto deadline = Clock::now() + patience;
   for (;;) {
