@@ -7,6 +7,9 @@ set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O3 -g -DNDEBUG" CACHE STRING "" FORCE)
 # Options of what runs once, the tests and the reading of command lines: optimising it takes longer
 # than it ever runs. What the tests link against is optimised as it is shipped.
 set(TALLYD_RUNS_ONCE "$<$<CONFIG:RelWithDebInfo>:-O0>")
+if(TALLYD_SANITIZE)
+  set(TALLYD_RUNS_ONCE -O0)
+endif()
 
 add_library(tally_options INTERFACE)
 target_compile_options(tally_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
