@@ -1,5 +1,8 @@
-// Every numbered error of the generic delta file. The merge is judged end to end.
+// Every numbered error of the generic delta file, and its lock. The merge is judged end to end.
 #include "files/delta_file.h"
+
+#include <future>
+#include <thread>
 
 #include "files/file_format.h"
 #include "files/sample_rows.h"
@@ -11,8 +14,8 @@ namespace {
 constexpr std::uint32_t kRecord = 60;
 std::string delta_path;  // for the routines, which get no context
 
-std::string header() {
-  return bytes_of(FileHeader{0, 0, 5, 13});
+std::string header(std::uint32_t up_time = 0) {
+  return bytes_of(FileHeader{0, up_time, 5, 13});
 }
 
 int compare_keys(const RecordCache& last, const RecordCache& prev) {
@@ -111,6 +114,22 @@ TEST_F(DeltaFileTest, OpensBeforeItEmpties) {
   std::filesystem::create_symlink(directory_ / "elsewhere", delta_path);
   expect_error(3);
   EXPECT_EQ(read_file(directory_ / "elsewhere"), "of somebody else");
+}
+
+TEST_F(DeltaFileTest, LeavesTheOldFileToAReaderWithALock) {
+  write(header(7), header(8) + record({1, 1}, kRecord));
+  write_file(delta_path, "of old");
+  std::future<int> created;
+  {
+    const UniqueFd reader = open_file(delta_path.c_str(), O_RDONLY);
+    ASSERT_EQ(flock(reader.get(), LOCK_SH), 0);
+    created = std::async(std::launch::async, [this] { return create(); });
+    while (read_file("/proc/locks").find("-> FLOCK") == std::string::npos)
+      std::this_thread::yield();
+    EXPECT_EQ(read_file(delta_path), "of old");
+  }
+  EXPECT_EQ(created.get(), 1);
+  EXPECT_EQ(read_file(delta_path), header() + record({1, 1}, kRecord));
 }
 
 }  // namespace
