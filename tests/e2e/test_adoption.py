@@ -44,7 +44,10 @@ def test_adoption_at_the_start(own_daemon, agent, log):
     before = {name: (DATA / name).read_bytes() for name in wanted}
     added = [*ENTRIES, (999, *LOCAL_ROW)]
     agent.serve(control={"matrix": added}, matrix=[samples.row(MATRIX, 1, 5, 999)])
+    for path in MATRIX.paths(999):
+        path.write_bytes(b"of a collection of that index, long gone")
     control.send(control.RESCAN)
+    processes.wait_until(lambda: not MATRIX.path(999, "delta").exists())
     processes.wait_until(MATRIX.path(999, "last").exists)
     own_daemon.settle()
     assert listing() == sorted([*wanted, "matrix_999_last.bin"])

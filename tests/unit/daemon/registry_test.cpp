@@ -164,6 +164,9 @@ TEST_F(RegistryTest, SweepsWhatIsDueOnceAPass) {
   EXPECT_NEAR(left->schedule.next_due, now + 3600, 1);
   EXPECT_EQ(left->schedule.flags, kPolledInThisPass);
   EXPECT_EQ(registry_.earliest_due(), viewed->schedule.next_due);
+  registry_.set_interval(200);
+  registry_.apply_interval();
+  EXPECT_EQ(order(registry_), (std::vector<std::uint32_t>{4, 1, 2, 3}));
   add(5, now - 20);  // became due meanwhile
   viewed->schedule.next_due = now - 30;
   registry_.re_sort();
