@@ -1,11 +1,9 @@
 """tallyctl: what people and scrapers see of it, without a daemon and of a poll of one."""
 import fcntl
 import http.client
-import ipaddress
 import json
 import os
 import pty
-import random
 import re
 import resource
 import shutil
@@ -121,37 +119,6 @@ def test_what_is_sent_and_said(pipe):
             assert (done.returncode, messages(pipe)) == (status, []), line
             assert out in done.stdout and bool(out) == bool(done.stdout), line
             assert words in done.stderr and bool(words) == bool(done.stderr), line
-
-
-FORMS = {"mac": "6s", "address": "16s", "name": "16s", "rate": "d", "percent": "d"}  # of struct; all others: "I"
-
-
-def layouts():
-    """The page's columns, which its own test holds against the documented records."""
-    text = (REPOSITORY / "web/page/layouts.js").read_text(encoding="utf-8")
-    vlan = re.search("VLAN = `(.*?)`", text, re.DOTALL)[1]
-    for code, stem, rank, columns in re.findall(r'\[(\d+), "(\w+)", "[^"]*", "(\w+)",\s*([^]]*)\]', text):
-        yield int(code), stem, rank, [field.split(":") for field in columns.replace("VLAN", vlan).strip('`"').split()]
-
-
-def test_columns_of_every_type(pipe):
-    """Each value is found under its name, and the rows with the highest of one rate are the busiest."""
-    numbers, types = random.Random(7), list(layouts())
-    assert len(types) == 14
-    for code, stem, rank, columns in types:
-        kinds = [kind for _, kind in columns]
-        records, rows = b"", []
-        for _ in range(3):
-            octets = bytes(numbers.choices(b"abcdef", k=4))
-            cells = [{"d": numbers.random(), "I": 4 if following in ("address", "name") else 100 + place}.get(
-                FORMS.get(kind, "I"), octets) for place, (kind, following) in enumerate(zip(kinds, [*kinds[1:], ""]))]
-            records += struct.pack("<" + "".join(FORMS.get(kind, "I") for kind in kinds), *cells)
-            texts = {"mac": octets.hex(":") + ":00:00", "name": octets.decode(), "address": str(ipaddress.IPv4Address(octets))}
-            rows.append({name: texts.get(kind, cell) for (name, kind), cell in zip(columns, cells) if kind != "length"})
-        put(stem if code >= 12 else f"{stem}_1", code, records)
-        show = f"show {stem} {0 if code >= 12 else 1} --json --no-notes"
-        assert [[*row.items()] for row in json.loads(tallyctl(show))["rows"]] == [[*row.items()] for row in rows], stem
-        assert json.loads(tallyctl(show + " --top 1"))["rows"] == [max(rows, key=lambda row: row[rank])], stem
 
 
 def test_pipe_without_a_reader_or_room(pipe):
