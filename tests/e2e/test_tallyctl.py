@@ -19,7 +19,7 @@ import pytest
 from harness import processes, samples
 from harness.collection import Collection
 from harness.files import HOST
-from harness.paths import DATA, PIPE, REPOSITORY, program
+from harness.paths import DATA, PIPE, program
 
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
@@ -322,18 +322,13 @@ def test_view_outlives_the_daemon(pipe):
     assert (view.wait(10), messages(pipe)[0]) == (0, (2, 0, 3))
 
 
-@pytest.fixture
-def polled(agent, daemon):
-    """A collection of three hosts: one goes on, one is reset, one stands still; the agent restarted."""
+def test_views(agent, daemon):
+    """Of three hosts one goes on, one is reset, one stands still; the agent restarted."""
     collection = Collection(daemon, HOST)
     agent.serve(host=samples.rows(HOST, {1: 1000, 2: 9000, 3: 5}, 1), up_time=700)
     collection.create()
     agent.serve(host=samples.rows(HOST, {1: 4000, 2: 40, 3: 5}, 1), up_time=3)
     collection.poll()
-    return collection
-
-
-def test_views(polled):
     document = json.loads(tallyctl("show host 1 --json"))
     first, second = document["rows"]
     assert first["hostInPkts"] == 3000 / document["interval"] and "notes" not in first
@@ -351,35 +346,3 @@ def test_views(polled):
     away.rename(PIPE)
     findings = {each["subject"]: each["level"] for each in json.loads(tallyctl("check --json"))}
     assert {findings[name] for name in ("daemon", "pipe", "space", "preferences", "agent", "host 1")} == {"ok"}
-
-
-@needs("prometheus")
-def test_prometheus_scrapes(polled, tmp_path):
-    config = tmp_path / "prometheus.yml"
-    config.write_text(json.dumps({
-        "rule_files": [str(REPOSITORY / "packaging/metrics/tallyd.rules.yml")],
-        "scrape_configs": [{"job_name": "tallyd", "scrape_interval": "1s",
-                            "static_configs": [{"targets": ["127.0.0.1:9912"]}]}]}))
-    server = begin("metrics --listen 9912 --top 2")
-    engine = subprocess.Popen(["prometheus", f"--config.file={config}", f"--storage.tsdb.path={tmp_path}/data",
-                               "--web.listen-address=127.0.0.1:9990"], stderr=subprocess.DEVNULL)
-
-    def ask(query):
-        told = subprocess.run(["promtool", "query", "instant", "http://127.0.0.1:9990", f"sum by (mac) ({query})"],
-                              capture_output=True, text=True, check=False).stdout
-        return sorted(re.findall(r'^\{(?:mac="(.*)")?\} => (\S+)', told, re.MULTILINE))
-    try:
-        processes.wait_until(lambda: ask("tallyd_up"), 30, pause=0.2)
-        assert ask("tallyd_host_in_packets_total") == [("02:00:00:00:00:01", "4000"), ("02:00:00:00:00:02", "40")]
-        for query, value in (("tallyd_host_rest_in_packets", "5"), ("tallyd_host_all_in_packets_total", "4045"),
-                             ('tallyd_note{code="agent-restarted"}', "1"), ('up{job="tallyd"}', "1")):
-            assert ask(query) == [("", value)], query
-        for panel in json.loads((REPOSITORY / "packaging/metrics/tallyd.dashboard.json").read_text())["panels"]:
-            for target in panel["targets"]:
-                query = target["expr"].replace("$instance", ".*").replace("$__rate_interval", "1m")
-                subprocess.run(["promtool", "query", "instant", "http://127.0.0.1:9990", query], check=True,
-                               stdout=subprocess.DEVNULL)
-    finally:
-        for process in (engine, server):
-            process.terminate()
-            process.wait(20)

@@ -147,7 +147,8 @@ def test_lines_of_the_chart(browser):
                      ["1", [[25, "4"], [40, "4"], [40, "0"], [55, "0"], [70, "NaN"], [70, "2"], [80, "2"]]]]
 
 
-# What a request is changed in, and its answer; nothing reaches the pipe but with status 200.
+# What a request is changed in, and its answer; nothing reaches the pipe but with status 200. Everything
+# that is refused for what the headers and the body say is in the corpus of the program's fuzzer.
 VIEWING = {"message": "viewing", "type": "host", "index": 3}
 REQUESTS = {
     "viewing": (VIEWING, {}, 200), "create": ({**VIEWING, "message": "create"}, {}, 200),
@@ -155,23 +156,15 @@ REQUESTS = {
                 {"Content_Type": "application/json; charset=utf-8"}, 200),
     "old browser": (VIEWING, {"Sec_Fetch_Site": None}, 200),
     "behind TLS": (VIEWING, {"Origin": "https://127.0.0.1:8081"}, 200),
-    "terminate": ({**VIEWING, "message": "terminate"}, {}, 400), "interval": ({**VIEWING, "message": 1}, {}, 400),
-    "no such type": ({**VIEWING, "type": "hosts"}, {}, 400), "dsmatrix": ({**VIEWING, "type": "dsmatrix"}, {}, 400),
-    "index too large": ({**VIEWING, "index": 2**32}, {}, 400), "index below 0": ({**VIEWING, "index": -1}, {}, 400),
-    "index of a kind": ({**VIEWING, "type": "supvlan"}, {}, 400), "one more member": ({**VIEWING, "and": 1}, {}, 400),
-    "a list": ([VIEWING], {}, 400), "no JSON": (None, {}, 400), "nothing": ("", {}, 400),
-    "foreign origin": (VIEWING, {"Origin": "http://elsewhere"}, 403), "other port": (VIEWING, {"Origin": "http://127.0.0.1"}, 403),
-    "no origin": (VIEWING, {"Origin": None}, 403), "null origin": (VIEWING, {"Origin": "null"}, 403),
-    "cross-site": (VIEWING, {"Sec_Fetch_Site": "cross-site"}, 403), "same site": (VIEWING, {"Sec_Fetch_Site": "same-site"}, 403),
-    "no header": (VIEWING, {"X_Tally_Control": None}, 403), "a form": (VIEWING, {"Content_Type": "text/plain"}, 415),
-    "too long": ({**VIEWING, "type": "h" * 300}, {}, 413),
+    "terminate": ({**VIEWING, "message": "terminate"}, {}, 400), "foreign origin": (VIEWING, {"Origin": "http://elsewhere"}, 403),
+    "cross-site": (VIEWING, {"Sec_Fetch_Site": "cross-site"}, 403), "no header": (VIEWING, {"X_Tally_Control": None}, 403),
+    "a form": (VIEWING, {"Content_Type": "text/plain"}, 415), "too long": ({**VIEWING, "type": "h" * 300}, {}, 413),
 }
 
 
 def test_requests(either_server, pipe):
     for label, (message, changes, wanted) in REQUESTS.items():
-        body = {"no JSON": "{", "nothing": ""}.get(label)
-        status, answer = either_server.send(message, body, **changes)
+        status, answer = either_server.send(message, **changes)
         assert status == wanted and (status == 200 or answer["error"]), label
         sent = control.message({"viewing": 2, "create": 3, "destroy": 4}[message["message"]],
                                FORMATS[message["type"]][0], message["index"]) if wanted == 200 else b""
