@@ -89,7 +89,7 @@ def wait_for(browser, selector, wanted, timeout=30):
 # Octets of addresses and names: what counts of them is said by the word before, and no key may look like another.
 OCTETS = [octets.ljust(16, b"\0") for octets in (
     b"", b"\x0a\0\0\1", b"\x0a\0\0\1\xff", b"\x20\1\x0d\xb8" + bytes(11) + b"\1", b"\0\1" + bytes(5) + b"\2" + bytes(7) + b"\3",
-    b"\x0a", b"\1\2", b"Gi1/1", b"<b>\x1b[2J", b"\\\x7f\xc3 x")]
+    b"\0\1" + bytes(5) + b"\2" + bytes(5) + b"\3", b"\x0a", b"\1\2", b"Gi1/1", b"<b>\x1b[2J", b"\\\x7f\xc3 x")]
 
 
 def test_every_type_is_read(browser, files):
