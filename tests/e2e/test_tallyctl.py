@@ -124,12 +124,8 @@ def test_what_is_sent_and_said(pipe):
 def test_pipe_without_a_reader_or_room(pipe):
     """The other troubles are those of the page's program, which sends with the same routine."""
     def wait_for_room():
-        writer = os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK)
-        try:
-            while os.write(writer, b"x"):
-                pass
-        except BlockingIOError:
-            os.close(writer)
+        with open(os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK), "wb", buffering=0) as writer:
+            writer.write(bytes(1 << 20))  # as much of it as there is room for
         stop = begin("stop")
         processes.wait_until(lambda: str(PIPE) in processes.descriptors(stop.pid).values())
         return stop

@@ -189,12 +189,8 @@ def test_requests(either_server, pipe):
 def test_what_becomes_of_a_message(server, pipe):
     """Each trouble with the pipe has its own words, and the answer comes at once."""
     def full():
-        writer = os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK)
-        while True:
-            try:
-                os.write(writer, bytes(4096))
-            except BlockingIOError:
-                return os.close(writer)
+        with open(os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK), "wb", buffering=0) as writer:
+            writer.write(bytes(1 << 20))  # as much of it as there is room for
 
     def replace(make):
         PIPE.unlink()
