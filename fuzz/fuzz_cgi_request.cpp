@@ -4,7 +4,9 @@
 // Nothing becomes a control message but what a page of the same origin asked for, in full: the
 // demands are written anew here, from the outside. Everything else is refused with its reason. A
 // name that is taken for a collection file is the one that the daemon gives that collection.
+#include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "daemon/collection_types.h"
@@ -46,9 +48,12 @@ void check_message(const ControlMessage& message, Lines& lines, std::string_view
          "of a collection that can exist");
   demand(!is_supervisor_type(message.collection_type) || message.collection_index == 0,
          "with the index that it has");
-  demand(body.find(type_stem(message.collection_type)) != std::string_view::npos ||
-             body.find('\\') != std::string_view::npos,
-         "which the body names");
+  const char* const names[] = {"viewing", "create", "destroy"};
+  const nlohmann::json asked{{"message", names[message.type - 2]},
+                             {"type", type_stem(message.collection_type)},
+                             {"index", message.collection_index}};
+  demand(nlohmann::json::parse(body) == asked && std::count(body.begin(), body.end(), ':') == 3,
+         "which is all that the body asks for, once");
 }
 
 void check_name(std::string_view name) {

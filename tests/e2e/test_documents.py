@@ -10,7 +10,7 @@ import pytest
 from scapy.asn1.asn1 import ASN1_NULL
 from scapy.layers.snmp import SNMP, SNMPget
 
-from harness import control, web
+from harness import control, processes, web
 from harness.agent import BINARY as MINITAPD
 from harness.agent import SCRIPT, TRACE
 from harness.collection import Collection
@@ -161,18 +161,46 @@ def test_live_page(pipe, kind, heading, directory):
 
 
 def test_fleet(tmp_path):
-    """Prometheus takes the page's configuration; the table, the alerts and the dashboard name what there is."""
+    """Prometheus, set up as the page says, takes what tallyctl serves; the table, the alerts and the dashboard
+    name what there is. Of three hosts two have series of their own; the agent restarted."""
+    def hosts(*counts):
+        return b"".join(struct.pack("<5xB7d", row, *[float(count)] * 7) for row, count in enumerate(counts))
     for stem, (code, form) in FORMATS.items():
-        record = bytes(struct.calcsize("<" + form))
-        for kind in ("prev", "last", "delta"):
+        for kind, interval, up_time, end, counts in (("prev", 0, 700, 1, (1000, 9000, 5)), ("last", 0, 3, 16, (4000, 40, 5)),
+                                                     ("delta", 15, 3, 16, (200, 40))):
             name = f"{stem}_{kind}.bin" if code > 11 else f"{stem}_1_{kind}.bin"
-            (DATA / name).write_bytes(struct.pack("<iIiI", 15, 9, 1, code) + 60 * record)
-    there = set(re.findall(r"^# TYPE (\w+)", run(TALLYCTL, "metrics"), re.MULTILINE))
+            rows = hosts(*counts) if stem == "host" else 60 * bytes(struct.calcsize("<" + form))
+            (DATA / name).write_bytes(struct.pack("<iIiI", interval, up_time, end, code) + rows)
     metrics = REPOSITORY / "packaging" / "metrics"
-    asked = (metrics / "tallyd.rules.yml").read_text() + (metrics / "tallyd.dashboard.json").read_text()
-    asked += "".join(re.findall(r"^\|.*?\|", page("fleet.md"), re.MULTILINE))
+    dashboard, rules = ((metrics / f"tallyd.{name}").read_text() for name in ("dashboard.json", "rules.yml"))
+    there = set(re.findall(r"^# TYPE (\w+)", run(TALLYCTL, "metrics"), re.MULTILINE))
+    asked = rules + dashboard + "".join(re.findall(r"^\|.*?\|", page("fleet.md"), re.MULTILINE))
     named = set(re.findall(r"\btallyd_[a-z_]+\b", asked))
     assert len(named) > 15 and named <= there, named - there
-    (tmp_path / "tallyd.rules.yml").write_text((metrics / "tallyd.rules.yml").read_text())
-    (tmp_path / "prometheus.yml").write_text(*examples("fleet.md", "yaml"))
-    run("promtool", "check", "config", str(tmp_path / "prometheus.yml"))
+
+    config, = examples("fleet.md", "yaml")
+    (tmp_path / "tallyd.rules.yml").write_text(rules)
+    (tmp_path / "appliances.json").write_text('[{"targets": ["127.0.0.1:9912"]}]')
+    (tmp_path / "prometheus.yml").write_text(config.replace("scrape_interval: 1m", "scrape_interval: 1s"))
+    server = subprocess.Popen([TALLYCTL, "metrics", "--listen", "9912", "--top", "2"], stderr=subprocess.DEVNULL)
+    engine = subprocess.Popen(["prometheus", f"--config.file={tmp_path}/prometheus.yml", f"--storage.tsdb.path={tmp_path}/data",
+                               "--web.listen-address=127.0.0.1:9990"], stderr=subprocess.DEVNULL)
+
+    def ask(query, check=True):
+        done = subprocess.run(["promtool", "query", "instant", "http://127.0.0.1:9990", query],
+                              capture_output=True, text=True, check=check)
+        return sorted(re.findall(r'^\{(?:mac="(.*)")?\} => (\S+)', done.stdout, re.MULTILINE))
+    try:
+        processes.wait_until(lambda: ask("sum(tallyd_up)", check=False), 30, pause=0.2)
+        for query, answer in (("host_in_packets_total", [("00:00:00:00:00:00", "4000"), ("00:00:00:00:00:01", "40")]),
+                              ("host_rest_in_packets", [("", "5")]), ("host_all_in_packets_total", [("", "4045")]),
+                              ('note{code="agent-restarted",type="host"}', [("", "1")])):
+            assert ask(f"sum by (mac) (tallyd_{query})") == answer, query
+        assert ask('sum(up{job="tallyd"})') == [("", "1")]
+        for panel in json.loads(dashboard)["panels"]:
+            for target in panel["targets"]:
+                ask(target["expr"].replace("$instance", ".*").replace("$__rate_interval", "1m"))
+    finally:
+        for process in (engine, server):
+            process.terminate()
+            process.wait(20)

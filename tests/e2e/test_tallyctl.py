@@ -1,11 +1,9 @@
 """tallyctl: what people and scrapers see of it, without a daemon and of a poll of one."""
 import fcntl
 import http.client
-import ipaddress
 import json
 import os
 import pty
-import random
 import re
 import resource
 import shutil
@@ -21,7 +19,7 @@ import pytest
 from harness import processes, samples
 from harness.collection import Collection
 from harness.files import HOST
-from harness.paths import DATA, PIPE, REPOSITORY, program
+from harness.paths import DATA, PIPE, program
 
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
@@ -123,46 +121,11 @@ def test_what_is_sent_and_said(pipe):
             assert words in done.stderr and bool(words) == bool(done.stderr), line
 
 
-FORMS = {"mac": "6s", "address": "16s", "name": "16s", "rate": "d", "percent": "d"}  # of struct; all others: "I"
-
-
-def layouts():
-    """The page's columns, which its own test holds against the documented records."""
-    text = (REPOSITORY / "web/page/layouts.js").read_text(encoding="utf-8")
-    vlan = re.search("VLAN = `(.*?)`", text, re.DOTALL)[1]
-    for code, stem, rank, columns in re.findall(r'\[(\d+), "(\w+)", "[^"]*", "(\w+)",\s*([^]]*)\]', text):
-        yield int(code), stem, rank, [field.split(":") for field in columns.replace("VLAN", vlan).strip('`"').split()]
-
-
-def test_columns_of_every_type(pipe):
-    """Each value is found under its name, and the rows with the highest of one rate are the busiest."""
-    numbers, types = random.Random(7), list(layouts())
-    assert len(types) == 14
-    for code, stem, rank, columns in types:
-        kinds = [kind for _, kind in columns]
-        records, rows = b"", []
-        for _ in range(3):
-            octets = bytes(numbers.choices(b"abcdef", k=4))
-            cells = [{"d": numbers.random(), "I": 4 if following in ("address", "name") else 100 + place}.get(
-                FORMS.get(kind, "I"), octets) for place, (kind, following) in enumerate(zip(kinds, [*kinds[1:], ""]))]
-            records += struct.pack("<" + "".join(FORMS.get(kind, "I") for kind in kinds), *cells)
-            texts = {"mac": octets.hex(":") + ":00:00", "name": octets.decode(), "address": str(ipaddress.IPv4Address(octets))}
-            rows.append({name: texts.get(kind, cell) for (name, kind), cell in zip(columns, cells) if kind != "length"})
-        put(stem if code >= 12 else f"{stem}_1", code, records)
-        show = f"show {stem} {0 if code >= 12 else 1} --json --no-notes"
-        assert [[*row.items()] for row in json.loads(tallyctl(show))["rows"]] == [[*row.items()] for row in rows], stem
-        assert json.loads(tallyctl(show + " --top 1"))["rows"] == [max(rows, key=lambda row: row[rank])], stem
-
-
 def test_pipe_without_a_reader_or_room(pipe):
     """The other troubles are those of the page's program, which sends with the same routine."""
     def wait_for_room():
-        writer = os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK)
-        try:
-            while os.write(writer, b"x"):
-                pass
-        except BlockingIOError:
-            os.close(writer)
+        with open(os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK), "wb", buffering=0) as writer:
+            writer.write(bytes(1 << 20))  # as much of it as there is room for
         stop = begin("stop")
         processes.wait_until(lambda: str(PIPE) in processes.descriptors(stop.pid).values())
         return stop
@@ -355,18 +318,13 @@ def test_view_outlives_the_daemon(pipe):
     assert (view.wait(10), messages(pipe)[0]) == (0, (2, 0, 3))
 
 
-@pytest.fixture
-def polled(agent, daemon):
-    """A collection of three hosts: one goes on, one is reset, one stands still; the agent restarted."""
+def test_views(agent, daemon):
+    """Of three hosts one goes on, one is reset, one stands still; the agent restarted."""
     collection = Collection(daemon, HOST)
     agent.serve(host=samples.rows(HOST, {1: 1000, 2: 9000, 3: 5}, 1), up_time=700)
     collection.create()
     agent.serve(host=samples.rows(HOST, {1: 4000, 2: 40, 3: 5}, 1), up_time=3)
     collection.poll()
-    return collection
-
-
-def test_views(polled):
     document = json.loads(tallyctl("show host 1 --json"))
     first, second = document["rows"]
     assert first["hostInPkts"] == 3000 / document["interval"] and "notes" not in first
@@ -384,35 +342,3 @@ def test_views(polled):
     away.rename(PIPE)
     findings = {each["subject"]: each["level"] for each in json.loads(tallyctl("check --json"))}
     assert {findings[name] for name in ("daemon", "pipe", "space", "preferences", "agent", "host 1")} == {"ok"}
-
-
-@needs("prometheus")
-def test_prometheus_scrapes(polled, tmp_path):
-    config = tmp_path / "prometheus.yml"
-    config.write_text(json.dumps({
-        "rule_files": [str(REPOSITORY / "packaging/metrics/tallyd.rules.yml")],
-        "scrape_configs": [{"job_name": "tallyd", "scrape_interval": "1s",
-                            "static_configs": [{"targets": ["127.0.0.1:9912"]}]}]}))
-    server = begin("metrics --listen 9912 --top 2")
-    engine = subprocess.Popen(["prometheus", f"--config.file={config}", f"--storage.tsdb.path={tmp_path}/data",
-                               "--web.listen-address=127.0.0.1:9990"], stderr=subprocess.DEVNULL)
-
-    def ask(query):
-        told = subprocess.run(["promtool", "query", "instant", "http://127.0.0.1:9990", f"sum by (mac) ({query})"],
-                              capture_output=True, text=True, check=False).stdout
-        return sorted(re.findall(r'^\{(?:mac="(.*)")?\} => (\S+)', told, re.MULTILINE))
-    try:
-        processes.wait_until(lambda: ask("tallyd_up"), 30, pause=0.2)
-        assert ask("tallyd_host_in_packets_total") == [("02:00:00:00:00:01", "4000"), ("02:00:00:00:00:02", "40")]
-        for query, value in (("tallyd_host_rest_in_packets", "5"), ("tallyd_host_all_in_packets_total", "4045"),
-                             ('tallyd_note{code="agent-restarted"}', "1"), ('up{job="tallyd"}', "1")):
-            assert ask(query) == [("", value)], query
-        for panel in json.loads((REPOSITORY / "packaging/metrics/tallyd.dashboard.json").read_text())["panels"]:
-            for target in panel["targets"]:
-                query = target["expr"].replace("$instance", ".*").replace("$__rate_interval", "1m")
-                subprocess.run(["promtool", "query", "instant", "http://127.0.0.1:9990", query], check=True,
-                               stdout=subprocess.DEVNULL)
-    finally:
-        for process in (engine, server):
-            process.terminate()
-            process.wait(20)

@@ -74,26 +74,22 @@ class WebServer:
             return False
 
     def request(self, method, path, headers=None, body=None):
-        """Exactly these headers, and Host: (status, headers, body)."""
+        """(status, headers, body)."""
         connection = http.client.HTTPConnection(HOST, self.port, timeout=20)
         try:
-            connection.putrequest(method, path, skip_accept_encoding=True)
-            for name, value in (headers or {}).items():
-                connection.putheader(name, value)
-            connection.endheaders(body)
+            connection.request(method, path, body, headers or {})
             answer = connection.getresponse()
             return answer.status, answer.headers, answer.read()
         finally:
             connection.close()
 
-    def send(self, message, body=None, **changes):
+    def send(self, message, **changes):
         """What the page sends: (status, JSON). Changes replace headers, None leaves one out."""
-        body = json.dumps(message) if body is None else body
         headers = {"Origin": self.origin, "Sec-Fetch-Site": "same-origin", "X-Tally-Control": "1",
-                   "Content-Type": "application/json", "Content-Length": str(len(body))}
+                   "Content-Type": "application/json"}
         headers |= {name.replace("_", "-"): value for name, value in changes.items()}
-        status, _, text = self.request("POST", "/tally/control",
-                                       {name: value for name, value in headers.items() if value is not None}, body.encode())
+        sent = {name: value for name, value in headers.items() if value is not None}
+        status, _, text = self.request("POST", "/tally/control", sent, json.dumps(message))
         try:
             return status, json.loads(text)
         except ValueError:
