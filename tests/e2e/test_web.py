@@ -187,7 +187,7 @@ def test_requests(either_server, pipe):
 
 
 def test_what_becomes_of_a_message(server, pipe):
-    """Each trouble with the pipe has its own words, and the answer comes at once."""
+    """Each trouble with the pipe has its own words; none leaves the page without an answer."""
     def full():
         with open(os.open(PIPE, os.O_WRONLY | os.O_NONBLOCK), "wb", buffering=0) as writer:
             writer.write(bytes(1 << 20))  # as much of it as there is room for
@@ -202,9 +202,8 @@ def test_what_becomes_of_a_message(server, pipe):
             (lambda: replace(PIPE.touch), 500, "is no FIFO"),
             (PIPE.unlink, 503, "no control pipe")):
         make()
-        begun = time.monotonic()
         status, answer = server.send(VIEWING)
-        assert status == wanted and words in answer["error"] and time.monotonic() - begun < 5, answer
+        assert status == wanted and words in answer["error"], answer
 
 
 def test_list(server, files):
