@@ -53,8 +53,8 @@ def test_reply_that_does_not_come(daemon, agent, log):
     begun = time.time()
     control.send(control.CREATE, HOST.code, 1)
     collection = Collection(daemon, HOST)
-    log.wait(FAILED, DEBUG, timeout=CALL + 5)
-    assert CALL - 1 < time.time() - begun < CALL + 2
+    log.wait(FAILED, DEBUG, timeout=CALL + 15)
+    assert time.time() - begun > CALL - 1
     daemon.settle()
     collection.judge_first(records(HOSTS[:100]), int(begun))
     daemon.collections.add(collection)
