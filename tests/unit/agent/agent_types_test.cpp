@@ -1,85 +1,311 @@
-// The scan of the control tables.
+// The operations of all agent types, where the end-to-end tests do not come: rates of any interval,
+// null arguments, scans and polls of an agent that does not go on, and dsmatrix, which no message
+// creates.
 #include <gtest/gtest.h>
+#include <minitapd/tapd.h>
 
+#include <algorithm>
+#include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "agent/mac_types.h"
-#include "agent/type_facts.h"
-#include "support/scripted_client.h"
+#include "agent/procedures.h"
+#include "agent/smon_types.h"
+#include "agent/tapd_agent.h"
 #include "support/syslog_capture.h"
+#include "support/temporary_directory.h"
+#include "support/xdr_streams.h"
 
 namespace tally {
 namespace {
 
-constexpr const char* kMine = "LocalMgr";
-
-using Adopted = std::pair<std::uint32_t, std::uint32_t>;
-
-class RecordingAdopter final : public Adopter {
- public:
-  bool adopt(std::uint32_t type, std::uint32_t index) override {
-    adopted.emplace_back(type, index);
-    return succeeds;
-  }
-  std::vector<Adopted> adopted;
-  bool succeeds = true;
+struct TypeFacts {
+  std::string name;
+  std::uint32_t key_size;
+  std::uint32_t counters;
+  // Who complains of null arguments and of an empty interval: other types in places.
+  std::string delta_null, rate_null, delta_zero;
 };
 
+// By their codes.
+const TypeFacts kTypes[] = {
+    {"host", 6, 7, "host_calc_delta", "host_calc_rate", "host"},
+    {"matrix", 12, 3, "matrix_calc_delta", "matrix_calc_rate", "matrix"},
+    {"pdist", 8, 2, "pdistcalc_delta2", "pdist_calc_rate", "pdist"},
+    {"nlhost", 24, 5, "nlhost_calc_delta2", "nlhost_calc_rate", "nlhost"},
+    {"nlmatrix", 44, 2, "nlmatrixt_calc_delta", "nlmatrixt_calc_rate", "nlmatrix"},
+    {"vlan", 4, 4, "pdistcalc_delta2", "vlan_calc_rate", "host"},
+    {"prio", 4, 2, "pdistcalc_delta", "prio_calc_rate", "host"},
+    {"dsstats", 4, 4, "nlhost_calc_delta", "dsstats_calc_rate", "dsstats"},
+    {"dspdist", 8, 2, "nlhost_calc_delta2", "dspdist_calc_rate", "dspdist"},
+    {"dshost", 28, 4, "nlhost_calc_delta", "dshost_calc_rate", "dshost"},
+    {"dsmatrix", 52, 2, "nlhost_calc_delta", "dsmatrix_calc_rate", "dsmatrix"},
+};
+
+const CollectionOps& ops_of(const TypeFacts& type) {
+  return agent_type_ops(static_cast<std::uint32_t>(&type - kTypes));
+}
+
+struct RateCase {
+  std::uint32_t interval;
+  double prev;
+  double last;
+  double rate;
+  double rate_of_new;
+};
+
+constexpr RateCase kRateCases[] = {
+#include "rate_cases.inc"
+};
+
+// A record at an odd address, as it may lie in a cache, among other bytes: all of its counters
+// stand at `others` but for one.
+std::string record(const TypeFacts& type, char key, std::size_t counter, double value,
+                   double others) {
+  std::string bytes = '#' + std::string(type.key_size, key);
+  for (std::size_t i = 0; i < type.counters; ++i) bytes += bytes_of(i == counter ? value : others);
+  return bytes + '#';
+}
+
+unsigned char* in(std::string& record) {
+  return reinterpret_cast<unsigned char*>(record.data() + 1);
+}
+
+TEST(Rate, FollowsTheRuleInEveryCounterOfEveryType) {
+  for (const TypeFacts& type : kTypes) {
+    for (std::size_t i = 0; i < std::size(kRateCases); ++i) {
+      const auto& [interval, before, now, rate, rate_of_new] = kRateCases[i];
+      const std::size_t counter = i % type.counters;
+      SCOPED_TRACE(type.name + " " + std::to_string(i));
+      std::string prev = record(type, 'p', counter, before, 5);
+      std::string last = record(type, 'k', counter, now, 5);
+      std::string out = record(type, 'o', 0, 1, 1);
+      ASSERT_EQ(ops_of(type).calc_delta(in(prev), in(last), in(out), interval), rate != 0);
+      ASSERT_EQ(out, record(type, 'k', counter, rate, 0));
+      std::string fresh = record(type, 'k', counter, now, now);
+      ASSERT_EQ(ops_of(type).calc_rate(in(fresh), in(out), interval), 1);
+      ASSERT_EQ(out, record(type, 'k', counter, rate_of_new, rate_of_new));
+    }
+  }
+}
+
+TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
+  for (const TypeFacts& type : kTypes) {
+    const CollectionOps& ops = ops_of(type);
+    std::string last = record(type, 'k', 0, 7, 7);
+    std::string out = record(type, 'o', 0, 1, 1);
+    take_log();
+    EXPECT_EQ(ops.calc_delta(nullptr, in(last), in(out), 1), -1);
+    EXPECT_EQ(ops.calc_delta(in(last), nullptr, in(out), 1), -1);
+    EXPECT_EQ(ops.calc_delta(in(last), in(last), nullptr, 0), -1);
+    EXPECT_EQ(take_log(), std::vector(3, warning_line(type.delta_null + ": NULL pointer!")));
+    EXPECT_EQ(ops.calc_rate(nullptr, in(out), 1), 0);
+    EXPECT_EQ(ops.calc_rate(in(last), nullptr, 0), 0);
+    EXPECT_EQ(take_log(), std::vector(2, warning_line(type.rate_null + ": NULL pointer!")));
+    EXPECT_EQ(ops.calc_delta(in(last), in(last), in(out), 0), 0);
+    EXPECT_EQ(ops.calc_rate(in(last), in(out), 0), 1);
+    EXPECT_EQ(out, last);
+    EXPECT_EQ(take_log(),
+              (std::vector{debug_line(type.delta_zero + "_calc_delta() found a 0-length interval."),
+                           debug_line(type.name + "_calc_rate() found a 0-length interval.")}));
+  }
+}
+
+// An AgentClient whose calls the test answers: no socket, but the real codec on both ways.
+struct ScriptedClient final : AgentClient {
+  using Call = std::pair<std::uint32_t, Bytes>;  // the procedure and its argument
+  using Reply = std::optional<Bytes>;            // nothing for a call that fails
+
+  explicit ScriptedClient(std::function<Reply(std::size_t)> answer) : reply_to(std::move(answer)) {}
+
+  bool call(std::uint32_t procedure, WireRoutine encode, const void* argument, WireRoutine decode,
+            void* result) override {
+    char request[4096];
+    XDR stream;
+    xdrmem_create(&stream, request, sizeof request, XDR_ENCODE);
+    if (!encode(&stream, const_cast<void*>(argument))) return false;
+    calls.emplace_back(procedure, Bytes(request, request + xdr_getpos(&stream)));
+    Reply reply = reply_to(calls.size() - 1);
+    if (!reply) return false;
+    xdrmem_create(&stream, reinterpret_cast<char*>(reply->data()),
+                  static_cast<u_int>(reply->size()), XDR_DECODE);
+    return decode(&stream, result) == TRUE;
+  }
+
+  std::function<Reply(std::size_t)> reply_to;
+  std::vector<Call> calls;
+};
+
+struct FailingAdopter final : Adopter {
+  bool adopt(std::uint32_t type, std::uint32_t index) override {
+    tried.emplace_back(type, index);
+    return false;
+  }
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> tried;
+};
+
+constexpr const char* kMine = "LocalMgr";
+
 // A control row that is valid, with so many words of no interest before and behind its owner.
-Bytes control_row(std::uint32_t index, std::string owner, int before = 3, int behind = 0) {
+Bytes control_row(std::uint32_t index, std::string owner, std::size_t before = 3,
+                  std::size_t behind = 0) {
   Bytes bytes;
   append_word(bytes, 0);
   append_word(bytes, index);
-  for (int word = 0; word < before; ++word) append_word(bytes, 9);
+  bytes.resize(bytes.size() + 4 * before, 9);
   append_word(bytes, static_cast<std::uint32_t>(owner.size()));
   owner.resize((owner.size() + 3) / 4 * 4);
   bytes.insert(bytes.end(), owner.begin(), owner.end());
-  for (int word = 0; word < behind; ++word) append_word(bytes, 9);
+  bytes.resize(bytes.size() + 4 * behind, 9);
   append_word(bytes, 1);
   return bytes;
 }
 
 // Which rows are adopted is shown end to end, but for an owner with a zero behind its name.
-TEST(ControlScan, TellsWhatCannotBeAdopted) {
-  const int words[][2] = {{3, 0}, {3, 0}, {3, 0}, {9, 0}, {9, 0},
-                          {2, 0}, {2, 0}, {3, 0}, {3, 3}, {8, 0}};
+TEST(ControlScan, EndsWhenTheAgentDoesNotGoOn) {
+  const std::size_t words[][2] = {{3, 0}, {3, 0}, {3, 0}, {9, 0}, {9, 0},
+                                  {2, 0}, {2, 0}, {3, 0}, {3, 3}, {8, 0}};
   for (std::uint32_t type = 0; type < std::size(words); ++type) {
     const auto [before, behind] = words[type];
-    ScriptedClient agent({control_row(70000, kMine, before, behind),
-                          control_row(6, std::string(kMine, 9), before, behind)});
-    RecordingAdopter adopter;
-    adopter.succeeds = false;
+    const Bytes mine = control_row(70000, kMine, before, behind);
+    const Bytes longer = control_row(6, std::string(kMine, 9), before, behind);
+    Bytes none = mine;
+    none[3] = 1;  // the status
+    for (const ScriptedClient::Reply& end :
+         {ScriptedClient::Reply(), {none}, {Bytes(8)}, {longer}}) {
+      ScriptedClient agent([&](std::size_t call) {
+        return call == 0 ? mine : call == 1 ? longer : end;
+      });
+      FailingAdopter adopter;
+      take_log();
+      agent_type_ops(type).add_active(agent, adopter);
+      EXPECT_EQ(adopter.tried, (std::vector{std::pair(type, 70000U)}));
+      EXPECT_EQ(take_log(), std::vector{warning_line("Unable to add active " + kTypes[type].name +
+                                                     " collection.")});
+      EXPECT_EQ(agent.calls.size(), 3U);
+    }
+  }
+  FailingAdopter adopter;
+  ScriptedClient circle([](std::size_t call) { return control_row(1 + call % 2, ""); });
+  host_ops.add_active(circle, adopter);
+  EXPECT_EQ(circle.calls.size(), 65535U);
+}
+
+constexpr int kIndex = 5;
+
+// Two rows of dsmatrix differ only behind the 16 address bytes that a record keeps. It is rpcgen
+// that writes them, so that every member is seen to be where the agent has it.
+void fill(u_char (&address)[20], u_char start, std::uint32_t n) {
+  std::fill_n(address, 16, start);
+  for (int i = 0; i < 4; ++i) address[16 + i] = static_cast<u_char>(n >> 8 * i);
+}
+
+Bytes dsmatrix_reply(std::uint32_t n, int status = 0, int index = kIndex,
+                     std::uint32_t time_mark = 0) {
+  tapd_dsmatrix_row_reply row{status, index, time_mark, n / 2, 7, {}, {}, -11, 22, -33, n, ~0ULL};
+  fill(row.source_address, 0xaa, n);
+  fill(row.dest_address, 0xbb, n * 3);
+  return encode_bytes(xdr_tapd_dsmatrix_row_reply, row);
+}
+
+std::string dsmatrix_record(std::uint32_t n) {
+  return bytes_of(n / 2) + bytes_of(7) + bytes_of(22) + std::string(16, '\xaa') + bytes_of(-33) +
+         std::string(16, '\xbb') + bytes_of(-11) + bytes_of(static_cast<double>(n)) +
+         bytes_of(0x1p64);
+}
+
+ScriptedClient::Call dsmatrix_request(int after) {
+  tapd_dsmatrix_key key{kIndex, 0, 0, 0, {}, {}, 0, 0, 0, 2};
+  if (after >= 0) {
+    const auto n = static_cast<std::uint32_t>(after);
+    key = {kIndex, 0, n / 2, 7, {}, {}, -11, 22, -33, 2};
+    fill(key.source_address, 0xaa, n);
+    fill(key.dest_address, 0xbb, n * 3);
+  }
+  return {141, encode_bytes(xdr_tapd_dsmatrix_key, key)};
+}
+
+// records_of reads to the end, or until there are `most`.
+std::vector<std::string> records_of(const CollectionOps& ops, ScriptedClient& agent,
+                                    std::size_t most) {
+  RowIterator rows;
+  rows.control_index = kIndex;
+  rows.client = &agent;
+  std::vector<std::string> records;
+  while (records.size() < most) {
+    const unsigned char* record = ops.rpc_getnext(rows);
+    if (!record) {
+      EXPECT_EQ(rows.reply.as<void>(), nullptr);
+      break;
+    }
+    records.emplace_back(reinterpret_cast<const char*>(record), ops.record_size);
+  }
+  return records;
+}
+
+TEST(DsMatrix, IsReadToItsEnd) {
+  for (const ScriptedClient::Reply& end : {ScriptedClient::Reply(),
+                                           {dsmatrix_reply(3, 1)},
+                                           {dsmatrix_reply(3, 0, kIndex + 1)},
+                                           {dsmatrix_reply(3, 0, kIndex, 1U << 31)},
+                                           {dsmatrix_reply(2)}}) {
+    ScriptedClient agent([&](std::size_t call) {
+      return call < 3 ? dsmatrix_reply(static_cast<std::uint32_t>(call)) : end;
+    });
     take_log();
-    agent_type_ops(type).add_active(agent.client(), adopter);
-    EXPECT_EQ(adopter.adopted, (std::vector<Adopted>{{type, 70000}}));
-    EXPECT_EQ(take_log(), std::vector{warning_line(kTypeFacts[type].add_failed)});
+    EXPECT_EQ(records_of(agent_type_ops(kDsMatrix), agent, 9),
+              (std::vector{dsmatrix_record(0), dsmatrix_record(1), dsmatrix_record(2)}));
+    EXPECT_EQ(agent.calls, (std::vector{dsmatrix_request(-1), dsmatrix_request(0),
+                                        dsmatrix_request(1), dsmatrix_request(2)}));
+    EXPECT_EQ(take_log(), end ? std::vector<LogLine>{}
+                              : std::vector{debug_line("dsmatrix_rpc_getnext: RPC failed")});
   }
 }
 
-TEST(ControlScan, EndsWhenTheAgentDoesNotGoOn) {
-  RecordingAdopter adopter;
-  const ScriptedClient::Reply other_status = Bytes(control_row(3, kMine).size(), 1);
-  const ScriptedClient::Reply cut_short = Bytes(8);
-  for (const auto& end : {ScriptedClient::Reply(), other_status, cut_short}) {
-    ScriptedClient agent(
-        std::vector<ScriptedClient::Reply>{control_row(1, kMine), control_row(2, kMine), end});
-    adopter.adopted.clear();
-    host_ops.add_active(agent.client(), adopter);
-    EXPECT_EQ(adopter.adopted, (std::vector<Adopted>{{kHost, 1}, {kHost, 2}}));
-    EXPECT_EQ(agent.calls().size(), 3U);
+// Each byte of the key counts before all behind it, and has no sign.
+TEST(DsMatrix, IsOrderedByTheBytesOfTheKey) {
+  const CollectionOps& ops = agent_type_ops(kDsMatrix);
+  for (std::size_t at = 0; at < ops.record_size; ++at) {
+    std::string low(ops.record_size + 1, '\x7f');
+    std::string high = low;
+    std::fill(low.begin() + static_cast<std::ptrdiff_t>(at) + 2, low.end(), '\xff');
+    high[at + 1] = '\x80';
+    const int order = at < 52 ? -1 : 0;
+    EXPECT_EQ(ops.compare(in(low), in(high)), order) << at;
+    EXPECT_EQ(ops.compare(in(high), in(low)), -order) << at;
   }
-  EXPECT_TRUE(take_log().empty());
-  adopter.adopted.clear();
-  ScriptedClient stuck([](const auto&) { return control_row(7, "other"); });
-  host_ops.add_active(stuck.client(), adopter);
-  EXPECT_EQ(stuck.calls().size(), 2U);
-  int calls = 0;
-  ScriptedClient circle([&](const auto&) { return control_row(++calls % 2 == 0 ? 1U : 2U, ""); });
-  host_ops.add_active(circle.client(), adopter);
-  EXPECT_EQ(circle.calls().size(), 65535U);
-  EXPECT_TRUE(adopter.adopted.empty());
+}
+
+TEST(RowIteration, EndsInACircle) {
+  const auto host = [](std::uint32_t n) {
+    HostRowList reply;
+    const std::uint8_t address = static_cast<std::uint8_t>(n);
+    reply.rows.next_row() = {1, ByteList({&address, 1}), 9, kIndex, 1, 2, 3, 4, 5, 6, 7};
+    return encode_bytes(xdr_wire<HostRowList>, reply);
+  };
+  for (const bool batched : {true, false}) {
+    for (const std::uint32_t before : {0U, 5U}) {  // rows that are not of the circle
+      for (std::uint32_t length = 1; length <= 20; ++length) {
+        ScriptedClient agent([&](std::size_t call) {
+          const auto n = static_cast<std::uint32_t>(call < before ? 100 + call : call % length);
+          return batched ? host(n) : dsmatrix_reply(n);
+        });
+        static_cast<void>(records_of(agent_type_ops(batched ? kHost : kDsMatrix), agent, 200));
+        EXPECT_LE(agent.calls.size(), 4 * (before + length)) << length;
+        EXPECT_GT(agent.calls.size(), before + length);
+      }
+    }
+  }
+}
+
+// What an agent may call a row, and no request can lead to: an id that is the start's own.
+TEST(RowIteration, VlanZeroIsNotRead) {
+  VlanRowReply row{0, 0, 1, 2, 3, 4, 5, kIndex};
+  ScriptedClient agent([&](std::size_t) { return encode_bytes(xdr_wire<VlanRowReply>, row); });
+  EXPECT_TRUE(records_of(vlan_ops, agent, 1).empty());
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Computes the cases of rate_test.cpp, when it is built: make_rate_cases.py END_TO_END_TESTS
+"""Computes the rate cases of agent_types_test.cpp, when it is built: make_rate_cases.py END_TO_END_TESTS
 
 The arithmetic is that of the end-to-end tests, in whole numbers and fractions. Columns: interval,
 previous count, new count, rate, rate of a new row.
@@ -35,3 +35,7 @@ while found < 8:
     if rounded(Fraction(new, interval), DOUBLE) != rate_of_new(new, interval):
         line(interval, 0, new)
         found += 1
+# Counts and intervals whose quotient is rounded once in any case.
+for bits in range(4, 54):
+    new = random.getrandbits(bits)
+    line(random.randrange(3, 2048), new >> random.randrange(1, bits), new)
