@@ -1,4 +1,4 @@
-// Constructors, copies, destructors and the encoder's refusals.
+// Constructors, copies, destructors, the encoder's refusals, and memory that runs out.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,8 +8,6 @@
 
 #include "ber_vectors.h"
 #include "recorded_log.h"
-#include "sample_pdu.h"
-#include "snmp/snmp.h"
 #include "system_faults.h"
 
 namespace tally {
@@ -20,20 +18,19 @@ std::string text_or_null(const Pointer& value) {
   return value ? text_of(value.get()) : "null";
 }
 
-// Expects what was just called to have failed, with these lines, a bar between them. Leaks are for
-// AddressSanitizer to find.
+// Expects what was just called to have failed, with these lines, a bar between them.
 class Refusals : public testing::Test {
  protected:
-  void refused(const void* made, const std::string& log) {
-    EXPECT_EQ(made, nullptr) << log;
-    std::string logged;
-    for (const std::string& line : log_.take()) logged += (logged.empty() ? "" : "|") + line;
-    EXPECT_EQ(logged, log);
+  template <typename Result>
+  void refused(Result result, const std::string& log) {
+    if constexpr (std::is_same_v<Result, int>) {
+      EXPECT_EQ(result, -1) << log;
+    } else {
+      EXPECT_EQ(result, nullptr) << log;
+    }
+    logged(log);
   }
-  void fails(int result, const std::string& log) {
-    refused(nullptr, log);
-    EXPECT_EQ(result, -1) << log;
-  }
+  void logged(const std::string& log) { EXPECT_EQ(log_.take(), log); }
 
  private:
   RecordedLog log_;
@@ -76,27 +73,29 @@ TEST_F(Refusals, OfMakersAndWriters) {
   refused(pdu(0xA9, nullptr), "20000 MakePdu: illegal type: 0xa9");
   refused(pdu(TRAP_PDU, nullptr), "1000 MakePdu: Trap type but no Enterprise.");
   refused(pdu(TRAP_PDU, name.get()), "1000 MakePdu: Trap type but no Agent_addr.");
-  fails(LinkVarBind(nullptr, nullptr), "1000 LinkVarBind: Trying to add Null Variable");
+  refused(LinkVarBind(nullptr, nullptr), "1000 LinkVarBind: Trying to add Null Variable");
   refused(CloneUInt64(nullptr), "1000 CloneUInt64: value passed in is NULL");
   refused(CloneOctetString(nullptr), "1000 CloneOctetString: value passed in is NULL");
   refused(CloneVarBind(nullptr), "1000 CloneVarBind: value passed in is NULL");
   refused(CloneVarBindList(nullptr), "1000 CloneVarBindList: value passed in is NULL");
-  fails(AddOctetString(&out, OCTET_STRING_TYPE, &longer_still),
-        lenlen + "|20000 AddOctetString,lenlen");
-  fails(AddOID(&out, OBJECT_ID_TYPE, &long_oid), "20000 AddOID: lenlen");
-  fails(AddVarBind(&out, &odd, nullptr), lenlen + "|20000 AddVarBind: lenlen:");
+  refused(AddOctetString(&out, OCTET_STRING_TYPE, &longer_still),
+          lenlen + "|20000 AddOctetString,lenlen");
+  refused(AddOID(&out, OBJECT_ID_TYPE, &long_oid), "20000 AddOID: lenlen");
+  refused(AddVarBind(&out, &odd, nullptr), lenlen + "|20000 AddVarBind: lenlen:");
   EXPECT_EQ(DoLenLen(0xFFFF), 3);
   EXPECT_EQ(DoLenLen(0x10000), 4);
   EXPECT_EQ(DoLenLen(0xFFFFFF), 4);
 
+  const std::size_t before = live_blocks();
   OctetString* const string = MakeOctetString(nullptr, 1);
   string->octet_ptr = static_cast<unsigned char*>(std::malloc(9));
   FreeOctetString(string);
-  refused(nullptr, "1000 freed octet string with separate octet_ptr");
-  OID* const freed = MakeOID(nullptr, 1);
+  logged("1000 freed octet string with separate octet_ptr");
+  OID* const freed = MakeOID(nullptr, 100);  // none that was kept
   freed->oid_ptr = static_cast<std::uint32_t*>(std::malloc(12));
   FreeOID(freed);
-  refused(nullptr, "1000 freed oid with separate oid_ptr");
+  logged("1000 freed oid with separate oid_ptr");
+  EXPECT_EQ(live_blocks(), before);
 }
 
 // Something that was built is spoilt and built again: that fails, and leaves no packlet.
@@ -143,14 +142,13 @@ TEST_F(Refusals, OfAPduThatWasBuilt) {
                                                 MakeOctetString(nullptr, 3)));
     EXPECT_EQ(BuildPdu(pdu.get()), 0);
     c.spoil(*pdu, *pdu->var_bind_list);
-    fails(BuildPdu(pdu.get()), c.log);
+    refused(BuildPdu(pdu.get()), c.log);
     EXPECT_EQ(pdu->packlet, nullptr);
   }
 }
 
 TEST(Encoder, WrongSizesOfEveryTypeAreMendedBeforeAnythingIsBuilt) {
   const PduPtr pdu = every_type(RESPONSE_PDU);
-  ASSERT_EQ(BuildPdu(pdu.get()), 0);
   const std::string right = text_of(pdu->packlet);
   for (const int wrong : {-2, -1, 1, 100}) {
     for (VarBind* b = pdu->var_bind_list; b; b = b->next_var) {
@@ -202,6 +200,83 @@ TEST(Values, BindingsKeepTheirOrderAndTheirCopiesAreDeep) {
   const PduPtr again(ZnParsePdu(copy->packlet->octet_ptr, copy->packlet->length));
   EXPECT_EQ(text_of(again.get()), text_of(copy.get()));
   EXPECT_EQ(again->num_varbinds, 14);
+}
+
+// Whatever allocation fails, the call fails with a message of its own and nothing is lost.
+TEST(Values, EveryAllocationMayFail) {
+  const PduPtr model = every_type(RESPONSE_PDU);
+  const SnmpMessagePtr packet = message_of(*model, "kivrel");
+  const Bytes trap = bytes_of(
+      "A4 1E 06 03 2B 06 01 40 04 7F 00 00 0B 02 01 06 02 01 2A 43 02 00 80 30 07 30 05 06 01 2B "
+      "05 00");
+  const OID* const name = model->var_bind_list->name;
+
+  // What was made before is kept until the end, so that it spares nothing an allocation.
+  const auto everything = [&] {
+    const SnmpMessagePtr message(ZnParseSnmpMessage(
+        &kV2cOnly, nullptr, nullptr, packet->packlet->octet_ptr, packet->packlet->length));
+    if (!message || !message->packlet) return false;
+    const PduPtr response(ZnParsePdu(message->packlet->octet_ptr, message->packlet->length));
+    const PduPtr parsed_trap(ZnParsePdu(trap.data(), static_cast<std::int32_t>(trap.size())));
+    const PduPtr request(MakePdu(GET_REQUEST_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
+    if (!request || LinkVarBind(request.get(), MakeVarBindWithNull(name, nullptr)) != 0 ||
+        BuildPdu(request.get()) != 0) {
+      return false;
+    }
+    const SnmpMessagePtr built = message_of(*request, "kivrel");
+    const SnmpMessagePtr copying(ZnCreateV2cSnmpMessage(packet->community, &faults));
+    const VarBindListPtr clones(CloneVarBindList(model->var_bind_list));
+    const VarBindPtr joined(MakeVarBindWithValue(name, name, NULL_TYPE, nullptr));
+    const UInt64Ptr counter(MakeCounter64(1, 2));
+    const OidPtr from_hex(MakeOIDFromHex("0102"));
+    OctetString* out = nullptr;
+    const bool told = GetSystemDateAndTime(8, &out) == 0;
+    const OctetStringPtr time(out);
+    return told && response && parsed_trap && built && copying && copying->context == &faults &&
+           clones && joined && counter && from_hex;
+  };
+  std::string logged;
+  bool failed = true;
+  for (int n = 1; failed; ++n) {
+    RecordedLog log;
+    FreeKeptRecords();
+    const std::size_t before = live_blocks();
+    faults = {n, 0};
+    const bool succeeded = everything();
+    failed = std::exchange(faults, {}).mallocs >= n;
+    FreeKeptRecords();
+    EXPECT_EQ(live_blocks(), before);
+    EXPECT_EQ(succeeded, !failed);
+    logged += "|" + log.take() + "|";
+  }
+  for (const char* text : {"MakeOctetString, os_ptr malloc",
+                           "MakeOctetString2, os_ptr malloc",
+                           "MakeOID, oid malloc failed",
+                           "CatOID, MakeOID failed",
+                           "CloneUInt64: Cannot malloc return_val",
+                           "MakeCounter64, counter64 malloc failed",
+                           "MakeVarBindWithValue: vb malloc",
+                           "MakeVarBindWithValue: cannot malloc vb->name.",
+                           "MakeVarBindWithNull, vb malloc",
+                           "MakeVarBindWithNull: cannot malloc vb->name.",
+                           "CloneVarBind: vb malloc",
+                           "CloneVarBind: Unable to clone vb->name",
+                           "CloneVarBind: Unable to clone vb->value",
+                           "MakePdu, pdu_ptr malloc",
+                           "BuildPdu: pdu_ptr->packlet MakeOctetString failed",
+                           "ParseUInt64, uint64_ptr malloc",
+                           "ParseOctetString, os_ptr",
+                           "ParseOID, oid_ptr MakeOID",
+                           "ParseVarBind, vb_ptr",
+                           "ParsePdu, pdu_ptr malloc",
+                           "ZnParseSnmpMessage:  snmp_msg malloc",
+                           "ZnParseV1SnmpMessage: Failed to create snmp_msg PDU packlet",
+                           "ZnCreateV2cSnmpMessage:  snmp_msg malloc",
+                           "ZnCreateV2cSnmpMessage:  snmp_msg->community malloc",
+                           "ZnBuildV1SnmpMessage: malloc",
+                           "GetSystemDateAndTime: MakeOctetString failed"}) {
+    EXPECT_NE(logged.find("|1000 " + std::string(text) + "|"), std::string::npos) << text;
+  }
 }
 
 // The order in which a thread's destructors run is not the library's: records are freed before and
