@@ -3,6 +3,7 @@
 
 #include "ber_vectors.h"
 #include "recorded_log.h"
+#include "system_faults.h"
 
 namespace tally {
 namespace {
@@ -25,7 +26,7 @@ TEST(Message, BuiltTwiceAndUnderOtherVersions) {
   EXPECT_NE(bytes.find(" 02 05 00 FF FF FF FF 04 06"), std::string::npos);
   EXPECT_TRUE(bytes.ends_with(text_of(pdu->packlet)));
   odd.count = 1000;  // the table has four rows whatever it says
-  message->version = 77;
+  odd.arg[0] = reinterpret_cast<void*>(std::intptr_t{message->version = 77});
   EXPECT_EQ(ZnBuildSnmpMessage(message.get(), pdu.get(), &odd), -1);
 }
 
@@ -54,9 +55,12 @@ TEST(Message, TheRowsArgumentsArePassedOn) {
     message->user_name = MakeOctetStringFromText("freed with the message");
   };
   const Bytes bytes = bytes_of("30 03 02 01 03");
-  const SnmpMessagePtr message(ZnParseSnmpMessage(&table, &two, &three, bytes.data(), 5));
+  const std::size_t before = live_blocks();
+  SnmpMessagePtr message(ZnParseSnmpMessage(&table, &two, &three, bytes.data(), 5));
   EXPECT_EQ(seen, (std::vector<void*>{&one, &two, &three}));
   EXPECT_EQ(message->version, 3);
+  message.reset();
+  EXPECT_EQ(live_blocks(), before);
   const SnmpMessagePtr empty(ZnParseSnmpMessage(&table, nullptr, nullptr, nullptr, 7));
   EXPECT_EQ(empty->status, kParseAsn1Error);
 }

@@ -82,9 +82,7 @@ TEST_F(Transport, AnAlarmThatDoesNotReachTheReceiveDoesNotHangIt) {
 }
 
 TEST_F(Transport, OtherSignalsDoNotEndTheWait) {
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};
-  sigaction(SIGUSR1, &action, nullptr);
+  std::signal(SIGUSR1, [](int) {});  // restarts no receive that has a limit
   std::thread peer([receiver = pthread_self()] {
     for (int i = 0; i < 5; ++i) {
       usleep(20000);
@@ -130,25 +128,12 @@ void open_no_more_files() {
   std::atexit([] { setrlimit(RLIMIT_NOFILE, &usual); });  // the leak check at the end opens some
 }
 
-// What is seen in a process of its own goes to the standard error, for the parent to compare.
-template <typename... Values>
-void tell(const char* format, Values... values) {
-  std::fprintf(stderr, format, values...);
-}
-
-void open_trap_socket() {
-  sockaddr_in bound = {};
-  socklen_t size = sizeof bound;
-  const int trap_fd = OpenTrapSocket();
-  getsockname(trap_fd, reinterpret_cast<sockaddr*>(&bound), &size);
-  tell("%s %d|", trap_fd < 0 ? "none" : "trap", ntohs(bound.sin_port));
-}
-
-// What such a process does; it ends when there is no socket or no such host.
+// What a process of its own does, which ends when there is no socket or no such host. The parent
+// compares what it prints.
 void run(const char* snmp_port, const char* trap_port, bool with_files, const char* host) {
   RecordedLog log;
   log.context.sink = [](LogMessage* message) {
-    tell("%x %s|", message->level, message->message);
+    std::fprintf(stderr, "%x %s|", message->level, message->message);
     FreeLogMessage(message);
   };
   snmp_port ? setenv("ZN_SNMP_TEST_PORT", snmp_port, 1) : unsetenv("ZN_SNMP_TEST_PORT");
@@ -156,54 +141,51 @@ void run(const char* snmp_port, const char* trap_port, bool with_files, const ch
   if (!with_files) open_no_more_files();
   for (int i = 0; i < 2; ++i) {
     const int port = GetSNMPPort();
-    tell("%d %d|", port, GetSNMPTrapPort());
+    std::fprintf(stderr, "%d %d|", port, GetSNMPTrapPort());
     setenv("ZN_SNMP_TEST_PORT", "99", 1);  // too late
     setenv("ZN_TRAP_TEST_PORT", "99", 1);
   }
   InitializeIO(std::string(500, 'p').c_str(), host);
-  tell("%s at %s:%d, looked up: %d|", imagename, inet_ntoa(agent_address.sin_addr),
-       ntohs(agent_address.sin_port), hp != nullptr);
-  open_trap_socket();
-  open_trap_socket();
-  open_no_more_files();
-  open_trap_socket();
+  std::fprintf(stderr, "%s at %s:%d, looked up: %d|", imagename, inet_ntoa(agent_address.sin_addr),
+               ntohs(agent_address.sin_port), hp != nullptr);
+  for (int i = 0; i < 3; ++i) {
+    if (i == 2) open_no_more_files();
+    sockaddr_in bound = {};
+    socklen_t size = sizeof bound;
+    const bool opened =
+        getsockname(OpenTrapSocket(), reinterpret_cast<sockaddr*>(&bound), &size) == 0;
+    std::fprintf(stderr, "%s %d|", opened ? "trap" : "none", ntohs(bound.sin_port));
+  }
   InitializeIO("tallyd", host);
 }
 
 TEST(Start, InAProcessOfItsOwn) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const struct {
-    const char* snmp_port;
-    const char* trap_port;
-    bool with_files;
-    const char* host;
-    std::string told;
-  } cases[] = {
-      {"1161", "51162", true, "localhost",
-       "80 GetSNMPPort: snmp port is 1161 from getenv(\"ZN_SNMP_TEST_PORT\")\n|"
-       "40000 GetSNMPTrapPort: trap port is 51162 from getenv(\"ZN_TRAP_TEST_PORT\")\n|"
-       "1161 51162|1161 51162|" +
-           std::string(127, 'p') +
-           " at 127.0.0.1:1161, looked up: 1|trap 51162|"
-           "2000 traprcv:  bind|none 0|2000 OpenTrapSocket: socket() failed\n|none 0|"
-           "2000 tallyd:  unable to connect to socket.\n|"},
-      {"1161", nullptr, true, "127.0.0.1",
-       "40000 GetSNMPTrapPort: trap port is 1162 from getenv(\"ZN_SNMP_TEST_PORT\") + 1\n|"
-       "1161 1162|1161 1162|"},
-      {nullptr, nullptr, true, "no.such.host.invalid",
-       "80 GetSNMPPort: snmp port is 161 from snmp in /etc/services\n|"
-       "40000 GetSNMPTrapPort: trap port is 162 from snmp-trap in /etc/services\n|"
-       "161 162|161 162|2000 no.such.host.invalid:  host unknown.\n|"},
-      {nullptr, nullptr, false, "127.0.0.1",
-       "1000 GetSNMPPort: no snmp entry in /etc/services; |"
-       "1000 snmp port is 161 from #define SNMP_PORT\n|"
-       "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
-       "40000 trap port is 162 from #define SNMP_TRAP_PORT\n|161 162|161 162|"},
+  const auto expect = [](const char* snmp_port, const char* trap_port, bool with_files,
+                         const char* host, const std::string& printed) {
+    EXPECT_EXIT(run(snmp_port, trap_port, with_files, host), testing::ExitedWithCode(255),
+                testing::HasSubstr(printed));
   };
-  for (const auto& c : cases) {
-    EXPECT_EXIT(run(c.snmp_port, c.trap_port, c.with_files, c.host), testing::ExitedWithCode(255),
-                testing::HasSubstr(c.told));
-  }
+  expect("1161", "51162", true, "localhost",
+         "80 GetSNMPPort: snmp port is 1161 from getenv(\"ZN_SNMP_TEST_PORT\")\n|"
+         "40000 GetSNMPTrapPort: trap port is 51162 from getenv(\"ZN_TRAP_TEST_PORT\")\n|"
+         "1161 51162|1161 51162|" +
+             std::string(127, 'p') +
+             " at 127.0.0.1:1161, looked up: 1|trap 51162|"
+             "2000 traprcv:  bind|none 0|2000 OpenTrapSocket: socket() failed\n|none 0|"
+             "2000 tallyd:  unable to connect to socket.\n|");
+  expect("1161", nullptr, true, "127.0.0.1",
+         "40000 GetSNMPTrapPort: trap port is 1162 from getenv(\"ZN_SNMP_TEST_PORT\") + 1\n|"
+         "1161 1162|1161 1162|");
+  expect(nullptr, nullptr, true, "no.such.host.invalid",
+         "80 GetSNMPPort: snmp port is 161 from snmp in /etc/services\n|"
+         "40000 GetSNMPTrapPort: trap port is 162 from snmp-trap in /etc/services\n|"
+         "161 162|161 162|2000 no.such.host.invalid:  host unknown.\n|");
+  expect(nullptr, nullptr, false, "127.0.0.1",
+         "1000 GetSNMPPort: no snmp entry in /etc/services; |"
+         "1000 snmp port is 161 from #define SNMP_PORT\n|"
+         "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
+         "40000 trap port is 162 from #define SNMP_TRAP_PORT\n|161 162|161 162|");
 }
 
 }  // namespace
