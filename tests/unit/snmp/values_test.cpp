@@ -121,6 +121,11 @@ TEST_F(Refusals, OfAPduThatWasBuilt) {
        [](Pdu& p, VarBind&) { FreeOctetString(std::exchange(p.agent_addr, nullptr)); }},
       {"20000 FindLenVarBind, lenlen|20000 BuildPdu: varbindlen:",
        [](Pdu&, VarBind& b) { b.name_size = INT16_MAX; }},
+      {"20000 FindLenVarBind, lenlen|20000 BuildPdu: varbindlen:",
+       [](Pdu& p, VarBind& b) {
+         LinkVarBind(&p, CloneVarBind(&b));
+         b.name_size = b.next_var->name_size = INT16_MAX / 2;
+       }},
       {"20000 MakeOctetString: Bad octetstring length: 2084|"
        "1000 BuildPdu: pdu_ptr->packlet MakeOctetString failed",
        [](Pdu&, VarBind& b) { b.name_size = 2048; }},
@@ -179,7 +184,8 @@ TEST(Values, BindingsKeepTheirOrderAndTheirCopiesAreDeep) {
   const PduPtr again(ZnParsePdu(copy->packlet->octet_ptr, copy->packlet->length));
   EXPECT_EQ(text_of(again.get()), text_of(copy.get()));
   EXPECT_EQ(again->num_varbinds, 14);
-  // Sizes that have become wrong are mended before anything is built.
+  // Sizes that have become wrong are mended before anything is built anew.
+  const std::size_t before = live_blocks();
   for (const int wrong : {-2, -1, 1, 100}) {
     for (VarBind* b = copy->var_bind_list; b; b = b->next_var) {
       b->name_size = static_cast<std::int16_t>(b->name_size + wrong);
@@ -188,6 +194,7 @@ TEST(Values, BindingsKeepTheirOrderAndTheirCopiesAreDeep) {
     ASSERT_EQ(BuildPdu(copy.get()), 0);
     EXPECT_EQ(text_of(copy->packlet), right) << wrong;
   }
+  EXPECT_EQ(live_blocks(), before);
 }
 
 // Whatever allocation fails, the call fails with a message of its own and nothing is lost.
