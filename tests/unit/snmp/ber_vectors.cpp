@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -22,52 +23,24 @@ std::string unfold(const std::string& text) {
   return unfolded.substr(1);
 }
 
-// split cuts a text at the first blank.
-std::pair<std::string, std::string> split(const std::string& text) {
-  const std::size_t blank = text.find(' ');
-  return {text.substr(0, blank), blank == std::string::npos ? "" : text.substr(blank + 1)};
-}
-
-BerVector begun(const std::string& line) {
-  const std::size_t bar = line.find(" | ");
-  if (bar == std::string::npos) throw std::runtime_error("no parser: " + line);
-  BerVector vector;
-  vector.name = line.substr(0, bar);
-  const auto [parser, hex] = split(line.substr(bar + 3));
-  vector.read = parser;
-  vector.bytes = bytes_of(hex);
-  return vector;
-}
-
-void set(BerVector& vector, const std::string& attribute, const std::string& text) {
-  if (attribute == "log") {
-    vector.log.push_back(text);
-  } else if (attribute == "rest" && vector.rest == 0) {
-    vector.rest = std::stoul(text);
-  } else if (attribute == "write" && !vector.write) {
-    vector.write = bytes_of(text);
-  } else if ((attribute == "=" || attribute == "==") && vector.value == "refused") {
-    vector.value = unfold(text);
-    if (attribute == "==") vector.write = vector.bytes;
-  } else {
-    throw std::runtime_error("unknown or repeated: " + attribute + " " + text);
-  }
-}
-
 }  // namespace
 
 std::vector<BerVector> read_vectors(const std::string& path) {
   std::ifstream file(path);
   if (!file) throw std::runtime_error("cannot read " + path);
+  const std::regex head("(.*) \\| (\\S+) ?(.*)");
   std::vector<BerVector> vectors;
   for (std::string line; std::getline(file, line);) {
     if (line.empty() || line[0] == '#') continue;
-    if (line[0] != ' ') {
-      vectors.push_back(begun(line));
-    } else {
-      const auto [attribute, text] = split(line.substr(2));
-      set(vectors.at(vectors.size() - 1), attribute, text);
+    if (line[0] == ' ') {
+      std::string& outcome = vectors.at(vectors.size() - 1).outcome;
+      if (!outcome.empty()) outcome += '|';
+      outcome += unfold(line.substr(line.starts_with("  log ") ? 6 : 2));
+      continue;
     }
+    std::smatch parts;
+    if (!std::regex_match(line, parts, head)) throw std::runtime_error("no parser: " + line);
+    vectors.push_back({parts[1], parts[2], bytes_of(parts[3]), {}});
   }
   return vectors;
 }
@@ -109,23 +82,15 @@ std::string text_of(const UInt64* value) {
 }
 
 std::string text_of(const VarBind* binding) {
-  const std::string head = text_of(binding->name) + "=" + std::to_string(binding->type) + ":";
-  switch (value_kind(binding->type)) {
-    case ValueKind::integer:
-      return head + std::to_string(binding->value.sl_value);
-    case ValueKind::unsigned32:
-      return head + std::to_string(binding->value.ul_value);
-    case ValueKind::unsigned64:
-      return head + text_of(binding->value.uint64_value);
-    case ValueKind::octets:
-      return head + text_of(binding->value.os_value);
-    case ValueKind::oid:
-      return head + text_of(binding->value.oid_value);
-    case ValueKind::empty:
-    case ValueKind::illegal:
-      break;
-  }
-  return head;
+  std::string text = text_of(binding->name) + "=" + std::to_string(binding->type) + ":";
+  const auto& value = binding->value;
+  const ValueKind kind = value_kind(binding->type);
+  if (kind == ValueKind::integer) text += std::to_string(value.sl_value);
+  if (kind == ValueKind::unsigned32) text += std::to_string(value.ul_value);
+  if (kind == ValueKind::unsigned64) text += text_of(value.uint64_value);
+  if (kind == ValueKind::octets) text += text_of(value.os_value);
+  if (kind == ValueKind::oid) text += text_of(value.oid_value);
+  return text;
 }
 
 std::string text_of(const Pdu* pdu) {
@@ -156,6 +121,35 @@ std::string text_of(const SnmpMessage* message) {
     text << " pdu" << (pdu.empty() ? "" : " ") << pdu;
   }
   return text.str();
+}
+
+OidPtr oid(std::initializer_list<std::uint32_t> sids) {
+  return OidPtr(MakeOID(std::data(sids), static_cast<std::int32_t>(sids.size())));
+}
+
+PduPtr every_type(std::int16_t pdu_type) {
+  PduPtr pdu(MakePdu(pdu_type, 7, 0, 0, nullptr, nullptr, 0, 0, 0));
+  const OidPtr object = oid({1, 3, 6});
+  for (std::int16_t type = 0; type < 0x100; ++type) {
+    const ValueKind kind = value_kind(type);
+    if (kind == ValueKind::illegal) continue;
+    std::uint32_t number = 0x80000001;
+    void* value = &number;
+    if (kind == ValueKind::octets) value = MakeOctetStringFromText("abcd");
+    if (kind == ValueKind::oid) value = oid({1, 3, 4}).release();
+    if (kind == ValueKind::unsigned64) value = MakeCounter64(1, 2);
+    const OidPtr instance = oid({static_cast<std::uint32_t>(type)});
+    LinkVarBind(pdu.get(), MakeVarBindWithValue(object.get(), instance.get(), type, value));
+  }
+  return BuildPdu(pdu.get()) == 0 ? std::move(pdu) : nullptr;
+}
+
+SnmpMessagePtr message_of(const Pdu& pdu, const std::string& community) {
+  OctetStringPtr name(MakeOctetStringFromText(community.c_str()));
+  SnmpMessagePtr message(name ? ZnCreateV2cSnmpMessage(name.get(), nullptr) : nullptr);
+  if (message == nullptr) return nullptr;
+  name.release();  // the message has adopted it
+  return ZnBuildSnmpMessage(message.get(), &pdu, &kV2cOnly) == 0 ? std::move(message) : nullptr;
 }
 
 }  // namespace tally

@@ -1,28 +1,24 @@
 #include "system_faults.h"
 
-#include <set>
-
 namespace tally {
 
 SystemFaults faults;
 
 namespace {
 
-std::set<void*>& blocks() {
-  static std::set<void*> live;
-  return live;
-}
+std::size_t live = 0;
 
-template <typename... Size>
-void* allocate(void* (*real)(Size...), Size... size) {
+template <typename Block, typename... Arguments>
+Block* allocate(Block* (*real)(Arguments...), Arguments... arguments) {
   if (++faults.mallocs == faults.failing_malloc) return nullptr;
-  return *blocks().insert(real(size...)).first;
+  ++live;
+  return real(arguments...);
 }
 
 }  // namespace
 
 std::size_t live_blocks() {
-  return blocks().size();
+  return live;
 }
 
 }  // namespace tally
@@ -31,6 +27,7 @@ extern "C" {
 
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
+char* __real_strdup(const char* text);
 void __real_free(void* block);
 
 void* __wrap_malloc(std::size_t size) {
@@ -42,8 +39,12 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
   return tally::allocate(__real_calloc, count, size);
 }
 
+char* __wrap_strdup(const char* text) {
+  return tally::allocate(__real_strdup, text);
+}
+
 void __wrap_free(void* block) {
-  tally::blocks().erase(block);
+  if (block != nullptr) --tally::live;
   __real_free(block);
 }
 }

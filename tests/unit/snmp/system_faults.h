@@ -12,7 +12,7 @@ struct SystemFaults {
 };
 extern SystemFaults faults;
 
-// live_blocks returns how many blocks from malloc have not been freed.
+// live_blocks returns how many blocks have not been freed.
 std::size_t live_blocks();
 
 }  // namespace tally

@@ -1,4 +1,4 @@
-// Constructors, copies, destructors and the encoder's refusals.
+// Constructors, copies, destructors, the encoder's refusals, and memory that runs out.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,32 +8,24 @@
 
 #include "ber_vectors.h"
 #include "recorded_log.h"
-#include "sample_pdu.h"
-#include "snmp/snmp.h"
 #include "system_faults.h"
 
 namespace tally {
 namespace {
 
-template <typename Pointer>
-std::string text_or_null(const Pointer& value) {
-  return value ? text_of(value.get()) : "null";
-}
-
-// Expects what was just called to have failed, with these lines, a bar between them. Leaks are for
-// AddressSanitizer to find.
+// Expects what was just called to have failed, with these lines, a bar between them.
 class Refusals : public testing::Test {
  protected:
-  void refused(const void* made, const std::string& log) {
-    EXPECT_EQ(made, nullptr) << log;
-    std::string logged;
-    for (const std::string& line : log_.take()) logged += (logged.empty() ? "" : "|") + line;
-    EXPECT_EQ(logged, log);
+  template <typename Result>
+  void refused(Result result, const std::string& log) {
+    if constexpr (std::is_same_v<Result, int>) {
+      EXPECT_EQ(result, -1) << log;
+    } else {
+      EXPECT_EQ(result, nullptr) << log;
+    }
+    logged(log);
   }
-  void fails(int result, const std::string& log) {
-    refused(nullptr, log);
-    EXPECT_EQ(result, -1) << log;
-  }
+  void logged(const std::string& log) { EXPECT_EQ(log_.take(), log); }
 
  private:
   RecordedLog log_;
@@ -76,27 +68,29 @@ TEST_F(Refusals, OfMakersAndWriters) {
   refused(pdu(0xA9, nullptr), "20000 MakePdu: illegal type: 0xa9");
   refused(pdu(TRAP_PDU, nullptr), "1000 MakePdu: Trap type but no Enterprise.");
   refused(pdu(TRAP_PDU, name.get()), "1000 MakePdu: Trap type but no Agent_addr.");
-  fails(LinkVarBind(nullptr, nullptr), "1000 LinkVarBind: Trying to add Null Variable");
+  refused(LinkVarBind(nullptr, nullptr), "1000 LinkVarBind: Trying to add Null Variable");
   refused(CloneUInt64(nullptr), "1000 CloneUInt64: value passed in is NULL");
   refused(CloneOctetString(nullptr), "1000 CloneOctetString: value passed in is NULL");
   refused(CloneVarBind(nullptr), "1000 CloneVarBind: value passed in is NULL");
   refused(CloneVarBindList(nullptr), "1000 CloneVarBindList: value passed in is NULL");
-  fails(AddOctetString(&out, OCTET_STRING_TYPE, &longer_still),
-        lenlen + "|20000 AddOctetString,lenlen");
-  fails(AddOID(&out, OBJECT_ID_TYPE, &long_oid), "20000 AddOID: lenlen");
-  fails(AddVarBind(&out, &odd, nullptr), lenlen + "|20000 AddVarBind: lenlen:");
+  refused(AddOctetString(&out, OCTET_STRING_TYPE, &longer_still),
+          lenlen + "|20000 AddOctetString,lenlen");
+  refused(AddOID(&out, OBJECT_ID_TYPE, &long_oid), "20000 AddOID: lenlen");
+  refused(AddVarBind(&out, &odd, nullptr), lenlen + "|20000 AddVarBind: lenlen:");
   EXPECT_EQ(DoLenLen(0xFFFF), 3);
   EXPECT_EQ(DoLenLen(0x10000), 4);
   EXPECT_EQ(DoLenLen(0xFFFFFF), 4);
 
+  const std::size_t before = live_blocks();
   OctetString* const string = MakeOctetString(nullptr, 1);
   string->octet_ptr = static_cast<unsigned char*>(std::malloc(9));
   FreeOctetString(string);
-  refused(nullptr, "1000 freed octet string with separate octet_ptr");
-  OID* const freed = MakeOID(nullptr, 1);
+  logged("1000 freed octet string with separate octet_ptr");
+  OID* const freed = MakeOID(nullptr, 100);  // none that was kept
   freed->oid_ptr = static_cast<std::uint32_t*>(std::malloc(12));
   FreeOID(freed);
-  refused(nullptr, "1000 freed oid with separate oid_ptr");
+  logged("1000 freed oid with separate oid_ptr");
+  EXPECT_EQ(live_blocks(), before);
 }
 
 // Something that was built is spoilt and built again: that fails, and leaves no packlet.
@@ -108,57 +102,44 @@ TEST_F(Refusals, OfAPduThatWasBuilt) {
   };
   const std::string head = "20000 BuildPdu: temp_data_len ";
   const struct {
-    std::int16_t pdu_type;
     std::string log;
     std::function<void(Pdu&, VarBind&)> spoil;
   } cases[] = {
-      {0xA2, "1000 AddOID: illegal value for first two subids|20000 AddVarBind: AddOID",
-       [](Pdu&, VarBind& b) { b.name->oid_ptr[0] = 3; }},
-      {0xA2, "1000 AddOID: illegal value for first two subids|20000 AddVarBind: AddOID",
+      {"1000 AddOID: illegal value for first two subids|20000 AddVarBind: AddOID",
        [](Pdu&, VarBind& b) { b.name->oid_ptr[1] = 40; }},
-      {0xA2, "1000 AddOID: Attempting to encode oid with length < 2|20000 AddVarBind: AddOID",
+      {"1000 AddOID: Attempting to encode oid with length < 2|20000 AddVarBind: AddOID",
        [&](Pdu&, VarBind& b) { give_value(b, 0x06, oid({1}).release()); }},
-      {0xA2, "20000 AddOctetString,lenlen|20000 AddVarBind: AddOctetString",
+      {"20000 AddOctetString,lenlen|20000 AddVarBind: AddOctetString",
        [&](Pdu&, VarBind& b) { give_value(b, 0x04); }},
-      {0xA2, "20000 AddUInt64, NULL input", [&](Pdu&, VarBind& b) { give_value(b, 0x46); }},
-      {0xA2, "20000 AddVarBind: value: Illegal type: 0x47",
+      {"20000 AddUInt64, NULL input", [&](Pdu&, VarBind& b) { give_value(b, 0x46); }},
+      {"20000 AddVarBind: value: Illegal type: 0x47",
        [&](Pdu&, VarBind& b) { give_value(b, 0x47); }},
-      {0xA2, "20000 BuildPdu: bad pdu type: a9", [](Pdu& p, VarBind&) { p.type = 0xA9; }},
-      {TRAP_PDU, "20000 FindLenOID, lenlen|" + head + "(1)",
+      {"20000 BuildPdu: bad pdu type: a9", [](Pdu& p, VarBind&) { p.type = 0xA9; }},
+      {"20000 FindLenOID, lenlen|" + head + "(1)",
        [](Pdu& p, VarBind&) { FreeOID(std::exchange(p.enterprise, nullptr)); }},
-      {TRAP_PDU, "20000 FindLenOctetString, NULL input|" + head + "(2)",
+      {"20000 FindLenOctetString, NULL input|" + head + "(2)",
        [](Pdu& p, VarBind&) { FreeOctetString(std::exchange(p.agent_addr, nullptr)); }},
-      {0xA2, "20000 FindLenVarBind, lenlen|20000 BuildPdu: varbindlen:",
+      {"20000 FindLenVarBind, lenlen|20000 BuildPdu: varbindlen:",
        [](Pdu&, VarBind& b) { b.name_size = INT16_MAX; }},
-      {0xA2,
-       "20000 MakeOctetString: Bad octetstring length: 2074|"
+      {"20000 FindLenVarBind, lenlen|20000 BuildPdu: varbindlen:",
+       [](Pdu& p, VarBind& b) {
+         LinkVarBind(&p, CloneVarBind(&b));
+         b.name_size = b.next_var->name_size = INT16_MAX / 2;
+       }},
+      {"20000 MakeOctetString: Bad octetstring length: 2084|"
        "1000 BuildPdu: pdu_ptr->packlet MakeOctetString failed",
        [](Pdu&, VarBind& b) { b.name_size = 2048; }},
   };
   for (const auto& c : cases) {
-    const bool trap = c.pdu_type == TRAP_PDU;
-    const PduPtr pdu(MakePdu(c.pdu_type, 1, 0, 0, trap ? oid({1, 3, 6}).release() : nullptr,
-                             trap ? MakeOctetString(nullptr, 4) : nullptr, 0, 0, 0));
+    const PduPtr pdu(
+        MakePdu(TRAP_PDU, 0, 0, 0, oid({1, 3, 6}).release(), MakeOctetString(nullptr, 4), 6, 1, 0));
     LinkVarBind(pdu.get(), MakeVarBindWithValue(oid({1, 3}).get(), nullptr, OCTET_STRING_TYPE,
                                                 MakeOctetString(nullptr, 3)));
     EXPECT_EQ(BuildPdu(pdu.get()), 0);
     c.spoil(*pdu, *pdu->var_bind_list);
-    fails(BuildPdu(pdu.get()), c.log);
+    refused(BuildPdu(pdu.get()), c.log);
     EXPECT_EQ(pdu->packlet, nullptr);
-  }
-}
-
-TEST(Encoder, WrongSizesOfEveryTypeAreMendedBeforeAnythingIsBuilt) {
-  const PduPtr pdu = every_type(RESPONSE_PDU);
-  ASSERT_EQ(BuildPdu(pdu.get()), 0);
-  const std::string right = text_of(pdu->packlet);
-  for (const int wrong : {-2, -1, 1, 100}) {
-    for (VarBind* b = pdu->var_bind_list; b; b = b->next_var) {
-      b->name_size = static_cast<std::int16_t>(b->name_size + wrong);
-      b->value_size = static_cast<std::int16_t>(b->value_size - wrong / 2);
-    }
-    ASSERT_EQ(BuildPdu(pdu.get()), 0);
-    EXPECT_EQ(text_of(pdu->packlet), right) << wrong;
+    pdu->type = TRAP_PDU;  // for the destructor
   }
 }
 
@@ -175,19 +156,19 @@ TEST(Values, Texts) {
   const std::pair<const char*, const char*> escapes[] = {
       {"a\\tb", "61 09 62"}, {"\\n\\r\\q\\\\", "0A 0D 71 5C"}, {"a\\", "61 5C"}, {nullptr, ""}};
   for (const auto& [text, bytes] : escapes) {
-    EXPECT_EQ(text_or_null(OctetStringPtr(MakeOctetStringFromText(text))), bytes);
+    EXPECT_EQ(text_of(OctetStringPtr(MakeOctetStringFromText(text)).get()), bytes);
   }
   for (const char* text : {"00:1b:ff", "00 1B FF", "00-1b-Ff", "001bff", "0x001bff"}) {
-    EXPECT_EQ(text_or_null(OidPtr(MakeOIDFromHex(text))), "0.27.255");
+    EXPECT_EQ(text_of(OidPtr(MakeOIDFromHex(text)).get()), "0.27.255");
   }
   for (const char* text : {"0", "0g", "00:", ":00", "00::11", "00 1 2", "\xff\xff"}) {
     EXPECT_EQ(OctetStringPtr(MakeOctetStringFromHex(text)), nullptr) << text;
   }
   const OidPtr tail = oid({6, 1});
-  EXPECT_EQ(text_or_null(OidPtr(CatOID(nullptr, tail.get()))), "6.1");
-  EXPECT_EQ(text_or_null(OidPtr(MakeLenOID(tail->oid_ptr, 2))), "2.6.1");
-  EXPECT_EQ(text_or_null(OidPtr(MakeLenOID(nullptr, 2))), "0");
-  EXPECT_EQ(text_or_null(OidPtr(MakeOIDSubLen(oid({2, 6, 1, 9})->oid_ptr, 4))), "6.1");
+  EXPECT_EQ(text_of(OidPtr(CatOID(nullptr, tail.get())).get()), "6.1");
+  EXPECT_EQ(text_of(OidPtr(MakeLenOID(tail->oid_ptr, 2)).get()), "2.6.1");
+  EXPECT_EQ(text_of(OidPtr(MakeLenOID(nullptr, 2)).get()), "0");
+  EXPECT_EQ(text_of(OidPtr(MakeOIDSubLen(oid({2, 6, 1, 9})->oid_ptr, 4)).get()), "6.1");
 }
 
 TEST(Values, BindingsKeepTheirOrderAndTheirCopiesAreDeep) {
@@ -199,9 +180,95 @@ TEST(Values, BindingsKeepTheirOrderAndTheirCopiesAreDeep) {
   pdu.reset();
   EXPECT_EQ(text_of(copy.get()), whole + " [1.3=5:]");
   ASSERT_EQ(BuildPdu(copy.get()), 0);
+  const std::string right = text_of(copy->packlet);
   const PduPtr again(ZnParsePdu(copy->packlet->octet_ptr, copy->packlet->length));
   EXPECT_EQ(text_of(again.get()), text_of(copy.get()));
   EXPECT_EQ(again->num_varbinds, 14);
+  // Sizes that have become wrong are mended before anything is built anew.
+  const std::size_t before = live_blocks();
+  for (const int wrong : {-2, -1, 1, 100}) {
+    for (VarBind* b = copy->var_bind_list; b; b = b->next_var) {
+      b->name_size = static_cast<std::int16_t>(b->name_size + wrong);
+      b->value_size = static_cast<std::int16_t>(b->value_size - wrong / 2);
+    }
+    ASSERT_EQ(BuildPdu(copy.get()), 0);
+    EXPECT_EQ(text_of(copy->packlet), right) << wrong;
+  }
+  EXPECT_EQ(live_blocks(), before);
+}
+
+// Whatever allocation fails, the call fails with a message of its own and nothing is lost.
+TEST(Values, EveryAllocationMayFail) {
+  const PduPtr model = every_type(RESPONSE_PDU);
+  const SnmpMessagePtr packet = message_of(*model, "kivrel");
+  const PduPtr trap(
+      MakePdu(TRAP_PDU, 0, 0, 0, oid({1, 3, 6}).release(), MakeOctetString(nullptr, 4), 6, 42, 0));
+  ASSERT_EQ(BuildPdu(trap.get()), 0);
+  const OID* const name = model->var_bind_list->name;
+
+  // What was made before is kept until the end, so that it spares nothing an allocation.
+  const auto everything = [&] {
+    const SnmpMessagePtr message(ZnParseSnmpMessage(
+        &kV2cOnly, nullptr, nullptr, packet->packlet->octet_ptr, packet->packlet->length));
+    if (!message || !message->packlet) return false;
+    const PduPtr response(ZnParsePdu(message->packlet->octet_ptr, message->packlet->length));
+    const PduPtr parsed_trap(ZnParsePdu(trap->packlet->octet_ptr, trap->packlet->length));
+    const PduPtr request(MakePdu(GET_REQUEST_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
+    if (!request || LinkVarBind(request.get(), MakeVarBindWithNull(name, nullptr)) != 0 ||
+        BuildPdu(request.get()) != 0) {
+      return false;
+    }
+    const SnmpMessagePtr built = message_of(*request, "kivrel");
+    const SnmpMessagePtr copying(ZnCreateV2cSnmpMessage(packet->community, &faults));
+    const VarBindListPtr clones(CloneVarBindList(model->var_bind_list));
+    const VarBindPtr joined(MakeVarBindWithValue(name, name, NULL_TYPE, nullptr));
+    const UInt64Ptr counter(MakeCounter64(1, 2));
+    const OidPtr from_hex(MakeOIDFromHex("0102"));
+    OctetString* out = nullptr;
+    const bool told = GetSystemDateAndTime(8, &out) == 0;
+    const OctetStringPtr time(out);
+    return told && response && parsed_trap && built && copying && copying->context == &faults &&
+           clones && joined && counter && from_hex;
+  };
+  std::string logged;
+  bool failed = true;
+  for (int n = 1; failed; ++n) {
+    RecordedLog log;
+    FreeKeptRecords();
+    const std::size_t before = live_blocks();
+    faults = {n, 0};
+    const bool succeeded = everything();
+    failed = std::exchange(faults, {}).mallocs >= n;
+    FreeKeptRecords();
+    EXPECT_EQ(live_blocks(), before);
+    EXPECT_EQ(succeeded, !failed);
+    logged += "|" + log.take() + "|";
+  }
+  for (const char* text : {"MakeOctetString, os_ptr malloc",
+                           "MakeOctetString2, os_ptr malloc",
+                           "MakeOID, oid malloc failed",
+                           "CatOID, MakeOID failed",
+                           "CloneUInt64: Cannot malloc return_val",
+                           "MakeCounter64, counter64 malloc failed",
+                           "MakeVarBindWithValue: vb malloc",
+                           "MakeVarBindWithValue: cannot malloc vb->name.",
+                           "MakeVarBindWithNull, vb malloc",
+                           "CloneVarBind: vb malloc",
+                           "CloneVarBind: Unable to clone vb->name",
+                           "CloneVarBind: Unable to clone vb->value",
+                           "MakePdu, pdu_ptr malloc",
+                           "ParseUInt64, uint64_ptr malloc",
+                           "ParseOctetString, os_ptr",
+                           "ParseOID, oid_ptr MakeOID",
+                           "ParseVarBind, vb_ptr",
+                           "ParsePdu, pdu_ptr malloc",
+                           "ZnParseSnmpMessage:  snmp_msg malloc",
+                           "ZnCreateV2cSnmpMessage:  snmp_msg malloc",
+                           "ZnCreateV2cSnmpMessage:  snmp_msg->community malloc",
+                           "ZnBuildV1SnmpMessage: malloc",
+                           "GetSystemDateAndTime: MakeOctetString failed"}) {
+    EXPECT_NE(logged.find("|1000 " + std::string(text) + "|"), std::string::npos) << text;
+  }
 }
 
 // The order in which a thread's destructors run is not the library's: records are freed before and
