@@ -15,8 +15,8 @@
 #include "bench/poll_subject.h"
 #include "bench/sample_table.h"
 #include "bench/stock_client.h"
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
 #include "files/file_format.h"
 
 namespace tally::bench {

@@ -31,8 +31,8 @@
 #include "bench/sample_table.h"
 #include "bench/stock_client.h"
 #include "bench/stopwatch.h"
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "agent/rpc_client.h"
 #include "agent/tapd_agent.h"
 #include "bench/sample_table.h"
-#include "daemon/clock.h"
+#include "daemon/base/clock.h"
 #include "files/file_format.h"
 #include "files/poll_engine.h"
 #include "files/unique_fd.h"

@@ -1,5 +1,5 @@
 # The appliance's fixed paths, ports and names. They are settled when the daemon is built and
-# stand once, in daemon/paths.h; nothing can be changed at run time.
+# stand once, in daemon/base/paths.h; nothing can be changed at run time.
 set(TALLYD_DATA_DIRECTORY "/usr/local/apache/htdocs/tmp" CACHE STRING "Where the collection files live")
 set(TALLYD_CONTROL_PIPE "/usr/local/qor/bin/tallyd_pipe" CACHE STRING "The control pipe")
 set(TALLYD_PID_FILE "/tmp/tallyd.pid" CACHE STRING "The PID file")

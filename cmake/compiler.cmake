@@ -17,7 +17,7 @@ if(TALLYD_WERROR)
   target_compile_options(tally_options INTERFACE -Werror)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # Proves the lock discipline that the annotations in daemon/mutex.h describe.
+  # Proves the lock discipline that the annotations in daemon/base/mutex.h describe.
   target_compile_options(tally_options INTERFACE -Wthread-safety)
 endif()
 

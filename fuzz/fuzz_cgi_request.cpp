@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "files/file_format.h"
 #include "property.h"
 #include "request.h"

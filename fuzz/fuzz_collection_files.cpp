@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "history/history.h"
 #include "property.h"
 #include "views/row_export.h"

@@ -62,7 +62,7 @@ class Walker {
     return skip((std::uint64_t{length} + 3) / 4 * 4);
   }
   template <class Row>
-  bool walk(const RowList<Row>&) {
+  bool walk(const WireRows<Row>&) {
     std::uint32_t count = 0;
     if (!word(count)) return false;
     while (count > 0 && walk(Row())) --count;

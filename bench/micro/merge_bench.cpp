@@ -8,8 +8,8 @@
 
 #include "bench/bare_poller.h"
 #include "bench/poll_subject.h"
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <deque>
 #include <random>
 
+#include "daemon/base/thread_entry.h"
 #include "daemon/registry.h"
-#include "daemon/thread_entry.h"
 
 namespace {
 

@@ -220,8 +220,7 @@ int run(const char* host, std::uint16_t port, const timespec& delay, Supervisor&
       clock_nanosleep(CLOCK_MONOTONIC, 0, &delay, nullptr);
     }
     // A client that is gone does not matter.
-    static_cast<void>(
-        sendto(fd, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&client), length));
+    (void)sendto(fd, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&client), length);
   }
 }
 

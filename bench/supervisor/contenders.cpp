@@ -12,9 +12,9 @@
 #include <stdexcept>
 
 #include "bench/wire_bytes.h"
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
-#include "daemon/paths.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/paths.h"
 #include "daemon/supervisor_kinds.h"
 #include "files/file_format.h"
 #include "files/unique_fd.h"

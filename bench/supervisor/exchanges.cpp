@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 #include "snmp/bld_pkt.h"
 #include "snmp/free_lib.h"
 #include "snmp/make_lib.h"

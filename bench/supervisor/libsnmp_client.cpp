@@ -8,7 +8,7 @@
 #include <string>
 
 #include "bench/supervisor/contenders.h"
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 
 namespace tally::bench {
 

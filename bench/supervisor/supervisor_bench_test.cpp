@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bench/supervisor/contenders.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "files/file_format.h"
 
 namespace tally::bench {

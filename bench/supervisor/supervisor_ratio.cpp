@@ -23,7 +23,7 @@
 
 #include "bench/stopwatch.h"
 #include "bench/supervisor/contenders.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 
 #include "agent/control_scan.h"
 #include "agent/rate.h"
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 #include "files/collection_ops.h"
 
 namespace tally {

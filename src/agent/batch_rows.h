@@ -6,7 +6,7 @@
 
 #include "agent/procedures.h"
 #include "agent/progress.h"
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 #include "files/collection_ops.h"
 
 namespace tally {

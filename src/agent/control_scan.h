@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "agent/procedures.h"
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 #include "files/collection_ops.h"
 
 namespace tally {

@@ -7,7 +7,7 @@
 #include <tuple>
 
 #include "agent/byte_list.h"
-#include "agent/row_list.h"
+#include "agent/wire_rows.h"
 
 namespace tally {
 
@@ -47,7 +47,7 @@ struct HostRow {
 };
 
 struct HostRowList {
-  RowList<HostRow> rows;
+  WireRows<HostRow> rows;
 
   static constexpr auto members(auto& self) { return std::tie(self.rows); }
 };
@@ -87,7 +87,7 @@ struct MatrixRow {
 };
 
 struct MatrixRowList {
-  RowList<MatrixRow> rows;
+  WireRows<MatrixRow> rows;
 
   static constexpr auto members(auto& self) { return std::tie(self.rows); }
 };
@@ -123,7 +123,7 @@ struct PdistRow {
 };
 
 struct PdistRowList {
-  RowList<PdistRow> rows;
+  WireRows<PdistRow> rows;
 
   static constexpr auto members(auto& self) { return std::tie(self.rows); }
 };

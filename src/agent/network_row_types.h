@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "agent/byte_list.h"
-#include "agent/row_list.h"
+#include "agent/wire_rows.h"
 
 namespace tally {
 
@@ -53,7 +53,7 @@ struct NlHostRow {
 };
 
 struct NlHostRowList {
-  RowList<NlHostRow> rows;
+  WireRows<NlHostRow> rows;
 
   static constexpr auto members(auto& self) { return std::tie(self.rows); }
 };
@@ -102,7 +102,7 @@ struct NlMatrixRow {
 };
 
 struct NlMatrixRowList {
-  RowList<NlMatrixRow> rows;
+  WireRows<NlMatrixRow> rows;
 
   static constexpr auto members(auto& self) { return std::tie(self.rows); }
 };

@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "agent/wire_stream.h"
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 
 namespace tally {
 namespace {

@@ -7,7 +7,7 @@
 #include "agent/control_scan.h"
 #include "agent/procedures.h"
 #include "agent/progress.h"
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 #include "files/collection_ops.h"
 
 namespace tally {

@@ -6,7 +6,7 @@
 #include "agent/procedures.h"
 #include "agent/record_key.h"
 #include "agent/single_rows.h"
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 
 namespace tally {
 namespace {

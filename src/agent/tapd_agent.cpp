@@ -7,8 +7,8 @@
 #include "agent/network_types.h"
 #include "agent/procedures.h"
 #include "agent/smon_types.h"
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 
 namespace tally {
 

@@ -91,7 +91,7 @@ class WireWriter {
   WireWriter& operator=(const WireWriter&) = delete;
 
   void u32(std::uint32_t value) {
-    if (used_ == sizeof buffer_) static_cast<void>(flush());
+    if (used_ == sizeof buffer_) (void)flush();
     value = __builtin_bswap32(value);
     std::memcpy(buffer_ + used_, &value, sizeof value);
     used_ += sizeof value;

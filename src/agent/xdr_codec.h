@@ -29,7 +29,7 @@
 #include <utility>
 
 #include "agent/byte_list.h"
-#include "agent/row_list.h"
+#include "agent/wire_rows.h"
 #include "agent/wire_stream.h"
 
 namespace tally {
@@ -67,7 +67,7 @@ struct WireTraits<ByteList> {
 template <>
 struct WireTraits<WireString> : WireTraits<ByteList> {};
 template <class Row>
-struct WireTraits<RowList<Row>> : WireTraits<ByteList> {};
+struct WireTraits<WireRows<Row>> : WireTraits<ByteList> {};
 
 template <class T>
 concept WireStruct = requires(T& value) {
@@ -152,7 +152,7 @@ bool decode(WireReader& in, T& value);
 inline constexpr std::uint64_t kUsualReply = 64 * 1024;
 
 template <class Row>
-bool decode(WireReader& in, RowList<Row>& list) {
+bool decode(WireReader& in, WireRows<Row>& list) {
   list.release();
   const std::uint32_t count = in.u32();
   for (std::uint32_t left = count; left > 0; --left) {
@@ -201,7 +201,7 @@ template <WireStruct T>
 void encode(WireWriter& out, const T& value);
 
 template <class Row>
-void encode(WireWriter& out, const RowList<Row>& list) {
+void encode(WireWriter& out, const WireRows<Row>& list) {
   out.u32(list.size());
   for (const Row& row : list.rows()) encode(out, row);
 }

@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 
 namespace tally {
 

@@ -1,9 +1,10 @@
-// The control pipe: a FIFO of messages (daemon/control_message.h) that the web application writes.
+// The control pipe: a FIFO of messages (daemon/base/control_message.h) that the web application
+// writes.
 #pragma once
 
 #include <cstdint>
 
-#include "daemon/control_message.h"
+#include "daemon/base/control_message.h"
 #include "files/unique_fd.h"
 
 namespace tally {

@@ -9,12 +9,12 @@
 #include <cstdlib>
 
 #include "agent/tapd_agent.h"
+#include "daemon/base/log.h"
+#include "daemon/base/settings.h"
 #include "daemon/control_pipe.h"
-#include "daemon/log.h"
 #include "daemon/main_loop.h"
 #include "daemon/messages.h"
 #include "daemon/registry.h"
-#include "daemon/settings.h"
 #include "daemon/startup.h"
 #include "daemon/supervisor_kinds.h"
 #include "daemon/threads.h"

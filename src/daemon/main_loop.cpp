@@ -1,7 +1,7 @@
 #include "daemon/main_loop.h"
 
-#include "daemon/clock.h"
-#include "daemon/log.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/log.h"
 #include "daemon/messages.h"
 #include "daemon/supervisor_kinds.h"
 

@@ -2,10 +2,10 @@
 
 #include "agent/rpc_client.h"
 #include "agent/tapd_agent.h"
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 #include "daemon/supervisor_kinds.h"
 #include "files/file_format.h"
 #include "supervisor/supclient.h"
@@ -192,7 +192,7 @@ bool handle_message(Registry& registry, const ControlMessage& message) {
       msg_destroy_coll(registry, message);
       break;
     case MessageType::reload_settings:
-      static_cast<void>(reload_supervisor_settings());  // has logged; the next message tries again
+      (void)reload_supervisor_settings();  // has logged; the next message tries again
       break;
     case MessageType::rescan:
       scan_control_tables(registry);

@@ -2,9 +2,9 @@
 
 #include <new>
 
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
-#include "daemon/log.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/log.h"
 #include "files/file_format.h"
 
 namespace tally {

@@ -13,9 +13,9 @@
 #include <limits>
 #include <optional>
 
-#include "daemon/collection_record.h"
-#include "daemon/mutex.h"
-#include "daemon/thread_entry.h"
+#include "daemon/base/collection_record.h"
+#include "daemon/base/mutex.h"
+#include "daemon/base/thread_entry.h"
 #include "files/collection_ops.h"
 #include "files/poll_task.h"
 

@@ -8,8 +8,9 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
+#include "daemon/base/retry.h"
 #include "files/unique_fd.h"
 
 namespace tally {
@@ -18,19 +19,8 @@ namespace {
 bool write_pid(int fd) {
   char text[16];
   const int length = std::snprintf(text, sizeof text, "%d\n", static_cast<int>(getpid()));
-  ssize_t written = 0;
-  do {
-    written = write(fd, text, static_cast<std::size_t>(length));
-  } while (written < 0 && errno == EINTR);
-  return written == length;
-}
-
-int lock_without_waiting(int fd) {
-  int result = 0;
-  do {
-    result = flock(fd, LOCK_EX | LOCK_NB);
-  } while (result != 0 && errno == EINTR);
-  return result;
+  return retry_interrupted([&] { return write(fd, text, static_cast<std::size_t>(length)); }) ==
+         length;
 }
 
 }  // namespace
@@ -54,7 +44,7 @@ PidFile take_pid_file() {
     log_warning("Error opening tallyd PID file %s", kPidFile);
     return PidFile::failed;
   }
-  if (lock_without_waiting(fd.get()) != 0) {
+  if (retry_interrupted([&] { return flock(fd.get(), LOCK_EX | LOCK_NB); }) != 0) {
     if (errno == EACCES || errno == EAGAIN) {
       log_warning("tallyd already running.");
       return PidFile::held_by_another;
@@ -70,7 +60,7 @@ PidFile take_pid_file() {
     log_warning("Error writing tallyd PID file %s", kPidFile);
     return PidFile::failed;
   }
-  static_cast<void>(fd.release());  // stays open: the lock goes with the process
+  (void)fd.release();  // stays open: the lock goes with the process
   return PidFile::taken;
 }
 

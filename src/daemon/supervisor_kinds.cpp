@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <limits>
 
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
 #include "files/file_format.h"
 #include "supervisor/etherstats.h"
 #include "supervisor/ifstats.h"
@@ -51,7 +51,7 @@ void SupervisorKind::refresh_rows() {
 
 // Failures have been logged, and put back what they had to.
 void SupervisorKind::poll(std::int32_t now, std::int32_t previous_poll) const {
-  static_cast<void>(hooks.poll(now, previous_poll));
+  (void)hooks.poll(now, previous_poll);
 }
 
 void SupervisorKind::poll_at_once() {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-#include "daemon/schedule.h"
+#include "daemon/base/schedule.h"
 
 namespace tally {
 

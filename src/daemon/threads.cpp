@@ -20,7 +20,7 @@ ThreadEntry& poll_task_entry() {
 
 void start_threads() {
   for (ThreadEntry* entry = thread_table; entry->routine; ++entry) {
-    static_cast<void>(pthread_create(&entry->thread, nullptr, entry->routine, entry));
+    (void)pthread_create(&entry->thread, nullptr, entry->routine, entry);
   }
 }
 

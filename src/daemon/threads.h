@@ -1,7 +1,7 @@
 // The daemon's thread table.
 #pragma once
 
-#include "daemon/thread_entry.h"
+#include "daemon/base/thread_entry.h"
 
 namespace tally {
 

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "daemon/collection_record.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_record.h"
+#include "daemon/base/collection_types.h"
 #include "files/filebuf.h"
 
 namespace tally {

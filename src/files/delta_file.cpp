@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 #include "files/file_format.h"
 #include "files/file_lock.h"
 

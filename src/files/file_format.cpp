@@ -7,9 +7,10 @@
 #include <charconv>
 #include <cstdio>
 
-#include "daemon/collection_types.h"
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
+#include "daemon/base/retry.h"
 #include "files/unique_fd.h"
 
 namespace tally {
@@ -56,8 +57,7 @@ std::optional<CollectionFile> collection_of_file(std::string_view name) {
     if (!known || stem != known) continue;
     std::uint32_t index = 0;
     if (is_agent_type(type) && stem.size() < name.size()) {
-      static_cast<void>(
-          std::from_chars(name.data() + stem.size() + 1, name.data() + name.size(), index));
+      (void)std::from_chars(name.data() + stem.size() + 1, name.data() + name.size(), index);
     }
     for (const FileKind kind : {FileKind::prev, FileKind::last, FileKind::delta}) {
       // Whatever else the name holds, it is one of ours only if we would write it so.
@@ -99,10 +99,7 @@ bool delta_file_exists(std::uint32_t type, std::uint32_t index) {
 }
 
 bool read_file_header(int fd, FileHeader& header) {
-  ssize_t got = 0;
-  do {
-    got = read(fd, &header, sizeof header);
-  } while (got < 0 && errno == EINTR);
+  const ssize_t got = retry_interrupted([&] { return read(fd, &header, sizeof header); });
   return got == static_cast<ssize_t>(sizeof header);
 }
 

@@ -17,7 +17,7 @@
 #include <optional>
 #include <string_view>
 
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 
 namespace tally {
 

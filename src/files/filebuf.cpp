@@ -4,7 +4,8 @@
 
 #include <cerrno>
 
-#include "daemon/log.h"
+#include "daemon/base/log.h"
+#include "daemon/base/retry.h"
 
 namespace tally {
 namespace {
@@ -18,10 +19,8 @@ struct WriteTexts {
 // Writes everything that waits, in one write. Only EINTR is tried again: a short write means that
 // the disk is full, and its text says so at once.
 int write_waiting(RecordCache& cache, const WriteTexts& texts) {
-  ssize_t written = 0;
-  do {
-    written = write(cache.fd, cache.buffer, cache.used);
-  } while (written < 0 && errno == EINTR);
+  const ssize_t written =
+      retry_interrupted([&] { return write(cache.fd, cache.buffer, cache.used); });
   if (written < 0) {
     log_warning("%s", texts.failed);
     return 0;
@@ -56,10 +55,7 @@ int filebuf_flush(RecordCache& cache) {
 
 int filebuf_fill(RecordCache& cache, std::uint32_t record_size) {
   const std::uint32_t wanted = kFilebufSize / record_size * record_size;
-  ssize_t got = 0;
-  do {
-    got = read(cache.fd, cache.buffer, wanted);
-  } while (got < 0 && errno == EINTR);
+  const ssize_t got = retry_interrupted([&] { return read(cache.fd, cache.buffer, wanted); });
   if (got < 0) {
     log_warning("Error 1 reading to fill file cache.");
     return 0;

@@ -5,7 +5,7 @@
 // caches and the batch at hand. Runs on the poll task, with the registry lock held.
 #pragma once
 
-#include "daemon/collection_record.h"
+#include "daemon/base/collection_record.h"
 #include "files/collection_ops.h"
 
 namespace tally {

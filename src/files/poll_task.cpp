@@ -3,9 +3,9 @@
 #include <csignal>
 #include <ctime>
 
-#include "daemon/clock.h"
-#include "daemon/log.h"
-#include "daemon/thread_entry.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/log.h"
+#include "daemon/base/thread_entry.h"
 #include "files/poll_engine.h"
 
 namespace tally {
@@ -70,7 +70,7 @@ void poll_pass(DueList& collections, Agent& agent) {
   collections.begin_pass();
   // A collection may have become due while the others were polled.
   while (collections.sweep(interval, [&agent](const CollectionRecord& collection) {
-    static_cast<void>(poll_tapd_collection(agent, collection));  // has put the old sample back
+    (void)poll_tapd_collection(agent, collection);  // has put the old sample back
   }) > 0) {
   }
 }

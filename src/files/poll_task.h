@@ -9,7 +9,7 @@
 #include <functional>
 #include <optional>
 
-#include "daemon/collection_record.h"
+#include "daemon/base/collection_record.h"
 #include "files/collection_ops.h"
 
 namespace tally {

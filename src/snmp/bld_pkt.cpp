@@ -169,7 +169,7 @@ bool add_value(BerWriter& out, const VarBind& binding) {
 bool add_bindings(BerWriter& out, const VarBind* list) {
   for (; list != nullptr; list = list->next_var) {
     if (list->data_length < 0 || list->data_length > kMaxLength) {
-      static_cast<void>(DoLenLen(list->data_length));  // logs
+      (void)DoLenLen(list->data_length);  // logs
       ZN_LOG(APPACKET, "%s: lenlen:\n", "AddVarBind");
       return false;
     }

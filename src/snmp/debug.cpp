@@ -46,7 +46,7 @@ const char* text_of(const char* text) {
 [[gnu::format(printf, 2, 3)]] void print(std::FILE* stream, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  static_cast<void>(std::vfprintf(stream, format, arguments));
+  (void)std::vfprintf(stream, format, arguments);
   va_end(arguments);
 }
 
@@ -124,7 +124,7 @@ void PrintShortLogMessage(const LogMessage* message, std::FILE* stream) {
   print(stream, "%s", text_of(message->message));
   print(stream, "                              at line %d in file %s\n", message->linenum,
         text_of(message->filename));
-  static_cast<void>(std::fflush(stream));
+  (void)std::fflush(stream);
 }
 
 void PrintLongLogMessage(const LogMessage* message, std::FILE* stream) {
@@ -145,7 +145,7 @@ void PrintLongLogMessage(const LogMessage* message, std::FILE* stream) {
   print(stream, "message:     %s", text_of(message->message));
   print(stream, "UserData:    0x%" PRIxPTR "\n",
         reinterpret_cast<std::uintptr_t>(message->user_data));
-  static_cast<void>(std::fflush(stream));
+  (void)std::fflush(stream);
 }
 
 void PrintLogSink(const LogSink* sink, std::FILE* stream) {
@@ -161,7 +161,7 @@ void PrintLogSink(const LogSink* sink, std::FILE* stream) {
   } else {
     print(stream, "0x%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(sink->logfile_fp));
   }
-  static_cast<void>(std::fflush(stream));
+  (void)std::fflush(stream);
 }
 
 void TestLogMessages() {

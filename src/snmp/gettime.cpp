@@ -74,18 +74,16 @@ int GetSystemDateAndTime(std::int32_t size, OctetString** out) {
 
 void FormatTimeTicks(std::uint32_t ticks, char* text, std::size_t room) {
   const long total = static_cast<long>(ticks);
-  static_cast<void>(std::snprintf(text, room, "%3ld %2.2ld:%2.2ld:%2.2ld.%2.2ld", total / 8640000,
-                                  total / 360000 % 24, total / 6000 % 60, total / 100 % 60,
-                                  total % 100));
+  (void)std::snprintf(text, room, "%3ld %2.2ld:%2.2ld:%2.2ld.%2.2ld", total / 8640000,
+                      total / 360000 % 24, total / 6000 % 60, total / 100 % 60, total % 100);
 }
 
 int FormatDateAndTime(const OctetString* time, char* text, std::size_t room) {
   if (time == nullptr || (time->length != kShort && time->length != kLong)) return -1;
   const unsigned char* const b = time->octet_ptr;
   const long year = b[0] * 256L + b[1];
-  static_cast<void>(std::snprintf(text, room, "%4ld/%2.2ld/%2.2ld %2.2ld:%2.2ld:%2.2ld.%2.2ld",
-                                  year, long{b[2]}, long{b[3]}, long{b[4]}, long{b[5]}, long{b[6]},
-                                  long{b[7]}));
+  (void)std::snprintf(text, room, "%4ld/%2.2ld/%2.2ld %2.2ld:%2.2ld:%2.2ld.%2.2ld", year,
+                      long{b[2]}, long{b[3]}, long{b[4]}, long{b[5]}, long{b[6]}, long{b[7]});
   return 0;
 }
 

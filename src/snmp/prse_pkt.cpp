@@ -67,8 +67,7 @@ int parse_value(BerReader& in, VarBind& binding) {
         ZN_LOG(APPACKET, "ParseVarBind, length error.\n");
         return -1;
       }
-      static_cast<void>(
-          in.take_bytes(static_cast<std::size_t>(length)));  // the caller tests the overrun
+      (void)in.take_bytes(static_cast<std::size_t>(length));  // the caller tests the overrun
       break;
     }
   }

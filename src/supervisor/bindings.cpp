@@ -5,8 +5,8 @@
 #include <iterator>
 #include <optional>
 
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 #include "snmp/free_lib.h"
 #include "snmp/make_lib.h"
 

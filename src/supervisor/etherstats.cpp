@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
-#include "daemon/log.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/log.h"
 #include "files/file_format.h"
 #include "files/file_lock.h"
 #include "files/filebuf.h"
@@ -166,7 +166,7 @@ int poll_etherstats(std::int32_t now, std::int32_t last_poll) {
   RecordCache cache;
   filebuf_init(cache, file.get());
   if (write_records(cache, now, interval)) return 1;
-  static_cast<void>(ftruncate(file.get(), 0) == 0);  // half a file must not pass for one
+  (void)(ftruncate(file.get(), 0) == 0);  // half a file must not pass for one
   return 0;
 }
 

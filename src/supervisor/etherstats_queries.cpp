@@ -1,6 +1,6 @@
 #include "supervisor/etherstats_queries.h"
 
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 #include "supervisor/bindings.h"
 #include "supervisor/query.h"
 
@@ -85,7 +85,7 @@ std::optional<EtherStatsRow> next_etherstats_row(std::uint32_t after) {
   });
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
-  static_cast<void>(answer.integer());  // the index, which the name says, too
+  (void)answer.integer();  // the index, which the name says, too
   const auto name = answer.name();
   if (!names_a_row(etherStatsEntry, name) || name[name.size() - 2] != kIndexColumn) {
     return EtherStatsRow{};
@@ -144,7 +144,7 @@ std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
   EtherStatsSample sample;
-  static_cast<void>(answer.unsigned32());  // sysUpTime
+  (void)answer.unsigned32();  // sysUpTime
   for (std::size_t i = 0; i < kEtherCounters; ++i) {
     sample.counters[i] = answer.unsigned32();
     if (kEtherCounterTable[i].overflow != 0) {
@@ -152,7 +152,7 @@ std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint
     }
   }
   sample.speed = answer.unsigned32();
-  static_cast<void>(answer.unsigned32());  // ifLastChange
+  (void)answer.unsigned32();  // ifLastChange
   return answer.ok() ? std::optional(sample) : std::nullopt;
 }
 

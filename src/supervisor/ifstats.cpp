@@ -4,9 +4,9 @@
 #include <optional>
 
 #include "agent/rate.h"
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
-#include "daemon/log.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/log.h"
 #include "supervisor/bindings.h"
 #include "supervisor/query.h"
 #include "supervisor/row_list.h"
@@ -226,8 +226,8 @@ std::uint32_t refresh_ifstats_rows(Schedule& /*schedule*/) {
     if (IfStatsRecord* const record = find_ifstats_row(row.index)) {
       record->flags |= kRowSeen;
     } else {
-      static_cast<void>(rows.insert(rows.end(), {kRowSeen, row.index, row.name},
-                                    "Unable to add new ifstats collection."));  // has logged
+      (void)rows.insert(rows.end(), {kRowSeen, row.index, row.name},
+                        "Unable to add new ifstats collection.");  // has logged
     }
   });
   rows.drop_unseen();

@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-#include "daemon/schedule.h"
+#include "daemon/base/schedule.h"
 #include "files/filebuf.h"
 #include "supervisor/interfaces.h"
 

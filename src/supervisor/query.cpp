@@ -2,7 +2,7 @@
 
 #include <bit>
 
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 #include "snmp/bld_pkt.h"
 #include "snmp/findlen.h"
 #include "snmp/make_lib.h"

@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 #include "snmp/make_lib.h"
 #include "snmp/prse_pkt.h"
 #include "snmp/snmpio.h"
@@ -33,7 +33,7 @@ const char* send(const Pdu& request, const char* community) {
   if (!text) return "Error 1 performing SNMP request.";
   const SnmpMessagePtr message(ZnCreateV2cSnmpMessage(text.get(), nullptr));
   if (!message) return "Error 2 performing SNMP request.";
-  static_cast<void>(text.release());  // adopted
+  (void)text.release();  // adopted
   if (ZnBuildSnmpMessage(message.get(), &request, &kVersions) != 0) {
     return "Error 3 performing SNMP request.";
   }

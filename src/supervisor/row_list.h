@@ -10,7 +10,7 @@
 #include <new>
 #include <vector>
 
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 
 namespace tally {
 

@@ -2,8 +2,8 @@
 
 #include <fcntl.h>
 
-#include "daemon/clock.h"
-#include "daemon/log.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/log.h"
 #include "files/file_format.h"
 #include "files/file_lock.h"
 

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "daemon/log.h"
-#include "daemon/paths.h"
-#include "daemon/settings.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
+#include "daemon/base/settings.h"
 #include "snmp/snmpio.h"
 
 namespace tally {

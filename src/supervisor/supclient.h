@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "daemon/settings.h"
+#include "daemon/base/settings.h"
 
 namespace tally {
 

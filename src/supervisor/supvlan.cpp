@@ -4,10 +4,10 @@
 #include <optional>
 
 #include "agent/smon_types.h"
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 #include "supervisor/bindings.h"
 #include "supervisor/query.h"
 #include "supervisor/row_list.h"
@@ -107,8 +107,8 @@ void add_row(const ControlRow& row) {
   const auto position = std::find_if(rows.begin(), rows.end(), [&row](const SupVlanRecord& record) {
     return record.vlan_id > row.vlan_id;
   });
-  static_cast<void>(rows.insert(position, {kRowSeen, row.index, row.vlan_id},
-                                "Unable to add new vlan collection."));  // has logged
+  (void)rows.insert(position, {kRowSeen, row.index, row.vlan_id},
+                    "Unable to add new vlan collection.");  // has logged
 }
 
 int vlan_delta(const unsigned char* prev, const unsigned char* last, unsigned char* out,

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "daemon/schedule.h"
+#include "daemon/base/schedule.h"
 #include "files/filebuf.h"
 
 namespace tally {

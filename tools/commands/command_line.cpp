@@ -8,9 +8,9 @@
 
 #include "commands/tallyctl.h"
 #include "console/terminal.h"
-#include "daemon/collection_types.h"
-#include "daemon/paths.h"
-#include "daemon/schedule.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/paths.h"
+#include "daemon/base/schedule.h"
 
 namespace tally {
 namespace {

@@ -8,7 +8,7 @@
 #include "commands/tallyctl.h"
 #include "console/output.h"
 #include "console/terminal.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"
 #include "probes/settings_probe.h"

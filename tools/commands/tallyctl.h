@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "daemon/control_message.h"
+#include "daemon/base/control_message.h"
 #include "files/file_format.h"
 #include "metrics/metrics_page.h"
 #include "probes/tool_paths.h"

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "console/output.h"
+#include "daemon/base/retry.h"
 #include "files/unique_fd.h"
 #include "history/history.h"
 #include "views/row_export.h"
@@ -27,8 +28,8 @@ std::string file_of(const std::string& directory, const Collection& collection) 
 int append_whole(int fd, const std::string& text, off_t size) {
   std::size_t done = 0;
   while (done < text.size()) {
-    const ssize_t written = write(fd, text.data() + done, text.size() - done);
-    if (written < 0 && errno == EINTR) continue;
+    const ssize_t written =
+        retry_interrupted([&] { return write(fd, text.data() + done, text.size() - done); });
     if (written <= 0) {
       const int error = written < 0 ? errno : ENOSPC;
       (void)ftruncate(fd, size);

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "history/history.h"
 #include "records/cell_text.h"
 

@@ -10,8 +10,8 @@
 #include <map>
 #include <unordered_map>
 
-#include "daemon/collection_types.h"
-#include "daemon/paths.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/paths.h"
 #include "metrics/exposition.h"
 #include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <string>
 
-#include "daemon/control_message.h"
+#include "daemon/base/control_message.h"
 
 namespace tally {
 

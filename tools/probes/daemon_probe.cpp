@@ -11,7 +11,7 @@
 
 #include "agent/procedures.h"
 #include "agent/rpc_client.h"
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 #include "files/unique_fd.h"
 
 namespace tally {

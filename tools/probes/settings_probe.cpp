@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/collection_types.h"
-#include "daemon/paths.h"
-#include "daemon/schedule.h"
-#include "daemon/settings.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/paths.h"
+#include "daemon/base/schedule.h"
+#include "daemon/base/settings.h"
 #include "records/cell_text.h"
 
 namespace tally {

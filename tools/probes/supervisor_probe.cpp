@@ -6,7 +6,7 @@
 
 #include <chrono>
 
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 #include "files/unique_fd.h"
 #include "probes/daemon_probe.h"
 #include "snmp/bld_pkt.h"

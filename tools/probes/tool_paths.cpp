@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 
 namespace tally {
 

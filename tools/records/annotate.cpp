@@ -6,7 +6,7 @@
 #include <bit>
 #include <cstring>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "records/cell_text.h"
 
 namespace tally {

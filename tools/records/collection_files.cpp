@@ -12,7 +12,7 @@
 #include <thread>
 #include <tuple>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 
 namespace tally {
 namespace {

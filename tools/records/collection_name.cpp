@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 
 namespace tally {
 namespace {

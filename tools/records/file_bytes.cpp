@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+#include "daemon/base/retry.h"
+
 namespace tally {
 namespace {
 
@@ -26,8 +28,8 @@ int copy_within_kernel(int from, int to, std::uint64_t size) {
   off_t offset = 0;
   while (static_cast<std::uint64_t>(offset) < size) {
     const auto left = size - static_cast<std::uint64_t>(offset);
-    const ssize_t copied = copy_file_range(from, &offset, to, nullptr, left, 0);
-    if (copied < 0 && errno == EINTR) continue;
+    const ssize_t copied =
+        retry_interrupted([&] { return copy_file_range(from, &offset, to, nullptr, left, 0); });
     if (copied < 0) return errno;
     if (copied == 0) return ENODATA;  // it became shorter
   }
@@ -40,12 +42,12 @@ int copy_in_blocks(int from, int to, std::uint64_t size) {
   std::uint64_t offset = 0;
   while (offset < size) {
     const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, size - offset));
-    const ssize_t got = pread(from, block.data(), want, static_cast<off_t>(offset));
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = retry_interrupted(
+        [&] { return pread(from, block.data(), want, static_cast<off_t>(offset)); });
     if (got <= 0) return got < 0 ? errno : ENODATA;
-    const ssize_t put =
-        pwrite(to, block.data(), static_cast<std::size_t>(got), static_cast<off_t>(offset));
-    if (put < 0 && errno == EINTR) continue;
+    const ssize_t put = retry_interrupted([&] {
+      return pwrite(to, block.data(), static_cast<std::size_t>(got), static_cast<off_t>(offset));
+    });
     if (put <= 0) return put < 0 ? errno : ENOSPC;
     offset += static_cast<std::uint64_t>(put);
   }
@@ -56,8 +58,8 @@ int read_whole(int fd, std::uint64_t size, FileBytes& copy) {
   std::vector<unsigned char> bytes(size);
   std::size_t used = 0;
   while (used < size) {
-    const ssize_t got = pread(fd, bytes.data() + used, size - used, static_cast<off_t>(used));
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = retry_interrupted(
+        [&] { return pread(fd, bytes.data() + used, size - used, static_cast<off_t>(used)); });
     if (got < 0) return errno;
     if (got == 0) break;
     used += static_cast<std::size_t>(got);
@@ -78,9 +80,9 @@ std::size_t FileBytes::read(std::uint64_t offset, std::span<unsigned char> into)
   }
   std::size_t used = 0;
   while (used < want) {
-    const ssize_t got =
-        pread(fd_.get(), into.data() + used, want - used, static_cast<off_t>(offset + used));
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = retry_interrupted([&] {
+      return pread(fd_.get(), into.data() + used, want - used, static_cast<off_t>(offset + used));
+    });
     if (got <= 0) break;
     used += static_cast<std::size_t>(got);
   }

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 
 namespace tally {
 namespace {

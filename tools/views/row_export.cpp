@@ -4,7 +4,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "records/cell_text.h"
 
 namespace tally {

@@ -15,7 +15,7 @@
 #include <system_error>
 #include <utility>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "files/file_format.h"
 #include "files/unique_fd.h"
 

@@ -12,7 +12,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
+#include "daemon/base/retry.h"
 #include "listing.h"
 #include "pipe/pipe_writer.h"
 #include "request.h"
@@ -34,8 +35,8 @@ std::string read_body(std::size_t length) {
   std::string body(length, '\0');
   std::size_t used = 0;
   while (used < length) {
-    const ssize_t got = read(STDIN_FILENO, body.data() + used, length - used);
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got =
+        retry_interrupted([&] { return read(STDIN_FILENO, body.data() + used, length - used); });
     if (got <= 0) break;
     used += static_cast<std::size_t>(got);
   }

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 
 namespace tally::cgi {
 namespace {

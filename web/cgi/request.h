@@ -15,7 +15,7 @@
 #include <string_view>
 #include <variant>
 
-#include "daemon/control_message.h"
+#include "daemon/base/control_message.h"
 
 namespace tally::cgi {
 

@@ -293,7 +293,7 @@ TEST(RowIteration, EndsInACircle) {
           const auto n = static_cast<std::uint32_t>(call < before ? 100 + call : call % length);
           return batched ? host(n) : dsmatrix_reply(n);
         });
-        static_cast<void>(records_of(agent_type_ops(batched ? kHost : kDsMatrix), agent, 200));
+        (void)records_of(agent_type_ops(batched ? kHost : kDsMatrix), agent, 200);
         EXPECT_LE(agent.calls.size(), 4 * (before + length)) << length;
         EXPECT_GT(agent.calls.size(), before + length);
       }

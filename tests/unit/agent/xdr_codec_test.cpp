@@ -64,7 +64,7 @@ TEST(XdrCodec, HostileCountsCostNothing) {
         }
         T part;
         const std::size_t before = allocations().bytes;
-        static_cast<void>(decode_bytes(xdr_wire<T>, part, bytes));
+        (void)decode_bytes(xdr_wire<T>, part, bytes);
         ASSERT_LT(allocations().bytes - before, 4096 + 16 * bytes.size()) << at;
         check(number, bytes, 1200);
       }

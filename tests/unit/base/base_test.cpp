@@ -4,8 +4,8 @@
 #include <limits>
 #include <string>
 
-#include "daemon/log.h"
-#include "daemon/schedule.h"
+#include "daemon/base/log.h"
+#include "daemon/base/schedule.h"
 #include "support/syslog_capture.h"
 
 namespace tally {

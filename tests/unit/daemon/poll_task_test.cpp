@@ -9,7 +9,7 @@
 #include <csignal>
 #include <thread>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "daemon/registry.h"
 
 namespace tally {

@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
-#include "daemon/clock.h"
-#include "daemon/collection_types.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/collection_types.h"
 #include "daemon/messages.h"
 #include "support/allocations.h"
 #include "support/syslog_capture.h"

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "daemon/collection_types.h"
-#include "daemon/settings.h"
+#include "daemon/base/collection_types.h"
+#include "daemon/base/settings.h"
 #include "support/temporary_directory.h"
 
 namespace tally {

@@ -2,7 +2,7 @@
 // set. The merge is judged end to end.
 #include "files/poll_engine.h"
 
-#include "daemon/clock.h"
+#include "daemon/base/clock.h"
 #include "files/file_format.h"
 #include "files/sample_rows.h"
 #include "support/syslog_capture.h"

@@ -79,7 +79,7 @@ TEST(Queries, EveryAllocationMayFail) {
        [] {
          const PduPtr pdu(MakePdu(GET_REQUEST_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
          if (pdu && add_iflastchange_varbind(1, *pdu) == 0)
-           static_cast<void>(add_vlan_pdu_varbind(smonVlanIdStatsEntry, 4, 1, 2, *pdu));
+           (void)add_vlan_pdu_varbind(smonVlanIdStatsEntry, 4, 1, 2, *pdu);
        }},
   };
   std::set<std::string> wanted;

@@ -49,7 +49,7 @@ class WireFiller {
     }
   }
   template <class Row>
-  void fill(RowList<Row>& list) {
+  void fill(WireRows<Row>& list) {
     list.release();
     const std::uint32_t rows = least_rows_ + below(most_rows_ - least_rows_ + 1);
     for (std::uint32_t i = 0; i < rows; ++i) fill(list.next_row());

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <set>
 
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 #include "history/history.h"
 #include "metrics/http_request.h"
 #include "support/temporary_directory.h"

@@ -10,22 +10,22 @@
 
 namespace tally {
 
-// RowList is a counted list of rows. Its buffer only grows, and when the list of a reply of the
+// WireRows is a counted list of rows. Its buffer only grows, and when the list of a reply of the
 // usual size is released the buffer is kept for the next reply with rows of the same type: a poll
 // of a million rows allocates as often as a poll of a thousand.
 template <class Row>
-class RowList {
+class WireRows {
  public:
-  RowList() = default;
-  RowList(RowList&& other) noexcept { *this = std::move(other); }
-  RowList& operator=(RowList&& other) noexcept {
+  WireRows() = default;
+  WireRows(WireRows&& other) noexcept { *this = std::move(other); }
+  WireRows& operator=(WireRows&& other) noexcept {
     release();
     rows_ = std::move(other.rows_);
     count_ = std::exchange(other.count_, 0);
     keep_buffer_ = std::exchange(other.keep_buffer_, false);
     return *this;
   }
-  ~RowList() { release(); }
+  ~WireRows() { release(); }
 
   std::uint32_t size() const { return count_; }
   std::span<const Row> rows() const { return rows_ ? std::span(rows_->data(), count_) : empty(); }

@@ -1,4 +1,4 @@
-#include "daemon/settings.h"
+#include "daemon/base/settings.h"
 
 #include <strings.h>
 #include <sys/stat.h>
@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <limits>
 
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 
 namespace tally {
 namespace {
@@ -87,7 +87,7 @@ bool disables(std::string_view value) {
 
 std::optional<std::int32_t> read_target_id(const char* path) {
   struct Close {
-    void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
+    void operator()(std::FILE* file) const { (void)std::fclose(file); }
   };
   if (!is_regular_file(path)) return std::nullopt;
   const std::unique_ptr<std::FILE, Close> file(std::fopen(path, "re"));

@@ -1,4 +1,4 @@
-#include "daemon/collection_types.h"
+#include "daemon/base/collection_types.h"
 
 namespace tally {
 namespace {

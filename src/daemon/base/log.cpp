@@ -1,4 +1,4 @@
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 
 #include <syslog.h>
 

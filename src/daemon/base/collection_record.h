@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "daemon/schedule.h"
+#include "daemon/base/schedule.h"
 
 namespace tally {
 

@@ -3,7 +3,7 @@
 
 #include <pthread.h>
 
-#include "daemon/mutex.h"
+#include "daemon/base/mutex.h"
 
 namespace tally {
 
