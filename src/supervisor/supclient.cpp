@@ -5,7 +5,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
+#include <tuple>
 
 #include "daemon/base/log.h"
 #include "daemon/base/paths.h"
@@ -36,49 +38,29 @@ void set_text(Text& text, std::string_view value) {
   text[value.size()] = '\0';
 }
 
-// Clears the flag of a kind that the settings disable. No value ever sets it.
-void read_flag(SettingsDatabase& settings, const char* key, bool& enabled,
-               const char* missing_text) {
-  const auto value = settings.fetch(key);
-  if (!value) {
-    log_debug("%s", missing_text);
-  } else if (disables(*value)) {
-    enabled = false;
-  }
-}
-
 void read_settings() {
-  SettingsDatabase settings(kNmpSettings);
-  if (!settings.opened()) {
-    set_text(nmp_address, kDefaultNmpAddress);
-    set_text(nmp_community, kDefaultNmpCommunity);
+  const SupervisorSettings settings = read_supervisor_settings(kNmpSettings, target_id);
+  set_text(nmp_address, settings.address.value_or(kDefaultNmpAddress));
+  set_text(nmp_community, settings.community.value_or(kDefaultNmpCommunity));
+  if (settings.state != DatabaseState::good) {
     log_warning("Tallyd error reading NMP parameters, using defaults");
     return;
   }
-  const auto address = settings.fetch("NMP_ADDR");
-  if (address && !address->empty() && address->size() <= kMaxNmpText) {
-    set_text(nmp_address, *address);
-  } else {
-    set_text(nmp_address, kDefaultNmpAddress);
-    log_warning("Tallyd error reading NMP address, using default");
-  }
-  const auto community = settings.fetch("NMP_COMMSTR");
-  if (community && community->size() <= kMaxNmpText) {
-    set_text(nmp_community, *community);
-  } else {
-    set_text(nmp_community, kDefaultNmpCommunity);
-    log_warning("Tallyd error reading NMP community, using default");
-  }
-  if (target_id == kInterfaceTarget) {
-    read_flag(settings, "NMP_IFSTATS", ifstats_enabled,
-              "Tallyd error reading ifstats setting, using default");
-    etherstats_enabled = supvlan_enabled = false;
-  } else {
-    read_flag(settings, "NMP_ETHERSTATS", etherstats_enabled,
-              "Tallyd error reading etherstats setting, using default");
-    read_flag(settings, "NMP_VLANSTATS", supvlan_enabled,
-              "Tallyd error reading vlanstats setting, using default");
-    ifstats_enabled = false;
+  if (!settings.address) log_warning("Tallyd error reading NMP address, using default");
+  if (!settings.community) log_warning("Tallyd error reading NMP community, using default");
+  constexpr struct {
+    bool* enabled;
+    const char* missing_text;
+  } kKinds[] = {
+      {&etherstats_enabled, "Tallyd error reading etherstats setting, using default"},
+      {&supvlan_enabled, "Tallyd error reading vlanstats setting, using default"},
+      {&ifstats_enabled, "Tallyd error reading ifstats setting, using default"},
+  };
+  static_assert(std::size(kKinds) == std::tuple_size_v<decltype(settings.kinds)>);
+  for (std::size_t i = 0; i < std::size(kKinds); ++i) {
+    const KindSetting& kind = settings.kinds[i];
+    if (kind.offered && !kind.value) log_debug("%s", kKinds[i].missing_text);
+    if (kind.disabled()) *kKinds[i].enabled = false;  // no value ever sets it
   }
   log_debug("%s", etherstats_enabled ? "etherstats enabled" : "etherstats disabled");
   log_debug("%s", supvlan_enabled ? "supvlanstats enabled" : "supvlanstats disabled");

@@ -15,10 +15,8 @@ namespace tally {
 extern char nmp_address[kMaxNmpText + 1];
 extern char nmp_community[kMaxNmpText + 1];
 
-// The appliance target id, -1 when unknown. An appliance of target id 7 has interface statistics,
-// every other one Ethernet and VLAN statistics.
+// The appliance target id, -1 when unknown.
 extern std::int32_t target_id;
-inline constexpr std::int32_t kInterfaceTarget = 7;
 
 // Whether a kind is polled at all. Initially set; the supervisor settings only ever clear a flag,
 // the create message sets it and the destroy message clears it.

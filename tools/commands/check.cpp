@@ -17,9 +17,9 @@
 #include "daemon/base/collection_types.h"
 #include "daemon/base/paths.h"
 #include "daemon/base/schedule.h"
+#include "daemon/base/settings.h"
 #include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"
-#include "probes/settings_probe.h"
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 #include "records/collection_name.h"
@@ -124,6 +124,10 @@ void check_directory(const ToolPaths& paths, const DaemonState& daemon, Report& 
              enough ? "" : "free some: a poll without room puts the sample of before back");
 }
 
+// What others may read is out of reach of this process, not necessarily of the daemon.
+constexpr const char* kBecomeRoot =
+    "run this as root; if root is refused too, mend the rights or write the file anew";
+
 void add_database(Report& report, const char* subject, const std::string& path, DatabaseState state,
                   const std::string& error, const std::string& content) {
   switch (state) {
@@ -135,26 +139,30 @@ void add_database(Report& report, const char* subject, const std::string& path, 
           fmt::format("nothing, if the defaults are right; else let the web application "
                       "write it, or 'gdbmtool --newdb {}'",
                       path));
+    case DatabaseState::not_a_file:
+      return report.add(Level::problem, subject, fmt::format("{} is not a regular file", path),
+                        "remove it, and let the web application write it");
     case DatabaseState::held:
       return report.add(Level::problem, subject,
                         fmt::format("{} is open for writing somewhere", path),
                         "a reader is refused meanwhile: the writer must close it, then send the "
                         "reload message");
     case DatabaseState::unreadable:
-      return report.add(Level::problem, subject, fmt::format("{}: {}", path, error),
-                        "give the daemon the right to read it, or write it anew with gdbmtool");
+      return report.add(Level::problem, subject, fmt::format("{} cannot be read: {}", path, error),
+                        kBecomeRoot);
   }
 }
 
 void check_preferences(const ToolPaths& paths, Report& report) {
-  const Preferences preferences = read_preferences(paths.preferences);
-  std::string content = fmt::format("the interval is {} s", preferences.interval);
+  const Preferences preferences = read_preferences(paths.preferences.c_str());
+  const std::int32_t interval = preferences.interval != 0 ? preferences.interval : kDefaultInterval;
+  std::string content = fmt::format("the interval is {} s", interval);
   if (!preferences.refresh) {
     content += " (no key 'refresh')";
-  } else if (fmt::to_string(preferences.interval) != *preferences.refresh) {
+  } else if (fmt::to_string(interval) != *preferences.refresh) {
     content += fmt::format(" (made of '{}')", printable(*preferences.refresh));
   }
-  if (preferences.state == DatabaseState::good && preferences.interval < 1) {
+  if (preferences.state == DatabaseState::good && interval < 1) {
     return report.add(Level::problem, "preferences", content, "store a number from 15 to 3600");
   }
   add_database(report, "preferences", paths.preferences, preferences.state, preferences.error,
@@ -183,42 +191,69 @@ constexpr const char* kNoSwitch =
     "; where there is no switch, store 'disable' under NMP_ETHERSTATS, NMP_VLANSTATS and "
     "NMP_IFSTATS";
 
-void check_supervisor(const ToolPaths& paths, const SupervisorSettings& settings, Report& report) {
-  add_database(report, "supervisor settings", paths.nmp_settings, settings.state, settings.error,
-               fmt::format("address {}{}, community {}", printable(settings.address),
-                           settings.default_address ? " (default)" : "",
-                           settings.default_community ? "by default" : "set"));
-  if (settings.target_id) {
-    report.add(Level::fine, "target id", fmt::format("is {}", *settings.target_id));
+using TargetId = std::optional<std::int32_t>;
+
+// Whether a kind is enabled when the daemon starts; messages change that.
+bool starts_enabled(const SupervisorSettings& settings, const KindSetting& kind) {
+  return settings.state != DatabaseState::good || !kind.disabled();
+}
+
+std::string why(const SupervisorSettings& settings, const KindSetting& kind, TargetId target) {
+  if (settings.state != DatabaseState::good) return "no database can be read";
+  if (!kind.offered) {
+    return fmt::format("an appliance of target id {} has {}",
+                       target ? fmt::to_string(*target) : "unknown",
+                       kind.on_interface_target ? "etherstats and supvlan" : "ifstats only");
+  }
+  if (!kind.value) return fmt::format("{} is not set", kind.key);
+  return fmt::format("{} is {}", kind.key, printable(*kind.value));
+}
+
+void check_target_id(const ToolPaths& paths, TargetId target, Report& report) {
+  const char* path = paths.appliance_settings.c_str();
+  if (target) {
+    report.add(Level::fine, "target id", fmt::format("is {}", *target));
+  } else if (access(path, R_OK) != 0 && errno != ENOENT) {
+    report.add(Level::problem, "target id",
+               fmt::format("{} cannot be read: {}", path, std::strerror(errno)), kBecomeRoot);
   } else {
-    report.add(Level::warning, "target id",
-               fmt::format("{} has no line QOR_TARGET_ID=N", paths.appliance_settings),
+    report.add(Level::warning, "target id", fmt::format("{} has no line QOR_TARGET_ID=N", path),
                "without it this is an appliance of etherstats and supvlan");
   }
+}
+
+void check_supervisor(const ToolPaths& paths, const SupervisorSettings& settings, TargetId target,
+                      Report& report) {
+  const std::string address = settings.address.value_or(kDefaultNmpAddress);
+  add_database(
+      report, "supervisor settings", paths.nmp_settings, settings.state, settings.error,
+      fmt::format("address {}{}, community {}", printable(address),
+                  settings.address ? "" : " (default)", settings.community ? "set" : "by default"));
+  check_target_id(paths, target, report);
   bool any = false;
   for (const KindSetting& kind : settings.kinds) {
-    any = any || kind.enabled;
+    const bool enabled = starts_enabled(settings, kind);
+    any = any || enabled;
     report.add(Level::fine, type_stem(kind.type),
-               fmt::format("{} when the daemon starts: {}", kind.enabled ? "enabled" : "disabled",
-                           kind.why),
-               kind.enabled
-                   ? ""
-                   : fmt::format("'tallyctl create {}' enables it until tallyd starts again",
-                                 type_stem(kind.type)));
+               fmt::format("{} when the daemon starts: {}", enabled ? "enabled" : "disabled",
+                           why(settings, kind, target)),
+               enabled ? ""
+                       : fmt::format("'tallyctl create {}' enables it until tallyd starts again",
+                                     type_stem(kind.type)));
   }
   if (!any) return;
-  const SupervisorAnswer answer = probe_supervisor(settings.address, settings.community);
-  const std::string where = fmt::format("{}:{}", printable(settings.address), kNmpPort);
+  const SupervisorAnswer answer =
+      probe_supervisor(address, settings.community.value_or(kDefaultNmpCommunity));
+  const std::string where = fmt::format("{}:{}", printable(address), kNmpPort);
   switch (answer.state) {
     case SupervisorState::answers:
       return report.add(Level::fine, "supervisor",
                         fmt::format("{} accepts the community; it is up for {}", where,
                                     duration_text(answer.up_time / 100)));
     case SupervisorState::unknown_host:
-      return report.add(
-          Level::problem, "supervisor",
-          fmt::format("{} is no address and no known host", printable(settings.address)),
-          "correct NMP_ADDR; with an unknown host tallyd does not start");
+      return report.add(Level::problem, "supervisor",
+                        fmt::format("{} is no address and no known host", printable(address)),
+                        "correct NMP_ADDR; with an unknown host tallyd does not start");
     case SupervisorState::refused:
       return report.add(
           Level::problem, "supervisor", fmt::format("{} refuses SNMP", where),
@@ -233,8 +268,8 @@ void check_supervisor(const ToolPaths& paths, const SupervisorSettings& settings
 }
 
 bool disabled(const SupervisorSettings& settings, std::uint32_t type) {
-  return std::any_of(settings.kinds.begin(), settings.kinds.end(), [type](const KindSetting& kind) {
-    return kind.type == type && !kind.enabled;
+  return std::any_of(settings.kinds.begin(), settings.kinds.end(), [&](const KindSetting& kind) {
+    return kind.type == type && !starts_enabled(settings, kind);
   });
 }
 
@@ -329,14 +364,14 @@ std::string as_json(const std::vector<Finding>& findings) {
 ExitCode check(const ToolPaths& paths, bool json) {
   Report report;
   const DaemonState daemon = probe_daemon(paths.pid_file);
-  const SupervisorSettings settings =
-      read_supervisor_settings(paths.nmp_settings, paths.appliance_settings);
+  const TargetId target = read_target_id(paths.appliance_settings.c_str());
+  const SupervisorSettings settings = read_supervisor_settings(paths.nmp_settings.c_str(), target);
   check_daemon(paths, daemon, report);
   check_pipe(paths, daemon.running, report);
   check_directory(paths, daemon, report);
   check_preferences(paths, report);
   check_agent(report);
-  check_supervisor(paths, settings, report);
+  check_supervisor(paths, settings, target, report);
   check_collections(paths, settings, report);
   Output output(STDOUT_FILENO);
   output << (json ? as_json(report.findings())

@@ -4,10 +4,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
+#include "daemon/base/collection_types.h"
 #include "daemon/base/log.h"
 #include "daemon/base/paths.h"
 
@@ -22,10 +25,12 @@ constexpr std::size_t kMostBytes = 4096;
 
 constexpr int kMaxLine = 255;  // bytes of the appliance settings that count as one line
 
-// To open a FIFO would be to wait for ever for somebody to write to it.
-bool is_regular_file(const char* path) {
+// not_a_file tells why a path cannot be opened as a file, as an errno value: opening a FIFO would
+// wait for ever for somebody to write to it. 0 when it can be tried.
+int not_a_file(const char* path) {
   struct stat status;
-  return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+  if (stat(path, &status) != 0) return errno;
+  return S_ISREG(status.st_mode) ? 0 : ENXIO;
 }
 
 // The nearest number that 32 bits hold stands for those beyond.
@@ -43,11 +48,29 @@ std::optional<std::int32_t> target_of_line(const char* line) {
   return end == digits ? std::nullopt : std::optional(as_32_bits(number));
 }
 
+// text_of fetches a text of `least` to kMaxNmpText bytes, of which those before a zero byte count.
+std::optional<std::string> text_of(SettingsDatabase& database, const char* key, std::size_t least) {
+  const auto value = database.fetch(key);
+  if (!value || value->size() < least || value->size() > kMaxNmpText) return std::nullopt;
+  return value->substr(0, value->find('\0'));
+}
+
 }  // namespace
 
 SettingsDatabase::SettingsDatabase(const char* path) {
-  if (!is_regular_file(path)) return;
+  if (const int reason = not_a_file(path)) {
+    state_ = reason == ENOENT  ? DatabaseState::absent
+             : reason == ENXIO ? DatabaseState::not_a_file
+                               : DatabaseState::unreadable;
+    error_ = std::strerror(reason);
+    return;
+  }
   file_.reset(gdbm_open(path, 1, GDBM_READER | GDBM_CLOEXEC, 0666, nullptr));
+  if (file_) return;
+  const int reason = errno;
+  state_ = gdbm_errno == GDBM_CANT_BE_READER ? DatabaseState::held : DatabaseState::unreadable;
+  error_ = gdbm_strerror(gdbm_errno);
+  if (gdbm_check_syserr(gdbm_errno) != 0) error_.append(": ").append(std::strerror(reason));
 }
 
 std::optional<std::string> SettingsDatabase::fetch(const char* key) {
@@ -61,35 +84,58 @@ std::optional<std::string> SettingsDatabase::fetch(const char* key) {
   return bytes;
 }
 
+Preferences read_preferences(const char* path) {
+  SettingsDatabase database(path);
+  Preferences preferences{database.state(), database.error(), {}, 0};
+  if (database.opened()) preferences.refresh = database.fetch("refresh");
+  if (preferences.refresh) preferences.interval = interval_of(*preferences.refresh);
+  return preferences;
+}
+
 std::int32_t read_interval() {
-  SettingsDatabase preferences(kPreferences);
-  if (!preferences.opened()) {
+  const Preferences preferences = read_preferences(kPreferences);
+  if (preferences.state != DatabaseState::good) {
     log_warning("Tallyd could not open preferences file %s.", kPreferences);
-    return 0;
-  }
-  const auto refresh = preferences.fetch("refresh");
-  if (!refresh) {
+  } else if (!preferences.refresh) {
     log_warning("Tallyd could not retrieve interval from %s.", kPreferences);
-    return 0;
   }
-  return interval_of(*refresh);
+  return preferences.interval;
 }
 
 std::int32_t interval_of(const std::string& text) {
   return as_32_bits(std::strtol(text.substr(0, kMostDigits).c_str(), nullptr, 10));
 }
 
-bool disables(std::string_view value) {
+bool KindSetting::disabled() const {
   constexpr std::string_view kDisable = "disable";
-  return value.size() >= kDisable.size() &&
-         strncasecmp(value.data(), kDisable.data(), kDisable.size()) == 0;
+  return !offered || (value && value->size() >= kDisable.size() &&
+                      strncasecmp(value->data(), kDisable.data(), kDisable.size()) == 0);
+}
+
+SupervisorSettings read_supervisor_settings(const char* path, std::optional<std::int32_t> target) {
+  SettingsDatabase database(path);
+  SupervisorSettings settings{database.state(),
+                              database.error(),
+                              {},
+                              {},
+                              {{{kEtherStats, "NMP_ETHERSTATS", false, false, {}},
+                                {kSupVlan, "NMP_VLANSTATS", false, false, {}},
+                                {kIfStats, "NMP_IFSTATS", true, false, {}}}}};
+  for (KindSetting& kind : settings.kinds) {
+    kind.offered = kind.on_interface_target == (target == kInterfaceTarget);
+    if (database.opened() && kind.offered) kind.value = database.fetch(kind.key);
+  }
+  if (!database.opened()) return settings;
+  settings.address = text_of(database, "NMP_ADDR", 1);
+  settings.community = text_of(database, "NMP_COMMSTR", 0);
+  return settings;
 }
 
 std::optional<std::int32_t> read_target_id(const char* path) {
   struct Close {
     void operator()(std::FILE* file) const { (void)std::fclose(file); }
   };
-  if (!is_regular_file(path)) return std::nullopt;
+  if (not_a_file(path) != 0) return std::nullopt;
   const std::unique_ptr<std::FILE, Close> file(std::fopen(path, "re"));
   if (!file) return std::nullopt;
   char line[kMaxLine + 1];

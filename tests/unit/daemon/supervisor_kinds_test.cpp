@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
@@ -81,8 +83,10 @@ TEST(SupervisorKinds, PollsWhatIsEnabledAndDue) {
 TEST(Settings, OpensAtOnceAndReadsTexts) {
   const TemporaryDirectory directory;
   const std::string path = directory / "pref.dba";
+  EXPECT_EQ(SettingsDatabase(path.c_str()).state(), DatabaseState::absent);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_FALSE(SettingsDatabase(path.c_str()).opened());
+  EXPECT_EQ(SettingsDatabase(path.c_str()).state(), DatabaseState::not_a_file);
+  EXPECT_EQ(SettingsDatabase((path + "/x").c_str()).error(), std::strerror(ENOTDIR));
   for (std::string text : {"90", "90\n", "90\r\n5", "90\r"}) {
     strip_line_end(text);
     EXPECT_EQ(text, "90");
