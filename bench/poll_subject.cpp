@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <cstring>
 #include <filesystem>
@@ -37,10 +36,8 @@ class ConnectedAgent final : public FixedAgent {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    UniqueFd connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (connect_to(connection.get(), address) != 0) throw std::runtime_error("no canned agent");
-    client_ = agent_client(std::move(connection));
-    if (!client_) throw std::runtime_error("no RPC client");
+    client_ = agent_connect(address);
+    if (!client_) throw std::runtime_error("no canned agent");
   }
 
   std::uint32_t up_time() override {
@@ -51,10 +48,6 @@ class ConnectedAgent final : public FixedAgent {
   const CollectionOps& ops(std::uint32_t type) const override { return agent_type_ops(type); }
 
  private:
-  static int connect_to(int descriptor, const sockaddr_in& address) {
-    return ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  }
-
   std::unique_ptr<AgentClient> client_;
 };
 

@@ -6,54 +6,53 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <utility>
 
 #include "agent/wire_stream.h"
 #include "daemon/base/paths.h"
+#include "files/unique_fd.h"
 
 namespace tally {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Waits until the socket is ready for an event. False once the deadline has passed.
-bool await(int socket, short event, Clock::time_point deadline) {
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0) return false;
-    pollfd ready{socket, event, 0};
-    const int result = poll(&ready, 1, static_cast<int>(left.count()));
-    if (result > 0) return true;
-    if (result < 0 && errno != EINTR) return false;
-  }
-}
+// How long a read or a connect sleeps in its own system call. Nearly every answer comes sooner,
+// which spares a poll(2); an interrupt, which only poll(2) sees, waits for it.
+constexpr std::chrono::milliseconds kSleep{250};
 
 // Connection makes the calls over libtirpc's record stream, whose reads and writes are its own.
 class Connection final : public AgentClient {
  public:
-  Connection(UniqueFd socket, std::chrono::milliseconds most)
-      : socket_(std::move(socket)),
+  Connection(const sockaddr_in& address, std::chrono::milliseconds most, const Interrupt* interrupt)
+      : address_(address),
         most_(most),
-        xid_(static_cast<std::uint32_t>(Clock::now().time_since_epoch().count())) {
-    xdrrec_create(&stream_, kBuffer, kBuffer, this, receive, send);
-  }
-  ~Connection() override {
-    if (usable()) xdr_destroy(&stream_);
-  }
+        interrupt_(interrupt),
+        xid_(static_cast<std::uint32_t>(Clock::now().time_since_epoch().count())) {}
+  ~Connection() override { close_stream(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // False when the stream has got no memory.
-  bool usable() const { return stream_.x_ops != nullptr; }
+  // begin starts the time of a call, and connects when there is no connection. False when none can
+  // be had.
+  bool begin() {
+    if (lost_ || (interrupt_ && interrupt_->raised())) return false;
+    deadline_ = Clock::now() + most_;
+    untouched_ = true;
+    if (socket_) return true;
+    if (open_socket() && open_stream()) return true;
+    socket_.reset();
+    return false;
+  }
 
   bool call(std::uint32_t procedure, WireRoutine encode, const void* argument, WireRoutine decode,
             void* result) override {
-    if (!socket_) return false;
-    deadline_ = Clock::now() + most_;
-    untouched_ = true;
+    if (!begin()) return false;
     ++xid_;
     stream_.x_op = XDR_ENCODE;
     if (!write_head(procedure) || !encode(&stream_, const_cast<void*>(argument)) ||
@@ -74,8 +73,6 @@ class Connection final : public AgentClient {
     }
     return false;
   }
-
-  bool overdue() const override { return overdue_; }
 
  private:
   enum class Reply { success, refusal, other };
@@ -109,21 +106,71 @@ class Connection final : public AgentClient {
     return in.u32() == SUCCESS ? Reply::success : Reply::refusal;
   }
 
-  // The stream's reads. The first one of a call sleeps until something comes, or as long as a call
-  // may last: nearly always that is the whole reply, for one system call. Behind it, or when time
-  // was lost in sending, reads wait for no longer than what is left of the time.
+  // Waits until the socket is ready for an event. False once the time of the call at hand is over,
+  // or somebody interrupts.
+  bool await(short event) {
+    untouched_ = false;
+    for (;;) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
+      if (left.count() <= 0) return false;
+      pollfd ready[] = {{socket_.get(), event, 0},
+                        {interrupt_ ? interrupt_->descriptor() : -1, POLLIN, 0}};
+      const int result = poll(ready, std::size(ready), static_cast<int>(left.count()));
+      if (result > 0) return ready[1].revents == 0;
+      if (result < 0 && errno != EINTR) return false;
+    }
+  }
+
+  bool open_socket() {
+    socket_.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    if (!socket_ || !set_sleep(SO_SNDTIMEO) || !set_sleep(SO_RCVTIMEO) ||
+        setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
+      return false;
+    }
+    // From a port that only root can have, if we can: an agent may serve nobody else.
+    (void)bindresvport(socket_.get(), nullptr);
+    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_) ==
+        0) {
+      return true;
+    }
+    int error = 0;
+    socklen_t size = sizeof error;
+    return (errno == EINPROGRESS || errno == EINTR) && await(POLLOUT) &&
+           getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+  }
+
+  bool set_sleep(int option) const {
+    const std::chrono::microseconds sleep = std::min(most_, kSleep);
+    const timeval time{0, sleep.count()};
+    return setsockopt(socket_.get(), SOL_SOCKET, option, &time, sizeof time) == 0;
+  }
+
+  // False when the stream has got no memory.
+  bool open_stream() {
+    close_stream();
+    xdrrec_create(&stream_, kBuffer, kBuffer, this, receive, send);
+    return stream_.x_ops != nullptr;
+  }
+
+  void close_stream() {
+    if (stream_.x_ops) xdr_destroy(&stream_);
+    stream_ = XDR{};
+  }
+
+  // The stream's reads. The first one of a call sleeps until something comes: nearly always that
+  // is the whole reply, for one system call. Those behind it wait in poll(2), for no longer than
+  // what is left of the time.
   static int receive(void* connection, void* to, int most) {
     auto& self = *static_cast<Connection*>(connection);
     while (self.socket_) {
       const bool first = std::exchange(self.untouched_, false);
-      if (!first && !await(self.socket_.get(), POLLIN, self.deadline_)) {
-        self.overdue_ = true;
-        break;
-      }
+      if (!first && !self.await(POLLIN)) break;
       const ssize_t got =
           recv(self.socket_.get(), to, static_cast<std::size_t>(most), first ? 0 : MSG_DONTWAIT);
       if (got > 0) return static_cast<int>(got);
-      if (got == 0 || !came_too_early()) break;
+      self.lost_ = got == 0 || !came_too_early();
+      if (self.lost_) break;
     }
     self.socket_.reset();
     return -1;
@@ -140,8 +187,8 @@ class Connection final : public AgentClient {
         sent += static_cast<int>(more);
         continue;
       }
-      self.untouched_ = false;
-      if (!came_too_early() || !await(self.socket_.get(), POLLOUT, self.deadline_)) return -1;
+      self.lost_ = !came_too_early();
+      if (self.lost_ || !self.await(POLLOUT)) return -1;
     }
     return length;
   }
@@ -149,12 +196,14 @@ class Connection final : public AgentClient {
   // Tells what the read or write that has just failed means.
   static bool came_too_early() { return errno == EAGAIN || errno == EINTR; }
 
-  UniqueFd socket_;  // none when the connection is lost
+  const sockaddr_in address_;
   const std::chrono::milliseconds most_;
+  const Interrupt* const interrupt_;
+  UniqueFd socket_;    // none before the first call, and when the last one was given up
+  bool lost_ = false;  // the agent has closed the connection
   std::uint32_t xid_;
   Clock::time_point deadline_;
   bool untouched_ = true;  // none of the time for the call at hand was spent on waiting
-  bool overdue_ = false;
   XDR stream_{};
 };
 
@@ -171,40 +220,18 @@ bool resolve(const char* host, sockaddr_in& address) {
   return true;
 }
 
-bool set_timeout(int socket, int option, std::chrono::milliseconds time) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-  const timeval timeout{seconds.count(), std::chrono::microseconds(time - seconds).count()};
-  return setsockopt(socket, SOL_SOCKET, option, &timeout, sizeof timeout) == 0;
-}
-
-// Bounds what the socket waits for by itself: connecting, and the first read of a call. The
-// kernel's timers for it are coarse, up to a tenth late for tens of seconds. A read therefore
-// sleeps for four fifths of the time and waits for the rest in poll(2), which is exact.
-bool bound_waits(int socket, std::chrono::milliseconds most) {
-  return set_timeout(socket, SO_SNDTIMEO, most) && set_timeout(socket, SO_RCVTIMEO, most * 4 / 5);
-}
-
 }  // namespace
 
-std::unique_ptr<AgentClient> agent_client(UniqueFd socket, std::chrono::milliseconds most) {
-  const int on = 1;
-  if (!bound_waits(socket.get(), most) ||
-      setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
-    return nullptr;
-  }
-  std::unique_ptr<Connection> client(new (std::nothrow) Connection(std::move(socket), most));
-  return client && client->usable() ? std::move(client) : nullptr;
+std::unique_ptr<AgentClient> agent_connect(const sockaddr_in& address,
+                                           std::chrono::milliseconds most,
+                                           const Interrupt* interrupt) {
+  std::unique_ptr<Connection> client(new (std::nothrow) Connection(address, most, interrupt));
+  return client && client->begin() ? std::move(client) : nullptr;
 }
 
-std::unique_ptr<AgentClient> agent_connect(const char* host) {
+std::unique_ptr<AgentClient> agent_connect(const char* host, const Interrupt* interrupt) {
   sockaddr_in address{};
-  if (!resolve(host, address)) return nullptr;
-  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!socket || !bound_waits(socket.get(), kCallTimeout) ||
-      connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    return nullptr;
-  }
-  return agent_client(std::move(socket));
+  return resolve(host, address) ? agent_connect(address, kCallTimeout, interrupt) : nullptr;
 }
 
 }  // namespace tally

@@ -1,7 +1,5 @@
 #include "agent/tapd_agent.h"
 
-#include <utility>
-
 #include "agent/dsmon_types.h"
 #include "agent/mac_types.h"
 #include "agent/network_types.h"
@@ -22,7 +20,7 @@ const CollectionOps& agent_type_ops(std::uint32_t type) {
 
 bool TapdAgent::connect() {
   client_.reset();  // closes the dead connection
-  client_ = agent_connect(kAgentHost);
+  client_ = agent_connect(kAgentHost, interrupt_);
   return client_ != nullptr;
 }
 
@@ -32,16 +30,8 @@ bool TapdAgent::check_connection() {
   return connect();
 }
 
-// Each poll of a collection begins with this call. One that the agent has left unanswered ended the
-// poll of its own collection, and no other's: they get a new connection, because the answer may
-// still come on the old one. Only once, though, so that an agent that hangs does not hold up the
-// registry for 25 seconds a collection.
 std::uint32_t TapdAgent::up_time() {
-  if (client_->overdue() && !std::exchange(renewed_, true)) {
-    if (auto fresh = agent_connect(kAgentHost)) client_ = std::move(fresh);
-  }
   const auto info = agent_system_info(*client_, {});
-  if (info) renewed_ = false;
   return info ? info->up_time : 0;
 }
 

@@ -176,7 +176,7 @@ void Registry::begin_pass() {
 }
 
 unsigned Registry::sweep(std::int32_t interval,
-                         const std::function<void(const CollectionRecord&)>& poll) {
+                         const std::function<bool(const CollectionRecord&)>& poll) {
   unsigned polled = 0;
   const std::int32_t now = now_seconds();
   const RegistryLock lock(*this);
@@ -187,9 +187,10 @@ unsigned Registry::sweep(std::int32_t interval,
     if ((schedule.flags & kPolledInThisPass) != 0) continue;
     if (schedule.next_due > now) break;
     plan_next_poll(schedule, now, interval);
-    poll(*record);
+    const bool go_on = poll(*record);
     schedule.flags |= kPolledInThisPass;
     ++polled;
+    if (!go_on) break;
   }
   sort();
   return polled;

@@ -71,7 +71,7 @@ class Registry final : public DueList, public Adopter {
   std::int32_t interval() const override { return interval_.load(); }
   void begin_pass() override TALLY_EXCLUDES(mutex_);
   unsigned sweep(std::int32_t interval,
-                 const std::function<void(const CollectionRecord&)>& poll) override
+                 const std::function<bool(const CollectionRecord&)>& poll) override
       TALLY_EXCLUDES(mutex_);
 
   // Adopter, for the scan of the control tables.

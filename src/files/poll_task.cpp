@@ -65,13 +65,21 @@ void wait_for_retry(ThreadEntry& entry) {
 
 }  // namespace
 
-void poll_pass(DueList& collections, Agent& agent) {
+// The registry lock is held while a collection is polled, and an agent that hangs may take 25
+// seconds for each of its calls. So that this does not add up over thousands of collections, the
+// pass ends: the messages get their turn, and the connection is checked before the next pass.
+void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest) {
+  const auto end = std::chrono::steady_clock::now() + longest;
+  bool in_time = true;
   const std::int32_t interval = collections.interval();
   collections.begin_pass();
-  // A collection may have become due while the others were polled.
-  while (collections.sweep(interval, [&agent](const CollectionRecord& collection) {
+  const auto poll = [&](const CollectionRecord& collection) {
     (void)poll_tapd_collection(agent, collection);  // has put the old sample back
-  }) > 0) {
+    in_time = std::chrono::steady_clock::now() < end;
+    return in_time;
+  };
+  // A collection may have become due while the others were polled.
+  while (collections.sweep(interval, poll) > 0 && in_time) {
   }
 }
 

@@ -5,6 +5,7 @@
 // the main thread's handlers wait for them.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -31,9 +32,9 @@ class DueList {
   virtual void begin_pass() = 0;
 
   // sweep polls, with the registry lock held, every collection that is due and was not yet polled
-  // in this pass, and sorts the list again. Returns how many it polled.
+  // in this pass, until `poll` returns false, and sorts the list again. Returns how many it polled.
   virtual unsigned sweep(std::int32_t interval,
-                         const std::function<void(const CollectionRecord&)>& poll) = 0;
+                         const std::function<bool(const CollectionRecord&)>& poll) = 0;
 };
 
 // PollTask is what the thread works on (ThreadEntry::context).
@@ -47,7 +48,11 @@ struct PollTask {
 // whenever the agent is away it keeps every sample, passes over the polls and tries again.
 void* tapd_poll_task(void* entry);
 
-// poll_pass polls every collection that is due now.
-void poll_pass(DueList& collections, Agent& agent);
+// A pass polls no further collection once it has lasted as long as a call to the agent may.
+inline constexpr std::chrono::seconds kLongestPass{25};
+
+// poll_pass polls every collection that is due now, or as many as can be begun in the time. The
+// others stay due, before those that it polled.
+void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest = kLongestPass);
 
 }  // namespace tally

@@ -44,7 +44,7 @@ class FakeAgent final : public Agent {
   CollectionOps none_;
 };
 
-// The registry, but a poll only notes its collection: the files are not a unit test's.
+// The registry, and how many polls it asked for. They find no files and no operations.
 class CountingList final : public DueList {
  public:
   explicit CountingList(Registry& registry) : registry_(registry) {}
@@ -59,8 +59,11 @@ class CountingList final : public DueList {
   std::int32_t interval() const override { return registry_.interval(); }
   void begin_pass() override { registry_.begin_pass(); }
   unsigned sweep(std::int32_t interval,
-                 const std::function<void(const CollectionRecord&)>& /*poll*/) override {
-    return registry_.sweep(interval, [this](const CollectionRecord& /*record*/) { polls += 1; });
+                 const std::function<bool(const CollectionRecord&)>& poll) override {
+    return registry_.sweep(interval, [&](const CollectionRecord& record) {
+      polls += 1;
+      return poll(record);
+    });
   }
 
   mutable std::atomic<int> calls_to_pause{0};
@@ -136,6 +139,23 @@ TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
   agent_.reachable = true;
   registry_.wake_poll_task();
   EXPECT_TRUE(soon([&] { return list_.polls == 1; }));
+}
+
+// An agent that hangs must not keep everybody waiting until all collections have been tried.
+TEST(PollPass, EndsInTimeAndLeavesTheOthersDue) {
+  ThreadEntry nobody;
+  Registry registry(nobody);
+  CountingList list(registry);
+  FakeAgent agent;
+  for (std::uint32_t number = 1; number <= 3; ++number) {
+    const RegistryLock lock(registry);
+    ASSERT_NE(registry.new_collection(kHost, kFarIndex + number), nullptr);
+  }
+  for (const int polled : {1, 2, 3, 3}) {
+    poll_pass(list, agent, 0s);
+    EXPECT_EQ(list.polls, polled);
+  }
+  registry.free_all();
 }
 
 }  // namespace

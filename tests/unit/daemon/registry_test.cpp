@@ -155,7 +155,10 @@ TEST_F(RegistryTest, SweepsWhatIsDueOnceAPass) {
   add(3, now);
   add(4, now + 100);
   std::vector<std::uint32_t> polled;
-  const auto poll = [&](const CollectionRecord& record) { polled.push_back(record.index); };
+  const auto poll = [&](const CollectionRecord& record) {
+    polled.push_back(record.index);
+    return true;
+  };
   registry_.begin_pass();
   EXPECT_EQ(registry_.sweep(60, poll), 3U);
   EXPECT_EQ(polled, (std::vector<std::uint32_t>{1, 2, 3}));
