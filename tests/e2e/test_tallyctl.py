@@ -1,4 +1,5 @@
 """tallyctl: what people and scrapers see of it, without a daemon and of a poll of one."""
+import contextlib
 import fcntl
 import http.client
 import json
@@ -13,6 +14,7 @@ import struct
 import subprocess
 import termios
 import threading
+import time
 
 import pytest
 
@@ -36,6 +38,11 @@ def tallyctl(line, status=0):
     done = run(line)
     assert done.returncode == status, done
     return done.stdout
+
+
+def processor_time(pid):
+    with open(f"/proc/{pid}/stat", encoding="ascii") as stat:
+        return sum(map(int, stat.read().rpartition(") ")[2].split()[11:13])) / os.sysconf("SC_CLK_TCK")
 
 
 def begin(line):
@@ -91,7 +98,7 @@ SAID = (
     ("show host 9 --file prev", 1, "", "no such file yet"), ("show etherstats --file last", 2, "", "in memory"),
     ("show host 1 --json --csv", 2, "", "excludes"), ("view host 1 pdist", 2, "", "needs a control index"),
     ("record", 2, "", "needs one of"), ("record --csv /proc/none/there", 1, "", "name a directory"),
-    ("metrics --listen nowhere", 1, "", "is no address to listen at"),
+    ("metrics --listen nowhere", 1, "", "cannot listen at 'nowhere'"),
     ("metrics --textfile /proc/none", 1, "", "its directory must exist"),
     ("metrics host 1", 0, 'tallyd_file_good{type="host",index="1",file="last",state="absent"} 0', ""),
     ("show host 3", 1, "", "is empty"), ("show host 4", 1, "", "15 octets are too short"),
@@ -240,26 +247,57 @@ def test_record(pipe, tmp_path):
     assert file.read_text() == before
 
 
+def given_up(connection):
+    """With a word or without."""
+    try:
+        connection.recv(1, socket.MSG_DONTWAIT)
+    except BlockingIOError:
+        return False
+    except ConnectionError:
+        pass
+    return True
+
+
 @needs("promtool")
 def test_metrics_server(pipe, tmp_path):
-    """It serves scrapers, and nobody for long."""
+    """It serves scrapers whoever else is there, and nobody for long."""
     put("ifstats_last", 14, struct.pack("<II16s16xd72x", 7, 3, b'a"\n', float("inf")))
-    server = begin("metrics --listen 9912")
-    assert "http://127.0.0.1:9912/metrics" in server.stderr.readline()
-    silent = socket.create_connection(("127.0.0.1", 9912), timeout=20)  # is in nobody's way
-    with socket.create_connection(("127.0.0.1", 9912), timeout=20) as slow:
-        for octet in b"GET /metrics HTTP/1.1\r\n\r\n":
-            slow.send(bytes([octet]))
-        page = b"".join(iter(lambda: slow.recv(65536), b"")).decode()
-    assert page.startswith("HTTP/1.1 200 OK\r\n") and "\ntallyd_up 0\n" in page
-    assert '\ntallyd_ifstats_in_octets_total{type="ifstats",ifindex="7",ifname="a\\"\\\\x0a"} +Inf\n' in page
-    for method, path, status in (("HEAD", "/metrics", 200), ("POST", "/metrics", 405), ("GET", "/other", 404),
-                                 ("GET", "/" + "a" * 20000, 431)):
-        connection = http.client.HTTPConnection("127.0.0.1", 9912, timeout=20)
-        connection.request(method, path)
+    server = begin("metrics --listen [::1]:9912")
+    assert "http://[::1]:9912/metrics" in server.stderr.readline()
+    idle = len(processes.descriptors(server.pid))
+
+    def ask(method, path, body=None):
+        connection = http.client.HTTPConnection("::1", 9912, timeout=60)
+        connection.request(method, path, body)
         answer = connection.getresponse()
-        assert answer.status == status and (method != "HEAD" or int(answer.headers["Content-Length"]) > 0)
-    assert b" 408 " in silent.recv(99)  # told so when its time is over
+        return answer.status, answer.headers, answer.read().decode()
+
+    def drip():
+        for each in dripping:
+            with contextlib.suppress(ConnectionError):
+                each.send(b"G")
+        return all(map(given_up, dripping))
+    dripping = [socket.create_connection(("::1", 9912)) for _ in range(200)]
+    drip()
+    status, headers, page = ask("GET", "/metrics?a=b")
+    assert not any(map(given_up, dripping))  # they are in nobody's way
+    assert status == 200 and headers["Content-Type"].startswith("text/plain; version=0.0.4") and "\ntallyd_up 0\n" in page
+    assert '\ntallyd_ifstats_in_octets_total{type="ifstats",ifindex="7",ifname="a\\"\\\\x0a"} +Inf\n' in page
+    for method, path, body, wanted in (("HEAD", "/metrics", None, 200), ("POST", "/metrics", "a" * 20000, 405), ("GET", "/", None, 200),
+                                       ("GET", "/other", None, 404), ("BREW", "/metrics", None, 405), ("GET", "/" + "a" * 20000, None, 414)):
+        status, headers, page = ask(method, path, body)
+        assert status == wanted and bool(page) == (method != "HEAD"), (method, path)
+        assert int(headers["Content-Length"]) > 0 and headers.get("Allow") == ("GET, HEAD" if wanted == 405 else None)
+    processes.wait_until(drip, 60, pause=0.1)  # what goes on for ever is ended
+    # Without descriptors clients wait until one is closed; the server sleeps meanwhile.
+    silent = socket.create_connection(("::1", 9912))
+    processes.wait_until(lambda: len(processes.descriptors(server.pid)) == idle + 1)
+    limits = resource.prlimit(server.pid, resource.RLIMIT_NOFILE)
+    resource.prlimit(server.pid, resource.RLIMIT_NOFILE, (idle + 1, limits[1]))
+    begun = time.monotonic(), processor_time(server.pid)
+    assert ask("GET", "/")[0] == 200 and given_up(silent)
+    assert processor_time(server.pid) - begun[1] < (time.monotonic() - begun[0]) / 2
+    resource.prlimit(server.pid, resource.RLIMIT_NOFILE, limits)
     server.terminate()
     assert server.wait(60) == 0
     tallyctl(f"metrics --textfile {tmp_path}/page.prom")

@@ -42,19 +42,19 @@ std::string write_textfile(const ToolPaths& paths, const MetricsOptions& options
 }
 
 ExitCode serve(const ToolPaths& paths, const MetricsOptions& options) {
-  HttpServer server;
+  HttpServer server([&] {
+    Output page(Output::kCollect);
+    write_metrics_page(paths, options.scope, page);
+    return std::move(page.text());
+  });
   if (const std::string error = server.listen(options.listen); !error.empty()) {
     complain(error);
     return kAbsent;
   }
-  complain(fmt::format("metrics are at {}/metrics", server.address()));
   const Signals signals;
+  complain(fmt::format("metrics are at {}/metrics", server.address()));
   for (;;) {
-    server.serve_once(signals.fd(), [&] {
-      Output page(Output::kCollect);
-      write_metrics_page(paths, options.scope, page);
-      return std::move(page.text());
-    });
+    server.serve_once(signals.fd());
     const Signals::Taken taken = signals.take();
     if (taken.end) return kDone;
     if (taken.stop) (void)raise(SIGSTOP);

@@ -1,61 +1,118 @@
 #include "metrics/http_server.h"
 
 #include <fmt/format.h>
+#include <microhttpd.h>
 #include <netdb.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-
-#include "metrics/http_request.h"
+#include <string_view>
 
 namespace tally {
 namespace {
 
-// A server that is asked by more at a time is asked by somebody who should not.
-constexpr std::size_t kMostConnections = 32;
+using namespace std::chrono_literals;
+
+// More clients at a time than this are nobody's scrapers. The newest is served all the same: the
+// one that has been there longest is hung up on.
+constexpr std::size_t kMostClients = 512;
+
+// Descriptors that are kept for making the page, and for everything else that is open.
+constexpr std::size_t kOwnDescriptors = 32;
 
 // How long a client may take to send its request, and to take its answer.
-constexpr std::int64_t kRequestTime = 5000;
-constexpr std::int64_t kAnswerTime = 30000;
+constexpr auto kRequestTime = 5s;
+constexpr auto kAnswerTime = 30s;
 
-// What a client still sends when it has its answer is read for so long: a connection that is closed
-// over unread octets is reset, and the answer is lost with it.
-constexpr std::int64_t kLingerTime = 1000;
+// After this the listening socket is looked at again when a client could not be accepted.
+constexpr auto kPause = 100ms;
 
-constexpr std::int64_t kPageLife = 1000;
+constexpr auto kPageLife = 1s;
+
+// Bytes of a request's header and of its answer's.
+constexpr std::size_t kConnectionMemory = 8192;
 
 constexpr char kText[] = "text/plain; charset=utf-8";
+constexpr char kPage[] = "text/plain; version=0.0.4; charset=utf-8";
 
-std::int64_t now() {
-  using namespace std::chrono;
-  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+// response_of makes a response that is freed with its last user; null without memory.
+std::shared_ptr<MHD_Response> response_of(std::string text, const char* type) {
+  auto* body = new std::string(std::move(text));
+  MHD_Response* response = MHD_create_response_from_buffer_with_free_callback_cls(
+      body->size(), body->data(), [](void* held) { delete static_cast<std::string*>(held); }, body);
+  if (response == nullptr) {
+    delete body;
+    return nullptr;
+  }
+  std::shared_ptr<MHD_Response> owner(response, MHD_destroy_response);
+  for (const auto& [name, value] : {std::pair{"Content-Type", type},
+                                    {"Connection", "close"},
+                                    {"X-Content-Type-Options", "nosniff"}}) {
+    if (MHD_add_response_header(response, name, value) != MHD_YES) return nullptr;
+  }
+  return owner;
+}
+
+std::size_t most_clients() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 1;
+  const std::size_t room = std::max<rlim_t>(limit.rlim_cur, kOwnDescriptors + 1) - kOwnDescriptors;
+  return std::min(room, kMostClients);
 }
 
 }  // namespace
 
-// Connection is a client: it sends a request until `answer` is there, and takes that then.
-struct HttpServer::Connection {
-  UniqueFd fd;
-  std::int64_t deadline;
-  std::string request;
-  std::string answer;
-  std::shared_ptr<const std::string> body;  // goes behind the answer
-  std::size_t sent = 0;
-  bool answered = false;  // all is sent; what comes is read and dropped
-  bool over = false;
+struct HttpServer::Library {
+  // A connection begins or ends; the client is its socket's context meanwhile.
+  static void notify(void* server, MHD_Connection* connection, void** context,
+                     MHD_ConnectionNotificationCode what) {
+    auto& clients = static_cast<HttpServer*>(server)->clients_;
+    if (what == MHD_CONNECTION_NOTIFY_STARTED) {
+      const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+      *context = &clients.emplace_back(Client{info->connect_fd, Clock::now() + kRequestTime});
+    } else {
+      clients.remove_if([&](const Client& client) { return &client == *context; });
+    }
+  }
 
-  void reply(std::string text) {
-    answer = std::move(text);
-    request.clear();
-    deadline = now() + kAnswerTime;
+  // A request is there: called for its header, for each part of its body, and for its end, which is
+  // answered.
+  static MHD_Result answer(void* server, MHD_Connection* connection, const char* url,
+                           const char* method, const char* /*version*/, const char* /*body*/,
+                           std::size_t* length, void** begun) {
+    if (*begun == nullptr || *length != 0) {
+      *begun = server;
+      *length = 0;
+      return MHD_YES;
+    }
+    const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+    static_cast<Client*>(info->socket_context)->deadline = Clock::now() + kAnswerTime;
+    const auto reply = [&](unsigned status, const std::shared_ptr<MHD_Response>& response) {
+      return response ? MHD_queue_response(connection, status, response.get()) : MHD_NO;
+    };
+    const std::string_view path = url;
+    if (std::strcmp(method, "GET") != 0 && std::strcmp(method, "HEAD") != 0) {
+      const auto refusal = response_of("only GET and HEAD are answered\n", kText);
+      if (refusal) (void)MHD_add_response_header(refusal.get(), "Allow", "GET, HEAD");
+      return reply(MHD_HTTP_METHOD_NOT_ALLOWED, refusal);
+    }
+    if (path == "/") {
+      return reply(MHD_HTTP_OK, response_of("tallyctl: metrics are at /metrics\n", kText));
+    }
+    if (path != "/metrics") {
+      return reply(MHD_HTTP_NOT_FOUND, response_of("metrics are at /metrics\n", kText));
+    }
+    return reply(MHD_HTTP_OK, static_cast<HttpServer*>(server)->page());
   }
 };
 
-HttpServer::HttpServer() = default;
+HttpServer::HttpServer(std::function<std::string()> make_page)
+    : make_page_(std::move(make_page)), daemon_(nullptr, MHD_stop_daemon) {}
+
 HttpServer::~HttpServer() = default;
 
 std::string HttpServer::listen(const std::string& where) {
@@ -71,8 +128,7 @@ std::string HttpServer::listen(const std::string& where) {
   addrinfo* found = nullptr;
   if (host.empty() || port.empty() ||
       getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
-    return fmt::format("'{}' is no address to listen at; write PORT, ADDR:PORT or [ADDR6]:PORT",
-                       where);
+    return fmt::format("cannot listen at '{}'; write PORT, ADDR:PORT or [ADDR6]:PORT", where);
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> list(found, freeaddrinfo);
   socket_.reset(socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -95,108 +151,73 @@ std::string HttpServer::listen(const std::string& where) {
   }
   address_ = list->ai_family == AF_INET6 ? fmt::format("http://[{}]:{}", name, service)
                                          : fmt::format("http://{}:{}", name, service);
-  return {};
+  most_clients_ = most_clients();
+  // The library would try again at once when no descriptor is left, so clients are accepted here.
+  daemon_.reset(MHD_start_daemon(
+      MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET, 0, nullptr, nullptr, Library::answer, this,
+      MHD_OPTION_CONNECTION_LIMIT, static_cast<unsigned>(most_clients_),
+      MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_NOTIFY_CONNECTION,
+      Library::notify, this, MHD_OPTION_END));
+  return daemon_ ? "" : "cannot serve: no memory or no descriptors";
+}
+
+const std::shared_ptr<MHD_Response>& HttpServer::page() {
+  if (!page_ || Clock::now() - page_made_ > kPageLife) {
+    page_ = response_of(make_page_(), kPage);
+    page_made_ = Clock::now();
+  }
+  return page_;
+}
+
+// The library sees the end of the connection, and closes it.
+void HttpServer::hang_up(Client& client) {
+  (void)shutdown(client.fd, SHUT_RDWR);  // fails when the client was faster
+  client.deadline = Clock::time_point::max();
 }
 
 void HttpServer::accept_all() {
-  while (connections_.size() < kMostConnections) {
-    UniqueFd fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!fd) return;
-    auto connection = std::make_unique<Connection>();
-    connection->fd = std::move(fd);
-    connection->deadline = now() + kRequestTime;
-    connections_.push_back(std::move(connection));
+  for (std::size_t i = 0; i < most_clients_; ++i) {
+    if (clients_.size() >= most_clients_) {
+      hang_up(clients_.front());
+      (void)MHD_run(daemon_.get());
+      if (clients_.size() >= most_clients_) return;
+    }
+    sockaddr_storage peer{};
+    socklen_t length = sizeof peer;
+    auto* address = reinterpret_cast<sockaddr*>(&peer);
+    const int fd = accept4(socket_.get(), address, &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (fd < 0) {
+      if (errno != EAGAIN) accept_again_ = Clock::now() + kPause;
+      return;
+    }
+    (void)MHD_add_connection(daemon_.get(), fd, address, length);  // closes it when that fails
+    (void)MHD_run(daemon_.get());
   }
 }
 
-void HttpServer::receive(Connection& connection, const std::function<std::string()>& page) {
-  char bytes[4096];
-  const ssize_t got = recv(connection.fd.get(), bytes, sizeof bytes, 0);
-  if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (got <= 0) connection.over = true;
-  if (got <= 0 || connection.answered) return;
-  connection.request.append(bytes, static_cast<std::size_t>(got));
-  const HttpRequest request = parse_request(connection.request);
-  const bool head = request.method == "HEAD";
-  switch (request.state) {
-    case RequestState::incomplete:
-      return;
-    case RequestState::malformed:
-      return connection.reply(http_response(400, kText, "this is no HTTP request\n"));
-    case RequestState::too_long:
-      return connection.reply(http_response(431, kText, "the request is too long\n"));
-    case RequestState::complete:
-      break;
+void HttpServer::serve_once(int also) {
+  const auto now = Clock::now();
+  auto until = Clock::time_point::max();
+  for (const Client& client : clients_) until = std::min(until, client.deadline);
+  const bool paused = now < accept_again_;
+  if (paused) until = std::min(until, accept_again_);
+  MHD_UNSIGNED_LONG_LONG library_wait = 0;
+  if (MHD_get_timeout(daemon_.get(), &library_wait) == MHD_YES) {
+    until = std::min(until, now + std::chrono::milliseconds(library_wait));
   }
-  if (request.method != "GET" && !head) {
-    return connection.reply(http_response(405, kText, "only GET and HEAD are answered\n"));
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
+  const int epoll = MHD_get_daemon_info(daemon_.get(), MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
+  pollfd polled[] = {
+      {also, POLLIN, 0}, {epoll, POLLIN, 0}, {paused ? -1 : socket_.get(), POLLIN, 0}};
+  const bool forever = until == Clock::time_point::max();
+  if (poll(polled, std::size(polled), forever ? -1 : static_cast<int>(std::max(wait, 0L))) < 0) {
+    return;
   }
-  if (request.path == "/") {
-    return connection.reply(http_response(200, kText, "tallyctl: metrics are at /metrics\n", head));
+  (void)MHD_run(daemon_.get());
+  for (Client& client : clients_) {
+    if (client.deadline <= Clock::now()) hang_up(client);
   }
-  if (request.path != "/metrics") {
-    return connection.reply(http_response(404, kText, "metrics are at /metrics\n", head));
-  }
-  if (!page_ || now() - page_made_ > kPageLife) {
-    page_ = std::make_shared<const std::string>(page());
-    page_made_ = now();
-  }
-  connection.reply(http_response(200, "text/plain; version=0.0.4; charset=utf-8", *page_, true));
-  if (!head) connection.body = page_;
-}
-
-void HttpServer::send_more(Connection& connection) {
-  for (;;) {
-    const bool in_answer = connection.sent < connection.answer.size();
-    const std::size_t body_at = in_answer ? 0 : connection.sent - connection.answer.size();
-    const std::string& part = in_answer || !connection.body ? connection.answer : *connection.body;
-    const std::size_t at = in_answer ? connection.sent : body_at;
-    if (!in_answer && (!connection.body || at >= part.size())) {
-      (void)shutdown(connection.fd.get(), SHUT_WR);
-      connection.answered = true;
-      connection.deadline = now() + kLingerTime;
-      return;
-    }
-    const ssize_t sent =
-        send(connection.fd.get(), part.data() + at, part.size() - at, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0 && errno == EAGAIN) return;
-    if (sent < 0) {
-      connection.over = true;
-      return;
-    }
-    connection.sent += static_cast<std::size_t>(sent);
-  }
-}
-
-void HttpServer::serve_once(int also, const std::function<std::string()>& page) {
-  const bool room = connections_.size() < kMostConnections;
-  std::vector<pollfd> polled{{also, POLLIN, 0}, {room ? socket_.get() : -1, POLLIN, 0}};
-  std::int64_t until = -1;
-  for (const auto& each : connections_) {
-    const bool sending = !each->answer.empty() && !each->answered;
-    polled.push_back({each->fd.get(), static_cast<short>(sending ? POLLOUT : POLLIN), 0});
-    until = until < 0 ? each->deadline : std::min(until, each->deadline);
-  }
-  const int wait = until < 0 ? -1 : static_cast<int>(std::max<std::int64_t>(until - now(), 0));
-  if (poll(polled.data(), polled.size(), wait) < 0) return;
-  for (std::size_t i = 0; i < connections_.size(); ++i) {
-    Connection& connection = *connections_[i];
-    const bool listening = connection.answer.empty() || connection.answered;
-    if (polled[i + 2].revents != 0 && listening) receive(connection, page);
-    if (!connection.answer.empty() && !connection.answered && !connection.over) {
-      send_more(connection);
-    }
-    if (connection.over || now() < connection.deadline) continue;
-    if (connection.answer.empty()) {
-      // Said to a client that may still listen; not waited for.
-      connection.reply(http_response(408, kText, "the request took too long\n"));
-      send_more(connection);
-    }
-    connection.over = true;
-  }
-  std::erase_if(connections_, [](const auto& each) { return each->over; });
-  if (polled[1].revents != 0) accept_all();
+  if (polled[2].revents != 0) accept_all();
 }
 
 }  // namespace tally

@@ -8,7 +8,6 @@
 
 #include "daemon/base/collection_types.h"
 #include "history/history.h"
-#include "metrics/http_request.h"
 #include "support/temporary_directory.h"
 #include "views/view.h"
 
@@ -216,34 +215,6 @@ TEST(Annotate, TellsWhatTheSamplesShow) {
   EXPECT_EQ(
       codes_of(only(kEtherStats, std::string(28, '\0') + bytes_of(100.0) + std::string(136, '\0'))),
       (std::vector<std::string>{"above-speed", "above-speed"}));
-}
-
-TEST(HttpRequest, TakesWhatScrapersSendAndNothingElse) {
-  const std::string huge(kLongestRequest, 'a');
-  const struct {
-    std::string bytes;
-    RequestState state;
-    const char* path;
-  } cases[] = {
-      {"", RequestState::incomplete, ""},
-      {"GET /metrics HTTP/1.1\r\nHost: a\r\n", RequestState::incomplete, ""},
-      {"GET /metrics HTTP/1.1\r\nHost: a\r\n\r\n", RequestState::complete, "/metrics"},
-      {"HEAD /metrics?a=b HTTP/1.0\n\n", RequestState::complete, "/metrics"},
-      {"get / HTTP/1.1\r\n\r\n", RequestState::malformed, ""},
-      {"\x16\x03\x01", RequestState::malformed, ""},
-      {"GET / HTTP/2\r\n\r\n", RequestState::malformed, ""},
-      {"GET  HTTP/1.1\r\n\r\n", RequestState::malformed, ""},
-      {"GET /a b HTTP/1.1\r\n\r\n", RequestState::malformed, ""},
-      {"GET http://a/ HTTP/1.1\r\n\r\n", RequestState::malformed, ""},
-      {"GET /\n\nGET / HTTP/1.1\r\n\r\n", RequestState::malformed, ""},
-      {"GET /" + huge, RequestState::too_long, ""},
-      {"GET / HTTP/1.1\r\nA: " + huge + "\r\n\r\n", RequestState::too_long, ""},
-  };
-  for (const auto& each : cases) {
-    const HttpRequest request = parse_request(each.bytes);
-    EXPECT_EQ(request.state, each.state) << each.bytes.substr(0, 40);
-    EXPECT_EQ(request.path, each.path);
-  }
 }
 
 }  // namespace
