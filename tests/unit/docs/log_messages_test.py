@@ -9,7 +9,7 @@ import pathlib
 import re
 import sys
 
-ROOMS = ("daemon", "files", "agent", "supervisor")
+ROOMS = ("daemon", "daemon/base", "files", "agent", "supervisor")
 NO_TEXTS = ("collection_types.cpp",)  # names of the types
 NO_CODE = re.compile(r'("(?:\\.|[^"\\])*")|//[^\n]*|^\s*#.*$', re.M)  # comments, directives
 NO_LOG = re.compile(r"\b(?:static_assert|fprintf|snprintf|fputs)\([^;]*;")
