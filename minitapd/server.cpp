@@ -84,6 +84,17 @@ UniqueFd end_signals() {
   return fd;
 }
 
+// The library waits for a client that does not read by calling write() again and again for two
+// seconds. So nothing is written to a client that has left most of its replies unread: Linux calls a
+// socket writable while a third of its send buffer is free, and no reply of an ordinary table is that
+// long. The connection is shut down, and the library closes it when it next uses it.
+bool drop_unless_it_reads(int fd) {
+  pollfd room{fd, POLLOUT, 0};
+  if (::poll(&room, 1, 0) != 0) return false;
+  ::shutdown(fd, SHUT_RDWR);
+  return true;
+}
+
 }  // namespace
 
 Server::Server(TableSource& source, CallHooks hooks)
@@ -144,7 +155,10 @@ void Server::run(const Watched& watched) {
     delayed_.run_due(DelayedOutput::Clock::now());
     watched.work();
     for (std::size_t i = own; i < fds.size(); ++i) {
-      if (fds[i].revents != 0) svc_getreq_common(fds[i].fd);
+      if (fds[i].revents == 0) continue;
+      // What the library refuses by itself, such as another program's calls, never gets to serve().
+      if (fds[i].fd != listener_->xp_fd) (void)drop_unless_it_reads(fds[i].fd);
+      svc_getreq_common(fds[i].fd);
     }
   }
 }
@@ -169,6 +183,7 @@ void Server::dispatch(svc_req* request, SVCXPRT* transport) {
 }
 
 void Server::serve(const svc_req& request, SVCXPRT* transport) {
+  if (drop_unless_it_reads(transport->xp_fd)) return;
   if (hooks_.before_call) hooks_.before_call();
   const Procedure* procedure = find_procedure(request.rq_proc);
   if (procedure == nullptr) {

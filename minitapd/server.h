@@ -1,9 +1,9 @@
 // The RPC server: libtirpc's service side on one TCP socket, without a port mapper, in one poll
 // loop together with the capture, the timetable of scripted misbehaviour and the end signals.
 //
-// Connections are non-blocking, so a client that sends half a call holds nobody up; one that does
-// not read its replies holds the loop for at most the two seconds after which the library drops
-// it. The library dispatches through a plain function, hence one server per process.
+// Connections are non-blocking, so a client that sends half a call holds nobody up. One that sends
+// calls and does not read the replies is closed. The library dispatches through a plain function,
+// hence one server per process.
 #pragma once
 
 #include <sys/types.h>

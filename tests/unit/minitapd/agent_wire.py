@@ -4,8 +4,16 @@ import os
 import socket
 import struct
 import subprocess
+import sys
 
-BINARY = os.environ["MINITAPD"]
+BINARY = os.environ.get("MINITAPD")
+if not BINARY:
+    sys.exit("MINITAPD must name the agent's binary, as ctest does")
+with socket.create_server(("127.0.0.1", 0)) as server:
+    try:
+        socket.create_connection(server.getsockname()).close()
+    except OSError as error:
+        sys.exit(f"no loopback interface to test the agent over: {error}")
 XID = 100
 
 # Table: procedure, members of its request, members of its rows. A member is an int, or NAME:KIND: a = byte list,
@@ -149,3 +157,8 @@ class Agent:
 
     def connect(self):
         return Connection(self.port)
+
+    def writes(self):
+        """How often it has tried to write anything."""
+        with open(f"/proc/{self._process.pid}/io", encoding="ascii") as file:
+            return next(int(line.split()[1]) for line in file if line.startswith("syscw"))

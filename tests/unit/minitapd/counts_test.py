@@ -2,12 +2,17 @@
 apart; the sums over its fields are made here."""
 import collections
 import ipaddress
+import pathlib
 import random
 import struct
 import subprocess
+import sys
 
-from agent_wire import TABLES, Agent, words
+from agent_wire import TABLES, Agent, key_names, words
 from scapy.all import ARP, ICMP, IP, TCP, UDP, Dot1Q, Ether, ICMPv6EchoRequest, IPv6, PcapWriter, Raw
+
+sys.path.append(str(pathlib.Path(__file__).parents[2] / "e2e"))
+from harness.files import TYPES  # behind its place
 
 OWN = "02:00:00:00:00:01"
 MAX_FRAME = 800  # octets; longer frames are errors
@@ -125,14 +130,13 @@ def expected(path):
     return tables
 
 
-# The keys of the client's records, packed little-endian; numeric tables compare as they are.
-word = lambda value: struct.pack("<I", value)
-ORDER = {
-    "nlhost": lambda k: word(k[0]) + word(len(k[1])) + k[1].ljust(16, b"\0"),
-    "nlmatrix": lambda k: word(k[0]) + b"".join(word(len(a)) + a.ljust(16, b"\0") for a in k[1:]),
-    "dshost": lambda k: word(k[0]) + word(k[1]) + word(k[3]) + k[2][:16],
-    "dsmatrix": lambda k: word(k[0]) + word(k[1]) + word(k[5]) + k[2][:16] + word(k[6]) + k[3][:16] + word(k[4]),
-}
+def order(table):
+    """What the client sorts its records of a table by, from the parts of a key as the agent names them."""
+    layout = TYPES[table]
+    def of_key(key):
+        named = dict(zip(key_names(table), key))
+        return layout.order(layout.pack_key(*(named.get(part, 0) for part in layout.parts)))
+    return of_key
 
 
 def test_tables_hold_what_tshark_counts(tmp_path):
@@ -147,7 +151,7 @@ def test_tables_hold_what_tshark_counts(tmp_path):
         for table in TABLES:
             found = client.walk(table)
             assert found == tables.pop(table), table
-            assert list(found) == sorted(found, key=ORDER.get(table)), f"order of {table}"
+            assert list(found) == sorted(found, key=order(table)), f"order of {table}"
         assert client.call(184, words(1)) == struct.pack(">IQQ", 0, packets, octets)
     assert not tables
     assert "truncated dump file" in agent.errors and "counted the 4000 frames before" in agent.errors
