@@ -25,7 +25,7 @@ def test_adoption_at_the_start(own_daemon, agent, log):
     """Every kind by its own rule; dsmatrix has none, whatever the agent holds."""
     mine = {layout: adopted(layout) for layout in LAYOUTS}
     agent.serve(control={layout.stem: ENTRIES for layout in LAYOUTS},
-                dsmatrix=[(20, (1, 5, b"\1" * 20, b"\2" * 20, 3, 4))],
+                dsmatrix=[(20, (1, 5, 4, b"\1" * 20, 4, b"\2" * 20, 0, 3, 4))],
                 **{layout.stem: [samples.row(layout, 1, 5, index) for index in mine[layout]] for layout in LAYOUTS})
     own_daemon.start()
     log.expect(*STARTED, NO_PREFERENCES)

@@ -1,17 +1,17 @@
 """What the data directory and the files in it can do to a poll: full, missing, read-only, damaged."""
 import fcntl
 import subprocess
-import time
 
 import pytest
 
 from harness import control, processes, samples, settings
+from harness.agent import ROWS as CALLS
 from harness.collection import Collection, next_second
 from harness.daemon import STARTED
 from harness.disk import PAGE, mounted, pages, resize, small
 from harness.files import HOST, LAYOUTS
 from harness.paths import DATA
-from harness.samples import records
+from harness.samples import HOSTS, records
 from harness.syslog import DEBUG, WARNING
 
 ROWS = [(1, (number.to_bytes(6, "big"), *[number * 1000] * 7)) for number in range(1, 400)]  # 4 blocks
@@ -95,13 +95,9 @@ def test_missing_or_read_only_directory(daemon, agent, log):
     before = HOST.path(1, "last").read_bytes()
     with mounted("-t", "tmpfs", "tmpfs", on=DATA.parent):
         assert not DATA.exists()
-        agent.forget_calls()
         control.send(control.CREATE, HOST.code, 2)
         known.poll(wait_for_delta=False)
-        # Such a poll leaves no trace but the check of the connection before it.
-        processes.wait_until(lambda: len(agent.calls()) >= 2)
-        time.sleep(0.2)
-        daemon.settle()
+        daemon.rest(agent)  # such a poll leaves no trace
     with mounted("--bind", str(DATA)):
         subprocess.run(["mount", "-o", "remount,bind,ro", str(DATA)], check=True)
         control.send(control.VIEWING, HOST.code, 1)
@@ -166,9 +162,24 @@ def test_reader_holds_a_poll_up(own_daemon, agent, log):
         begun = collection.time + 2
         processes.wait_until(lambda: HOST.path(1, "delta").stat().st_size == 0)
         control.send(control.VIEWING, 0, 99)
-        time.sleep(1)
+        processes.wait_until(lambda: processes.asleep(own_daemon.pid))
         assert log.peek() == [], "the message waits for the poll"
         assert HOST.path(1, "delta").stat().st_size == 0
     log.wait("Received TALLYD_VIEWING_COLL message for non-existent collection type 0, index 99")
     collection.judge_next(records(MORE[:3]), held, begun)
     assert own_daemon.stop() == 0
+
+
+def test_poll_holds_readers_up(daemon, agent):
+    """Nobody gets the lock of the delta file while the rows are still being fetched."""
+    agent.serve(host=HOSTS)
+    collection = Collection(daemon, HOST)
+    collection.first_sample(records(HOSTS))
+    agent.serve(host=HOSTS, faults=[{"procedure": CALLS["host"], "call": 2, "action": "delay", "seconds": 2}])
+    collection.poll(wait_for_delta=False)
+    processes.wait_until(lambda: len(agent.calls(CALLS["host"])) == 2)
+    with open(HOST.path(1, "delta"), "rb") as delta:
+        with pytest.raises(BlockingIOError):
+            fcntl.flock(delta, fcntl.LOCK_SH | fcntl.LOCK_NB)
+        fcntl.flock(delta, fcntl.LOCK_SH)
+        assert len(delta.read()) == 16, "nothing has changed"

@@ -14,9 +14,8 @@ from harness import control, processes, web
 from harness.agent import BINARY as MINITAPD
 from harness.agent import SCRIPT, TRACE
 from harness.collection import Collection
-from harness.files import HOST, MATRIX, PDIST, PRIO
+from harness.files import FORMATS, HOST, MATRIX, PDIST, PRIO
 from harness.paths import DATA, NMP_SETTINGS, PIPE, PREFERENCES, REPOSITORY, program
-from harness.records import FORMATS
 
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 

@@ -3,10 +3,10 @@ import time
 
 import pytest
 
-from harness import control, processes, settings
+from harness import control, processes
 from harness.agent import CONTROL, LOCAL, ROWS, SYSTEM_INFO
 from harness.collection import Collection, next_second
-from harness.daemon import CALL, DIED
+from harness.daemon import CALL, DIED, injected
 from harness.files import HOST, LAYOUTS, PRIO
 from harness.samples import HOSTS, LATER, records
 from harness.syslog import DEBUG
@@ -30,16 +30,22 @@ def test_up_time_call_fails(action, daemon, agent, log):
     assert len(log.take_all(DIED)) == (not alive)
 
 
-def test_killed_at_any_moment(own_daemon, agent, log):
-    """SIGKILL between a poll's steps leaves whole rows and nothing that hinders the next daemon."""
-    settings.refresh(1)
-    agent.serve(host=HOSTS, faults=[{"procedure": ROWS["host"], "action": "delay", "seconds": 0.01}])
-    for turn in range(8):
+# Calls that a poll makes for its files, and which of each kind.
+STEPS = [("rename", 1), ("openat", 3), ("openat", 4), ("flock", 1), ("write", 1), ("write", 2), ("write", 4), ("flock", 2)]
+
+
+def test_killed_at_any_step(own_daemon, agent, log):
+    """SIGKILL in the middle of a poll leaves whole rows and nothing that hinders the next daemon."""
+    for call, number in STEPS:
+        agent.serve(host=HOSTS)
         own_daemon.start()
         Collection(own_daemon, HOST).create()
+        agent.serve(host=LATER)
         next_second()
-        control.send(control.VIEWING, HOST.code, 1)
-        time.sleep(turn * 0.006)
+        prev, last, delta = HOST.paths(1)
+        with injected(own_daemon, last, f"{call}:signal=KILL:when={number}", "-P", prev, "-P", delta):
+            control.send(control.VIEWING, HOST.code, 1)
+            processes.wait_until(lambda: not own_daemon.running())
         own_daemon.kill()
         for path in HOST.paths(1):
             if path.exists() and len(data := path.read_bytes()) >= 16:

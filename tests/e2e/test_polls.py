@@ -125,7 +125,7 @@ def test_any_rows_come_and_go(layout, daemon, agent):
     def any_key():
         return [chance.randbytes(len(part)) if isinstance(part, bytes) else chance.getrandbits(31)
                 for part in samples.key(layout, 1)]
-    order = lambda key: layout.order(model.KEYS[layout.stem](*key))
+    order = lambda key: layout.order(layout.pack_key(*key))
     # Every other one differs from its neighbour in one place only.
     keys = [any_key() for _ in range(most // 2)]
     for key in keys[:]:

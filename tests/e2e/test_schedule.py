@@ -1,6 +1,5 @@
 """When collections are polled: looked at, left alone, destroyed, and told a new interval."""
 import contextlib
-import pathlib
 import time
 
 from harness import control, processes, settings
@@ -14,10 +13,10 @@ ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\
        PDIST: (132, 1, 5, 6)}
 
 
-def poll_times(seconds, meanwhile=lambda: None):
-    """The sample times that the hosts' last file bears in the course of these seconds."""
+def poll_times(seconds=3600, count=3600, meanwhile=lambda: None):
+    """The sample times that the hosts' last file bears until there were so many, or for so long."""
     times, end = [], time.monotonic() + seconds
-    while time.monotonic() < end:
+    while time.monotonic() < end and len(times) < count:
         with contextlib.suppress(OSError, AssertionError):  # just being replaced
             stamp = HOST.read(1, "last").header.time
             if stamp not in times:
@@ -39,9 +38,8 @@ def test_looked_at_left_alone_and_destroyed(own_daemon, agent, log):
     own_daemon.settle()
     next_second()
     control.send(control.VIEWING, MATRIX.code, 1)
-    times = poll_times(7.5, meanwhile=lambda: control.send(control.VIEWING, HOST.code, 1))
-    steps = [b - a for a, b in zip(times[1:], times[2:])]  # the first look finds no delta file
-    assert len(steps) >= 2 and set(steps) == {2}, times
+    times = poll_times(count=4, meanwhile=lambda: control.send(control.VIEWING, HOST.code, 1))
+    assert [b - a for a, b in zip(times[1:], times[2:])] == [2, 2], times  # the first look finds no delta file
     assert len(poll_times(4.5)) <= 3, "one more poll, or two, after the last look"
     assert len(poll_times(2.5)) == 1, "an hour to the next one"
     assert not PDIST.path(1, "delta").exists()
@@ -49,8 +47,7 @@ def test_looked_at_left_alone_and_destroyed(own_daemon, agent, log):
     control.send(control.VIEWING, HOST.code, 1)
     for layout in (HOST, MATRIX, PDIST):
         control.send(control.DESTROY, layout.code, 1)
-    own_daemon.settle()
-    time.sleep(0.5)  # the task that was woken looks at the connection, without the lock
+    own_daemon.rest(agent)
     agent.forget_calls()
     time.sleep(2.5)
     assert agent.calls() == [] and listing() == []
@@ -66,11 +63,9 @@ def test_new_interval_does_not_wake_the_task(daemon, agent, log):
     agent.forget_calls()
     for _ in range(3):  # there is a delta file, so none is made
         control.send(control.VIEWING, HOST.code, 1)
-    daemon.answer()
-    daemon.settle()
+    daemon.rest(agent)
     assert set(agent.calls()) <= {str(NULL)}
     first = HOST.read(1, "last").header.time
-    time.sleep(1)  # for the task to be asleep again
     control.send(control.INTERVAL, 1)
     log.wait("msg_set_interval() passed too small a value")
     time.sleep(max(0.0, first + 15.5 - time.time()))
@@ -101,20 +96,14 @@ def test_many_collections(daemon, agent):
     assert listing() == []
 
 
-def wake_ups(pid):
-    """How often the process's threads went to sleep by themselves, all together."""
-    return sum(int(status.read_text().split("voluntary_ctxt_switches:")[1].split()[0])
-               for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status"))
-
-
 def test_idle_daemon_sleeps(daemon, agent):
     agent.serve(host=[(1, ROW[HOST])])
     collection = Collection(daemon, HOST)
     collection.create()
-    time.sleep(0.2)
-    before = wake_ups(daemon.pid)
+    daemon.rest(agent)
+    before = processes.switches(daemon.pid)
     time.sleep(2)
-    assert wake_ups(daemon.pid) == before
+    assert processes.switches(daemon.pid) == before
 
 
 def test_one_call_is_not_answered(own_daemon, agent, log):

@@ -1,4 +1,5 @@
 """Start and end of the process: detaching, PID file, pipe, exit statuses and the order of texts."""
+import dbm.gnu
 import fcntl
 import os
 import shutil
@@ -7,11 +8,14 @@ import subprocess
 
 import pytest
 
-from harness import control
+from harness import control, settings
+from harness.collection import Collection, next_second
 from harness.daemon import ERROR_STATUS, NO_AGENT, NO_PREFERENCES, STARTED, STRACE, Daemon, injected
-from harness.paths import PID_FILE, PIPE
+from harness.files import HOST
+from harness.paths import PID_FILE, PIPE, PREFERENCES
 from harness.syslog import DEBUG, WARNING
 
+NO_INTERVAL = (WARNING, f"Tallyd could not retrieve interval from {PREFERENCES}.")
 TERMINATING = (WARNING, "Terminating tallyd.")
 
 
@@ -106,6 +110,41 @@ def test_failure_ends_the_start(label, own_daemon, log):
         subprocess.run(["umount", "-q", PID_FILE], check=False, stderr=subprocess.DEVNULL)
         for path in (PIPE, PID_FILE):
             shutil.rmtree(path) if path.is_dir() else path.unlink(missing_ok=True)
+
+
+# What is prepared in place of the preferences, and what is logged of it.
+PREFERENCES_SEEN = {
+    "no database": (lambda: PREFERENCES.write_bytes(b"refresh=1\n"), {NO_PREFERENCES}),
+    "held by a writer": (lambda: dbm.gnu.open(str(PREFERENCES), "n"), {NO_PREFERENCES}),
+    "without the key": (lambda: settings.write(PREFERENCES, refreshed=b"1"), {NO_INTERVAL}),
+    "damaged": (lambda: PREFERENCES.write_bytes(PREFERENCES.read_bytes()[:64].ljust(PREFERENCES.stat().st_size, b"\xff")),
+                {NO_PREFERENCES, NO_INTERVAL}),
+    "0": (lambda: settings.refresh(0), set()),
+}
+
+
+def test_preferences(own_daemon, agent, log):
+    """Whatever they are, the daemon starts; a collection is then polled once a minute, not more often."""
+    for label, (prepare, texts) in PREFERENCES_SEEN.items():
+        settings.refresh(1)
+        held = prepare()
+        own_daemon.start()
+        log.expect(*STARTED)
+        seen = log.take_all()
+        assert set(seen) <= texts and (seen or len(texts) != 1), label
+        del held
+        if label != "0":
+            assert own_daemon.stop() == 0
+    agent.serve(host=[(1, (b"\2\0\0\0\0\1", *range(7)))])
+    collection = Collection(own_daemon, HOST)
+    collection.create()
+    collection.poll()
+    first = HOST.read(1, "last").header.time
+    next_second()
+    next_second()
+    own_daemon.rest(agent)
+    assert HOST.read(1, "last").header.time == first
+    assert own_daemon.stop() == 0
 
 
 def test_failing_fork(own_daemon, log):

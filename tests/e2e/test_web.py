@@ -13,9 +13,8 @@ from selenium.webdriver.common.keys import Keys
 
 from harness import control, model, processes, samples, web
 from harness.collection import next_second
-from harness.files import HOST
+from harness.files import FORMATS, HOST
 from harness.paths import DATA, PIPE, program
-from harness.records import FORMATS
 
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 

@@ -6,6 +6,7 @@ import socket
 import subprocess
 
 from . import processes
+from .files import TYPES
 from .paths import AGENT, program
 
 BINARY = program("MINITAPD_BIN", "minitapd/minitapd")
@@ -21,16 +22,11 @@ ROWS = {"host": 11, "matrix": 18, "pdist": 26, "nlhost": 34, "nlmatrix": 37, "vl
 TOTALS = 184
 
 LOCAL = "LocalMgr"
-_KEYS = {"host": ("address",), "matrix": ("source", "dest"), "pdist": ("tag", "local_index"),
-         "nlhost": ("local_index", "address"), "nlmatrix": ("local_index", "source", "dest"),
-         "vlan": ("id",), "prio": ("id",), "dsstats": ("group",), "dspdist": ("group", "local_index"),
-         "dshost": ("group", "local_index", "address_word", "address"),
-         "dsmatrix": ("group", "local_index", "source", "dest")}
 
 
 def row(table, index, values, others=None):
     """A row of a script from (control index, (key parts..., counters...)[, {other member: value}])."""
-    names = _KEYS[table]
+    names = list(TYPES[table].parts)
     members = {name: part.hex(":") if isinstance(part, bytes) else part for name, part in zip(names, values)}
     return {"index": index, **members, "counters": list(values[len(names):]), **(others or {})}
 
@@ -83,6 +79,10 @@ class Agent:
     def answers():
         with socket.socket() as sock:
             return sock.connect_ex(AGENT) == 0
+
+    @property
+    def pid(self):
+        return self._process.pid
 
     def ended(self):
         return self._process.poll() is not None

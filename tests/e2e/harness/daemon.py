@@ -79,6 +79,11 @@ class Daemon:
         control.send(control.VIEWING, *nobodys)
         self.log.wait(NOT_THERE.format(*nobodys), WARNING, timeout=timeout)
 
+    def rest(self, agent):
+        """Wait until it has done everything that it was told, and asks the agent nothing more."""
+        self.answer()
+        processes.wait_until(lambda: processes.asleep(self.pid, agent.pid), timeout=40)
+
     def running(self):
         return self.pid is not None and processes.state(self.pid) not in ("Z", "X", None)
 
@@ -109,10 +114,11 @@ def injected(daemon, path, fault, *more):
     """As long as the context lasts, its system calls on this path fail, as strace's inject= says."""
     trace = subprocess.Popen([*STRACE, "-p", str(daemon.pid), "-P", str(path), "-e", f"inject={fault}", *more])
     try:
-        processes.wait_until(lambda: processes.status_field(daemon.pid, "TracerPid") != 0)
+        threads = [f"{daemon.pid}/task/{thread}" for thread in os.listdir(f"/proc/{daemon.pid}/task")]
+        processes.wait_until(lambda: all(processes.status_field(thread, "TracerPid") for thread in threads))
         yield
     finally:
-        trace.terminate()
+        trace.kill()  # it would wait for a daemon that the fault has killed
         trace.wait()
 
 

@@ -10,24 +10,12 @@ import struct
 import time
 from fractions import Fraction
 
-from . import control, files
+from . import control
+from .files import ETHER, PORTS, VLANS  # with the rest of what a scenario of the kinds needs
 from .model import DOUBLE, EXTENDED, change_of, divisor, rate, rounded
-from .paths import DATA
 from .syslog import DEBUG
 
 WORD = 0xFFFFFFFF
-
-
-class KindLayout(files.Layout):
-    """There is one collection of a kind, so its files have no number in their names."""
-
-    def path(self, index, kind):
-        return DATA / f"{self.stem}_{kind}.bin"
-
-
-ETHER = KindLayout(12, "etherstats", 28, 18)  # utilisation and 17 rates
-VLANS = KindLayout(13, "supvlan", 4, 4, order=files.words)
-PORTS = KindLayout(14, "ifstats", 24, 12, order=lambda key: files.words(key[:4]))
 
 
 def steps(first, *others):

@@ -1,7 +1,6 @@
 """What must be in the files, computed anew: exact rational arithmetic, rounded as the daemon's
 processor rounds, and the merge of two samples, row by row."""
 import itertools
-import struct
 from fractions import Fraction
 
 WRAP = 2**64
@@ -65,39 +64,10 @@ def merge(layout, before, now, seconds, change=change_of):
     return last + before, delta
 
 
-def fixed(address, length=6):
-    """An address in its field: cut when longer, zero-filled when shorter."""
-    return bytes(address[:length]).ljust(length, b"\0")
-
-
-def network(address):
-    """A network address as records hold it: its length, at most 16, and a field of 16 bytes."""
-    return struct.pack("<I", min(len(address), 16)) + fixed(address, 16)
-
-
-def number(*values):
-    return b"".join(struct.pack("<I", value & 0xFFFFFFFF) for value in values)
-
-
-# Stem: the key of a record from the key parts of a row, in the order of harness.agent.
-KEYS = {
-    "host": fixed,
-    "matrix": lambda source, dest: fixed(source) + fixed(dest),
-    "pdist": number,
-    "nlhost": lambda protocol, address: number(protocol) + network(address),
-    "nlmatrix": lambda protocol, source, dest: number(protocol) + network(source) + network(dest),
-    "vlan": number,
-    "prio": number,
-    "dsstats": number,
-    "dspdist": number,
-    "dshost": lambda group, protocol, word, address: number(group, protocol, word) + fixed(address, 16),
-}
-
-
 def record(layout, row):
     """The record of one row as the agent states it: (key parts..., counters...)."""
     parts, counters = row[:-layout.counters], row[-layout.counters:]
-    return KEYS[layout.stem](*parts), tuple(float(counter) for counter in counters)
+    return layout.pack_key(*parts), tuple(float(counter) for counter in counters)
 
 
 def returned(layout, rows, index, totals=None):

@@ -44,6 +44,21 @@ def state(pid):
         return None
 
 
+def switches(*pids):
+    """How often each thread of these processes has gone to sleep, all told."""
+    return sum(int(status.read_text().split("voluntary_ctxt_switches:")[1].split()[0])
+               for pid in pids for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status"))
+
+
+def asleep(*pids):
+    """Whether every thread of these processes sleeps. They cannot wake one another unseen: who woke
+    another since the first look has gone to sleep since then."""
+    before = switches(*pids)
+    states = [stat.read_text().rpartition(") ")[2][0]
+              for pid in pids for stat in pathlib.Path(f"/proc/{pid}/task").glob("*/stat")]
+    return set(states) == {"S"} and switches(*pids) == before
+
+
 def descriptors(pid):
     """What every open descriptor refers to, as {number: target}."""
     found = {}

@@ -50,9 +50,5 @@ inline void expect_locked(const std::string& path) {
   const UniqueFd reader = open_file(path.c_str(), O_RDONLY);
   EXPECT_NE(flock(reader.get(), LOCK_SH | LOCK_NB), 0) << "written without a lock";
 }
-inline void expect_unlocked(const std::string& path) {
-  const UniqueFd reader = open_file(path.c_str(), O_RDONLY);
-  EXPECT_EQ(flock(reader.get(), LOCK_EX | LOCK_NB), 0) << "the lock has been let go";
-}
 
 }  // namespace tally
