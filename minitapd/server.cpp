@@ -85,9 +85,9 @@ UniqueFd end_signals() {
 }
 
 // The library waits for a client that does not read by calling write() again and again for two
-// seconds. So nothing is written to a client that has left most of its replies unread: Linux calls a
-// socket writable while a third of its send buffer is free, and no reply of an ordinary table is that
-// long. The connection is shut down, and the library closes it when it next uses it.
+// seconds. So nothing is written to a client that has left most of its replies unread: Linux calls
+// a socket writable while a third of its send buffer is free, and no reply of an ordinary table is
+// that long. The connection is shut down, and the library closes it when it next uses it.
 bool drop_unless_it_reads(int fd) {
   pollfd room{fd, POLLOUT, 0};
   if (::poll(&room, 1, 0) != 0) return false;
