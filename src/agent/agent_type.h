@@ -6,8 +6,9 @@
 //   kKeySize, kCounters          bytes of the key, number of doubles behind it
 //   kTexts                       its log texts (kept as the system has them, also where one type
 //                                uses the name of another)
-//   compare(a, b)                the order of two keys
-//   kType, kControlProcedure ... what control_scan.h needs; a type without it adopts nothing
+//   compare(a, b)                the order of two records by their keys
+//   kType, kControlProcedure     whose rows are adopted; a type without them adopts nothing
+//   adopts(row)                  optional: which of these rows, when valid_and_ours is not the rule
 //   kRowProcedure, ...           what batch_rows.h or single_rows.h needs
 //
 // and collection_ops<Type>() is then its line in the table of operations.
@@ -16,8 +17,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "agent/batch_rows.h"
 #include "agent/control_scan.h"
 #include "agent/rate.h"
+#include "agent/single_rows.h"
 #include "daemon/base/log.h"
 #include "files/collection_ops.h"
 
@@ -81,13 +84,23 @@ int calc_rate(const unsigned char* last, unsigned char* out, std::uint32_t inter
   return 1;
 }
 
+// rpc_getnext: a procedure returns a list of rows, or one.
+template <class Type>
+const unsigned char* rpc_getnext(RowIterator& rows) {
+  if constexpr (requires(typename RowProcedure<Type>::Result reply) { reply.rows; }) {
+    return batch_getnext<Type>(rows);
+  } else {
+    return single_getnext<Type>(rows);
+  }
+}
+
 template <class Type>
 int upload(AgentClient& client, RecordCache& cache, std::uint32_t /*index*/,
            const CollectionRecord& collection) {
   RowIterator rows;
   rows.control_index = collection.index;
   rows.client = &client;
-  while (const unsigned char* record = Type::rpc_getnext(rows)) {
+  while (const unsigned char* record = rpc_getnext<Type>(rows)) {
     if (!filebuf_put(cache, record, kRecordSize<Type>)) {
       log_debug("%s", Type::kTexts.upload_failed);
       return 0;
@@ -102,13 +115,9 @@ int upload(AgentClient& client, RecordCache& cache, std::uint32_t /*index*/,
 template <class Type>
 constexpr CollectionOps collection_ops() {
   static_assert(kRecordSize<Type> <= kMaxRecordSize);
-  CollectionOps ops{kRecordSize<Type>,
-                    agent_ops::upload<Type>,
-                    Type::compare,
-                    agent_ops::calc_delta<Type>,
-                    agent_ops::calc_rate<Type>,
-                    nullptr,
-                    Type::rpc_getnext};
+  CollectionOps ops{kRecordSize<Type>,           agent_ops::upload<Type>,    Type::compare,
+                    agent_ops::calc_delta<Type>, agent_ops::calc_rate<Type>, nullptr,
+                    agent_ops::rpc_getnext<Type>};
   if constexpr (requires { Type::kControlProcedure; }) ops.add_active = scan_control_rows<Type>;
   return ops;
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string_view>
 
 #include "agent/procedures.h"
 #include "daemon/base/log.h"
@@ -11,10 +10,6 @@
 
 namespace tally {
 
-// Request kinds of the control procedures and of those that return one row a call.
-inline constexpr std::int32_t kExactRow = 1;  // the row with just this key
-inline constexpr std::int32_t kNextRow = 2;   // the row behind this key
-
 // Row status of a control row that is in force (RFC 2819, EntryStatus).
 inline constexpr std::int32_t kRowValid = 1;
 
@@ -22,34 +17,31 @@ inline constexpr std::int32_t kRowValid = 1;
 // in circles ends here.
 inline constexpr int kMostControlRows = 65535;
 
-// ControlEntry is what matters of a control row. The owner lives as long as the reply.
-struct ControlEntry {
-  std::int32_t index;
-  std::string_view owner;
-  std::int32_t row_status;
-};
-
 // valid_and_ours is the rule by which most types adopt a control row. The owner must match to the
 // byte and in its length.
-inline bool valid_and_ours(const ControlEntry& entry) {
-  return entry.row_status == kRowValid && entry.owner == kOwner;
+bool valid_and_ours(const auto& row) {
+  return row.row_status == kRowValid && row.owner.view() == kOwner;
 }
 
-// scan_control_rows hands every control row that Type::adopts to the adopter. The scan ends at the
-// first call that fails or returns no entry; what was adopted stays.
+// scan_control_rows hands every control row that Type::adopts, or else valid_and_ours, to the
+// adopter. The scan ends at the first call that fails or returns no entry; what was adopted stays.
 template <class Type>
 void scan_control_rows(AgentClient& client, Adopter& adopter) {
-  ControlKey key{0, kNextRow};
+  ControlKey key;
   for (int rows = 0; rows < kMostControlRows; ++rows) {
-    const auto reply = Type::kControlProcedure(client, key);
-    if (!reply || reply->status != 0) return;
-    const ControlEntry entry = Type::control_entry(*reply);
-    if (entry.index == key.index) return;  // the very row that was asked after
-    if (Type::adopts(entry) &&
-        !adopter.adopt(Type::kType, static_cast<std::uint32_t>(entry.index))) {
+    const auto row = Type::kControlProcedure(client, key);
+    // The very row that was asked after ends the scan, too.
+    if (!row || row->status != 0 || row->index == key.index) return;
+    key.index = row->index;
+    bool adopted = false;
+    if constexpr (requires { Type::adopts(*row); }) {
+      adopted = Type::adopts(*row);
+    } else {
+      adopted = valid_and_ours(*row);
+    }
+    if (adopted && !adopter.adopt(Type::kType, static_cast<std::uint32_t>(key.index))) {
       log_warning("%s", Type::kTexts.add_failed);
     }
-    key.index = entry.index;
   }
 }
 

@@ -6,7 +6,6 @@
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
-#include "agent/single_rows.h"
 
 namespace tally {
 namespace {
@@ -32,34 +31,21 @@ struct DsStatsType {
   };
 
   static constexpr auto kControlProcedure = dsstats_control_getnext;
-  static ControlEntry control_entry(const DsStatsControlReply& reply) {
-    return {static_cast<std::int32_t>(reply.index), reply.owner.view(), reply.row_status};
-  }
   // Whatever the row status says: kept as the system has it.
-  static bool adopts(const ControlEntry& entry) { return entry.owner == kOwner; }
+  static bool adopts(const DsStatsControlReply& row) { return row.owner.view() == kOwner; }
 
   static constexpr auto kRowProcedure = dsstats_table_get;
-  static IndexedKey key_after(std::uint32_t index, const DsStatsRowReply* row) {
-    return {static_cast<std::int32_t>(index),
-            row ? static_cast<std::int32_t>(row->dsmonAggGroupIndex) : 0, kNextRow};
+  static constexpr auto kControlIndex = &DsStatsRowReply::dsmonStatsControlIndex;
+  static constexpr auto compare = compare_words<1>;
+
+  static void go_on(IndexedKey& key, const DsStatsRowReply& row) {
+    key.row_key = static_cast<std::int32_t>(row.dsmonAggGroupIndex);
   }
   // Groups may start at 0, which no request for a following row could reach.
-  static IndexedKey exact_first_key(std::uint32_t index) {
-    return {static_cast<std::int32_t>(index), 0, kExactRow};
-  }
-  static bool belongs(const RowIterator& rows, const DsStatsRowReply& row) {
-    return row.dsmonStatsControlIndex == rows.control_index;
-  }
+  static void exact_first(IndexedKey& key) { key.request = kExactRow; }
   static void fill(const DsStatsRowReply& row, unsigned char* record) {
     put_words(record, row.dsmonAggGroupIndex);
     put_counters<kKeySize>(record, row.in_pkts, row.in_octets, row.out_pkts, row.out_octets);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_words<1>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return single_getnext<DsStatsType>(rows);
   }
 };
 
@@ -78,36 +64,18 @@ struct DsPdistType {
   };
 
   static constexpr auto kControlProcedure = dspdist_control_getnext;
-  static ControlEntry control_entry(const DsPdistControlReply& reply) {
-    return {reply.index, reply.owner.view(), reply.row_status};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours(entry); }
-
   static constexpr auto kRowProcedure = dspdist_table_get;
-  static DsPdistKey key_after(std::uint32_t index, const DsPdistRowReply* row) {
-    DsPdistKey key;
-    key.dsmonPdistCtlIndex = static_cast<std::int32_t>(index);
-    key.request = kNextRow;
-    if (row) {
-      key.dsmonAggGroupIndex = row->dsmonAggGroupIndex;
-      key.protocolDirLocalIndex = row->protocolDirLocalIndex;
-    }
-    return key;
-  }
-  static bool belongs(const RowIterator& rows, const DsPdistRowReply& row) {
-    return row.dsmonPdistTimeMark == rows.time_mark && row.dsmonPdistCtlIndex == rows.control_index;
+  static constexpr auto kControlIndex = &DsPdistRowReply::dsmonPdistCtlIndex;
+  static constexpr auto kTimeMark = &DsPdistRowReply::dsmonPdistTimeMark;
+  static constexpr auto compare = compare_words<2>;
+
+  static void go_on(DsPdistKey& key, const DsPdistRowReply& row) {
+    key.dsmonAggGroupIndex = row.dsmonAggGroupIndex;
+    key.protocolDirLocalIndex = row.protocolDirLocalIndex;
   }
   static void fill(const DsPdistRowReply& row, unsigned char* record) {
-    put_words(record, row.dsmonAggGroupIndex,
-              static_cast<std::uint32_t>(row.protocolDirLocalIndex));
+    put_words(record, row.dsmonAggGroupIndex, row.protocolDirLocalIndex);
     put_counters<kKeySize>(record, row.dsmonPdistStatsPkts, row.dsmonPdistStatsOctets);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_words<2>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return single_getnext<DsPdistType>(rows);
   }
 };
 
@@ -126,40 +94,21 @@ struct DsHostType {
   };
 
   static constexpr auto kControlProcedure = dshost_control_getnext;
-  static ControlEntry control_entry(const DsHostControlReply& reply) {
-    return {reply.index, reply.owner.view(), reply.row_status};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours(entry); }
-
   static constexpr auto kRowProcedure = dshost_table_get;
-  static DsHostKey key_after(std::uint32_t index, const DsHostRowReply* row) {
-    DsHostKey key;
-    key.dsmonHostCtlIndex = static_cast<std::int32_t>(index);
-    key.request = kNextRow;
-    if (row) {
-      key.dsmonAggGroupIndex = row->dsmonAggGroupIndex;
-      key.protocolDirLocalIndex = row->protocolDirLocalIndex;
-      key.dsmonHostAddress = row->dsmonHostAddress;
-      key.address_word = row->address_word;
-    }
-    return key;
-  }
-  static bool belongs(const RowIterator& rows, const DsHostRowReply& row) {
-    return row.dsmonHostTimeMark == rows.time_mark &&
-           static_cast<std::uint32_t>(row.dsmonHostCtlIndex) == rows.control_index;
+  static constexpr auto kControlIndex = &DsHostRowReply::dsmonHostCtlIndex;
+  static constexpr auto kTimeMark = &DsHostRowReply::dsmonHostTimeMark;
+  static constexpr auto compare = compare_bytes<kKeySize>;
+
+  static void go_on(DsHostKey& key, const DsHostRowReply& row) {
+    key.dsmonAggGroupIndex = row.dsmonAggGroupIndex;
+    key.protocolDirLocalIndex = row.protocolDirLocalIndex;
+    key.dsmonHostAddress = row.dsmonHostAddress;
+    key.address_word = row.address_word;
   }
   static void fill(const DsHostRowReply& row, unsigned char* record) {
-    put_words(record, row.dsmonAggGroupIndex, static_cast<std::uint32_t>(row.protocolDirLocalIndex),
-              static_cast<std::uint32_t>(row.address_word));
+    put_words(record, row.dsmonAggGroupIndex, row.protocolDirLocalIndex, row.address_word);
     put_address(record + 12, row.dsmonHostAddress);
     put_counters<kKeySize>(record, row.in_pkts, row.in_octets, row.out_pkts, row.out_octets);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_bytes<kKeySize>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return single_getnext<DsHostType>(rows);
   }
 };
 
@@ -179,41 +128,27 @@ struct DsMatrixType {
   };
 
   static constexpr auto kRowProcedure = dsmatrix_table_get;
-  static DsMatrixKey key_after(std::uint32_t index, const DsMatrixRowReply* row) {
-    DsMatrixKey key;
-    key.dsmonMatrixCtlIndex = static_cast<std::int32_t>(index);
-    key.request = kNextRow;
-    if (row) {
-      key.dsmonAggGroupIndex = row->dsmonAggGroupIndex;
-      key.protocolDirLocalIndex = row->protocolDirLocalIndex;
-      key.source_address = row->source_address;
-      key.dest_address = row->dest_address;
-      key.key_word_1 = row->key_word_1;
-      key.key_word_2 = row->key_word_2;
-      key.key_word_3 = row->key_word_3;
-    }
-    return key;
-  }
-  static bool belongs(const RowIterator& rows, const DsMatrixRowReply& row) {
-    return row.dsmonMatrixTimeMark == rows.time_mark &&
-           static_cast<std::uint32_t>(row.dsmonMatrixCtlIndex) == rows.control_index;
+  static constexpr auto kControlIndex = &DsMatrixRowReply::dsmonMatrixCtlIndex;
+  static constexpr auto kTimeMark = &DsMatrixRowReply::dsmonMatrixTimeMark;
+  static constexpr auto compare = compare_bytes<kKeySize>;
+
+  static void go_on(DsMatrixKey& key, const DsMatrixRowReply& row) {
+    key.dsmonAggGroupIndex = row.dsmonAggGroupIndex;
+    key.protocolDirLocalIndex = row.protocolDirLocalIndex;
+    key.source_address = row.source_address;
+    key.dest_address = row.dest_address;
+    key.key_word_1 = row.key_word_1;
+    key.key_word_2 = row.key_word_2;
+    key.key_word_3 = row.key_word_3;
   }
   // The key words stand in another order than on the wire.
   static void fill(const DsMatrixRowReply& row, unsigned char* record) {
-    put_words(record, row.dsmonAggGroupIndex, static_cast<std::uint32_t>(row.protocolDirLocalIndex),
-              static_cast<std::uint32_t>(row.key_word_2));
+    put_words(record, row.dsmonAggGroupIndex, row.protocolDirLocalIndex, row.key_word_2);
     put_address(record + 12, row.source_address);
-    put_words(record + 28, static_cast<std::uint32_t>(row.key_word_3));
+    put_words(record + 28, row.key_word_3);
     put_address(record + 32, row.dest_address);
-    put_words(record + 48, static_cast<std::uint32_t>(row.key_word_1));
+    put_words(record + 48, row.key_word_1);
     put_counters<kKeySize>(record, row.pkts, row.octets);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_bytes<kKeySize>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return single_getnext<DsMatrixType>(rows);
   }
 };
 

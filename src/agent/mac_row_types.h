@@ -15,14 +15,12 @@ namespace tally {
 struct HostTableKey {
   std::int32_t hostIndex = 0;
   ByteList hostAddress;
-  std::int32_t count = 0;
-  std::int32_t mode = 0;
+  std::int32_t count = kBatchRows;
+  std::int32_t mode = kBatchMode;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.hostIndex, self.hostAddress, self.count, self.mode);
   }
-
-  friend bool operator==(const HostTableKey&, const HostTableKey&) = default;
 };
 
 // RMON hostEntry.
@@ -46,27 +44,21 @@ struct HostRow {
   }
 };
 
-struct HostRowList {
-  WireRows<HostRow> rows;
-
-  static constexpr auto members(auto& self) { return std::tie(self.rows); }
-};
+using HostRowList = Batch<HostRow>;
 
 // Start of a batch of MAC conversations.
 struct MatrixTableKey {
   std::int32_t matrixSDIndex = 0;
   ByteList matrixSDSourceAddress;
   ByteList matrixSDDestAddress;
-  std::int32_t count = 0;
-  std::int32_t mode = 0;
+  std::int32_t count = kBatchRows;
+  std::int32_t mode = kBatchMode;
   std::int32_t direction = 0;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.matrixSDIndex, self.matrixSDSourceAddress, self.matrixSDDestAddress,
                     self.count, self.mode, self.direction);
   }
-
-  friend bool operator==(const MatrixTableKey&, const MatrixTableKey&) = default;
 };
 
 // RMON matrixSDEntry.
@@ -86,25 +78,19 @@ struct MatrixRow {
   }
 };
 
-struct MatrixRowList {
-  WireRows<MatrixRow> rows;
-
-  static constexpr auto members(auto& self) { return std::tie(self.rows); }
-};
+using MatrixRowList = Batch<MatrixRow>;
 
 // Start of a batch of protocols; mode and count stand in the other order here.
 struct PdistTableKey {
   std::int32_t protocolDistControlIndex = 0;
   std::int32_t protocolDirLocalIndex = 0;
-  std::int32_t mode = 0;
-  std::int32_t count = 0;
+  std::int32_t mode = kBatchMode;
+  std::int32_t count = kBatchRows;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.protocolDistControlIndex, self.protocolDirLocalIndex, self.mode,
                     self.count);
   }
-
-  friend bool operator==(const PdistTableKey&, const PdistTableKey&) = default;
 };
 
 // RMON-2 protocolDistStatsEntry.
@@ -122,11 +108,7 @@ struct PdistRow {
   }
 };
 
-struct PdistRowList {
-  WireRows<PdistRow> rows;
-
-  static constexpr auto members(auto& self) { return std::tie(self.rows); }
-};
+using PdistRowList = Batch<PdistRow>;
 
 // Everything that the source of a protocol distribution has seen.
 struct PdistTotalsReply {

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "agent/agent_type.h"
-#include "agent/batch_rows.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
 
@@ -29,32 +28,18 @@ struct HostType {
   };
 
   static constexpr auto kControlProcedure = host_control_getnext;
-  static ControlEntry control_entry(const HostControlReply& reply) {
-    return {reply.hostControlIndex, reply.hostControlOwner.view(), reply.hostControlStatus};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours(entry); }
-
   static constexpr auto kRowProcedure = host_table_get;
-  static HostTableKey key_after(std::uint32_t index, const HostRow* row) {
-    HostTableKey key{static_cast<std::int32_t>(index), {}, kBatchRows, kBatchMode};
-    if (row) key.hostAddress.assign(row->hostAddress.first(kMacSize));
-    return key;
-  }
-  static bool belongs(const RowIterator& rows, const HostRow& row) {
-    return static_cast<std::uint32_t>(row.hostIndex) == rows.control_index;
+  static constexpr auto kControlIndex = &HostRow::hostIndex;
+  static constexpr auto compare = compare_bytes<kKeySize>;
+
+  static void go_on(HostTableKey& key, const HostRow& row) {
+    key.hostAddress.assign(row.hostAddress.first(kMacSize));
   }
   static void fill(const HostRow& row, unsigned char* record) {
     put_address<kMacSize>(record, row.hostAddress);
     put_counters<kKeySize>(record, row.hostInPkts, row.hostOutPkts, row.hostInOctets,
                            row.hostOutOctets, row.hostOutErrors, row.hostOutBroadcastPkts,
                            row.hostOutMulticastPkts);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_bytes<kKeySize>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return batch_getnext<HostType>(rows);
   }
 };
 
@@ -73,34 +58,18 @@ struct MatrixType {
   };
 
   static constexpr auto kControlProcedure = matrix_control_getnext;
-  static ControlEntry control_entry(const MatrixControlReply& reply) {
-    return {reply.matrixControlIndex, reply.matrixControlOwner.view(), reply.matrixControlStatus};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours(entry); }
-
   static constexpr auto kRowProcedure = matrix_table_get;
-  static MatrixTableKey key_after(std::uint32_t index, const MatrixRow* row) {
-    MatrixTableKey key{static_cast<std::int32_t>(index), {}, {}, kBatchRows, kBatchMode, 0};
-    if (row) {
-      key.matrixSDSourceAddress.assign(row->matrixSDSourceAddress.first(kMacSize));
-      key.matrixSDDestAddress.assign(row->matrixSDDestAddress.first(kMacSize));
-    }
-    return key;
-  }
-  static bool belongs(const RowIterator& rows, const MatrixRow& row) {
-    return static_cast<std::uint32_t>(row.matrixSDIndex) == rows.control_index;
+  static constexpr auto kControlIndex = &MatrixRow::matrixSDIndex;
+  static constexpr auto compare = compare_bytes<kKeySize>;
+
+  static void go_on(MatrixTableKey& key, const MatrixRow& row) {
+    key.matrixSDSourceAddress.assign(row.matrixSDSourceAddress.first(kMacSize));
+    key.matrixSDDestAddress.assign(row.matrixSDDestAddress.first(kMacSize));
   }
   static void fill(const MatrixRow& row, unsigned char* record) {
     put_address<kMacSize>(record, row.matrixSDSourceAddress);
     put_address<kMacSize>(record + kMacSize, row.matrixSDDestAddress);
     put_counters<kKeySize>(record, row.matrixSDPkts, row.matrixSDOctets, row.matrixSDErrors);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_bytes<kKeySize>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return batch_getnext<MatrixType>(rows);
   }
 };
 
@@ -119,22 +88,16 @@ struct PdistType {
   };
 
   static constexpr auto kControlProcedure = pdist_control_getnext;
-  static ControlEntry control_entry(const PdistControlReply& reply) {
-    return {reply.protocolDistControlIndex, reply.protocolDistControlOwner.view(),
-            reply.protocolDistControlStatus};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours(entry); }
-
   static constexpr auto kRowProcedure = pdist_table_get;
-  static PdistTableKey key_after(std::uint32_t index, const PdistRow* row) {
-    return {static_cast<std::int32_t>(index), row ? row->protocolDirLocalIndex : 0, kBatchMode,
-            kBatchRows};
-  }
-  static bool belongs(const RowIterator& rows, const PdistRow& row) {
-    return static_cast<std::uint32_t>(row.protocolDistControlIndex) == rows.control_index;
+  static constexpr auto kControlIndex = &PdistRow::protocolDistControlIndex;
+  // The tag takes no part: two records with one local index and different tags are one key.
+  static constexpr auto compare = compare_words<1, 1>;
+
+  static void go_on(PdistTableKey& key, const PdistRow& row) {
+    key.protocolDirLocalIndex = row.protocolDirLocalIndex;
   }
   static void fill(const PdistRow& row, unsigned char* record) {
-    put_words(record, row.protocol_tag, static_cast<std::uint32_t>(row.protocolDirLocalIndex));
+    put_words(record, row.protocol_tag, row.protocolDirLocalIndex);
     put_counters<kKeySize>(record, row.protocolDistStatsPkts, row.protocolDistStatsOctets);
   }
 
@@ -146,14 +109,6 @@ struct PdistType {
     put_words(rows.record, kPdistTotalsTag, kPdistTotalsLocalIndex);
     put_counters<kKeySize>(rows.record, totals->total_pkts, totals->total_octets);
     return true;
-  }
-
-  // The tag takes no part: two records with one local index and different tags are one key.
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_words<1>(a + 4, b + 4);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return batch_getnext<PdistType>(rows);
   }
 };
 

@@ -17,16 +17,14 @@ struct NlHostTableKey {
   std::int32_t protocolDirLocalIndex = 0;
   std::int32_t reserved_1 = 0;
   ByteList nlHostAddress;
-  std::int32_t mode = 0;
+  std::int32_t mode = kBatchMode;
   std::int32_t reserved_2 = 0;
-  std::int32_t count = 0;
+  std::int32_t count = kBatchRows;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.hlHostControlIndex, self.nlHostTimeMark, self.protocolDirLocalIndex,
                     self.reserved_1, self.nlHostAddress, self.mode, self.reserved_2, self.count);
   }
-
-  friend bool operator==(const NlHostTableKey&, const NlHostTableKey&) = default;
 };
 
 // RMON-2 nlHostEntry.
@@ -52,11 +50,7 @@ struct NlHostRow {
   }
 };
 
-struct NlHostRowList {
-  WireRows<NlHostRow> rows;
-
-  static constexpr auto members(auto& self) { return std::tie(self.rows); }
-};
+using NlHostRowList = Batch<NlHostRow>;
 
 // Start of a batch of network conversations.
 struct NlMatrixTableKey {
@@ -66,18 +60,16 @@ struct NlMatrixTableKey {
   std::int32_t reserved_1 = 0;
   ByteList nlMatrixSDSourceAddress;
   ByteList nlMatrixSDDestAddress;
-  std::int32_t mode = 0;
+  std::int32_t mode = kBatchMode;
   std::int32_t reserved_2 = 0;
   std::int32_t reserved_3 = 0;
-  std::int32_t count = 0;
+  std::int32_t count = kBatchRows;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.hlMatrixControlIndex, self.nlMatrixSDTimeMark, self.protocolDirLocalIndex,
                     self.reserved_1, self.nlMatrixSDSourceAddress, self.nlMatrixSDDestAddress,
                     self.mode, self.reserved_2, self.reserved_3, self.count);
   }
-
-  friend bool operator==(const NlMatrixTableKey&, const NlMatrixTableKey&) = default;
 };
 
 // RMON-2 nlMatrixSDEntry.
@@ -101,10 +93,6 @@ struct NlMatrixRow {
   }
 };
 
-struct NlMatrixRowList {
-  WireRows<NlMatrixRow> rows;
-
-  static constexpr auto members(auto& self) { return std::tie(self.rows); }
-};
+using NlMatrixRowList = Batch<NlMatrixRow>;
 
 }  // namespace tally

@@ -4,7 +4,6 @@
 #include <cstdint>
 
 #include "agent/agent_type.h"
-#include "agent/batch_rows.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
 
@@ -34,39 +33,20 @@ struct NlHostType {
   };
 
   static constexpr auto kControlProcedure = nlhost_control_getnext;
-  static ControlEntry control_entry(const NlControlReply& reply) {
-    return {reply.index, reply.owner.view(), reply.row_status};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours(entry); }
-
   static constexpr auto kRowProcedure = nlhost_table_get;
-  static NlHostTableKey key_after(std::uint32_t index, const NlHostRow* row) {
-    NlHostTableKey key;
-    key.hlHostControlIndex = static_cast<std::int32_t>(index);
-    key.mode = kBatchMode;
-    key.count = kBatchRows;
-    if (row) {
-      key.protocolDirLocalIndex = row->protocolDirLocalIndex;
-      key.nlHostAddress = row->nlHostAddress;
-    }
-    return key;
-  }
-  static bool belongs(const RowIterator& rows, const NlHostRow& row) {
-    return row.nlHostTimeMark == rows.time_mark &&
-           static_cast<std::uint32_t>(row.hlHostControlIndex) == rows.control_index;
+  static constexpr auto kControlIndex = &NlHostRow::hlHostControlIndex;
+  static constexpr auto kTimeMark = &NlHostRow::nlHostTimeMark;
+  static constexpr auto compare = compare_bytes<kKeySize>;
+
+  static void go_on(NlHostTableKey& key, const NlHostRow& row) {
+    key.protocolDirLocalIndex = row.protocolDirLocalIndex;
+    key.nlHostAddress = row.nlHostAddress;
   }
   static void fill(const NlHostRow& row, unsigned char* record) {
-    put_words(record, static_cast<std::uint32_t>(row.protocolDirLocalIndex));
+    put_words(record, row.protocolDirLocalIndex);
     put_network_address(record + 4, row.nlHostAddress);
     put_counters<kKeySize>(record, row.nlHostInPkts, row.nlHostOutPkts, row.nlHostInOctets,
                            row.nlHostOutOctets, row.nlHostOutMacNonUnicastPkts);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_bytes<kKeySize>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return batch_getnext<NlHostType>(rows);
   }
 };
 
@@ -85,40 +65,21 @@ struct NlMatrixType {
   };
 
   static constexpr auto kControlProcedure = nlmatrix_control_getnext;
-  static ControlEntry control_entry(const NlControlReply& reply) {
-    return {reply.index, reply.owner.view(), reply.row_status};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours(entry); }
-
   static constexpr auto kRowProcedure = nlmatrix_table_get;
-  static NlMatrixTableKey key_after(std::uint32_t index, const NlMatrixRow* row) {
-    NlMatrixTableKey key;
-    key.hlMatrixControlIndex = static_cast<std::int32_t>(index);
-    key.mode = kBatchMode;
-    key.count = kBatchRows;
-    if (row) {
-      key.protocolDirLocalIndex = row->protocolDirLocalIndex;
-      key.nlMatrixSDSourceAddress = row->nlMatrixSDSourceAddress;
-      key.nlMatrixSDDestAddress = row->nlMatrixSDDestAddress;
-    }
-    return key;
-  }
-  static bool belongs(const RowIterator& rows, const NlMatrixRow& row) {
-    return row.nlMatrixSDTimeMark == rows.time_mark &&
-           static_cast<std::uint32_t>(row.hlMatrixControlIndex) == rows.control_index;
+  static constexpr auto kControlIndex = &NlMatrixRow::hlMatrixControlIndex;
+  static constexpr auto kTimeMark = &NlMatrixRow::nlMatrixSDTimeMark;
+  static constexpr auto compare = compare_bytes<kKeySize>;
+
+  static void go_on(NlMatrixTableKey& key, const NlMatrixRow& row) {
+    key.protocolDirLocalIndex = row.protocolDirLocalIndex;
+    key.nlMatrixSDSourceAddress = row.nlMatrixSDSourceAddress;
+    key.nlMatrixSDDestAddress = row.nlMatrixSDDestAddress;
   }
   static void fill(const NlMatrixRow& row, unsigned char* record) {
-    put_words(record, static_cast<std::uint32_t>(row.protocolDirLocalIndex));
+    put_words(record, row.protocolDirLocalIndex);
     put_network_address(record + 4, row.nlMatrixSDSourceAddress);
     put_network_address(record + 24, row.nlMatrixSDDestAddress);
     put_counters<kKeySize>(record, row.nlMatrixSDPkts, row.nlMatrixSDOctets);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_bytes<kKeySize>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return batch_getnext<NlMatrixType>(rows);
   }
 };
 

@@ -23,10 +23,10 @@ void put_address(unsigned char* field, const ByteList& address) {
   std::copy(bytes.begin(), bytes.end(), field);
 }
 
-// put_words writes 32-bit words in the host's byte order.
+// put_words writes 32-bit words, signed or not, in the host's byte order.
 template <class... Word>
 void put_words(unsigned char* field, Word... words) {
-  const std::uint32_t values[] = {words...};
+  const std::uint32_t values[] = {static_cast<std::uint32_t>(words)...};
   std::memcpy(field, values, sizeof values);
 }
 
@@ -59,10 +59,11 @@ int compare_bytes(const unsigned char* a, const unsigned char* b) {
   return 0;
 }
 
-// compare_words orders two keys that are kWords 32-bit words, as unsigned numbers: -1, 0 or 1.
-template <std::uint32_t kWords>
+// compare_words orders two keys by kWords 32-bit words from word kFirst on, as unsigned numbers:
+// -1, 0 or 1.
+template <std::uint32_t kWords, std::uint32_t kFirst = 0>
 int compare_words(const unsigned char* a, const unsigned char* b) {
-  for (std::uint32_t i = 0; i < kWords; ++i) {
+  for (std::uint32_t i = kFirst; i < kFirst + kWords; ++i) {
     std::uint32_t left;
     std::uint32_t right;
     std::memcpy(&left, a + 4 * i, sizeof left);

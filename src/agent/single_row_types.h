@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "agent/byte_list.h"
+#include "agent/control_types.h"
 
 namespace tally {
 
@@ -64,14 +65,12 @@ struct DsPdistKey {
   std::uint32_t dsmonPdistTimeMark = 0;
   std::uint32_t dsmonAggGroupIndex = 0;
   std::int32_t protocolDirLocalIndex = 0;
-  std::int32_t request = 0;
+  std::int32_t request = kNextRow;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.dsmonPdistCtlIndex, self.dsmonPdistTimeMark, self.dsmonAggGroupIndex,
                     self.protocolDirLocalIndex, self.request);
   }
-
-  friend bool operator==(const DsPdistKey&, const DsPdistKey&) = default;
 };
 
 // DSMON dsmonPdistStatsEntry.
@@ -98,15 +97,13 @@ struct DsHostKey {
   std::int32_t protocolDirLocalIndex = 0;
   ByteVector20 dsmonHostAddress{};
   std::int32_t address_word = 0;
-  std::int32_t request = 0;
+  std::int32_t request = kNextRow;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.dsmonHostCtlIndex, self.dsmonHostTimeMark, self.dsmonAggGroupIndex,
                     self.protocolDirLocalIndex, self.dsmonHostAddress, self.address_word,
                     self.request);
   }
-
-  friend bool operator==(const DsHostKey&, const DsHostKey&) = default;
 };
 
 // DSMON dsmonHostEntry.
@@ -141,15 +138,13 @@ struct DsMatrixKey {
   std::int32_t key_word_1 = 0;
   std::int32_t key_word_2 = 0;
   std::int32_t key_word_3 = 0;
-  std::int32_t request = 0;
+  std::int32_t request = kNextRow;
 
   static constexpr auto members(auto& self) {
     return std::tie(self.dsmonMatrixCtlIndex, self.dsmonMatrixTimeMark, self.dsmonAggGroupIndex,
                     self.protocolDirLocalIndex, self.source_address, self.dest_address,
                     self.key_word_1, self.key_word_2, self.key_word_3, self.request);
   }
-
-  friend bool operator==(const DsMatrixKey&, const DsMatrixKey&) = default;
 };
 
 // DSMON dsmonMatrixSDEntry.

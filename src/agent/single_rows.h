@@ -1,41 +1,32 @@
 // Row iteration of the types that the agent serves one row a call.
 #pragma once
 
-#include <cstdint>
-#include <type_traits>
-
-#include "agent/control_scan.h"
-#include "agent/procedures.h"
-#include "agent/progress.h"
+#include "agent/table_walk.h"
 #include "daemon/base/log.h"
-#include "files/collection_ops.h"
 
 namespace tally {
 
-// single_getnext is the rpc_getnext operation of such a type, which gives it
+// single_getnext is the rpc_getnext operation of such a type, which gives it, beside what
+// table_walk.h needs,
 //
-//   kRowProcedure             the procedure; its key ends with a request, its reply starts with a
-//                             status
-//   key_after(index, row)     the key that asks for the row behind another; null: for the first
-//   exact_first_key(index)    optional: asked for in place of the first row; when there is no such
-//                             row, the first one behind it is
-//   belongs(rows, row)        whether a row is one of this collection
 //   fill(row, record)         makes the record of a row
+//   exact_first(key)          optional: turns the first key into one that asks for a row by its own
+//                             key; when there is no such row, the first one behind it is asked for
 //
 // The next key is made from the reply, which is kept for it: the record holds less than the whole
 // address of a DSMON row. A row with the very key that was asked after, or one asked after before,
 // would come for ever: it is not used and ends the table. (A row that was asked for by its own key
-// is no such row.)
+// does not count as one.)
 template <class Type>
 const unsigned char* single_getnext(RowIterator& rows) {
-  using Row = typename std::remove_cvref_t<decltype(Type::kRowProcedure)>::Result;
+  using Row = typename RowProcedure<Type>::Result;
   const auto* previous = rows.reply.as<const Row>();
-  auto key = Type::key_after(rows.control_index, previous);
+  auto key = key_after<Type>(rows, previous);
   const auto following_key = key;
   bool retry = false;
-  if constexpr (requires { Type::exact_first_key(rows.control_index); }) {
+  if constexpr (requires { Type::exact_first(key); }) {
     retry = previous == nullptr;
-    if (retry) key = Type::exact_first_key(rows.control_index);
+    if (retry) Type::exact_first(key);
   }
   rows.reply.reset();
 
@@ -49,8 +40,8 @@ const unsigned char* single_getnext(RowIterator& rows) {
     log_debug("%s", Type::kTexts.getnext_failed);
     return nullptr;
   }
-  if (row->status != 0 || !Type::belongs(rows, *row) ||
-      !made_progress(rows, key, Type::key_after(rows.control_index, row.get()))) {
+  if (row->status != 0 || !belongs<Type>(rows, *row) ||
+      !made_progress(rows, key, key_after<Type>(rows, row.get()))) {
     return nullptr;
   }
   Type::fill(*row, rows.record);

@@ -5,15 +5,14 @@
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
-#include "agent/single_rows.h"
 #include "daemon/base/paths.h"
 
 namespace tally {
 namespace {
 
 // These two types alone adopt the appliance's own control rows, too.
-bool valid_and_ours_or_the_appliances(const ControlEntry& entry) {
-  return valid_and_ours(entry) || (entry.row_status == kRowValid && entry.owner == kRmonOwner);
+bool valid_and_ours_or_the_appliances(const SmonControlReply& row) {
+  return valid_and_ours(row) || (row.row_status == kRowValid && row.owner.view() == kRmonOwner);
 }
 
 // Some texts name other types: kept as the system has them.
@@ -32,30 +31,20 @@ struct VlanType {
   };
 
   static constexpr auto kControlProcedure = vlan_control_getnext;
-  static ControlEntry control_entry(const SmonControlReply& reply) {
-    return {reply.index, reply.owner.view(), reply.row_status};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours_or_the_appliances(entry); }
+  static constexpr auto adopts = valid_and_ours_or_the_appliances;
 
   static constexpr auto kRowProcedure = vlan_table_get;
+  static constexpr auto kControlIndex = &VlanRowReply::control_index;
+  static constexpr auto compare = compare_words<1>;
+
   // VLAN ids start at 1, so the first row is the one behind 0.
-  static IndexedKey key_after(std::uint32_t index, const VlanRowReply* row) {
-    return {static_cast<std::int32_t>(index), row ? row->smonVlanIdStatsId : 0, kNextRow};
-  }
-  static bool belongs(const RowIterator& rows, const VlanRowReply& row) {
-    return static_cast<std::uint32_t>(row.control_index) == rows.control_index;
+  static void go_on(IndexedKey& key, const VlanRowReply& row) {
+    key.row_key = row.smonVlanIdStatsId;
   }
   static void fill(const VlanRowReply& row, unsigned char* record) {
-    put_words(record, static_cast<std::uint32_t>(row.smonVlanIdStatsId));
+    put_words(record, row.smonVlanIdStatsId);
     put_counters<kKeySize>(record, row.smonVlanIdStatsTotalPkts, row.smonVlanIdStatsTotalOctets,
                            row.smonVlanIdStatsNUcastPkts, row.smonVlanIdStatsNUcastOctets);
-  }
-
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_words<1>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return single_getnext<VlanType>(rows);
   }
 };
 
@@ -74,29 +63,18 @@ struct PrioType {
   };
 
   static constexpr auto kControlProcedure = prio_control_getnext;
-  static ControlEntry control_entry(const SmonControlReply& reply) {
-    return {reply.index, reply.owner.view(), reply.row_status};
-  }
-  static bool adopts(const ControlEntry& entry) { return valid_and_ours_or_the_appliances(entry); }
+  static constexpr auto adopts = valid_and_ours_or_the_appliances;
 
   static constexpr auto kRowProcedure = prio_table_get;
-  // Priorities start at 0, so the first row is the one behind -1.
-  static IndexedKey key_after(std::uint32_t index, const PrioRowReply* row) {
-    return {static_cast<std::int32_t>(index), row ? row->smonPrioStatsId : -1, kNextRow};
-  }
-  static bool belongs(const RowIterator& rows, const PrioRowReply& row) {
-    return static_cast<std::uint32_t>(row.control_index) == rows.control_index;
-  }
-  static void fill(const PrioRowReply& row, unsigned char* record) {
-    put_words(record, static_cast<std::uint32_t>(row.smonPrioStatsId));
-    put_counters<kKeySize>(record, row.smonPrioStatsPkts, row.smonPrioStatsOctets);
-  }
+  static constexpr auto kControlIndex = &PrioRowReply::control_index;
+  static constexpr auto compare = compare_words<1>;
 
-  static int compare(const unsigned char* a, const unsigned char* b) {
-    return compare_words<1>(a, b);
-  }
-  static const unsigned char* rpc_getnext(RowIterator& rows) {
-    return single_getnext<PrioType>(rows);
+  // Priorities start at 0, so the first row is the one behind -1.
+  static void start(IndexedKey& key) { key.row_key = -1; }
+  static void go_on(IndexedKey& key, const PrioRowReply& row) { key.row_key = row.smonPrioStatsId; }
+  static void fill(const PrioRowReply& row, unsigned char* record) {
+    put_words(record, row.smonPrioStatsId);
+    put_counters<kKeySize>(record, row.smonPrioStatsPkts, row.smonPrioStatsOctets);
   }
 };
 

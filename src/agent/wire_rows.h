@@ -1,10 +1,11 @@
-// The rows of a bulk reply.
+// The bulk requests and replies: what those of all types share.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -73,5 +74,18 @@ class WireRows {
   std::uint32_t count_ = 0;
   bool keep_buffer_ = false;
 };
+
+// Batch is a bulk reply: a list of rows and nothing else.
+template <class Row>
+struct Batch {
+  WireRows<Row> rows;
+
+  static constexpr auto members(auto& self) { return std::tie(self.rows); }
+};
+
+// What every bulk request carries: the most rows that one reply may hold, and a mode word whose
+// meaning is the agent's.
+inline constexpr std::int32_t kBatchRows = 100;
+inline constexpr std::int32_t kBatchMode = 3;
 
 }  // namespace tally

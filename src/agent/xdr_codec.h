@@ -4,8 +4,8 @@
 //
 //   static constexpr auto members(auto& self) { return std::tie(self.index, self.request); }
 //
-// and xdr_wire<Type> is then its routine over libtirpc's streams. Members are 4- and
-// 8-byte integers, strings, byte lists, byte vectors and row lists; see `WireTraits`.
+// and xdr_wire<Type> is then its routine over libtirpc's streams. Members are 4- and 8-byte
+// integers, arrays of words, strings, byte lists, byte vectors and row lists; see `WireTraits`.
 //
 // Speed: the stock decoder calls the stream once for every 4 bytes. This one asks the stream for
 // all bytes that a well-formed message must still hold, in place where they lie in the stream's
@@ -18,6 +18,7 @@
 
 #include <rpc/rpc.h>
 
+#include <array>
 #include <bit>
 #include <cassert>
 #include <concepts>
@@ -56,6 +57,11 @@ struct WireTraits<std::uint64_t> {
 template <>
 struct WireTraits<ByteVector20> {
   static constexpr std::size_t kLeast = 80;
+  static constexpr bool kFixed = true;
+};
+template <std::size_t kCount>
+struct WireTraits<std::array<std::uint32_t, kCount>> {
+  static constexpr std::size_t kLeast = 4 * kCount;
   static constexpr bool kFixed = true;
 };
 // The variable ones start with a count.
@@ -133,6 +139,11 @@ inline bool decode(WireReader& in, ByteVector20& value) {
   in.units(value.data(), value.size());
   return true;
 }
+template <std::size_t kCount>
+bool decode(WireReader& in, std::array<std::uint32_t, kCount>& words) {
+  for (std::uint32_t& word : words) word = in.u32();
+  return true;
+}
 // Nearly every byte list is a MAC address; its six units are read without a loop.
 bool decode_any_length(WireReader& in, std::uint32_t count, ByteList& value);
 inline bool decode(WireReader& in, ByteList& value) {
@@ -192,6 +203,10 @@ inline void encode(WireWriter& out, std::uint32_t value) {
 inline void encode(WireWriter& out, std::uint64_t value) {
   out.u32(static_cast<std::uint32_t>(value >> 32));
   out.u32(static_cast<std::uint32_t>(value));
+}
+template <std::size_t kCount>
+void encode(WireWriter& out, const std::array<std::uint32_t, kCount>& words) {
+  for (const std::uint32_t word : words) out.u32(word);
 }
 void encode(WireWriter& out, const ByteVector20& value);
 void encode(WireWriter& out, const ByteList& value);

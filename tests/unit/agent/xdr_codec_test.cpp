@@ -6,9 +6,9 @@
 
 #include <algorithm>
 
-#include "agent/procedures.h"
 #include "support/allocations.h"
 #include "support/wire_filler.h"
+#include "support/wire_peers.h"
 #include "support/xdr_streams.h"
 
 // The fuzz target is linked to this program. It ends it when a property does not hold.
@@ -21,8 +21,8 @@ namespace {
 template <class Function>
 void for_each_reply(Function function) {
   std::uint8_t number = 0;
-  for_each_procedure([&]<class Procedure>(const Procedure& procedure) {
-    SCOPED_TRACE(procedure.name);
+  for_each_procedure([&]<class Procedure>(const Procedure&, const auto& /*theirs*/) {
+    SCOPED_TRACE(Procedure::number);
     function.template operator()<typename Procedure::Result>(number++);
   });
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <iterator>
 #include <random>
@@ -31,6 +32,10 @@ class WireFiller {
   void fill(std::int32_t& value) { value = static_cast<std::int32_t>(random_()); }
   void fill(std::uint32_t& value) { value = static_cast<std::uint32_t>(random_()); }
   void fill(std::uint64_t& value) { value = random_(); }
+  template <std::size_t kCount>
+  void fill(std::array<std::uint32_t, kCount>& words) {
+    for (std::uint32_t& word : words) fill(word);
+  }
   void fill_bytes(auto first, auto last) {
     for (; first != last; ++first) *first = static_cast<std::uint8_t>(random_());
   }

@@ -1,6 +1,5 @@
-// The results of the procedures as rpcgen makes them: Peer<HostRowList> names the type that travels
-// as the same bytes, and its XDR routine. Which member is which is seen end to end, where the agent
-// fills in its names and the files show ours.
+// The results of the procedures as rpcgen makes them. Which member is which is seen end to end,
+// where the agent fills in its names and the files show ours.
 #pragma once
 
 #include <minitapd/tapd.h>
@@ -9,38 +8,40 @@
 
 namespace tally {
 
+// Theirs is the type that travels as the same bytes, and its XDR routine.
 template <class T>
-struct Peer;
+struct Theirs {
+  using Type = T;
+  bool_t (*xdr)(XDR*, T*);
+};
 
-#define WIRE_PEER(Ours, Theirs)                 \
-  template <>                                   \
-  struct Peer<Ours> {                           \
-    using Type = Theirs;                        \
-    static constexpr auto* xdr = &xdr_##Theirs; \
-  };
-
-WIRE_PEER(NullReply, int)
-WIRE_PEER(AgentSystemInfo, tapd_system_info)
-WIRE_PEER(HostControlReply, tapd_host_control_reply)
-WIRE_PEER(MatrixControlReply, tapd_matrix_control_reply)
-WIRE_PEER(PdistControlReply, tapd_pdist_control_reply)
-WIRE_PEER(NlControlReply, tapd_nl_control_reply)
-WIRE_PEER(SmonControlReply, tapd_smon_control_reply)
-WIRE_PEER(DsStatsControlReply, tapd_dsstats_control_reply)
-WIRE_PEER(DsPdistControlReply, tapd_dspdist_control_reply)
-WIRE_PEER(DsHostControlReply, tapd_dshost_control_reply)
-WIRE_PEER(HostRowList, tapd_host_rows)
-WIRE_PEER(MatrixRowList, tapd_matrix_rows)
-WIRE_PEER(PdistRowList, tapd_pdist_rows)
-WIRE_PEER(PdistTotalsReply, tapd_pdist_totals_reply)
-WIRE_PEER(NlHostRowList, tapd_nlhost_rows)
-WIRE_PEER(NlMatrixRowList, tapd_nlmatrix_rows)
-WIRE_PEER(VlanRowReply, tapd_vlan_row_reply)
-WIRE_PEER(PrioRowReply, tapd_prio_row_reply)
-WIRE_PEER(DsStatsRowReply, tapd_dsstats_row_reply)
-WIRE_PEER(DsPdistRowReply, tapd_dspdist_row_reply)
-WIRE_PEER(DsHostRowReply, tapd_dshost_row_reply)
-WIRE_PEER(DsMatrixRowReply, tapd_dsmatrix_row_reply)
-#undef WIRE_PEER
+// for_each_procedure calls a function with every procedure and what rpcgen makes of its result.
+template <class Function>
+void for_each_procedure(Function function) {
+  function(agent_null, Theirs{xdr_int});
+  function(agent_system_info, Theirs{xdr_tapd_system_info});
+  function(host_control_getnext, Theirs{xdr_tapd_host_control_reply});
+  function(host_table_get, Theirs{xdr_tapd_host_rows});
+  function(matrix_control_getnext, Theirs{xdr_tapd_matrix_control_reply});
+  function(matrix_table_get, Theirs{xdr_tapd_matrix_rows});
+  function(pdist_control_getnext, Theirs{xdr_tapd_pdist_control_reply});
+  function(pdist_table_get, Theirs{xdr_tapd_pdist_rows});
+  function(pdist_source_totals_get, Theirs{xdr_tapd_pdist_totals_reply});
+  function(nlhost_control_getnext, Theirs{xdr_tapd_nl_control_reply});
+  function(nlhost_table_get, Theirs{xdr_tapd_nlhost_rows});
+  function(nlmatrix_control_getnext, Theirs{xdr_tapd_nl_control_reply});
+  function(nlmatrix_table_get, Theirs{xdr_tapd_nlmatrix_rows});
+  function(vlan_control_getnext, Theirs{xdr_tapd_smon_control_reply});
+  function(vlan_table_get, Theirs{xdr_tapd_vlan_row_reply});
+  function(prio_control_getnext, Theirs{xdr_tapd_smon_control_reply});
+  function(prio_table_get, Theirs{xdr_tapd_prio_row_reply});
+  function(dsstats_control_getnext, Theirs{xdr_tapd_dsstats_control_reply});
+  function(dsstats_table_get, Theirs{xdr_tapd_dsstats_row_reply});
+  function(dspdist_control_getnext, Theirs{xdr_tapd_dspdist_control_reply});
+  function(dspdist_table_get, Theirs{xdr_tapd_dspdist_row_reply});
+  function(dshost_control_getnext, Theirs{xdr_tapd_dshost_control_reply});
+  function(dshost_table_get, Theirs{xdr_tapd_dshost_row_reply});
+  function(dsmatrix_table_get, Theirs{xdr_tapd_dsmatrix_row_reply});
+}
 
 }  // namespace tally
