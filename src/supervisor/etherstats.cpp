@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "agent/rate.h"
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
 #include "daemon/base/log.h"
@@ -87,7 +88,7 @@ void add_row(const EtherStatsRow& row, Schedule& schedule) {
 }
 
 // A counter that went down, wrapped or restarted, counts as 0 this time: on purpose there is no
-// correction. Quotients are taken in extended precision.
+// correction.
 DeltaRecord delta_record(const EtherStatsRecord& record, const EtherStatsSample& sample,
                          std::int32_t interval) {
   DeltaRecord delta = {};
@@ -100,7 +101,9 @@ DeltaRecord delta_record(const EtherStatsRecord& record, const EtherStatsSample&
     const auto count = static_cast<double>(sample.counters[i]);
     const double before = record.baseline[i];
     change[i] = count > before ? static_cast<long double>(count) - before : 0;
-    delta.rates[i] = static_cast<double>(change[i] / interval);
+    if (count > before) {
+      delta.rates[i] = rate_between(before, count, static_cast<std::uint32_t>(interval));
+    }
   }
   if (sample.speed != 0) {
     const long double used =

@@ -189,11 +189,14 @@ bool take_sample(std::uint32_t if_index, Sample& sample) {
   return true;
 }
 
-// A 32-bit counter that went down has wrapped; it is raised by 2^32 - 1, one too few: kept.
-double rate_of_32_bits(double prev, double last, long double seconds) {
-  constexpr long double kRaise = 0xFFFFFFFFU;
-  const long double now = last < prev ? last + kRaise : last;
-  return static_cast<double>((now - prev) / seconds);
+// A 32-bit counter that went down has wrapped; it is raised by 2^32 - 1, one too few: kept. If it
+// is still below `prev`, that was a 64-bit count, and the rate is negative.
+double rate_of_32_bits(double prev, double last, std::uint32_t seconds) {
+  constexpr std::uint32_t kRaise = 0xFFFFFFFF;
+  const Uint128 before = whole_count(prev);
+  const Uint128 now = whole_count(last) + (last < prev ? kRaise : 0);
+  return now >= before ? rate_of_change(now - before, seconds)
+                       : -rate_of_change(before - now, seconds);
 }
 
 // Percent of the speed in bits per second, 0 to 100.

@@ -1,5 +1,5 @@
-"""What must be in the files, computed anew: exact rational arithmetic, rounded as the daemon's
-processor rounds, and the merge of two samples, row by row."""
+"""What must be in the files, computed anew: exact rational arithmetic, rounded as the daemon rounds,
+and the merge of two samples, row by row."""
 import itertools
 from fractions import Fraction
 

@@ -27,14 +27,18 @@ for position, old in enumerate(COUNTS):
     for new in COUNTS:
         line(INTERVALS[(position + COUNTS.index(new) * 3) % len(INTERVALS)], old, new)
 line(10, 2**64 - 4096, 100)  # 419.6
+line(1, 2**64 - 4096, 103)  # odd sums go to a multiple of 4: up here, down with 101
 line(10, 10, 4)  # a reset is not divided
-# Where rounding once and rounding twice differ.
-found = 0
-while found < 8:
-    new, interval = random.getrandbits(53), random.choice([2049, 3601, 65521, 2**32 - 60])
-    if rounded(Fraction(new, interval), DOUBLE) != rate_of_new(new, interval):
+# Quotients so close beside the middle of two doubles that rounding once and rounding twice differ:
+# odd * interval = new * 2**53 +- 1, with an odd number of 54 bits for the middle. The tie then goes to the
+# wrong double if the interval is 3 modulo 4; 2051 is the first of these that is long enough.
+for interval in (2051, 3599, 65519, 2**31 + 3, 2**32 - 1):
+    for side in (1, -1):
+        odd = pow(interval, -1, 2**53) * side % 2**53 + 2**53
+        new = (odd * interval - side) // 2**53
+        assert rounded(Fraction(new, interval), DOUBLE) != rate_of_new(new, interval)
         line(interval, 0, new)
-        found += 1
+        line(interval, 2**64 - 2048, 4 * new - 2048)  # wraps, and has gone up by four times as much
 # Counts and intervals whose quotient is rounded once in any case.
 for bits in range(4, 54):
     new = random.getrandbits(bits)
