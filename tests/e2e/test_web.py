@@ -233,16 +233,27 @@ STATES = {
     "not late yet": (lambda: {"delta": header(0, 60, 80) + hosts(2)}, [], 2),
     "an hour": (lambda: {"delta": header(0, 3600) + hosts(2)}, ["The rates are means over 60 min"], 2),
     "clock set back": (lambda: {"delta": header(0, -5, -100) + hosts(2)}, ["ahead of the server's clock", "mean nothing"], 2),
-    "restarted": (lambda: {"delta": header(0) + hosts(2), "prev": header(0, 0, 60, 9000), "last": header(0, 0, 0, 5)},
+    "restarted": (lambda: {"delta": header(0) + hosts(2), "prev": header(0, 0, 60, 9000) + hosts(2, 1),
+                           "last": header(0, 0, 0, 5) + hosts(2, 2)},
                   ["The agent was restarted"], 2),
-    "up-time unknown": (lambda: {"delta": header(0) + hosts(2), "prev": header(0, 0, 60), "last": header(0, 0)},
+    "up-time unknown": (lambda: {"delta": header(0) + hosts(2), "prev": header(0, 0, 60) + hosts(2, 1),
+                                 "last": header(0, 0) + hosts(2, 2)},
                         ["cannot be told"], 2),
     "reset and new": (lambda: {"prev": header(0, 0, 60, 5) + host(1, 900) + host(2, 2.0**63) +
                                        host(4, 2.0**63 + 4096) + host(5, 1),
                                "last": header(0, 0, 0, 65) + host(1, 30) + host(2, 6) + host(3, 120) +
                                        host(4, 60) + host(5, 1),
                                "delta": header(0) + host(1, 30) + host(2, 6) + host(3, 2) + host(4, 1e17)},
-                      ["2 rows with a whole count", "1 row new since", "1 row without rates"], 4),
+                      ["2 rows with a whole count", "1 row not in the sample before", "1 row without rates"], 4),
+    "cut short": (lambda: {"prev": header(0, 0, 60, 5) + host(1, 1) + host(2, 1) + host(3, 1),
+                           "last": header(0, 0, 0, 65) + host(1, 7) + host(2, 7) + host(3, 1) + host(4, 0),
+                           "delta": header(0) + host(1, 0.1)}, ["Cut short: 1 row behind", "3 rows without rates"], 1),
+    "last cut short": (lambda: {"prev": header(0, 0, 60, 5) + host(1, 1) + host(2, 1),
+                                "last": header(0, 0, 0, 65) + host(1, 7), "delta": header(0) + host(1, 0.1)},
+                       ["The last sample is cut short: 1 row of the sample before"], 1),
+    "first sample cut short": (lambda: {"prev": header(0, 0, 60, 5), "last": header(0, 0, 0, 65) + hosts(98)[62 * 88:],
+                                        "delta": header(0) + hosts(98)[62 * 88:]},
+                               ["may have been cut short", "10 rows not in the sample before"], 10),
     "no number": (lambda: {"delta": header(0) + struct.pack("<6s7d", b"<b>\0\0\0", float("nan"), -1, 1, 1, 1, 1, 1)},
                   ["1 row with a rate that is negative or no number"], 1),
 }
@@ -310,9 +321,11 @@ def test_redraw_of_10000_rows(browser, server, files):
 
 def test_by_keyboard_and_on_a_phone(browser, server, files):
     """Order, columns and search without a mouse; what a screen reader is told; nothing sticks out of
-    a phone's screen; gauges of the interfaces."""
+    a phone's screen; gauges of the interfaces, of which one stood elsewhere in the sample before."""
     interfaces = [(1, 5, b"Gi1/1", 12.5, 100, *[3.0] * 10), (2, 5, b"Gi1/2", 0, 99.5, *[2.0] * 10)]
-    files(ifstats_delta=header(14) + b"".join(struct.pack("<II16s12d", *row) for row in interfaces))
+    rows = [struct.pack("<II16s12d", *row) for row in interfaces]
+    files(ifstats_prev=header(14, 0, 60) + rows[1] + rows[0], ifstats_last=header(14, 0) + rows[0] + rows[1],
+          ifstats_delta=header(14) + b"".join(rows))
     browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                             {"width": 360, "height": 740, "deviceScaleFactor": 2, "mobile": True})
     browser.execute_cdp_cmd("Emulation.setEmulatedMedia",
@@ -328,7 +341,7 @@ def test_by_keyboard_and_on_a_phone(browser, server, files):
         buttons = browser.find_elements(By.CSS_SELECTOR, "#grid thead button")
         for presses, order in ((1, "ascending"), (2, "descending")):
             buttons[0].send_keys(Keys.ENTER)
-            wait_for(browser, "#grid tbody th", [["1", "2"], ["2", "1"]][presses - 1])
+            wait_for(browser, "#grid tbody th", [["1 (new)", "2"], ["2", "1 (new)"]][presses - 1])
             assert browser.find_element(By.CSS_SELECTOR, "#grid thead th").get_attribute("aria-sort") == order
         browser.find_element(By.ID, "search").send_keys("gi1/2")
         wait_for(browser, "#grid tbody th", ["2"])

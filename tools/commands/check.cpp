@@ -20,6 +20,7 @@
 #include "daemon/base/settings.h"
 #include "pipe/pipe_writer.h"
 #include "probes/daemon_probe.h"
+#include "records/annotate.h"
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 #include "records/collection_name.h"
@@ -273,6 +274,9 @@ bool disabled(const SupervisorSettings& settings, std::uint32_t type) {
   });
 }
 
+constexpr const char* kKilled =
+    "the daemon was killed, or the machine went down, while it wrote: the next poll makes it anew";
+
 // Is there a last sample, and not one row in it?
 bool has_no_rows(const ToolPaths& paths, const Collection& collection) {
   if (!is_agent_type(collection.type)) return false;
@@ -291,7 +295,7 @@ void check_collections(const ToolPaths& paths, const SupervisorSettings& setting
   }
   for (const Collection& collection : collections) {
     const OpenFiles files = open_files(paths.data_directory, collection, FileKind::delta,
-                                       Samples::none, std::chrono::milliseconds{200});
+                                       Samples::both, std::chrono::milliseconds{200});
     const std::string name = title(collection);
     if (has_no_rows(paths, collection)) {
       report.add(Level::warning, name, "the agent has no rows for it",
@@ -310,6 +314,9 @@ void check_collections(const ToolPaths& paths, const SupervisorSettings& setting
       report.add(Level::problem, name, "the delta file: " + files.main.remark,
                  fmt::format("if it stays so, 'tallyctl create {}'", name));
       continue;
+    }
+    for (const FileNote& note : file_notes(files, {})) {
+      if (note.cut_short) report.add(Level::problem, name, note.text, kKilled);
     }
     const std::int64_t age = std::time(nullptr) - files.main.header.sample_time;
     const std::string rates =

@@ -52,7 +52,7 @@ Overview look_at(const ToolPaths& paths, const Collection& collection,
     if (kFileKinds[i] != FileKind::delta) continue;
     overview.interval = files.main.header.interval;
     overview.rates = files.main.count();
-    overview.notes = time_notes(files, annotate);
+    overview.notes = file_notes(files, annotate);
   }
   return overview;
 }

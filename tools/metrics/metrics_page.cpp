@@ -146,7 +146,7 @@ Gathered gather(const ToolPaths& paths, const Collection& collection,
     if (!files.main.good()) continue;
     if (kFileKinds[i] == FileKind::delta) {
       gathered.interval = files.main.header.interval;
-      gathered.notes = time_notes(files, annotate);
+      gathered.notes = file_notes(files, annotate);
     }
     if (kFileKinds[i] != gathered.source) continue;
     gathered.good = true;

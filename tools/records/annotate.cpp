@@ -18,6 +18,9 @@ constexpr std::size_t kMostNames = 65536;
 
 constexpr std::size_t kMovesTold = 5;
 
+// A table may well grow by a few rows at its end; by so many at once it hardly does.
+constexpr std::uint64_t kManyNewRows = 10;
+
 // A poll is late when it comes more than this after its time: the daemon counts whole seconds, and
 // a poll waits for the one before it.
 constexpr std::int32_t late_after(std::int32_t planned) {
@@ -30,6 +33,19 @@ constexpr double kSpeedLimit = 4294967295.0;
 // index_of returns the interface index that a record begins with.
 std::uint32_t index_of(const unsigned char* record) {
   return number_at(record);
+}
+
+// has_rate tells whether the daemon finds a rate other than 0 between two samples of a row;
+// `previous` is null for a new one. Not so where a counter was reset to 0: its "rate" is that 0.
+bool has_rate(const RecordLayout& layout, const unsigned char* last,
+              const unsigned char* previous) {
+  for (std::size_t i = layout.key_columns; i < layout.columns.size(); ++i) {
+    if (layout.columns[i].kind != ColumnKind::counter) continue;
+    const double now = value_of(layout, last, i);
+    const double before = previous == nullptr ? 0 : value_of(layout, previous, i);
+    if (now != before && now != 0) return true;
+  }
+  return false;
 }
 
 // same_name compares two names with their lengths, which stand before them.
@@ -79,16 +95,11 @@ void add_interval_note(const OpenFiles& files, const AnnotateOptions& options,
 
 }  // namespace
 
-std::vector<FileNote> time_notes(const OpenFiles& files, const AnnotateOptions& options) {
-  std::vector<FileNote> notes;
-  add_interval_note(files, options, notes);
-  add_restart_note(files, notes);
-  return notes;
-}
-
 const std::array<RowNoteText, kRowNoteCount>& row_note_texts() {
   static constexpr std::array<RowNoteText, kRowNoteCount> kTexts{{
-      {"new", "have no sample before: their whole count is spread over the interval"},
+      {"new",
+       "are not in the sample before, or not in their place: their whole count is spread over the "
+       "interval"},
       {"reset", "hold a raw count, not a rate: a counter went down since the sample before"},
       {"negative", "hold a rate below 0: counters of 64 and of 32 bits met"},
       {"above-speed", "are above the line speed, or were cut at 100 percent"},
@@ -138,13 +149,21 @@ void Annotator::read_names() {
 // previous_of gives the sample before of a row, as the daemon finds it: rows of the older sample
 // that sort before it are passed over. It must be called for each row in turn.
 const unsigned char* Annotator::previous_of(const unsigned char* last) {
+  if (prev_row_found_) pass_previous();
   while (prev_row_ != nullptr) {
     const int order = compare_keys(*samples_, prev_row_, last);
+    prev_row_found_ = order == 0;
     if (order == 0) return prev_row_;
     if (order > 0) return nullptr;
-    prev_row_ = prev_->next();
+    pass_previous();
   }
   return nullptr;
+}
+
+void Annotator::pass_previous() {
+  if (!prev_row_found_) ++vanished_;
+  prev_row_found_ = false;
+  prev_row_ = prev_->next();
 }
 
 RowNotes Annotator::compare_names(const unsigned char* last, const unsigned char* previous) {
@@ -193,6 +212,7 @@ RowNotes Annotator::compare(const unsigned char* shown, const unsigned char* las
                             const unsigned char* previous) {
   RowNotes notes = 0;
   if (previous == nullptr) notes |= kNewRow;
+  if (previous == nullptr && prev_row_ == nullptr) ++behind_;
   bool changed = previous == nullptr;
   for (std::size_t i = samples_->key_columns; previous != nullptr && i < samples_->columns.size();
        ++i) {
@@ -243,9 +263,52 @@ RowNotes Annotator::next(const unsigned char* record) {
   return notes;
 }
 
+// read_rest goes on to the ends of the samples, behind the last row that was given.
+void Annotator::read_rest() {
+  while (last_) {
+    const unsigned char* row = last_->next();
+    if (row == nullptr) break;
+    ++unchanged_;
+    if (has_rate(*samples_, row, previous_of(row))) ++missing_;
+  }
+  while (prev_row_ != nullptr) pass_previous();
+}
+
+// The daemon writes files from the front to the back, so what is missing when it is killed is the
+// end. It carries every row of the agent on from sample to sample; the supervisor's rows may go.
+void Annotator::add_cut_notes(std::vector<FileNote>& notes) const {
+  if (missing_ != 0) {
+    notes.push_back(
+        {"cut-short",
+         fmt::format("the file is cut short: {} rows changed behind its last one", missing_),
+         true});
+  }
+  if (lost_ != 0) {
+    notes.push_back(
+        {"not-in-sample",
+         fmt::format("{} rows are not in the last sample: it is cut short, or in another order",
+                     lost_),
+         true});
+  } else if (vanished_ != 0 && is_agent_type(files_.collection.type)) {
+    notes.push_back(
+        {"last-cut-short",
+         fmt::format("the last sample is cut short: {} rows of the sample before are not in it",
+                     vanished_),
+         true});
+  }
+  if (behind_ >= kManyNewRows && behind_ == counts_[std::countr_zero(RowNotes{kNewRow})]) {
+    notes.push_back({"prev-cut-short",
+                     "all new rows lie behind the end of the sample before: it may have been cut "
+                     "short, and their rates are whole counts"});
+  }
+}
+
 std::vector<FileNote> Annotator::finish() {
-  std::vector<FileNote> notes = time_notes(files_, options_);
-  while (last_ && last_->next() != nullptr) ++unchanged_;
+  std::vector<FileNote> notes;
+  add_interval_note(files_, options_, notes);
+  add_restart_note(files_, notes);
+  read_rest();
+  add_cut_notes(notes);
   if (!files_.unmatched.empty()) {
     notes.push_back({"not-compared",
                      fmt::format("rows are not compared with the samples: {}", files_.unmatched)});
@@ -262,12 +325,14 @@ std::vector<FileNote> Annotator::finish() {
         row_note_texts()[static_cast<std::size_t>(std::countr_zero(RowNotes{kUnchanged}))];
     notes.push_back({code, fmt::format("{} more rows of the last sample {}", unchanged_, meaning)});
   }
-  if (lost_ != 0) {
-    notes.push_back(
-        {"not-in-sample",
-         fmt::format("{} rows are not in the last sample, or in another order", lost_)});
-  }
   return notes;
+}
+
+std::vector<FileNote> file_notes(const OpenFiles& files, const AnnotateOptions& options) {
+  Annotator annotator(files, options);
+  Records records = files.main.records();
+  while (const unsigned char* record = records.next()) (void)annotator.next(record);
+  return annotator.finish();
 }
 
 }  // namespace tally

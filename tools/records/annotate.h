@@ -46,15 +46,13 @@ std::string row_note_codes(RowNotes notes, const char* separator);
 struct FileNote {
   const char* code;
   std::string text;
+  bool cut_short = false;  // rows are missing that were there
 };
 
 struct AnnotateOptions {
   std::optional<std::int32_t> planned_interval;  // seconds, from the preferences
   double line_speed = 0;  // bits per second of the source of an agent's rows; 0: unknown
 };
-
-// time_notes returns the notes about the file that need no rows: interval, restart.
-std::vector<FileNote> time_notes(const OpenFiles& files, const AnnotateOptions& options);
 
 // Annotator is given every row of `files.main`, in order.
 class Annotator {
@@ -70,6 +68,9 @@ class Annotator {
 
  private:
   const unsigned char* previous_of(const unsigned char* last);
+  void pass_previous();
+  void read_rest();
+  void add_cut_notes(std::vector<FileNote>& notes) const;
   const unsigned char* last_of(const unsigned char* shown, const unsigned char*& previous);
   RowNotes compare(const unsigned char* shown, const unsigned char* last,
                    const unsigned char* previous);
@@ -84,12 +85,19 @@ class Annotator {
   std::optional<Records> last_;
   std::optional<Records> prev_;
   const unsigned char* prev_row_ = nullptr;
+  bool prev_row_found_ = false;  // it has a row in the last sample
   std::optional<std::size_t> name_column_;
   std::unordered_map<std::string, std::uint32_t> names_before_;
   std::vector<std::string> moves_;  // the first few, in words
   std::uint64_t lost_ = 0;          // rows without a row in the last sample
   std::uint64_t unchanged_ = 0;     // rows of the last sample that are not in the delta file
+  std::uint64_t missing_ = 0;       // those of them, behind the last row, that should be
+  std::uint64_t vanished_ = 0;      // rows of the older sample without a row in the last one
+  std::uint64_t behind_ = 0;        // new rows that sort behind the whole of the older sample
   std::array<std::uint64_t, kRowNoteCount> counts_{};
 };
+
+// file_notes returns the notes about the file, for those who show no rows.
+std::vector<FileNote> file_notes(const OpenFiles& files, const AnnotateOptions& options);
 
 }  // namespace tally

@@ -52,6 +52,21 @@ export class Table {
     return this.bytes.subarray(at, at + width);
   }
 
+  // compare orders a row and one of another table of the type as the daemon does: negative, 0 or
+  // positive.
+  compare(row, other, otherRow) {
+    const here = this.start(row), there = other.start(otherRow);
+    for (const offset of this.layout.order ?? []) {
+      const difference = this.view.getUint32(here + offset, true) - other.view.getUint32(there + offset, true);
+      if (difference !== 0) return difference;
+    }
+    for (let at = 0; !this.layout.order && at < this.layout.keySize; at++) {
+      const difference = this.bytes[here + at] - other.bytes[there + at];
+      if (difference !== 0) return difference;
+    }
+    return 0;
+  }
+
   // text writes one value for people.
   text(row, column) {
     const before = () => this.view.getUint32(this.start(row) + column.offset - 4, true);

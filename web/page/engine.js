@@ -11,7 +11,7 @@
 //                   taken, by which the page knows which table that is
 import { decode } from "./delta.js";
 import { LAYOUTS } from "./layouts.js";
-import { marksOf } from "./samples.js";
+import { marksOf, NO_MARKS } from "./samples.js";
 import { History } from "./series.js";
 
 const CHARTED = 5;
@@ -52,7 +52,7 @@ function answer() {
 function marks(samples) {
   const prev = samples && decode(samples.prev, layout).table;
   const last = samples && decode(samples.last, layout).table;
-  return prev && last ? marksOf(table, prev, last) : { marks: new Map(), raw: 0, fresh: 0 };
+  return prev && last ? marksOf(table, prev, last) : NO_MARKS;
 }
 
 // countFlaws counts the rows that stand at 100 %, and those with rates that are none.

@@ -74,6 +74,10 @@ const TYPES = [
      ifOutDiscards:rate ifInErrors:rate ifOutErrors:rate`],
 ];
 
+// Offsets of the numbers by which rows are sorted and matched; those of other types are compared byte
+// by byte, the whole key.
+const ORDER = { pdist: [4], vlan: [0], prio: [0], dsstats: [0], dspdist: [0, 4], supvlan: [0], ifstats: [0] };
+
 function layoutOf([code, stem, title, rankName, text]) {
   let offset = 0;
   const columns = text.split(/\s+/).map((field, number) => {
@@ -85,6 +89,7 @@ function layoutOf([code, stem, title, rankName, text]) {
   return {
     code, stem, title, columns,
     size: offset,
+    order: ORDER[stem],
     keySize: columns.find((column) => column.isRate).offset,
     shown: columns.filter((column) => column.kind !== "length"),
     rates: columns.filter((column) => column.isRate),

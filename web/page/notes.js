@@ -13,6 +13,9 @@ const late = (interval) => interval * 1.5 + 5;
 const DEFAULT_INTERVAL = 60;
 const expected = ({ usual, header }) => usual || Math.max(header.interval, DEFAULT_INTERVAL);
 
+// A table may well grow by a few rows at its end; by so many at once it hardly does.
+const MANY_NEW = 10;
+
 // Each note: its weight ("bad" is wrong, "warn" changes what the rates mean, "info"), when it holds,
 // and its text. All get the same facts:
 //   file, last, prev   of the listing, undefined when there is none; files is the number of them
@@ -24,7 +27,7 @@ const expected = ({ usual, header }) => usual || Math.max(header.interval, DEFAU
 //   kept               rows of an earlier sample are on show
 //   full               rows with a utilisation of 100
 //   odd                rows with a rate that is negative or no number
-//   raw, fresh         rows that were reset, and new ones: see samples.js
+//   raw, fresh, behind, missing, lost, vanished   numbers of rows: see samples.js
 //   silent             rows of the last sample that have no rates
 const NOTES = [
   ["bad", (f) => f.file?.error, (f) => `${f.file.name} cannot be read: ${f.file.error}.`],
@@ -63,12 +66,20 @@ const NOTES = [
     () => "The agent's up-time is not known: whether it was restarted between the samples cannot be told."],
   ["info", (f) => f.header && f.last?.header && f.last.header.time > f.header.time && !f.file?.writing,
     (f) => `There is a newer sample, of ${moment(f.last.header.time)}, without rates: the poll is still going on, or its rates could not be written.`],
+  ["bad", (f) => f.missing > 0,
+    (f) => `Cut short: ${count(f.missing, "row")} behind the last one changed and should be here. tallyd was killed while it wrote; the next poll makes the file anew.`],
+  ["bad", (f) => f.lost > 0,
+    (f) => `The last sample is cut short, or in another order: ${count(f.lost, "row")} of these are not in it.`],
+  ["bad", (f) => f.vanished > 0 && !f.lost && LAYOUTS.get(f.stem).code <= 10,
+    (f) => `The last sample is cut short: ${count(f.vanished, "row")} of the sample before are not in it.`],
+  ["warn", (f) => f.behind >= MANY_NEW && f.behind === f.fresh,
+    () => "All new rows lie behind the end of the sample before: it may have been cut short, and their rates are whole counts."],
   ["warn", (f) => f.full > 0,
     (f) => `${count(f.full, "row")} at 100 %, where utilisation is cut off: the true one may have been more than the line is said to carry.`],
   ["warn", (f) => f.raw > 0,
     (f) => `${count(f.raw, "row")} with a whole count in place of a rate: a counter fell, so it was reset. They are marked.`],
   ["info", (f) => f.fresh > 0,
-    (f) => `${count(f.fresh, "row")} new since the sample before: the rate is the whole count over the interval. They are marked.`],
+    (f) => `${count(f.fresh, "row")} not in the sample before, or not in their place there: the rate is the whole count over the interval. They are marked.`],
   ["info", (f) => f.prev?.size + f.last?.size > MAX_SAMPLES,
     () => "The samples are too large to be fetched with every poll: which rows are new or were reset is not looked at."],
   ["info", (f) => f.silent > 0,

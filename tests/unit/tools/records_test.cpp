@@ -160,6 +160,8 @@ std::string interface(std::uint32_t index, std::string name, double speed, doubl
 TEST(Annotate, TellsWhatTheSamplesShow) {
   const double top = 18446744073709549568.0;  // the largest count
   const std::string rows = vlan(1, 2) + vlan(2, 7) + vlan(4, 1) + vlan(5, 5);
+  std::string many;
+  for (std::uint32_t id = 1; id <= 10; ++id) many += vlan(id, 60);
   const struct {
     const char* what;
     FileHeader header;  // of the last sample; the one before is of 1000
@@ -174,7 +176,38 @@ TEST(Annotate, TellsWhatTheSamplesShow) {
        rows,
        vlan(1, 130) + vlan(2, 7) + vlan(3, 9) + vlan(4, 60) + vlan(5, 2),
        vlan(0, 1) + vlan(1, 10) + vlan(2, 90) + vlan(3, 9) + vlan(5, top),
-       {"", "reset", "new", "", "new", "reset", "unchanged"}},
+       {"", "reset", "new", "", "last-cut-short", "new", "reset", "unchanged"}},
+      {"the delta file is cut short: 3 stands still, 4 fell to 0, 5 is new and 0",
+       {0, 600, 1060, kVlan},
+       vlan(1, 2),
+       vlan(1, 130) + vlan(3, 9) + vlan(4, 0) + vlan(5, 0) + vlan(6, 10),
+       vlan(1, 10) + vlan(3, 9) + vlan(4, 9),
+       {"", "cut-short", "unchanged"}},
+      {"none of it is missing",
+       {0, 600, 1060, kVlan},
+       vlan(1, 2),
+       vlan(1, 130) + vlan(3, 9) + vlan(4, 0) + vlan(5, 0),
+       vlan(1, 10) + vlan(3, 9) + vlan(4, 9),
+       {"", "unchanged"}},
+      {"the last sample is cut short",
+       {0, 600, 1060, kVlan},
+       vlan(1, 2),
+       vlan(1, 130),
+       vlan(1, 10) + vlan(2, 5),
+       {"", "last-cut-short"}},
+      {"the first sample was cut short",
+       {0, 600, 1060, kVlan},
+       many,
+       many,
+       "",
+       {"new", "new", "new", "new", "new", "new", "new", "new", "new", "new", "prev-cut-short",
+        "new"}},
+      {"discovered in another order, and two went down",
+       {0, 0, 1060, kIfStats},
+       interface(1, "a", 0, 10),
+       interface(1, "a", 0, 600),
+       interface(2, "b", 0, 5) + interface(3, "c", 0, 5) + interface(1, "a", 0, 600),
+       {"new", "new"}},
       {"a restart; late",
        {0, 3, 1067, kVlan},
        "",
@@ -191,7 +224,7 @@ TEST(Annotate, TellsWhatTheSamplesShow) {
        rows,
        vlan(1, 130) + vlan(9, 9),
        vlan(1, 10),
-       {"", "", "", "", "unchanged", "not-in-sample"}},
+       {"", "", "", "", "not-in-sample", "unchanged"}},
       {"interfaces that got other names and numbers",
        {0, 0, 1060, kIfStats},
        interface(1, "a", 8, 10) + interface(2, "b", 100, 1000) + interface(3, "d", 0, 5) +
