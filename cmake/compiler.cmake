@@ -1,12 +1,9 @@
-# Optimisation, warnings and sanitizers that every target of the project is built with. Link
+# Warnings and sanitizers that every target of the project is built with. Link
 # `tally_options` to get the warnings; generated code (rpcgen) does not.
-
-# What is shipped keeps its debug symbols. -O3 unrolls and vectorises the rows of counters.
-set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O3 -g -DNDEBUG" CACHE STRING "" FORCE)
 
 # Options of what runs once, the tests and the reading of command lines: optimising it takes longer
 # than it ever runs. What the tests link against is optimised as it is shipped.
-set(TALLYD_RUNS_ONCE "$<$<CONFIG:RelWithDebInfo>:-O0>")
+set(TALLYD_RUNS_ONCE "$<$<CONFIG:Release,RelWithDebInfo>:-O0>")
 if(TALLYD_SANITIZE)
   set(TALLYD_RUNS_ONCE -O0)
 endif()

@@ -1,0 +1,46 @@
+# What the tests need beyond what the programs need.
+
+# The system's Python before any other: the modules come as packages of the system.
+find_program(TALLYD_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
+find_program(TALLYD_PYTHON python3)
+mark_as_advanced(TALLYD_PYTHON)
+
+# tests_need(RESULT TESTS [FOUND package...] [PROGRAMS program...] [MODULES python-module...])
+#
+# Sets RESULT to whether all of it is there. Where something is missing the tests (a text for people)
+# have to be left out, and the configuration says so; with CI=true in the environment it fails, because
+# nobody reads warnings there. A package counts when find_package or pkg_check_modules has found it.
+function(tests_need result tests)
+  cmake_parse_arguments(NEED "" "" "FOUND;PROGRAMS;MODULES" ${ARGN})
+  set(missing "")
+  foreach(package IN LISTS NEED_FOUND)
+    if(NOT ${package}_FOUND)
+      list(APPEND missing ${package})
+    endif()
+  endforeach()
+  foreach(program IN LISTS NEED_PROGRAMS)
+    find_program(TALLYD_PROGRAM_${program} ${program})
+    mark_as_advanced(TALLYD_PROGRAM_${program})
+    if(NOT TALLYD_PROGRAM_${program})
+      list(APPEND missing ${program})
+    endif()
+  endforeach()
+  foreach(module IN LISTS NEED_MODULES)
+    execute_process(COMMAND ${TALLYD_PYTHON} -c "import importlib.util, sys; sys.exit(not importlib.util.find_spec('${module}'))"
+      RESULT_VARIABLE status)
+    if(NOT status EQUAL 0)
+      list(APPEND missing "Python module ${module}")
+    endif()
+  endforeach()
+  if(missing)
+    list(JOIN missing ", " missing)
+    set(severity WARNING)
+    if("$ENV{CI}" STREQUAL "true")
+      set(severity FATAL_ERROR)
+    endif()
+    message(${severity} "Left out: ${tests}. Missing: ${missing}. `scripts/install-deps test` installs what tests need.")
+    set(${result} OFF PARENT_SCOPE)
+  else()
+    set(${result} ON PARENT_SCOPE)
+  endif()
+endfunction()
