@@ -1,6 +1,7 @@
 """The documents, believed to the letter: what they have people type is typed, what they show is what comes."""
 import json
 import os
+import pathlib
 import re
 import struct
 import subprocess
@@ -24,10 +25,14 @@ def page(name):
     return (REPOSITORY / "docs" / name).read_text(encoding="utf-8")
 
 
+def blocks(path):
+    """The fenced blocks of a page, with their languages."""
+    return re.findall(r"^ *```(.*?)\n(.*?)^ *```$", path.read_text(encoding="utf-8"), re.DOTALL | re.MULTILINE)
+
+
 def examples(name, language=""):
     """The fenced blocks of a page that are in this language."""
-    found = re.findall(r"^```(\w*)\n(.*?)^```$", page(name), re.DOTALL | re.MULTILINE)
-    return [text for of, text in found if of == language]
+    return [text for of, text in blocks(REPOSITORY / "docs" / name) if of == language]
 
 
 def example(name, contents, language=""):
@@ -54,25 +59,56 @@ def leave_nothing():
         path.unlink(missing_ok=True)
 
 
-# What must be seen when the tutorial is typed in, in this order.
-SEEN = ("pdist 1  interval", '"row_count":', "protocol_tag,protocolDirLocalIndex", "last sample", "running, process",
-        "answers at", "protocolDistStatsPkts", "tallyd_pdist_packets_total{")
+# Blocks of the language "sh" are commands. A second word says from which state on they work, and so who runs
+# them: without one they are typed in the sandbox, see TYPED.
+STATES = {"": "", "clone": "scripts/bare", "installed": "packaging/test-packages", "packages": "packaging/test-packages",
+          "test": "scripts/test"}
+COMMAND = re.compile(r"^\s*(scripts/|cmake |ctest |tallyctl |minitapd |printf |apt|dpkg|systemctl|service |install |cp )", re.MULTILINE)
+
+COUNTING = example("tutorial.md", "minitapd --interface", "sh")  # a daemon, and an agent with something to count
+
+# Page, what must have been typed before, what is typed in place of something endless or out of reach, what must
+# be typed afterwards, and what must be seen, in this order.
+TYPED = [
+    ("tutorial.md", "", {}, "", (
+        "pdist 1  interval", '"row_count":', "protocol_tag,protocolDirLocalIndex", "last sample", "running, process",
+        "answers at", "protocolDistStatsPkts", "tallyd_pdist_packets_total{")),
+    ("../README.md", COUNTING, {"watch host 1": "watch host 1 --count 2", "tallyctl check": "tallyctl check || true"}, "tallyctl stop", (
+        "host 1  interval", '"row_count":', "running, process", "answers at")),
+    ("settings.md", "", {}, "tallyctl status --json || tallyctl check || true", ('"planned_interval": 30', "10.0.0.2")),
+    ("fleet.md", COUNTING, {
+        "tallyctl metrics --listen": "ip address add 192.0.2.17 dev lo\ntimeout --preserve-status 1 tallyctl metrics --listen",
+        "/var/lib/prometheus/node-exporter": "/tmp"}, "tallyctl stop; cat /tmp/tallyd.prom", ("192.0.2.17:9912", "tallyd_up 1")),
+]
 
 
-def test_tutorial(log):
-    blocks = examples("tutorial.md", "sh")
-    assert len(blocks) == 6
+@pytest.mark.parametrize("name, before, edits, after, seen", TYPED, ids=[page for page, *_ in TYPED])
+def test_commands(log, name, before, edits, after, seen):
+    script = "\n".join([before, *examples(name, "sh"), after])
     build = program("TALLYD_BIN", "src/tallyd").removesuffix("/src/tallyd")
-    script = "".join(blocks).replace("$PWD/build/release", build)
-    seen = run("bash", "-e", "-c", f"trap 'kill $(jobs -p)' EXIT\n{script}", cwd=REPOSITORY,
-               env=dict(os.environ, TERM="dumb"))
+    for typed, instead in edits.items():
+        assert typed in script, "the page has changed"
+        script = script.replace(typed, instead)
+    script = script.replace("$PWD/build/", f"{build}/")
+    told = run("bash", "-e", "-o", "pipefail", "-c", f"exec 2>&1\ntrap 'kill $(jobs -p) 2>/dev/null || true' EXIT\n{script}", cwd=REPOSITORY,
+               env=dict(os.environ, TERM="dumb", PATH=f"{build}/tools:{os.environ['PATH']}"))
     at = 0
-    for text in SEEN:
-        at = seen.find(text, at)
-        assert at >= 0, f"{text} missing: {seen}"
+    for text in seen:
+        at = told.find(text, at)
+        assert at >= 0, f"{text} missing: {told}"
     assert not PIPE.exists()
-    log.wait("Terminating tallyd.")
     log.take_all()
+
+
+def test_all_commands_are_run():
+    for path in (REPOSITORY / "README.md", *(REPOSITORY / "docs").iterdir()):
+        for language, text in blocks(path) if path.suffix == ".md" else ():
+            kind, _, state = language.partition(" ")
+            if kind == "sh":
+                assert state or path.name in {pathlib.Path(name).name for name, *_ in TYPED}, text
+                assert f"sh {state}" in (REPOSITORY / (STATES[state] or "README.md")).read_text(), state
+            else:
+                assert not COMMAND.search(text), f"{path.name}: who runs this? {text}"
 
 
 def test_collection_files():
@@ -97,15 +133,6 @@ def test_control_pipe(pipe):
     writer, = examples("control-pipe.md", "python")
     run(sys.executable, "-c", writer.replace("time.sleep(10)", "time.sleep(0.01)"))
     assert os.read(pipe, 1000) == control.message(control.CREATE, 0, 5) + 10 * control.message(control.VIEWING, 0, 5)
-
-
-def test_settings():
-    for database in (PREFERENCES, NMP_SETTINGS):
-        database.unlink(missing_ok=True)
-    for block in examples("settings.md"):
-        run("bash", "-e", "-o", "pipefail", "-c", block)
-    assert json.loads(run(TALLYCTL, "status", "--json", status=3))["planned_interval"] == 30  # nothing runs
-    assert "10.0.0.2" in run(TALLYCTL, "check", status=1)
 
 
 def test_supervisor_request():
