@@ -8,6 +8,7 @@
 #include "daemon/base/log.h"
 #include "files/file_format.h"
 #include "files/file_lock.h"
+#include "files/finished_file.h"
 
 namespace tally {
 namespace {
@@ -29,12 +30,12 @@ bool advance(RecordCache& cache, std::uint32_t record_size) {
 class DeltaMerge {
  public:
   DeltaMerge(const DeltaRoutines& routines, RecordCache& last, RecordCache& prev,
-             RecordCache& delta, std::int32_t interval)
-      : routines_(routines), last_(last), prev_(prev), delta_(delta), interval_(interval) {}
+             RecordCache& delta, const FileHeader& header)
+      : routines_(routines), last_(last), prev_(prev), delta_(delta), header_(header) {}
 
   bool run() {
     if (!filebuf_fill(last_, routines_.record_size)) return fail(15);
-    if (last_.count == 0) return flush();
+    if (last_.count == 0) return finish();
     if (!filebuf_fill(prev_, routines_.record_size)) return fail(16);
     while (last_.count != 0) {
       int order = -1;  // without a prev row left, every last row is new
@@ -46,23 +47,23 @@ class DeltaMerge {
       if (!is_new && !advance(prev_, routines_.record_size)) return fail(19);
       if (!advance(last_, routines_.record_size)) return fail(20);
     }
-    return flush();
+    return finish();
   }
 
  private:
   bool put(const RecordCache* prev) {
     static unsigned char out[kFilebufSize];
-    return routines_.make_delta(last_, prev, out, interval_) <= 0 ||
+    return routines_.make_delta(last_, prev, out, header_.interval) <= 0 ||
            filebuf_put(delta_, out, routines_.record_size) == 1;
   }
 
-  bool flush() { return filebuf_flush(delta_) == 1 || fail(21); }
+  bool finish() { return finish_file(delta_, header_.sample_time) == 1 || fail(21); }
 
   const DeltaRoutines& routines_;
   RecordCache& last_;
   RecordCache& prev_;
   RecordCache& delta_;
-  std::int32_t interval_;
+  const FileHeader& header_;
 };
 
 bool write_delta(const char* last_path, const char* prev_path, const char* delta_path,
@@ -94,8 +95,8 @@ bool write_delta(const char* last_path, const char* prev_path, const char* delta
   }
   const std::int32_t interval = seconds_between(prev_header.sample_time, last_header.sample_time);
   const FileHeader delta_header{interval, 0, last_header.sample_time, last_header.type};
-  if (!filebuf_put(delta, &delta_header, sizeof delta_header)) return fail(12);
-  return DeltaMerge(routines, last, prev, delta, interval).run();
+  if (!begin_file(delta, delta_header)) return fail(12);
+  return DeltaMerge(routines, last, prev, delta, delta_header).run();
 }
 
 }  // namespace
@@ -103,7 +104,7 @@ bool write_delta(const char* last_path, const char* prev_path, const char* delta
 int create_delta_file(const char* last_path, const char* prev_path, const char* delta_path,
                       const DeltaRoutines& routines, RecordCache& last) {
   if (write_delta(last_path, prev_path, delta_path, routines, last)) return 1;
-  std::remove(delta_path);  // a delta file of old must not pass for this one
+  std::remove(delta_path);  // an older delta file must not pass for this one
   return 0;
 }
 

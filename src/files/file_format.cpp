@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 
 #include "daemon/base/collection_types.h"
 #include "daemon/base/log.h"
@@ -17,6 +18,10 @@ namespace tally {
 namespace {
 
 constexpr char kExtension[] = ".bin";
+
+UniqueFd open_to_read(const char* path) {
+  return UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+}
 
 }  // namespace
 
@@ -84,14 +89,25 @@ void remove_collection_files(std::uint32_t type, std::uint32_t index) {
 // For want of descriptors or rights a sample may be there and out of reach.
 PreviousSample set_sample_aside(const CollectionPaths& paths) {
   if (access(paths.last.text, F_OK) != 0 && errno == ENOENT) return PreviousSample::none;
-  const bool moved =
-      file_exists(paths.last.text) && std::rename(paths.last.text, paths.prev.text) == 0;
-  return moved ? PreviousSample::kept : PreviousSample::stuck;
+  {
+    const UniqueFd last = open_to_read(paths.last.text);
+    if (last.get() < 1) return PreviousSample::stuck;
+    FileHeader header{};
+    const ssize_t got = retry_interrupted([&] { return read(last.get(), &header, sizeof header); });
+    if (got == 0 || (got == sizeof header && header.sample_time == 0)) {
+      log_debug("%s was never finished; the sample before it is used.", paths.last.text);
+      return file_exists(paths.prev.text) ? PreviousSample::kept : PreviousSample::none;
+    }
+  }
+  return std::rename(paths.last.text, paths.prev.text) == 0 ? PreviousSample::kept
+                                                            : PreviousSample::stuck;
 }
 
 void restore_sample(const CollectionPaths& paths) {
   std::remove(paths.last.text);
-  std::rename(paths.prev.text, paths.last.text);
+  if (std::rename(paths.prev.text, paths.last.text) != 0 && errno != ENOENT) {
+    log_warning("Unable to put the sample %s back: %s", paths.prev.text, std::strerror(errno));
+  }
 }
 
 bool delta_file_exists(std::uint32_t type, std::uint32_t index) {
@@ -104,8 +120,7 @@ bool read_file_header(int fd, FileHeader& header) {
 }
 
 bool file_exists(const char* path) {
-  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
-  return file.get() >= 1;  // descriptor 0 counts as absent: kept
+  return open_to_read(path).get() >= 1;  // descriptor 0 counts as absent: kept
 }
 
 }  // namespace tally

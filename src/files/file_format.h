@@ -27,7 +27,7 @@ enum class FileKind { prev, last, delta };
 struct FileHeader {
   std::int32_t interval;     // delta: seconds between the samples, may be negative; else 0
   std::uint32_t up_time;     // last, prev: the agent's up-time, 0 when unknown; delta: 0
-  std::int32_t sample_time;  // seconds since the epoch, of the (last) sample
+  std::int32_t sample_time;  // seconds since the epoch, of the (last) sample; 0: not finished
   std::uint32_t type;        // collection type code
 };
 static_assert(sizeof(FileHeader) == 16);
@@ -71,10 +71,14 @@ std::optional<CollectionFile> collection_of_file(std::string_view name);
 void remove_collection_files(std::uint32_t type, std::uint32_t index);
 
 // set_sample_aside makes the last file of a collection its prev file, before a new sample is taken.
+// A last file that a killed process left unfinished is passed over (logs): the sample before it is
+// the prev file already, or there is none.
+//
 // restore_sample takes that back after a failure, in place of whatever is the last file by then.
+// Logs when the sample cannot be put back.
 enum class PreviousSample {
-  none,   // there is no last file
-  kept,   // it is the prev file now
+  none,   // there is no sample
+  kept,   // the newest whole one is the prev file now
   stuck,  // it cannot be opened or renamed and was left where it is: no new one may be written
 };
 [[nodiscard]] PreviousSample set_sample_aside(const CollectionPaths& paths);

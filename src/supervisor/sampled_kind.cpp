@@ -6,6 +6,7 @@
 #include "daemon/base/log.h"
 #include "files/file_format.h"
 #include "files/file_lock.h"
+#include "files/finished_file.h"
 
 namespace tally {
 namespace {
@@ -20,9 +21,9 @@ bool write_sample(const SampledKind& kind, const char* last_path, RecordCache& c
   if (!file) return false;  // the system has no text for this
   filebuf_init(cache, file.get());
   const FileHeader header{0, 0, now_seconds(), kind.type};
-  if (!filebuf_put(cache, &header, sizeof header)) return fail(kind.header_failed);
+  if (!begin_file(cache, header)) return fail(kind.header_failed);
   if (!kind.upload(cache)) return fail(kind.upload_failed);
-  return filebuf_flush(cache) == 1 || fail(kind.flush_failed);
+  return finish_file(cache, header.sample_time) == 1 || fail(kind.flush_failed);
 }
 
 }  // namespace

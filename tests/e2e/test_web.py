@@ -227,6 +227,7 @@ STATES = {
     "empty": (lambda: {"delta": b""}, ["The file is empty"], 0),
     "half a header": (lambda: {"delta": header(0)[:9]}, ["Half written: 9 of the 16"], 0),
     "half a record": (lambda: {"delta": header(0) + hosts(2)[:-1]}, ["Half written: 61 bytes behind"], 0),
+    "unfinished": (lambda: {"delta": struct.pack("<iIiI", 15, 0, 0, 0) + hosts(2)}, ["Not finished"], 0),
     "foreign": (lambda: {"delta": header(1) + hosts(2)}, ["The header says type 1 (matrix)"], 0),
     "late": (lambda: {"delta": header(0, 60, 120) + hosts(2)},
              ["Late: the sample is 2 min old, and one is expected every 60 s"], 2),

@@ -129,7 +129,8 @@ std::optional<FileStamp> stamp_of(const std::string& path) {
 
 const char* file_state_code(FileState state) {
   constexpr const char* kCodes[] = {"good",  "absent",       "unreadable",   "being-written",
-                                    "empty", "short-header", "foreign-type", "foreign-size"};
+                                    "empty", "short-header", "foreign-type", "foreign-size",
+                                    "unfinished"};
   return kCodes[static_cast<std::size_t>(state)];
 }
 
@@ -162,6 +163,11 @@ void judge(OpenFile& file, std::uint32_t type, FileKind kind) {
               fmt::format("its {} octets are not 16 + n x {}: it is cut, or half written; the next "
                           "poll makes it anew",
                           size, file.layout->size));
+  }
+  if (file.header.sample_time == 0) {
+    return is(FileState::unfinished,
+              "it was never finished: a full disk or the daemon's end broke it off; the next poll "
+              "makes it anew");
   }
   is(FileState::good, {});
 }

@@ -45,6 +45,7 @@ enum class FileState {
   short_header,  // fewer than 16
   foreign_type,  // the header names another type
   foreign_size,  // the records are not a whole number of the type's records
+  unfinished,    // whoever wrote it did not get to the end: see files/finished_file.h
 };
 
 // file_state_code returns the state as one word, for programs: "good", "being-written", ...

@@ -6,6 +6,7 @@ import * as text from "./text.js";
 //   absent       there is no such file
 //   empty        no byte: opened for writing, or given up
 //   half         not a whole header, or not a whole number of records
+//   unfinished   whoever wrote it did not get to the end: the time is written last
 //   foreign      the header names another type than the file's name does
 //   header-only  a header and no record
 //   rows
@@ -23,6 +24,7 @@ export function decode(buffer, layout) {
   if (header.code !== layout.code) return { state: "foreign", header };
   const extra = (buffer.byteLength - HEADER_SIZE) % layout.size;
   if (extra !== 0) return { state: "half", header, extra };
+  if (header.time === 0) return { state: "unfinished" };
   const table = new Table(buffer, layout, header);
   return { state: table.count === 0 ? "header-only" : "rows", header, table };
 }
