@@ -9,12 +9,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <new>
 #include <utility>
 
 #include "agent/wire_stream.h"
 #include "daemon/base/paths.h"
+#include "daemon/base/stop.h"
 #include "files/unique_fd.h"
 
 namespace tally {
@@ -22,17 +22,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long a read or a connect sleeps in its own system call. Nearly every answer comes sooner,
-// which spares a poll(2); an interrupt, which only poll(2) sees, waits for it.
-constexpr std::chrono::milliseconds kSleep{250};
-
 // Connection makes the calls over libtirpc's record stream, whose reads and writes are its own.
 class Connection final : public AgentClient {
  public:
-  Connection(const sockaddr_in& address, std::chrono::milliseconds most, const Interrupt* interrupt)
+  Connection(const sockaddr_in& address, std::chrono::milliseconds most)
       : address_(address),
         most_(most),
-        interrupt_(interrupt),
         xid_(static_cast<std::uint32_t>(Clock::now().time_since_epoch().count())) {}
   ~Connection() override { close_stream(); }
   Connection(const Connection&) = delete;
@@ -41,7 +36,7 @@ class Connection final : public AgentClient {
   // begin starts the time of a call, and connects when there is no connection. False when none can
   // be had.
   bool begin() {
-    if (lost_ || (interrupt_ && interrupt_->raised())) return false;
+    if (lost_ || stopping()) return false;
     deadline_ = Clock::now() + most_;
     untouched_ = true;
     if (socket_) return true;
@@ -107,16 +102,15 @@ class Connection final : public AgentClient {
   }
 
   // Waits until the socket is ready for an event. False once the time of the call at hand is over,
-  // or somebody interrupts.
+  // or the process is about to end.
   bool await(short event) {
     untouched_ = false;
     for (;;) {
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
-      if (left.count() <= 0) return false;
-      pollfd ready[] = {{socket_.get(), event, 0},
-                        {interrupt_ ? interrupt_->descriptor() : -1, POLLIN, 0}};
-      const int result = poll(ready, std::size(ready), static_cast<int>(left.count()));
-      if (result > 0) return ready[1].revents == 0;
+      if (left.count() <= 0 || stopping()) return false;
+      pollfd ready{socket_.get(), event, 0};
+      const int result = poll(&ready, 1, static_cast<int>(std::min(left, kStopCheck).count()));
+      if (result > 0) return true;
       if (result < 0 && errno != EINTR) return false;
     }
   }
@@ -140,8 +134,10 @@ class Connection final : public AgentClient {
            getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
   }
 
+  // How long a connect, and the first read of a call, sleep in their own system call. Nearly every
+  // answer comes sooner, which spares a poll(2).
   bool set_sleep(int option) const {
-    const std::chrono::microseconds sleep = std::min(most_, kSleep);
+    const std::chrono::microseconds sleep = std::min(most_, kStopCheck);
     const timeval time{0, sleep.count()};
     return setsockopt(socket_.get(), SOL_SOCKET, option, &time, sizeof time) == 0;
   }
@@ -198,7 +194,6 @@ class Connection final : public AgentClient {
 
   const sockaddr_in address_;
   const std::chrono::milliseconds most_;
-  const Interrupt* const interrupt_;
   UniqueFd socket_;    // none before the first call, and when the last one was given up
   bool lost_ = false;  // the agent has closed the connection
   std::uint32_t xid_;
@@ -223,15 +218,14 @@ bool resolve(const char* host, sockaddr_in& address) {
 }  // namespace
 
 std::unique_ptr<AgentClient> agent_connect(const sockaddr_in& address,
-                                           std::chrono::milliseconds most,
-                                           const Interrupt* interrupt) {
-  std::unique_ptr<Connection> client(new (std::nothrow) Connection(address, most, interrupt));
+                                           std::chrono::milliseconds most) {
+  std::unique_ptr<Connection> client(new (std::nothrow) Connection(address, most));
   return client && client->begin() ? std::move(client) : nullptr;
 }
 
-std::unique_ptr<AgentClient> agent_connect(const char* host, const Interrupt* interrupt) {
+std::unique_ptr<AgentClient> agent_connect(const char* host) {
   sockaddr_in address{};
-  return resolve(host, address) ? agent_connect(address, kCallTimeout, interrupt) : nullptr;
+  return resolve(host, address) ? agent_connect(address) : nullptr;
 }
 
 }  // namespace tally

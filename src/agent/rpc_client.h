@@ -11,8 +11,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "daemon/base/interrupt.h"
-
 namespace tally {
 
 inline constexpr std::uint32_t AGENT_PROGRAM = 99999;
@@ -41,15 +39,14 @@ class AgentClient {
 };
 
 // agent_connect connects to the agent at an address, for calls that last no longer than `most`.
-// Null when that fails or takes too long, and when memory runs out. An interrupt must outlive the
-// client; once it is raised, the call at hand fails within a quarter of a second and every later
-// one at once.
+// Null when that fails or takes too long, and when memory runs out. When the process is about to
+// end (daemon/base/stop.h), the call at hand fails within a quarter of a second and every later one
+// at once.
 std::unique_ptr<AgentClient> agent_connect(const sockaddr_in& address,
-                                           std::chrono::milliseconds most = kCallTimeout,
-                                           const Interrupt* interrupt = nullptr);
+                                           std::chrono::milliseconds most = kCallTimeout);
 
 // The same with the agent on `host`, a dotted IPv4 address or the name of an IPv4 host, and
 // AGENT_PORT; no port mapper is asked.
-std::unique_ptr<AgentClient> agent_connect(const char* host, const Interrupt* interrupt = nullptr);
+std::unique_ptr<AgentClient> agent_connect(const char* host);
 
 }  // namespace tally

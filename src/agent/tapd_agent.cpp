@@ -20,7 +20,7 @@ const CollectionOps& agent_type_ops(std::uint32_t type) {
 
 bool TapdAgent::connect() {
   client_.reset();  // closes the dead connection
-  client_ = agent_connect(kAgentHost, interrupt_);
+  client_ = agent_connect(kAgentHost);
   return client_ != nullptr;
 }
 

@@ -15,9 +15,6 @@ const CollectionOps& agent_type_ops(std::uint32_t type);
 // TapdAgent connects to the agent of the appliance.
 class TapdAgent final : public Agent {
  public:
-  // An interrupt, which must outlive the agent, ends what its calls wait for.
-  explicit TapdAgent(const Interrupt* interrupt = nullptr) : interrupt_(interrupt) {}
-
   bool connect() override;
   bool check_connection() override;
   std::uint32_t up_time() override;
@@ -25,7 +22,6 @@ class TapdAgent final : public Agent {
   const CollectionOps& ops(std::uint32_t type) const override { return agent_type_ops(type); }
 
  private:
-  const Interrupt* const interrupt_;
   std::unique_ptr<AgentClient> client_;
 };
 

@@ -1,6 +1,7 @@
 #include "daemon/control_pipe.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,6 +50,24 @@ int ControlPipe::wait(std::int32_t seconds) {
     log_debug("%s", std::strerror(error));
   }
   return result;
+}
+
+// tee(2) copies what waits into a pipe of our own. Whole messages are told apart as read() will.
+bool ControlPipe::terminate_waits() const {
+  int waiting = 0;
+  if (ioctl(fd_.get(), FIONREAD, &waiting) != 0 || waiting == 0) return false;
+  int ends[2];
+  if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return false;
+  const UniqueFd out(ends[0]);
+  const UniqueFd in(ends[1]);
+  if (tee(fd_.get(), in.get(), static_cast<std::size_t>(waiting), SPLICE_F_NONBLOCK) <= 0) {
+    return false;
+  }
+  ControlMessage message;
+  while (::read(out.get(), &message, sizeof message) == sizeof message) {
+    if (message.type == static_cast<std::uint32_t>(MessageType::terminate)) return true;
+  }
+  return false;
 }
 
 ControlPipe::Read ControlPipe::read(ControlMessage& message) {

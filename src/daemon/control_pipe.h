@@ -32,6 +32,9 @@ class ControlPipe {
   // read; 0: the time has passed; -1: error (logs).
   int wait(std::int32_t seconds);
 
+  // terminate_waits tells whether a terminate message waits in the pipe. Nothing is taken out.
+  bool terminate_waits() const;
+
   // read reads one message. Bytes that are not a whole one are dropped.
   [[nodiscard]] Read read(ControlMessage& message);
 

@@ -11,6 +11,7 @@
 #include "agent/tapd_agent.h"
 #include "daemon/base/log.h"
 #include "daemon/base/settings.h"
+#include "daemon/base/stop.h"
 #include "daemon/control_pipe.h"
 #include "daemon/main_loop.h"
 #include "daemon/messages.h"
@@ -33,15 +34,19 @@ constexpr unsigned kAgentHeadStart = 2;  // seconds in which the poll task may r
 // Everything from the control pipe on: what happens here, the pipe is removed in the end.
 int serve(ControlPipe& pipe, Registry& registry) {
   if (!pipe.make()) return -1;
+  watch_for_stop([](void* where) { return static_cast<ControlPipe*>(where)->terminate_waits(); },
+                 &pipe);
   sleep(kAgentHeadStart);
   const std::int32_t refresh = read_interval();
   registry.set_interval(refresh == 0 ? kDefaultInterval : refresh);
   scan_control_tables(registry);
   for (SupervisorKind& kind : supervisor_kinds()) {
-    if (kind.enabled) kind.poll_at_once();
+    if (kind.enabled && !stopping()) kind.poll_at_once();
   }
   registry.re_sort();
-  return run_main_loop(pipe, registry);
+  const int status = run_main_loop(pipe, registry);
+  watch_for_stop(nullptr, nullptr);
+  return status;
 }
 
 [[noreturn]] void run() {

@@ -9,11 +9,11 @@ namespace tally {
 
 int run_main_loop(ControlPipe& pipe, Registry& registry) {
   for (;;) {
-    const auto timeout = next_timeout(supervisor_kinds(), now_seconds());
+    const auto timeout = next_timeout(supervisor_kinds(), schedule_seconds());
     const int ready = pipe.wait(timeout.value_or(-1));
     if (ready < 0) continue;  // an interrupted wait is not fatal
     if (ready == 0) {
-      poll_due_kinds(supervisor_kinds(), now_seconds(), registry.interval());
+      poll_due_kinds(supervisor_kinds(), schedule_seconds(), registry.interval());
       continue;
     }
     ControlMessage message;

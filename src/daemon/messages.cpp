@@ -6,6 +6,7 @@
 #include "daemon/base/collection_types.h"
 #include "daemon/base/log.h"
 #include "daemon/base/paths.h"
+#include "daemon/base/stop.h"
 #include "daemon/supervisor_kinds.h"
 #include "files/file_format.h"
 #include "supervisor/supclient.h"
@@ -14,6 +15,7 @@ namespace tally {
 namespace {
 
 void msg_terminate(Registry& registry) {
+  stop();  // the poll task may be waiting for the agent with the registry locked
   registry.free_all();
   for (SupervisorKind& kind : supervisor_kinds()) kind.clean_up();
 }
@@ -39,7 +41,7 @@ void view_kind(SupervisorKind& kind, std::int32_t interval) {
     log_debug("%s", kind.view_discarded_text);
     return;
   }
-  const std::int32_t now = now_seconds();
+  const std::int32_t now = schedule_seconds();
   note_viewing(kind.schedule, now, interval);
   if (kind.schedule.next_due > now && delta_file_exists(kind.type, 0)) return;
   const std::int32_t previous_poll = kind.schedule.last_poll;
@@ -60,7 +62,7 @@ void view_collection(Registry& registry, std::uint32_t type, std::uint32_t index
       return;
     }
     lock.retake();
-    const std::int32_t now = now_seconds();
+    const std::int32_t now = schedule_seconds();
     note_viewing(record->schedule, now, registry.interval());
     if (!delta_file_exists(type, index)) record->schedule.next_due = now;
     registry.unlink(*record);
@@ -104,7 +106,7 @@ void create_collection(Registry& registry, std::uint32_t type, std::uint32_t ind
     lock.retake();
     remove_collection_files(type, index);
     record->schedule.last_poll = 0;
-    record->schedule.next_due = now_seconds();
+    record->schedule.next_due = schedule_seconds();
   }
   registry.re_sort();
   registry.wake_poll_task();

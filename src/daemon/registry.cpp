@@ -1,10 +1,12 @@
 #include "daemon/registry.h"
 
+#include <chrono>
 #include <new>
 
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 #include "files/file_format.h"
 
 namespace tally {
@@ -42,7 +44,7 @@ CollectionRecord* sort_chain(CollectionRecord* chain) {
 // The analysis cannot follow a lock that find() may give up: to it the lock is held until the end
 // of the scope. `held_` is the truth, and nothing is ever unlocked twice.
 RegistryLock::RegistryLock(Registry& registry) : registry_(registry) {
-  registry_.mutex_.lock();
+  registry_.take();
 }
 
 RegistryLock::~RegistryLock() TALLY_NO_ANALYSIS {
@@ -51,7 +53,7 @@ RegistryLock::~RegistryLock() TALLY_NO_ANALYSIS {
 
 void RegistryLock::retake() TALLY_NO_ANALYSIS {
   if (held_) return;
-  registry_.mutex_.lock();
+  registry_.take();
   held_ = true;
 }
 
@@ -60,6 +62,18 @@ void RegistryLock::release() TALLY_NO_ANALYSIS {
   registry_.publish();
   held_ = false;
   registry_.mutex_.unlock();
+}
+
+void Registry::take() TALLY_NO_ANALYSIS {
+  for (;;) {
+    timespec until;
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_nsec += std::chrono::nanoseconds(kStopCheck).count();
+    until.tv_sec += until.tv_nsec / 1'000'000'000;
+    until.tv_nsec %= 1'000'000'000;
+    if (mutex_.lock_by(until)) return;
+    (void)stopping();  // the holder is told and lets go soon
+  }
 }
 
 void Registry::reset() {
@@ -102,7 +116,7 @@ CollectionRecord* Registry::new_collection(std::uint32_t type, std::uint32_t ind
   }
   record->type = type;
   record->index = index;
-  record->schedule.last_viewed = now_seconds();
+  record->schedule.last_viewed = schedule_seconds();
   record->schedule.next_due = record->schedule.last_viewed;
   remove_collection_files(type, index);
   insert_in_order(*record);
@@ -178,14 +192,14 @@ void Registry::begin_pass() {
 unsigned Registry::sweep(std::int32_t interval,
                          const std::function<bool(const CollectionRecord&)>& poll) {
   unsigned polled = 0;
-  const std::int32_t now = now_seconds();
+  const std::int32_t now = schedule_seconds();
   const RegistryLock lock(*this);
   // Due times change on the way and the list is sorted afterwards only: the records that were
   // polled are told by their flag.
   for (CollectionRecord* record = head_.next; record; record = record->next) {
     Schedule& schedule = record->schedule;
     if ((schedule.flags & kPolledInThisPass) != 0) continue;
-    if (schedule.next_due > now) break;
+    if (schedule.next_due > now || stopping()) break;
     plan_next_poll(schedule, now, interval);
     const bool go_on = poll(*record);
     schedule.flags |= kPolledInThisPass;

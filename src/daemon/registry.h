@@ -86,6 +86,10 @@ class Registry final : public DueList, public Adopter {
   // No collection, in earliest_due_.
   static constexpr std::int64_t kNoCollection = std::numeric_limits<std::int64_t>::min();
 
+  // take waits for the lock. The poll task may hold it for as long as a slow agent takes; the main
+  // thread, while it waits here, sees a terminate message that waits in the pipe.
+  void take() TALLY_ACQUIRE(mutex_);
+
   void sort() TALLY_REQUIRES(mutex_);
 
   // publish makes the due time of the first record known to those who do not hold the lock.

@@ -5,6 +5,7 @@
 
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
+#include "daemon/base/stop.h"
 #include "files/file_format.h"
 #include "supervisor/etherstats.h"
 #include "supervisor/ifstats.h"
@@ -55,7 +56,7 @@ void SupervisorKind::poll(std::int32_t now, std::int32_t previous_poll) const {
 }
 
 void SupervisorKind::poll_at_once() {
-  const std::int32_t now = now_seconds();
+  const std::int32_t now = schedule_seconds();
   const std::int32_t previous_poll = schedule.last_poll;
   poll(now, previous_poll);
   if (seconds_between(previous_poll, now) >= 1) schedule.last_poll = now;
@@ -87,7 +88,7 @@ std::optional<std::int32_t> next_timeout(std::span<const SupervisorKind> of, std
 
 void poll_due_kinds(std::span<SupervisorKind> of, std::int32_t now, std::int32_t interval) {
   for (SupervisorKind& kind : of) {
-    if (!kind.enabled || now < kind.schedule.next_due) continue;
+    if (!kind.enabled || now < kind.schedule.next_due || stopping()) continue;
     const std::int32_t previous_poll = kind.schedule.last_poll;
     plan_next_poll(kind.schedule, now, interval);
     kind.refresh_rows();

@@ -1,5 +1,8 @@
 #include "daemon/threads.h"
 
+#include <cstring>
+
+#include "daemon/base/log.h"
 #include "files/poll_task.h"
 
 namespace tally {
@@ -20,7 +23,8 @@ ThreadEntry& poll_task_entry() {
 
 void start_threads() {
   for (ThreadEntry* entry = thread_table; entry->routine; ++entry) {
-    (void)pthread_create(&entry->thread, nullptr, entry->routine, entry);
+    const int error = pthread_create(&entry->thread, nullptr, entry->routine, entry);
+    if (error != 0) log_warning("Unable to start the poll task: %s", std::strerror(error));
   }
 }
 

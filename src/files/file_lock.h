@@ -1,6 +1,8 @@
 // Opening and locking the collection files.
 #pragma once
 
+#include <chrono>
+
 #include "files/unique_fd.h"
 
 namespace tally {
@@ -10,11 +12,16 @@ namespace tally {
 // link is not followed, and a FIFO does not block. The result may be empty (errno tells why).
 [[nodiscard]] UniqueFd open_file(const char* path, int flags);
 
+// A reader that never lets go of its shared lock must not stop the daemon: it is waited for as long
+// as a call to the agent.
+inline constexpr std::chrono::seconds kLockTimeout{25};
+
 // FileLock holds an exclusive flock for a scope; readers take a shared one.
 class FileLock {
  public:
-  // Waits for the lock. locked() is false when it failed.
-  explicit FileLock(int fd);
+  // Waits for the lock, up to `most`. locked() is false when it was not to be had, or when the
+  // process is about to end (daemon/base/stop.h).
+  explicit FileLock(int fd, std::chrono::milliseconds most = kLockTimeout);
   ~FileLock();
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;

@@ -9,8 +9,10 @@
 
 #include "daemon/base/clock.h"
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 #include "files/file_format.h"
 #include "files/file_lock.h"
+#include "files/finished_file.h"
 
 namespace tally {
 namespace {
@@ -19,14 +21,21 @@ namespace {
 class Merge {
  public:
   Merge(const CollectionOps& ops, RecordCache& prev, RecordCache& last, RecordCache& delta,
-        std::uint32_t interval)
-      : ops_(ops), prev_(prev), last_(last), delta_(delta), interval_(interval) {}
+        std::uint32_t interval, std::int32_t sample_time)
+      : ops_(ops),
+        prev_(prev),
+        last_(last),
+        delta_(delta),
+        interval_(interval),
+        sample_time_(sample_time) {}
 
-  // run merges everything and flushes. False when a put or a flush failed (logs).
+  // run merges everything and finishes both files. False when a put or a flush failed (logs), or
+  // when the agent's rows were broken off because the process is about to end.
   bool run(RowIterator& rows) {
     const unsigned char* before = filebuf_getnext(prev_, ops_.record_size);
     const unsigned char* now = ops_.rpc_getnext(rows);
     while (before || now) {
+      if (!now && stopping()) return false;
       const int order = !now ? -1 : !before ? 1 : ops_.compare(before, now);
       if (order < 0) {
         if (!carry_forward(before, !now)) return false;
@@ -40,7 +49,7 @@ class Merge {
         now = ops_.rpc_getnext(rows);
       }
     }
-    return flush();
+    return !stopping() && finish();
   }
 
  private:
@@ -105,12 +114,12 @@ class Merge {
     return true;
   }
 
-  bool flush() {
-    if (!filebuf_flush(last_)) {
+  bool finish() {
+    if (!finish_file(last_, sample_time_)) {
       log_debug("poll_coll_delta: Error flushing last file.");
       return false;
     }
-    if (!filebuf_flush(delta_)) {
+    if (!finish_file(delta_, sample_time_)) {
       log_debug("poll_coll_delta: Error flushing delta file.");
       return false;
     }
@@ -122,6 +131,7 @@ class Merge {
   RecordCache& last_;
   RecordCache& delta_;
   std::uint32_t interval_;
+  std::int32_t sample_time_;
   unsigned char spare_[kMaxRecordSize];
 };
 
@@ -137,7 +147,7 @@ bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const
   RecordCache cache;
   filebuf_init(cache, last.get());
   const FileHeader header{0, agent.up_time(), now_seconds(), collection.type};
-  if (!filebuf_put(cache, &header, sizeof header)) {
+  if (!begin_file(cache, header)) {
     log_debug("poll_tapd_collection: Error writing header.");
     return false;
   }
@@ -145,7 +155,8 @@ bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const
     log_debug("poll_tapd_collection: Error uploading collection.");
     return false;
   }
-  if (!filebuf_flush(cache)) {
+  if (stopping()) return false;  // its rows may have been broken off
+  if (!finish_file(cache, header.sample_time)) {
     log_debug("poll_tapd_collection: Error flusing buffer.");
     return false;
   }
@@ -192,12 +203,12 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
   const std::int32_t now = now_seconds();
   const std::int32_t interval = seconds_between(previous.sample_time, now);
   const FileHeader last_header{0, agent.up_time(), now, collection.type};
-  if (!filebuf_put(last, &last_header, sizeof last_header)) {
+  if (!begin_file(last, last_header)) {
     log_warning("poll_coll_delta: Error writing header to last file.");
     return 0;
   }
   const FileHeader delta_header{interval, 0, now, collection.type};
-  if (!filebuf_put(delta, &delta_header, sizeof delta_header)) {
+  if (!begin_file(delta, delta_header)) {
     log_warning("poll_coll_delta: Error writing header to delta file.");
     return 0;
   }
@@ -208,7 +219,7 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
   rows.client = &agent.client();
   // A clock that was set back gives a negative interval. As a divisor it is an unsigned number:
   // rates fall to almost nothing until the next poll.
-  Merge merge(ops, prev, last, delta, static_cast<std::uint32_t>(interval));
+  Merge merge(ops, prev, last, delta, static_cast<std::uint32_t>(interval), now);
   return merge.run(rows) ? 1 : 0;
 }
 

@@ -39,11 +39,7 @@ bool connect_patiently(Agent& agent) {
 void wait_until_due(ThreadEntry& entry, const DueList& collections) {
   const MutexLock lock(entry.mutex);
   if (const auto due = collections.earliest_due()) {
-    // Counted from now: 32-bit times end before the clock does.
-    timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    const std::time_t left = std::time_t{*due} - whole_seconds(now);
-    entry.condition.wait_until(entry.mutex, CLOCK_REALTIME, timespec{now.tv_sec + left, 0});
+    entry.condition.wait_until(entry.mutex, monotonic_time(*due));
   } else {
     entry.condition.wait(entry.mutex);
   }
@@ -56,8 +52,7 @@ void wait_for_retry(ThreadEntry& entry) {
   clock_gettime(CLOCK_MONOTONIC, &tried);
   {
     const MutexLock lock(entry.mutex);
-    entry.condition.wait_until(entry.mutex, CLOCK_MONOTONIC,
-                               timespec{tried.tv_sec + kRetryPause, tried.tv_nsec});
+    entry.condition.wait_until(entry.mutex, timespec{tried.tv_sec + kRetryPause, tried.tv_nsec});
   }
   const timespec earliest{tried.tv_sec + kShortestRetryPause, tried.tv_nsec};
   clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &earliest, nullptr);

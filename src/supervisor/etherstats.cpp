@@ -13,6 +13,7 @@
 #include "files/file_format.h"
 #include "files/file_lock.h"
 #include "files/filebuf.h"
+#include "files/finished_file.h"
 #include "supervisor/query.h"
 #include "supervisor/row_list.h"
 #include "supervisor/supclient.h"
@@ -81,7 +82,7 @@ void add_row(const EtherStatsRow& row, Schedule& schedule) {
   remove_collection_files(kEtherStats, row.index);
   if (const auto sample = etherstats_sample(record->etherStatsIndex, record->ifIndex)) {
     set_baseline(*record, *sample);
-    schedule.last_poll = now_seconds();
+    schedule.last_poll = schedule_seconds();
   } else {
     log_debug("Error getting etherstats baseline");
   }
@@ -116,8 +117,8 @@ DeltaRecord delta_record(const EtherStatsRecord& record, const EtherStatsSample&
 }
 
 bool write_records(RecordCache& cache, std::int32_t now, std::int32_t interval) {
-  const FileHeader header{interval, 0, now, kEtherStats};
-  if (!filebuf_put(cache, &header, sizeof header)) return fail(8);
+  const FileHeader header{interval, 0, time_of_day(now), kEtherStats};
+  if (!begin_file(cache, header)) return fail(8);
   for (EtherStatsRecord& record : rows) {
     if ((record.flags & kRowPolled) == 0) continue;
     const auto sample = etherstats_sample(record.etherStatsIndex, record.ifIndex);
@@ -129,7 +130,7 @@ bool write_records(RecordCache& cache, std::int32_t now, std::int32_t interval) 
     if (!filebuf_put(cache, &delta, sizeof delta)) return fail(10);
     set_baseline(record, *sample);
   }
-  if (filebuf_flush(cache)) return true;
+  if (finish_file(cache, header.sample_time)) return true;
   log_debug("Error 8 polling collection.");
   return false;
 }
@@ -138,7 +139,7 @@ bool write_records(RecordCache& cache, std::int32_t now, std::int32_t interval) 
 
 void reset_etherstats(Schedule& schedule) {
   rows.clear();
-  reset_times(schedule, now_seconds());
+  reset_times(schedule, schedule_seconds());
   schedule.flags = 0;
 }
 

@@ -219,7 +219,7 @@ constexpr SampledKind kIfStatsKind = {
 
 void reset_ifstats(Schedule& schedule) {
   rows.clear();
-  reset_times(schedule, now_seconds());
+  reset_times(schedule, schedule_seconds());
 }
 
 std::uint32_t refresh_ifstats_rows(Schedule& /*schedule*/) {

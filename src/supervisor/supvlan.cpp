@@ -129,7 +129,7 @@ constexpr SampledKind kSupVlanKind = {
 
 void reset_supvlan(Schedule& schedule) {
   rows.clear();
-  reset_times(schedule, now_seconds());
+  reset_times(schedule, schedule_seconds());
   schedule.flags = 0;
 }
 

@@ -18,6 +18,7 @@
 #define TALLY_REQUIRES(...) TALLY_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define TALLY_EXCLUDES(...) TALLY_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define TALLY_ACQUIRE(...) TALLY_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define TALLY_TRY_ACQUIRE(...) TALLY_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define TALLY_RELEASE(...) TALLY_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define TALLY_NO_ANALYSIS TALLY_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
@@ -32,6 +33,10 @@ class TALLY_CAPABILITY("mutex") Mutex {
   Mutex& operator=(const Mutex&) = delete;
 
   void lock() TALLY_ACQUIRE() { pthread_mutex_lock(&mutex_); }
+  // lock_by waits for the lock until CLOCK_MONOTONIC shows `when`. False: it was not to be had.
+  bool lock_by(const timespec& when) TALLY_TRY_ACQUIRE(true) {
+    return pthread_mutex_clocklock(&mutex_, CLOCK_MONOTONIC, &when) == 0;
+  }
   void unlock() TALLY_RELEASE() { pthread_mutex_unlock(&mutex_); }
 
  private:
@@ -51,8 +56,8 @@ class TALLY_SCOPED_CAPABILITY MutexLock {
   Mutex& mutex_;
 };
 
-// Condition waits on a Mutex that the caller holds. Spurious returns happen. Absolute times count
-// on `clock`: CLOCK_REALTIME follows steps of the clock, CLOCK_MONOTONIC does not.
+// Condition waits on a Mutex that the caller holds. Spurious returns happen. Absolute times are
+// those of CLOCK_MONOTONIC.
 class Condition {
  public:
   constexpr Condition() = default;
@@ -60,8 +65,8 @@ class Condition {
   Condition& operator=(const Condition&) = delete;
 
   void wait(Mutex& mutex) TALLY_REQUIRES(mutex) { pthread_cond_wait(&condition_, &mutex.mutex_); }
-  void wait_until(Mutex& mutex, clockid_t clock, const timespec& when) TALLY_REQUIRES(mutex) {
-    pthread_cond_clockwait(&condition_, &mutex.mutex_, clock, &when);
+  void wait_until(Mutex& mutex, const timespec& when) TALLY_REQUIRES(mutex) {
+    pthread_cond_clockwait(&condition_, &mutex.mutex_, CLOCK_MONOTONIC, &when);
   }
   void signal() { pthread_cond_signal(&condition_); }
 

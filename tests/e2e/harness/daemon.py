@@ -29,7 +29,7 @@ ERROR_STATUS = 255  # what the shell sees of -1
 
 def environment(traced=False):
     # Leaks cannot be looked for in a process that is being traced.
-    options = f"log_path={REPORTS}/tallyd:detect_leaks={int(not traced)}"
+    options = f"log_path={REPORTS}/tallyd:detect_leaks={int(not traced)}:verify_asan_link_order=0"
     return dict(os.environ, ASAN_OPTIONS=options, UBSAN_OPTIONS=options + ":print_stacktrace=1",
                 TSAN_OPTIONS=options)
 

@@ -147,7 +147,7 @@ TEST_F(RegistryTest, AdoptsOnceAndTellsWhenItCannot) {
 }
 
 TEST_F(RegistryTest, SweepsWhatIsDueOnceAPass) {
-  const std::int32_t now = now_seconds();
+  const std::int32_t now = schedule_seconds();
   CollectionRecord* viewed = add(1, now - 10);
   viewed->schedule = {now - 30, 0, now - 10, kViewed};
   CollectionRecord* left = add(2, now - 5);

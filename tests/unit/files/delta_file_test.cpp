@@ -5,11 +5,14 @@
 #include <thread>
 
 #include "files/file_format.h"
+#include "files/file_lock.h"
 #include "files/sample_rows.h"
 #include "support/syslog_capture.h"
 
 namespace tally {
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr std::uint32_t kRecord = 60;
 std::string delta_path;  // for the routines, which get no context
@@ -118,15 +121,16 @@ TEST_F(DeltaFileTest, OpensBeforeItEmpties) {
 
 TEST_F(DeltaFileTest, LeavesTheOldFileToAReaderWithALock) {
   write(header(7), header(8) + record({1, 1}, kRecord));
-  write_file(delta_path, "of old");
+  write_file(delta_path, "older");
   std::future<int> created;
   {
     const UniqueFd reader = open_file(delta_path.c_str(), O_RDONLY);
     ASSERT_EQ(flock(reader.get(), LOCK_SH), 0);
+    const UniqueFd writer = open_file(delta_path.c_str(), O_WRONLY);
+    EXPECT_FALSE(FileLock(writer.get(), 30ms).locked());
     created = std::async(std::launch::async, [this] { return create(); });
-    while (read_file("/proc/locks").find("-> FLOCK") == std::string::npos)
-      std::this_thread::yield();
-    EXPECT_EQ(read_file(delta_path), "of old");
+    EXPECT_EQ(created.wait_for(100ms), std::future_status::timeout);
+    EXPECT_EQ(read_file(delta_path), "older");
   }
   EXPECT_EQ(created.get(), 1);
   EXPECT_EQ(read_file(delta_path), header() + record({1, 1}, kRecord));

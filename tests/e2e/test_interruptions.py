@@ -1,0 +1,138 @@
+"""Polls that somebody breaks off or puts off: a terminate message, a kill, a reader, the clock."""
+import fcntl
+import pathlib
+import signal
+import struct
+import time
+
+import pytest
+
+from harness import control, processes, settings
+from harness.agent import CONTROL, ROWS, SYSTEM_INFO
+from harness.collection import Collection, next_second
+from harness.daemon import CALL, STARTED, injected
+from harness.files import HOST, MATRIX
+from harness.kinds import VLANS, Kind
+from harness.samples import HOSTS, LATER, records
+from harness.supervisor import vlan_row
+from harness.syslog import DEBUG, WARNING
+
+PAIR = (1, (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3))
+ZERO_INTERVAL = "host_calc_delta() found a 0-length interval."
+LOCK_FAILED = (WARNING, "poll_coll_delta: Error locking delta file.")
+
+
+@pytest.mark.parametrize("procedure", [ROWS["host"], SYSTEM_INFO, CONTROL["host"], None], ids=[
+    "row call", "up-time call", "control scan", "reader's lock"])
+def test_terminate(procedure, own_daemon, agent, log):
+    """Whatever the daemon waits for, and although another message waits for the poll, it ends."""
+    scan = procedure == CONTROL["host"]  # the main thread's own; all others are the poll task's
+    settings.refresh(3600 if scan else 2)
+    agent.serve(host=HOSTS)
+    own_daemon.start()
+    log.expect(*STARTED)
+    collection = Collection(own_daemon, HOST)
+    collection.create()
+    collection.poll()
+    with open(HOST.path(1, "delta"), "rb") as reader:
+        if procedure is None:
+            fcntl.flock(reader, fcntl.LOCK_SH)
+        agent.serve(host=LATER, faults=[{"procedure": procedure, "action": "no_answer"}] if procedure else ())
+        control.send(control.RESCAN if scan else control.VIEWING, HOST.code, 1)
+        if procedure:
+            processes.wait_until(lambda: agent.calls(procedure))
+        else:
+            processes.wait_until(lambda: HOST.path(1, "delta").stat().st_size == 0)
+        sample = HOST.path(1, "last" if scan else "prev").read_bytes()
+        control.send(control.VIEWING, 0, 99)
+        control.send(control.TERMINATE)
+        assert own_daemon.exit_status(timeout=CALL - 10) == 0
+    log.wait("Terminating tallyd.", WARNING)
+    log.take_all()
+    assert HOST.path(1, "last").read_bytes() == sample
+
+
+def test_reader_that_never_lets_go(own_daemon, agent, log):
+    """The poll is given up after the time of a call; the others are polled, and messages are served."""
+    settings.refresh(2)
+    agent.serve(host=HOSTS, matrix=[PAIR])
+    own_daemon.start()
+    log.expect(*STARTED)
+    host, matrix = Collection(own_daemon, HOST), Collection(own_daemon, MATRIX)
+    for collection in (host, matrix):
+        collection.create()
+        collection.poll()
+    with open(HOST.path(1, "delta"), "rb") as reader:
+        fcntl.flock(reader, fcntl.LOCK_SH)
+        sample = HOST.path(1, "last").read_bytes()
+        before = MATRIX.read(1, "last").header.time
+        for collection in (HOST, MATRIX):
+            control.send(control.VIEWING, collection.code, 1)
+        log.wait(LOCK_FAILED[1], LOCK_FAILED[0], timeout=CALL + 15)
+        own_daemon.settle()
+        assert HOST.path(1, "last").read_bytes() == sample
+        processes.wait_until(lambda: MATRIX.read(1, "last").header.time > before)
+    assert own_daemon.stop() == 0
+    log.take_all(LOCK_FAILED[1])
+
+
+def test_killed_before_a_sample_is_finished(own_daemon, agent, supervisor, log):
+    """What stands under the name of a sample is not used until all of it does."""
+    agent.serve()
+    supervisor.serve(vlan_row(1, 300, (1000,) * 4))
+    settings.supervisor(NMP_ETHERSTATS=b"disable")
+    own_daemon.start()
+    vlans = Kind(own_daemon, VLANS)
+    whole = vlans.path("last").read_bytes()
+    supervisor.serve(vlan_row(1, 300, (9000,) * 4))
+    with injected(own_daemon, vlans.path("last"), "pwrite64:signal=KILL"):
+        control.send(control.VIEWING, VLANS.code)
+        assert own_daemon.exit_status() == -signal.SIGKILL
+    assert vlans.path("prev").read_bytes() == whole
+    half = vlans.path("last").read_bytes()
+    assert struct.unpack_from("<iIiI", half) == (0, 0, 0, VLANS.code) and len(half) == len(whole)
+    log.take_all()
+    next_second()
+    own_daemon.start()
+    assert (DEBUG, f"{vlans.path('last')} was never finished; the sample before it is used.") in log.take_all()
+    assert vlans.path("prev").read_bytes() == whole
+    interval, _, now, _ = vlans.read("delta").header
+    assert now - interval == VLANS.unpack(whole).header.time
+    assert vlans.read("delta").rows == [(whole[16:20], (8000 / interval,) * 4)]
+    assert own_daemon.stop() == 0
+
+
+def test_clock_is_set(own_daemon, agent, log):
+    """Polls go on as they were planned, whichever way the time of day moves."""
+    offset = pathlib.Path("/tmp/clock-offset")
+    offset.write_text("+1d\n")
+    fake = ("env", "LD_PRELOAD=/usr/$LIB/faketime/libfaketime.so.1", "DONT_FAKE_MONOTONIC=1",
+            "FAKETIME_NO_CACHE=1", f"FAKETIME_TIMESTAMP_FILE={offset}")
+    settings.refresh(2)
+    agent.serve(host=HOSTS, matrix=[PAIR])
+    own_daemon.start(fake)
+    log.expect(*STARTED)
+    for layout in (MATRIX, HOST):
+        control.send(control.CREATE, layout.code, 1)
+    processes.wait_until(HOST.path(1, "last").exists)
+
+    def sample_time():
+        control.send(control.VIEWING, HOST.code, 1)
+        own_daemon.settle()
+        return HOST.read(1, "last").header.time
+
+    def polled(times):
+        for _ in range(times):
+            before = sample_time()
+            processes.wait_until(lambda: sample_time() != before, pause=0.1)
+        return sample_time()
+
+    assert abs(polled(2) - time.time() - 86400) < 60
+    agent.forget_calls()
+    for text, days, way in (("+0", 0, "back"), ("+1d", 1, "ahead")):
+        offset.write_text(text + "\n")
+        assert abs(polled(3) - time.time() - 86400 * days) < 60
+        log.wait(f"The clock was set 86400 seconds {way}; the times of the next polls move with it.", DEBUG)
+    log.take_all(ZERO_INTERVAL)
+    assert agent.calls(ROWS["matrix"]) == [], "nobody looks at it, and its hour has not passed"
+    assert own_daemon.stop() == 0
