@@ -128,9 +128,9 @@ std::optional<FileStamp> stamp_of(const std::string& path) {
 }
 
 const char* file_state_code(FileState state) {
-  constexpr const char* kCodes[] = {"good",  "absent",       "unreadable",   "being-written",
-                                    "empty", "short-header", "foreign-type", "foreign-size",
-                                    "unfinished"};
+  constexpr const char* kCodes[] = {"good",          "absent",       "unreadable",
+                                    "being-written", "empty",        "short-header",
+                                    "foreign-type",  "foreign-size", "unfinished"};
   return kCodes[static_cast<std::size_t>(state)];
 }
 
