@@ -21,7 +21,7 @@ def texts(code):
     """The literals of a piece of code, adjacent ones put together, line ends left out."""
     for found in LITERAL.finditer(code):
         text = "".join(re.findall(r'"((?:\\.|[^"\\])*)"', found[0])).replace("\\n", "")
-        if " " in text:
+        if " " in text and re.search("[a-z]", text):
             yield text
 
 
