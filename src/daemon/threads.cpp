@@ -9,7 +9,7 @@ namespace tally {
 
 namespace {
 
-// An entry without a routine ends the table.
+// Ended by an entry without a routine.
 ThreadEntry thread_table[] = {
     {{}, {}, {}, tapd_poll_task, nullptr},
     {},

@@ -7,7 +7,7 @@
 
 namespace tally {
 
-// UniqueFd closes its descriptor; -1 stands for none.
+// UniqueFd closes its descriptor; -1 is none.
 class UniqueFd {
  public:
   UniqueFd() = default;

@@ -1,11 +1,8 @@
 // The objects that are asked for, and the builders that append them to a request.
-//
-// A template is an object identifier whose last one to three numbers are set just before it is
-// used: the column, where a template serves several, and the instance. Templates are process-wide
-// and changed in place.
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string_view>
 
@@ -13,40 +10,63 @@
 
 namespace tally {
 
-inline constexpr std::int32_t kMaxTemplate = 15;  // sub-identifiers
+using SubIds = std::span<const std::uint32_t>;
 
-struct OidTemplate {
-  std::int32_t length;
-  std::int32_t fixed;  // how many of them are never set
-  std::uint32_t sids[kMaxTemplate];
+// Rows of tables; column and index follow.
+// RMON-MIB (RFC 2819), HC-RMON-MIB (RFC 3273)
+inline constexpr std::uint32_t etherStatsEntry[] = {1, 3, 6, 1, 2, 1, 16, 1, 1, 1};
+inline constexpr std::uint32_t etherStatsHighCapacityEntry[] = {1, 3, 6, 1, 2, 1, 16, 1, 7, 1};
+// IF-MIB (RFC 2863)
+inline constexpr std::uint32_t ifEntry[] = {1, 3, 6, 1, 2, 1, 2, 2, 1};
+inline constexpr std::uint32_t ifXEntry[] = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1};
+// SMON-MIB (RFC 2613); the index of the second is a control index and a VLAN id
+inline constexpr std::uint32_t smonVlanStatsControlEntry[] = {1, 3, 6, 1, 2, 1, 16, 22, 1, 2, 1, 1};
+inline constexpr std::uint32_t smonVlanIdStatsEntry[] = {1, 3, 6, 1, 2, 1, 16, 22, 1, 2, 2, 1};
+
+// names_a_row tells whether a returned name is that of one row in a column of a table with a single
+// index.
+bool names_a_row(SubIds entry, std::uint32_t column, SubIds name);
+
+// VarbindBuilder appends bindings with a NULL value to requests. Bindings that stand behind
+// `var_bind_end_ptr` are of an earlier request: one of the same object is taken over and gets its
+// new numbers.
+struct VarbindBuilder {
+  SubIds object;
+  const char* oid_failed;
+  const char* varbind_failed;
+
+  // Appends the object with these numbers behind it. 0, or -1 (logs).
+  int operator()(std::initializer_list<std::uint32_t> last, Pdu& pdu) const;
 };
 
-extern OidTemplate etherStatsEntry;              // RMON-MIB (RFC 2819): column, etherStatsIndex
-extern OidTemplate etherStatsHighCapacityEntry;  // HC-RMON-MIB (RFC 3273): column, etherStatsIndex
-extern OidTemplate ifOperStatus;                 // IF-MIB (RFC 2863): ifIndex
-extern OidTemplate ifName;                       // IF-MIB: ifIndex
-extern OidTemplate ifEntry;                      // IF-MIB: column, ifIndex
-extern OidTemplate ifXEntry;                     // IF-MIB: column, ifIndex
-extern OidTemplate smonVlanStatsControlEntry;    // SMON-MIB (RFC 2613): column, control index
-extern OidTemplate smonVlanIdStatsEntry;         // SMON-MIB: column, control index, VLAN id
+// The builders for one object each. Some texts end in a full stop and some do not: kept as the
+// system has them.
+inline constexpr std::uint32_t kSysUpTime[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
+inline constexpr std::uint32_t kIfSpeed[] = {1, 3, 6, 1, 2, 1, 2, 2, 1, 5};
+inline constexpr std::uint32_t kIfOperStatus[] = {1, 3, 6, 1, 2, 1, 2, 2, 1, 8};
+inline constexpr std::uint32_t kIfLastChange[] = {1, 3, 6, 1, 2, 1, 2, 2, 1, 9};
+inline constexpr std::uint32_t kIfName[] = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 1};
+inline constexpr std::uint32_t kDot3StatsDuplexStatus[] = {1, 3, 6, 1, 2, 1, 10, 7, 2, 1, 19};
 
-// names_a_row tells whether a returned name is an instance of the template's object: as long as the
-// template, with the same fixed numbers.
-bool names_a_row(const OidTemplate& object, std::span<const std::uint32_t> name);
+inline constexpr VarbindBuilder add_sysuptime_varbind{kSysUpTime, "Error making OID for sysUpTime.",
+                                                      "Error making VarBind for sysUpTime"};
+inline constexpr VarbindBuilder add_ifspeed_varbind{kIfSpeed, "Error making OID for ifSpeed.",
+                                                    "Error making VarBind for ifSpeed"};
+inline constexpr VarbindBuilder add_iflastchange_varbind{
+    kIfLastChange, "Error making OID for ifLastChange.", "Error making VarBind for ifLastChange"};
+inline constexpr VarbindBuilder add_ifoperstatus_varbind{
+    kIfOperStatus, "Error making OID for ifOperStatus.", "Error making VarBind for ifOperStatus."};
+inline constexpr VarbindBuilder add_ifname_varbind{kIfName, "Error making OID for ifName.",
+                                                   "Error making VarBind for ifName"};
+inline constexpr VarbindBuilder add_duplexstatus_varbind{kDot3StatsDuplexStatus,
+                                                         "Error making OID for duplexStatus.",
+                                                         "Error making VarBind for duplexStatus"};
+inline constexpr VarbindBuilder add_vlan_pdu_varbind{
+    smonVlanIdStatsEntry, "Error making OID in add_vlan_pdu_varbind",
+    "Error making VarBind in add_vlan_pdu_varbind"};
 
-// The builders append one binding with a NULL value. 0, or -1 (logs).
-int add_sysuptime_varbind(Pdu& pdu);
-int add_ifspeed_varbind(std::uint32_t if_index, Pdu& pdu);
-int add_iflastchange_varbind(std::uint32_t if_index, Pdu& pdu);
-int add_ifoperstatus_varbind(std::uint32_t if_index, Pdu& pdu);
-int add_ifname_varbind(std::uint32_t if_index, Pdu& pdu);
-int add_duplexstatus_varbind(std::uint32_t if_index, Pdu& pdu);
-
-// add_pdu_varbind is for templates of (column, index), add_vlan_pdu_varbind for
-// smonVlanIdStatsEntry.
-int add_pdu_varbind(OidTemplate& object, std::uint32_t column, std::uint32_t index, Pdu& pdu);
-int add_vlan_pdu_varbind(OidTemplate& object, std::uint32_t column, std::uint32_t control_index,
-                         std::uint32_t vlan_id, Pdu& pdu);
+// add_pdu_varbind is for tables with a single index. 0, or -1 (logs).
+int add_pdu_varbind(SubIds entry, std::uint32_t column, std::uint32_t index, Pdu& pdu);
 
 // add_portduplex_varbind takes module and port from an interface name: "3/12", with anything in
 // front of the first digit and anything behind the last. Modules are 1 to 13 and ports 1 to 48; any

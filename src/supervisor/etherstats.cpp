@@ -10,18 +10,31 @@
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 #include "files/file_format.h"
 #include "files/file_lock.h"
 #include "files/filebuf.h"
 #include "files/finished_file.h"
-#include "supervisor/query.h"
+#include "supervisor/control_rows.h"
 #include "supervisor/row_list.h"
 #include "supervisor/supclient.h"
 
 namespace tally {
 namespace {
 
-constexpr std::int32_t kRowValid = 1;  // etherStatsStatus
+constexpr std::uint32_t kColumns[] = {1, 20, 21, 2};  // index, owner, status, data source
+
+constexpr ControlTable kRowTable = {
+    etherStatsEntry,
+    kColumns,
+    {
+        GET_NEXT_REQUEST_PDU,
+        "Error building PDU for etherStatsStatus.",
+        "Error performing SNMP request for etherStatsStatus().",
+        "Received unexpected response type %u for etherStatsStatus.",
+        "etherStatsStatus response packet had error %u",
+    },
+};
 
 RowList<EtherStatsRecord, &EtherStatsRecord::etherStatsIndex> rows;
 
@@ -67,12 +80,12 @@ void see_again(EtherStatsRecord& record) {
   record.state = *state;
 }
 
-void add_row(const EtherStatsRow& row, Schedule& schedule) {
-  const auto interface = named_interface_state(row.if_index);
+void add_row(const ControlRow& row, Schedule& schedule) {
+  const auto interface = named_interface_state(row.data_source);
   if (!interface) return;
   EtherStatsRecord fresh = {};
   fresh.etherStatsIndex = row.index;
-  fresh.ifIndex = row.if_index;
+  fresh.ifIndex = row.data_source;
   fresh.name = interface->name;
   fresh.state = interface->state;
   fresh.flags = (is_not_up(interface->state.ifOperStatus) ? 0 : kRowPolled) | kRowSeen;
@@ -122,11 +135,12 @@ bool write_records(RecordCache& cache, std::int32_t now, std::int32_t interval) 
   for (EtherStatsRecord& record : rows) {
     if ((record.flags & kRowPolled) == 0) continue;
     const auto sample = etherstats_sample(record.etherStatsIndex, record.ifIndex);
+    const DeltaRecord delta = sample ? delta_record(record, *sample, interval) : DeltaRecord{};
+    if (stopping()) return false;
     if (!sample) {
       fail(9);
       continue;
     }
-    const DeltaRecord delta = delta_record(record, *sample, interval);
     if (!filebuf_put(cache, &delta, sizeof delta)) return fail(10);
     set_baseline(record, *sample);
   }
@@ -144,23 +158,23 @@ void reset_etherstats(Schedule& schedule) {
 }
 
 std::uint32_t refresh_etherstats_rows(Schedule& schedule) {
-  rows.forget_seen();
-  walk_rows(next_etherstats_row, [&schedule](const EtherStatsRow& row) {
-    if (!row.is_ours || row.status != kRowValid) return;
+  const auto next = [](std::uint32_t after) { return next_control_row(kRowTable, after); };
+  return rows.refresh(next, [&schedule](const ControlRow& row) {
+    if (!row.is_usable) return;
     if (EtherStatsRecord* const record = find_etherstats_row(row.index)) {
       see_again(*record);
     } else {
       add_row(row, schedule);
     }
   });
-  rows.drop_unseen();
-  return rows.size();
 }
 
-// The file is written in place: readers that lock it see the old one or the new one.
+// The file is written in place: readers that lock it see the old one or the new one, or one that is
+// not finished.
 int poll_etherstats(std::int32_t now, std::int32_t last_poll) {
   const std::int32_t interval = seconds_between(last_poll, now);
   if (interval < 1) return 1;
+  if (stopping()) return 0;
   const auto path = collection_path(kEtherStats, 0, FileKind::delta);
   const UniqueFd file = open_file(path.text, O_WRONLY | O_CREAT);
   if (!file) return fail(1);
@@ -169,9 +183,7 @@ int poll_etherstats(std::int32_t now, std::int32_t last_poll) {
   if (ftruncate(file.get(), 0) != 0) return fail(3);
   RecordCache cache;
   filebuf_init(cache, file.get());
-  if (write_records(cache, now, interval)) return 1;
-  (void)(ftruncate(file.get(), 0) == 0);  // half a file must not pass for one
-  return 0;
+  return write_records(cache, now, interval);
 }
 
 EtherStatsRecord* find_etherstats_row(std::uint32_t index) {
@@ -183,8 +195,8 @@ void clear_etherstats_rows() {
 }
 
 std::uint32_t etherstats_duplex(std::string_view name, std::uint32_t if_index) {
-  constexpr std::int32_t kPortIsHalf = 1;    // portDuplex
-  constexpr std::int32_t kStatusIsHalf = 2;  // dot3StatsDuplexStatus
+  constexpr std::uint32_t kPortIsHalf = 1;    // portDuplex
+  constexpr std::uint32_t kStatusIsHalf = 2;  // dot3StatsDuplexStatus
   bool half = false;
   if (std::find(std::begin(kPortTableTargets), std::end(kPortTableTargets), target_id) !=
       std::end(kPortTableTargets)) {

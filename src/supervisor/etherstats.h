@@ -35,8 +35,8 @@ void reset_etherstats(Schedule& schedule);
 std::uint32_t refresh_etherstats_rows(Schedule& schedule);
 
 // poll_etherstats writes the delta file under its lock. Returns 1, also when less than a second has
-// passed since the last poll and nothing is done, or 0 when the file cannot be written (logs). A
-// file that could be opened and locked is then left empty.
+// passed since the last poll and nothing is done, or 0 when the file cannot be written (logs) or
+// the process is about to end. The file then ends where writing it ended.
 int poll_etherstats(std::int32_t now, std::int32_t last_poll);
 
 // find_etherstats_row returns the record of an etherStatsIndex, or null. It lives until the next

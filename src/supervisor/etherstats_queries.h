@@ -42,16 +42,8 @@ inline constexpr EtherCounter kEtherCounterTable[kEtherCounters] = {
     {19, 15},  // packets of 1024 to 1518 octets
 };
 
-// EtherStatsRow is a row of the supervisor's control columns.
-struct EtherStatsRow {
-  std::uint32_t index;     // etherStatsIndex; 0 at the end of the table
-  bool is_ours;            // owned by the appliance
-  std::int32_t status;     // 1 is valid
-  std::uint32_t if_index;  // of the interface that is counted
-};
-
 struct InterfaceState {
-  std::int32_t ifOperStatus;
+  std::uint32_t ifOperStatus;
   std::uint32_t ifLastChange;  // the supervisor's up-time then, in hundredths of a second
 };
 
@@ -65,18 +57,15 @@ struct EtherStatsSample {
   double speed;  // bits per second
 };
 
-// next_etherstats_row returns the row behind an index; its index is 0 when there is none.
-std::optional<EtherStatsRow> next_etherstats_row(std::uint32_t after);
-
 std::optional<InterfaceState> interface_state(std::uint32_t if_index);
 std::optional<NamedInterfaceState> named_interface_state(std::uint32_t if_index);
 std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint32_t if_index);
 
 // port_duplex asks the switch maker's port table: 1 half, 2 full, others disagree or are not
 // settled. Nothing, without a question, for a name that is not "module/port".
-std::optional<std::int32_t> port_duplex(std::string_view interface_name);
+std::optional<std::uint32_t> port_duplex(std::string_view interface_name);
 
 // duplex_status asks for dot3StatsDuplexStatus: 1 unknown, 2 half, 3 full.
-std::optional<std::int32_t> duplex_status(std::uint32_t if_index);
+std::optional<std::uint32_t> duplex_status(std::uint32_t if_index);
 
 }  // namespace tally

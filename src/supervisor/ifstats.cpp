@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <optional>
+#include <span>
 
 #include "agent/rate.h"
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
 #include "daemon/base/log.h"
-#include "supervisor/bindings.h"
+#include "daemon/base/stop.h"
 #include "supervisor/query.h"
 #include "supervisor/row_list.h"
 #include "supervisor/sampled_kind.h"
@@ -52,16 +53,19 @@ static_assert(sizeof(Record) == kRecordSize);
 
 constexpr std::uint32_t kSpeedColumn = 5;  // ifEntry
 
-// ifXEntry, all Counter64: octets, unicasts, multicasts and broadcasts in, the same out.
-constexpr std::uint32_t kHighCapacityColumns[] = {6, 7, 8, 9, 10, 11, 12, 13};
-
-// ifEntry, in the order of asking, and which counter each is.
+// The columns that are asked for in each mode, in the order of asking, and what they count: 64-bit
+// ones are of ifXEntry, the others of ifEntry. Several of one counter are added up.
 struct Column {
-  std::uint32_t column;
+  std::uint32_t number;
   Counter counter;
+  bool is_64_bit = false;
 };
-constexpr Column kDropColumns[] = {
-    {13, kInDiscards}, {14, kInErrors}, {19, kOutDiscards}, {20, kOutErrors}};
+constexpr Column kColumns64[] = {{6, kInOctets, true},        {7, kInUnicasts, true},
+                                 {8, kInNonUnicasts, true},   {9, kInNonUnicasts, true},
+                                 {10, kOutOctets, true},      {11, kOutUnicasts, true},
+                                 {12, kOutNonUnicasts, true}, {13, kOutNonUnicasts, true},
+                                 {13, kInDiscards},           {14, kInErrors},
+                                 {19, kOutDiscards},          {20, kOutErrors}};
 constexpr Column kColumns32[] = {{10, kInOctets},    {11, kInUnicasts},     {12, kInNonUnicasts},
                                  {13, kInDiscards},  {14, kInErrors},       {16, kOutOctets},
                                  {17, kOutUnicasts}, {18, kOutNonUnicasts}, {19, kOutDiscards},
@@ -86,107 +90,79 @@ constexpr Query kCounterQuery = {
 struct WalkRow {
   std::uint32_t index;  // ifIndex; 0 at the end of the table
   InterfaceName name;
-  std::int32_t oper_status;
+  std::uint32_t oper_status;
 };
 
 // An interface without a name ends the table, too. Whether both columns speak of one interface is
 // not looked at.
 std::optional<WalkRow> get_ifNameAndOperStatus(std::uint32_t after) {
+  constexpr std::uint32_t kNameColumn = 1;    // ifXEntry
+  constexpr std::uint32_t kStatusColumn = 8;  // ifEntry
   const PduPtr response = run_query(kWalkQuery, [after](Pdu& request) {
-    return add_ifname_varbind(after, request) == 0 && add_ifoperstatus_varbind(after, request) == 0;
+    return add_ifname_varbind({after}, request) == 0 &&
+           add_ifoperstatus_varbind({after}, request) == 0;
   });
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
-  WalkRow row = {};
-  row.name = InterfaceName(answer.octets());
-  if (!names_a_row(ifName, answer.name())) return WalkRow{};
-  row.index = answer.name().back();
-  row.oper_status = answer.integer();
-  if (!names_a_row(ifOperStatus, answer.name()) || row.name.length == 0) return WalkRow{};
-  return row;
+  if (!names_a_row(ifXEntry, kNameColumn, answer.name())) return WalkRow{};
+  WalkRow row = {answer.name().back(), InterfaceName(answer.octets()), 0};
+  if (!names_a_row(ifEntry, kStatusColumn, answer.name()) || row.name.length == 0) return WalkRow{};
+  row.oper_status = answer.word();
+  return answer.ok() ? std::optional(row) : std::nullopt;
 }
-
-struct Sample {
-  std::uint32_t if_index;  // as the answer names it
-  double speed;            // bits per second
-  double counters[kCounters];
-};
 
 // What came of a question for counters.
 enum class Outcome { answered, failed, not_64_bit };
 
-// The type of the high-capacity counters is looked at first: it tells whether there are any.
-Outcome counter_width(const Pdu& response) {
+// The types of the 64-bit counters are looked at first: they tell whether there are any.
+Outcome counter_width(const Pdu& response, std::span<const Column> columns) {
   const VarBind* binding = response.var_bind_list;  // the speed
-  for (std::size_t i = 0; i < std::size(kHighCapacityColumns); ++i) {
+  for (const Column& column : columns) {
     if (binding) binding = binding->next_var;
     if (!binding) return Outcome::failed;
-    if (binding->type != COUNTER_64_TYPE) return Outcome::not_64_bit;
+    if (column.is_64_bit && binding->type != COUNTER_64_TYPE) return Outcome::not_64_bit;
   }
   return Outcome::answered;
 }
 
-Outcome finish(const AnswerReader& answer, Sample& sample) {
-  if (!answer.ok() || answer.name().empty()) return Outcome::failed;
-  sample.if_index = answer.name().back();
-  return Outcome::answered;
-}
-
-Outcome get_ifTableEntry64(std::uint32_t if_index, Sample& sample) {
-  static KeptRequest kept(kCounterQuery);
-  const auto bind = [if_index](Pdu& request) {
-    if (add_pdu_varbind(ifEntry, kSpeedColumn, if_index, request) != 0) return false;
-    for (const std::uint32_t column : kHighCapacityColumns) {
-      if (add_pdu_varbind(ifXEntry, column, if_index, request) != 0) return false;
-    }
-    return std::all_of(std::begin(kDropColumns), std::end(kDropColumns), [&](const Column& drop) {
-      return add_pdu_varbind(ifEntry, drop.column, if_index, request) == 0;
-    });
-  };
-  const PduPtr response = kept.run(bind, [if_index](std::size_t) { return if_index; });
-  const Outcome width = response ? counter_width(*response) : Outcome::failed;
+// Asks for the numbers of a record, and for its if_index as the answer names it.
+Outcome get_ifTableEntry(std::span<const Column> columns, std::uint32_t if_index, Record& record) {
+  const PduPtr response = run_query(kCounterQuery, [columns, if_index](Pdu& request) {
+    return add_pdu_varbind(ifEntry, kSpeedColumn, if_index, request) == 0 &&
+           std::all_of(columns.begin(), columns.end(), [&](const Column& column) {
+             return add_pdu_varbind(column.is_64_bit ? SubIds(ifXEntry) : SubIds(ifEntry),
+                                    column.number, if_index, request) == 0;
+           });
+  });
+  const Outcome width = response ? counter_width(*response, columns) : Outcome::failed;
   if (width != Outcome::answered) return width;
   AnswerReader answer(*response);
-  sample.speed = answer.unsigned32();
-  for (const bool out : {false, true}) {
-    sample.counters[out ? kOutOctets : kInOctets] = static_cast<double>(answer.counter64());
-    sample.counters[out ? kOutUnicasts : kInUnicasts] = static_cast<double>(answer.counter64());
-    const std::uint64_t multicasts = answer.counter64();
-    const std::uint64_t broadcasts = answer.counter64();
-    sample.counters[out ? kOutNonUnicasts : kInNonUnicasts] =
-        static_cast<double>(multicasts + broadcasts);
+  record.speed_or_in_utilisation = answer.word();
+  std::uint64_t counts[kCounters] = {};
+  for (const Column& column : columns) {
+    const SubIds name = answer.name();
+    record.if_index = name.empty() ? 0 : name.back();
+    counts[column.counter] += column.is_64_bit ? answer.counter64() : answer.word();
   }
-  for (const Column& drop : kDropColumns) sample.counters[drop.counter] = answer.unsigned32();
-  return finish(answer, sample);
+  std::copy(std::begin(counts), std::end(counts), record.counters);
+  return answer.ok() ? Outcome::answered : Outcome::failed;
 }
 
-Outcome get_ifTableEntry32(std::uint32_t if_index, Sample& sample) {
-  static KeptRequest kept(kCounterQuery);
-  const auto bind = [if_index](Pdu& request) {
-    return add_pdu_varbind(ifEntry, kSpeedColumn, if_index, request) == 0 &&
-           std::all_of(std::begin(kColumns32), std::end(kColumns32), [&](const Column& column) {
-             return add_pdu_varbind(ifEntry, column.column, if_index, request) == 0;
-           });
-  };
-  const PduPtr response = kept.run(bind, [if_index](std::size_t) { return if_index; });
-  if (!response) return Outcome::failed;
-  AnswerReader answer(*response);
-  sample.speed = answer.unsigned32();
-  for (const Column& column : kColumns32) sample.counters[column.counter] = answer.unsigned32();
-  return finish(answer, sample);
-}
-
-bool take_sample(std::uint32_t if_index, Sample& sample) {
-  if (has_64_bit_counters) {
-    const Outcome outcome = get_ifTableEntry64(if_index, sample);
-    if (outcome != Outcome::not_64_bit) return outcome == Outcome::answered;
+// An answer about another interface than the one asked for is dropped without a word.
+std::optional<Record> interface_record(const IfStatsRecord& row) {
+  Record record = {row.ifIndex, row.name.length, {}, 0, 0, {}};
+  std::memcpy(record.name, row.name.bytes, sizeof record.name);
+  Outcome outcome = Outcome::not_64_bit;
+  if (has_64_bit_counters) outcome = get_ifTableEntry(kColumns64, row.ifIndex, record);
+  if (outcome == Outcome::not_64_bit) {
+    outcome = get_ifTableEntry(kColumns32, row.ifIndex, record);
+    if (has_64_bit_counters && outcome == Outcome::answered) {
+      has_64_bit_counters = false;
+      log_debug("Retrieving Counter32 objects instead of Counter64 objects in ifstats");
+    }
   }
-  if (get_ifTableEntry32(if_index, sample) != Outcome::answered) return false;
-  if (has_64_bit_counters) {
-    has_64_bit_counters = false;
-    log_debug("Retrieving Counter32 objects instead of Counter64 objects in ifstats");
-  }
-  return true;
+  const bool is_about_it = outcome == Outcome::answered && record.if_index == row.ifIndex;
+  return is_about_it ? std::optional(record) : std::nullopt;
 }
 
 // A 32-bit counter that went down has wrapped; it is raised by 2^32 - 1, one too few: kept. If it
@@ -223,8 +199,7 @@ void reset_ifstats(Schedule& schedule) {
 }
 
 std::uint32_t refresh_ifstats_rows(Schedule& /*schedule*/) {
-  rows.forget_seen();
-  walk_rows(get_ifNameAndOperStatus, [](const WalkRow& row) {
+  return rows.refresh(get_ifNameAndOperStatus, [](const WalkRow& row) {
     if (is_not_up(row.oper_status)) return;
     if (IfStatsRecord* const record = find_ifstats_row(row.index)) {
       record->flags |= kRowSeen;
@@ -233,31 +208,14 @@ std::uint32_t refresh_ifstats_rows(Schedule& /*schedule*/) {
                         "Unable to add new ifstats collection.");  // has logged
     }
   });
-  rows.drop_unseen();
-  return rows.size();
 }
 
 int poll_ifstats(std::int32_t /*now*/, std::int32_t /*last_poll*/) {
-  return poll_sampled_kind(kIfStatsKind);
+  return stopping() ? 0 : poll_sampled_kind(kIfStatsKind);
 }
 
-// An answer about another interface than the one asked for is dropped without a word.
 int ifstats_upload(RecordCache& cache) {
-  for (const IfStatsRecord& row : rows) {
-    Sample sample;
-    if (!take_sample(row.ifIndex, sample) || sample.if_index != row.ifIndex) continue;
-    Record record = {};
-    record.if_index = row.ifIndex;
-    record.name_length = row.name.length;
-    std::memcpy(record.name, row.name.bytes, sizeof record.name);
-    record.speed_or_in_utilisation = sample.speed;
-    std::memcpy(record.counters, sample.counters, sizeof record.counters);
-    if (!filebuf_put(cache, &record, sizeof record)) {
-      log_debug("ifstats_upload() error 6.");
-      return 0;
-    }
-  }
-  return 1;
+  return rows.upload(cache, "ifstats_upload() error 6.", interface_record);
 }
 
 int ifacecalc_delta(const unsigned char* prev, const unsigned char* last, unsigned char* out,

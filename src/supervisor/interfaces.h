@@ -24,13 +24,10 @@ struct InterfaceName {
 
 // is_not_up tells whether an ifOperStatus says that the interface passes no traffic. Testing and
 // unknown count as up.
-constexpr bool is_not_up(std::int32_t oper_status) {
-  constexpr std::int32_t kDown = 2;
-  constexpr std::int32_t kDormant = 5;
-  constexpr std::int32_t kNotPresent = 6;
-  constexpr std::int32_t kLowerLayerDown = 7;
-  return oper_status == kDown || oper_status == kDormant || oper_status == kNotPresent ||
-         oper_status == kLowerLayerDown;
+constexpr bool is_not_up(std::uint32_t oper_status) {
+  enum : std::uint32_t { down = 2, dormant = 5, not_present = 6, lower_layer_down = 7 };
+  return oper_status == down || oper_status == dormant || oper_status == not_present ||
+         oper_status == lower_layer_down;
 }
 
 }  // namespace tally

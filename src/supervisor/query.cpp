@@ -1,10 +1,10 @@
 #include "supervisor/query.h"
 
-#include <bit>
+#include <utility>
 
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 #include "snmp/bld_pkt.h"
-#include "snmp/findlen.h"
 #include "snmp/make_lib.h"
 #include "supervisor/request.h"
 #include "supervisor/supclient.h"
@@ -12,29 +12,43 @@
 namespace tally {
 namespace {
 
-std::span<const std::uint32_t> sub_ids(const OID& oid) {
+constexpr int kTries = 2;
+
+SubIds sub_ids(const OID& oid) {
   return {oid.oid_ptr, static_cast<std::size_t>(oid.length)};
 }
 
-constexpr int base_128_bytes(std::uint32_t sub_id) {
-  return (std::bit_width(sub_id | 1) + 6) / 7;
+// INTEGER and the unsigned types are words that differ in nothing but their sign.
+ValueKind stored_as(std::int16_t type) {
+  const ValueKind kind = value_kind(type);
+  return kind == ValueKind::integer ? ValueKind::unsigned32 : kind;
 }
 
 }  // namespace
 
 // Request ids are seconds: a late answer to a request of the same second passes for one to this.
-PduPtr make_request(const Query& query) {
-  return PduPtr(MakePdu(query.pdu_type, MakeReqId(), 0, 0, nullptr, nullptr, 0, 0, 0));
+Pdu* begin_request(const Query& query) {
+  static PduPtr request;
+  if (!request) request.reset(MakePdu(query.pdu_type, 0, 0, 0, nullptr, nullptr, 0, 0, 0));
+  if (!request) return nullptr;
+  request->type = query.pdu_type;
+  request->request_id = MakeReqId();
+  request->var_bind_end_ptr = nullptr;
+  return request.get();
 }
 
 PduPtr ask(const Query& query, Pdu& request) {
+  FreeVarBindList(std::exchange(request.var_bind_end_ptr->next_var, nullptr));
   if (BuildPdu(&request) != 0) {
     log_debug("%s", query.build_failed);
     return nullptr;
   }
-  std::int32_t status = 0;
-  PduPtr response = snmp_request(request, nmp_community, status);
-  if (status == kRequestTimedOut) response = snmp_request(request, nmp_community, status);
+  PduPtr response;
+  std::int32_t status = kRequestTimedOut;
+  for (int tried = 0; tried < kTries && status == kRequestTimedOut; ++tried) {
+    if (stopping()) return nullptr;
+    response = snmp_request(request, nmp_community, status);
+  }
   if (status == kRequestFailed) log_debug("%s", query.request_failed);
   if (!response) return nullptr;
   if (response->type != RESPONSE_PDU) {
@@ -48,52 +62,28 @@ PduPtr ask(const Query& query, Pdu& request) {
   return response;
 }
 
-void KeptRequest::renew() {
-  request_->request_id = MakeReqId();
-}
-
-void KeptRequest::set_instance(VarBind& binding, std::uint32_t instance) {
-  OID& name = *binding.name;
-  std::uint32_t& last = name.oid_ptr[name.length - 1];
-  if (last == instance) return;
-  const bool as_long = base_128_bytes(last) == base_128_bytes(instance);
-  last = instance;
-  if (!as_long) binding.name_size = FindLenOID(&name);
-}
-
-void warn_of_endless_walk() {
-  log_warning("A table of the supervisor has more than %u rows, ignoring the rest.", kMostRows);
-}
-
 int check_varbind_value(const VarBind* binding) {
   return binding && value_kind(binding->type) != ValueKind::empty ? 0 : -1;
 }
 
 const VarBind* AnswerReader::take(ValueKind kind) {
-  const VarBind* const binding = next_;
-  if (!ok_ || check_varbind_value(binding) != 0 || !binding->name ||
-      value_kind(binding->type) != kind) {
-    ok_ = false;
-    name_ = {};
-    return nullptr;
-  }
-  next_ = binding->next_var;
-  name_ = sub_ids(*binding->name);
-  return binding;
+  ok_ = ok_ && check_varbind_value(next_) == 0 && stored_as(next_->type) == kind;
+  return ok_ ? std::exchange(next_, next_->next_var) : nullptr;
 }
 
 void AnswerReader::skip() {
   if (next_) next_ = next_->next_var;
 }
 
-std::int32_t AnswerReader::integer() {
-  const VarBind* const binding = take(ValueKind::integer);
-  return binding ? binding->value.sl_value : 0;
+SubIds AnswerReader::name() const {
+  return next_ ? sub_ids(*next_->name) : SubIds{};
 }
 
-std::uint32_t AnswerReader::unsigned32() {
+std::uint32_t AnswerReader::word() {
   const VarBind* const binding = take(ValueKind::unsigned32);
-  return binding ? binding->value.ul_value : 0;
+  if (!binding) return 0;
+  return binding->type == INTEGER_TYPE ? static_cast<std::uint32_t>(binding->value.sl_value)
+                                       : binding->value.ul_value;
 }
 
 std::uint64_t AnswerReader::counter64() {
@@ -111,7 +101,7 @@ std::string_view AnswerReader::octets() {
 std::uint32_t AnswerReader::last_sub_id() {
   const VarBind* const binding = take(ValueKind::oid);
   if (!binding) return 0;
-  const auto value = sub_ids(*binding->value.oid_value);
+  const SubIds value = sub_ids(*binding->value.oid_value);
   if (!value.empty()) return value.back();
   ok_ = false;
   return 0;

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
+#include "files/filebuf.h"
 
 namespace tally {
 
@@ -18,13 +20,33 @@ namespace tally {
 inline constexpr std::uint32_t kRowPolled = 1U << 0;  // etherstats only
 inline constexpr std::uint32_t kRowSeen = 1U << 1;
 
+// A walk takes no more rows of a table than this, so that no supervisor, however broken, holds the
+// main thread for ever.
+inline constexpr std::uint32_t kMostRows = 65536;
+
+// walk_rows asks for one row after the other, from index 0 on, and calls `visit` with each. `next`
+// takes an index and returns the row behind it: an optional with a member `index`, nothing when the
+// query failed. That, and a row whose index is not greater than the one asked after (0 stands for
+// none), ends the walk. So does a row more than kMostRows (logs).
+template <class Next, class Visit>
+void walk_rows(Next next, Visit visit) {
+  std::uint32_t index = 0;
+  for (std::uint32_t rows = 0;; ++rows) {
+    const auto row = next(index);
+    if (!row || row->index <= index) return;
+    if (rows == kMostRows) break;
+    index = row->index;
+    visit(*row);
+  }
+  log_warning("A table of the supervisor has more than %u rows, ignoring the rest.", kMostRows);
+}
+
 // RowList holds rows with a member `flags`; kKey is the member that tells them apart.
 template <class Row, std::uint32_t Row::*kKey>
 class RowList {
  public:
   auto begin() { return rows_.begin(); }
   auto end() { return rows_.end(); }
-  std::uint32_t size() const { return static_cast<std::uint32_t>(rows_.size()); }
   void clear() { rows_.clear(); }
 
   // find returns the row with a key, or null. The pointer lives until the list changes. A refresh
@@ -54,11 +76,29 @@ class RowList {
     }
   }
 
-  void forget_seen() {
+  // refresh walks the supervisor's table, for `visit` to mark or insert what it finds. Returns how
+  // many rows there are then.
+  template <class Next, class Visit>
+  std::uint32_t refresh(Next next, Visit visit) {
     for (Row& row : rows_) row.flags &= ~kRowSeen;
-  }
-  void drop_unseen() {
+    walk_rows(next, visit);
     std::erase_if(rows_, [](const Row& row) { return (row.flags & kRowSeen) == 0; });
+    return static_cast<std::uint32_t>(rows_.size());
+  }
+
+  // upload puts one record for each row that `record_of` returns one for, an optional. 1, or 0 when
+  // a put fails (logs) or the process is about to end.
+  template <class RecordOf>
+  int upload(RecordCache& cache, const char* failure_text, RecordOf record_of) const {
+    for (const Row& row : rows_) {
+      const auto record = record_of(row);
+      if (stopping()) return 0;
+      if (record && !filebuf_put(cache, &*record, sizeof *record)) {
+        log_debug("%s", failure_text);
+        return 0;
+      }
+    }
+    return 1;
   }
 
  private:

@@ -6,21 +6,13 @@
 #include "agent/smon_types.h"
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
-#include "daemon/base/log.h"
-#include "daemon/base/paths.h"
-#include "supervisor/bindings.h"
-#include "supervisor/query.h"
+#include "daemon/base/stop.h"
+#include "supervisor/control_rows.h"
 #include "supervisor/row_list.h"
 #include "supervisor/sampled_kind.h"
 
 namespace tally {
 namespace {
-
-constexpr std::int32_t kRowValid = 1;  // smonVlanStatsControlStatus
-
-constexpr std::uint32_t kDataSourceColumn = 2;  // columns of smonVlanStatsControlEntry
-constexpr std::uint32_t kOwnerColumn = 4;
-constexpr std::uint32_t kStatusColumn = 5;
 
 // Columns of smonVlanIdStatsEntry, all Counter64, in the order of the record: total packets and
 // octets, and those that were no unicasts.
@@ -35,12 +27,18 @@ struct [[gnu::packed]] VlanRecord {
 constexpr std::uint32_t kVlanRecordSize = 36;
 static_assert(sizeof(VlanRecord) == kVlanRecordSize);
 
-constexpr Query kControlQuery = {
-    GET_NEXT_REQUEST_PDU,
-    "Error building PDU for smonVlanStatsControlStatus.",
-    "Error performing smonVlanStatsControlStatus() SNMP request.",
-    "Received unexpected response type %u for smonVlanStatsControlStatus.",
-    "smonVlanStatsControlStatus response packet had error %u",
+constexpr std::uint32_t kControlColumns[] = {4, 5, 2};  // owner, status, data source
+
+constexpr ControlTable kControlTable = {
+    smonVlanStatsControlEntry,
+    kControlColumns,
+    {
+        GET_NEXT_REQUEST_PDU,
+        "Error building PDU for smonVlanStatsControlStatus.",
+        "Error performing smonVlanStatsControlStatus() SNMP request.",
+        "Received unexpected response type %u for smonVlanStatsControlStatus.",
+        "smonVlanStatsControlStatus response packet had error %u",
+    },
 };
 
 constexpr Query kCounterQuery = {
@@ -51,63 +49,36 @@ constexpr Query kCounterQuery = {
     "smonVlanIdStatsEntry response packet had error %u",
 };
 
-struct ControlRow {
-  std::uint32_t index;  // 0 at the end of the table
-  bool is_ours;
-  std::int32_t status;
-  std::uint32_t vlan_id;
-};
-
-std::optional<ControlRow> next_control_row(std::uint32_t after) {
-  const PduPtr response = run_query(kControlQuery, [after](Pdu& request) {
-    return add_pdu_varbind(smonVlanStatsControlEntry, kOwnerColumn, after, request) == 0 &&
-           add_pdu_varbind(smonVlanStatsControlEntry, kStatusColumn, after, request) == 0 &&
-           add_pdu_varbind(smonVlanStatsControlEntry, kDataSourceColumn, after, request) == 0;
-  });
-  if (!response) return std::nullopt;
-  AnswerReader answer(*response);
-  const bool is_ours = answer.octets() == kRmonOwner;
-  const auto name = answer.name();
-  if (!names_a_row(smonVlanStatsControlEntry, name) || name[name.size() - 2] != kOwnerColumn) {
-    return ControlRow{};
-  }
-  if (!is_ours) return ControlRow{name.back(), false, 0, 0};  // stepped over, whatever else it says
-  const ControlRow row{name.back(), true, answer.integer(), answer.last_sub_id()};
-  return answer.ok() ? std::optional(row) : std::nullopt;
-}
-
-struct VlanSample {
-  std::uint32_t control_index;  // as the answer names them
-  std::uint32_t vlan_id;
-  double counters[std::size(kCounterColumns)];
-};
-
-std::optional<VlanSample> vlan_sample(const SupVlanRecord& row) {
+// An answer about another VLAN than the one asked for is dropped without a word.
+std::optional<VlanRecord> vlan_record(const SupVlanRecord& row) {
   const PduPtr response = run_query(kCounterQuery, [&row](Pdu& request) {
-    return add_sysuptime_varbind(request) == 0 &&
-           std::all_of(std::begin(kCounterColumns), std::end(kCounterColumns),
-                       [&](std::uint32_t column) {
-                         return add_vlan_pdu_varbind(smonVlanIdStatsEntry, column,
-                                                     row.control_index, row.vlan_id, request) == 0;
-                       });
+    return add_sysuptime_varbind({}, request) == 0 &&
+           std::all_of(
+               std::begin(kCounterColumns), std::end(kCounterColumns), [&](std::uint32_t column) {
+                 return add_vlan_pdu_varbind({column, row.control_index, row.vlan_id}, request) ==
+                        0;
+               });
   });
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
   answer.skip();  // sysUpTime, which nobody needs
-  VlanSample sample;
-  for (double& counter : sample.counters) counter = static_cast<double>(answer.counter64());
-  const auto name = answer.name();
-  if (!answer.ok() || name.size() < 2) return std::nullopt;
-  sample.control_index = name[name.size() - 2];
-  sample.vlan_id = name.back();
-  return sample;
+  VlanRecord record = {row.vlan_id, {}};
+  SubIds name;
+  for (std::size_t i = 0; i < std::size(kCounterColumns); ++i) {
+    name = answer.name();
+    record.counters[i] = static_cast<double>(answer.counter64());
+  }
+  const std::uint32_t wanted[] = {row.control_index, row.vlan_id};
+  const bool is_about_it = name.size() >= std::size(wanted) &&
+                           std::equal(name.end() - std::size(wanted), name.end(), wanted);
+  return answer.ok() && is_about_it ? std::optional(record) : std::nullopt;
 }
 
 void add_row(const ControlRow& row) {
   const auto position = std::find_if(rows.begin(), rows.end(), [&row](const SupVlanRecord& record) {
-    return record.vlan_id > row.vlan_id;
+    return record.vlan_id > row.data_source;
   });
-  (void)rows.insert(position, {kRowSeen, row.index, row.vlan_id},
+  (void)rows.insert(position, {kRowSeen, row.index, row.data_source},
                     "Unable to add new vlan collection.");  // has logged
 }
 
@@ -134,39 +105,23 @@ void reset_supvlan(Schedule& schedule) {
 }
 
 std::uint32_t refresh_supvlan_rows(Schedule& /*schedule*/) {
-  rows.forget_seen();
-  walk_rows(next_control_row, [](const ControlRow& row) {
-    if (!row.is_ours || row.status != kRowValid) return;
+  const auto next = [](std::uint32_t after) { return next_control_row(kControlTable, after); };
+  return rows.refresh(next, [](const ControlRow& row) {
+    if (!row.is_usable) return;
     if (SupVlanRecord* const record = find_supvlan_row(row.index)) {
       record->flags |= kRowSeen;
     } else {
       add_row(row);
     }
   });
-  rows.drop_unseen();
-  return rows.size();
 }
 
 int poll_supvlan(std::int32_t /*now*/, std::int32_t /*last_poll*/) {
-  return poll_sampled_kind(kSupVlanKind);
+  return stopping() ? 0 : poll_sampled_kind(kSupVlanKind);
 }
 
-// An answer about another VLAN than the one asked for is dropped without a word.
 int supvlan_upload(RecordCache& cache) {
-  for (const SupVlanRecord& row : rows) {
-    const auto sample = vlan_sample(row);
-    if (!sample || sample->control_index != row.control_index || sample->vlan_id != row.vlan_id) {
-      continue;
-    }
-    VlanRecord record;
-    record.vlan_id = sample->vlan_id;
-    std::memcpy(record.counters, sample->counters, sizeof record.counters);
-    if (!filebuf_put(cache, &record, sizeof record)) {
-      log_debug("vlan_upload() error 6.");
-      return 0;
-    }
-  }
-  return 1;
+  return rows.upload(cache, "vlan_upload() error 6.", vlan_record);
 }
 
 SupVlanRecord* find_supvlan_row(std::uint32_t control_index) {

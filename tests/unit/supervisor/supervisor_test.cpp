@@ -1,5 +1,6 @@
 // What no supervisor can bring about, or not in a bearable time: a walk without an end, arguments
-// that are missing, and memory that runs out. The end-to-end tests have all the rest.
+// that are missing, memory that runs out, and an interrupt at each moment. The end-to-end tests
+// have all the rest.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,17 +12,21 @@
 #include <utility>
 #include <vector>
 
+#include "daemon/base/stop.h"
 #include "snmp/snmp.h"
 #include "snmp/system_faults.h"
 #include "supervisor/bindings.h"
-#include "supervisor/etherstats_queries.h"
+#include "supervisor/etherstats.h"
 #include "supervisor/ifstats.h"
 #include "supervisor/query.h"
+#include "supervisor/row_list.h"
 #include "supervisor/supvlan.h"
 #include "support/syslog_capture.h"
 
 namespace tally {
 namespace {
+
+using Lines = std::vector<LogLine>;
 
 TEST(WalkRows, EndsWhereTheSupervisorDoesNotGoOn) {
   struct Row {
@@ -40,12 +45,17 @@ TEST(WalkRows, EndsWhereTheSupervisorDoesNotGoOn) {
     walk_rows(next, [&](const Row&) { ++visited; });
     EXPECT_EQ(visited, wanted);
   }
-  std::uint32_t endless = 0;
-  walk_rows([](std::uint32_t after) { return std::optional(Row{after + 1}); },
-            [&endless](const Row&) { ++endless; });
-  EXPECT_EQ(endless, 65536U);
-  EXPECT_EQ(take_log(), std::vector{warning_line("A table of the supervisor has more than 65536 "
-                                                 "rows, ignoring the rest.")});
+  for (const std::uint32_t last : {65536U, 65537U}) {
+    std::uint32_t visited = 0;
+    walk_rows(
+        [last](std::uint32_t after) { return std::optional(Row{after < last ? after + 1 : 0}); },
+        [&visited](const Row&) { ++visited; });
+    EXPECT_EQ(visited, 65536U);
+    EXPECT_EQ(take_log(), last == 65536
+                              ? Lines{}
+                              : Lines{warning_line("A table of the supervisor has more "
+                                                   "than 65536 rows, ignoring the rest.")});
+  }
 }
 
 TEST(IfaceCalcDelta, MissingRecordsAreLogged) {
@@ -53,63 +63,141 @@ TEST(IfaceCalcDelta, MissingRecordsAreLogged) {
   EXPECT_EQ(ifacecalc_delta(nullptr, one, one, 1), -1);
   EXPECT_EQ(ifacecalc_delta(one, nullptr, one, 1), -1);
   EXPECT_EQ(ifacecalc_delta(one, one, nullptr, 1), -1);
-  EXPECT_EQ(take_log(), std::vector(3, warning_line("ifacecalc_delta: NULL pointer!")));
+  EXPECT_EQ(take_log(), Lines(3, warning_line("ifacecalc_delta: NULL pointer!")));
 }
 
-// The socket sends to itself, so a request whose memory suffices comes back and is no response.
-TEST(Queries, EveryAllocationMayFail) {
-  InitializeIO("test", "127.0.0.1");
+// Words are read as words, whatever their type says of a sign; nothing else is taken for another.
+TEST(AnswerReader, ReadsAValueAsItIsStored) {
+  std::uint32_t sub_ids[] = {1, 3, 4294967295};
+  std::uint32_t word = 0xFFFFFFFE;
+  const std::function<bool(AnswerReader&)> readers[] = {
+      [&](AnswerReader& answer) { return answer.word() == word; },
+      [](AnswerReader& answer) { return answer.counter64() == 0x100000002; },
+      [](AnswerReader& answer) { return answer.octets().size() == 2; },
+      [&](AnswerReader& answer) { return answer.last_sub_id() == sub_ids[2]; },
+  };
+  const auto octets = [] { return MakeOctetString(nullptr, 2); };
+  const struct {
+    std::int16_t type;
+    void* value;
+    std::size_t reader;  // the one that takes it, if any
+  } cases[] = {
+      {INTEGER_TYPE, &word, 0},
+      {COUNTER_32_TYPE, &word, 0},
+      {GAUGE_32_TYPE, &word, 0},
+      {TIME_TICKS_TYPE, &word, 0},
+      {COUNTER_64_TYPE, MakeCounter64(1, 2), 1},
+      {OCTET_STRING_TYPE, octets(), 2},
+      {IP_ADDR_PRIM_TYPE, octets(), 2},
+      {OPAQUE_TYPE, octets(), 2},
+      {OBJECT_ID_TYPE, MakeOID(sub_ids, 3), 3},
+      {NULL_TYPE, nullptr, 4},
+      {NO_SUCH_OBJECT_TYPE, nullptr, 4},
+      {NO_SUCH_INSTANCE_TYPE, nullptr, 4},
+      {END_OF_MIB_VIEW_TYPE, nullptr, 4},
+  };
+  const OidPtr name(MakeOID(sub_ids, 3));
+  for (const auto& each : cases) {
+    const PduPtr pdu(MakePdu(RESPONSE_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
+    ASSERT_EQ(
+        LinkVarBind(pdu.get(), MakeVarBindWithValue(name.get(), nullptr, each.type, each.value)),
+        0);
+    for (std::size_t reader = 0; reader < std::size(readers); ++reader) {
+      AnswerReader answer(*pdu);
+      const bool fits = reader == each.reader;
+      EXPECT_EQ(readers[reader](answer), fits) << each.type << " by reader " << reader;
+      EXPECT_EQ(answer.ok(), fits);
+      (void)answer.word();  // there is only one binding
+      EXPECT_FALSE(answer.ok());
+    }
+  }
+}
+
+// Has the client send to a socket: its own or another.
+void send_to(int socket_fd) {
   snmpio::agent_address.sin_port = 0;
   auto* const address = reinterpret_cast<sockaddr*>(&snmpio::agent_address);
   socklen_t size = sizeof snmpio::agent_address;
-  ASSERT_EQ(bind(snmpio::fd, address, size), 0);
-  ASSERT_EQ(getsockname(snmpio::fd, address, &size), 0);
+  ASSERT_EQ(bind(socket_fd, address, size), 0);
+  ASSERT_EQ(getsockname(socket_fd, address, &size), 0);
+}
 
+// A request that can be made comes back to its sender, and is not a response.
+TEST(Queries, EveryAllocationMayFail) {
+  InitializeIO("test", "127.0.0.1");
+  send_to(snmpio::fd);
   Schedule schedule = {};
-  const std::pair<const char*, std::function<void()>> queries[] = {
-      {"etherStatsStatus", [] { EXPECT_FALSE(next_etherstats_row(0)); }},
-      {"etherStatsEntry", [] { EXPECT_FALSE(etherstats_sample(1, 2)); }},
-      {"ifOperStatus", [] { EXPECT_FALSE(interface_state(1)); }},
-      {"name, status, and last change", [] { EXPECT_FALSE(named_interface_state(1)); }},
-      {"portDuplex", [] { EXPECT_FALSE(port_duplex("3/12")); }},
-      {"duplexStatus", [] { EXPECT_FALSE(duplex_status(1)); }},
-      {"smonVlanStatsControlStatus", [&] { EXPECT_EQ(refresh_supvlan_rows(schedule), 0U); }},
-      {"get_ifNameAndOperStatus", [&] { EXPECT_EQ(refresh_ifstats_rows(schedule), 0U); }},
-      {nullptr,  // parts of a query that are not its first, or whose row has to be found before
-       [] {
-         const PduPtr pdu(MakePdu(GET_REQUEST_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
-         if (pdu && add_iflastchange_varbind(1, *pdu) == 0)
-           (void)add_vlan_pdu_varbind(smonVlanIdStatsEntry, 4, 1, 2, *pdu);
-       }},
+  const std::function<void()> queries[] = {
+      [&] { EXPECT_EQ(refresh_etherstats_rows(schedule), 0U); },
+      [] { EXPECT_FALSE(etherstats_sample(1, 2)); },
+      [] { EXPECT_FALSE(interface_state(1)); },
+      [] { EXPECT_FALSE(named_interface_state(1)); },
+      [] { EXPECT_FALSE(port_duplex("3/12")); },
+      [] { EXPECT_FALSE(duplex_status(1)); },
+      [&] { EXPECT_EQ(refresh_supvlan_rows(schedule), 0U); },
+      [&] { EXPECT_EQ(refresh_ifstats_rows(schedule), 0U); },
+      [] {  // which is otherwise for rows that are known
+        const PduPtr pdu(MakePdu(GET_REQUEST_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
+        if (pdu) (void)add_vlan_pdu_varbind({4, 1, 2}, *pdu);  // or it has logged
+      },
   };
-  std::set<std::string> wanted;
-  for (const auto& [name, query] : queries) {
-    if (name) wanted.insert("Error building PDU for " + std::string(name) + ".");
+  std::set<std::string> texts;
+  for (std::size_t i = 0; i < std::size(queries); ++i) {
     bool failed = true;
     for (int failing = 1; failed; ++failing) {
+      for (const std::size_t other : {i + 1, i + 2}) {
+        queries[other % std::size(queries)]();  // leaves no binding that this one could take over
+      }
       FreeKeptRecords();
       faults = {failing, 0};
-      query();
+      queries[i]();
       failed = std::exchange(faults, {}).mallocs >= failing;
     }
   }
-  std::set<std::string> logged;
   for (const LogLine& line : take_log()) {
     EXPECT_EQ(line.priority, kDebugPriority);
-    logged.insert(line.text);
+    texts.insert(line.text);
   }
-  for (const char* number : {"1", "2", "3", "4", "6", "7"}) {
-    wanted.insert("Error " + std::string(number) + " performing SNMP request.");
+  EXPECT_GE(texts.size(), 45U) << "each query's, each builder's, each failure's";
+  CloseUp();
+}
+
+int looks;
+
+// Nothing is asked any more then, and what was broken off fails. The last test: there is no way
+// back.
+TEST(Stopping, EndsQuestionsAndPolls) {
+  struct Row {
+    std::uint32_t flags;
+    std::uint32_t key;
+  };
+  RowList<Row, &Row::key> rows;
+  for (std::uint32_t key = 1; key <= 3; ++key) ASSERT_TRUE(rows.insert(rows.end(), {0, key}, ""));
+  RecordCache cache;
+  filebuf_init(cache, -1);
+  const auto key_of = [](const Row& row) { return std::optional(row.key); };
+  EXPECT_EQ(rows.upload(cache, "", key_of), 1);
+  EXPECT_EQ(cache.used, 3 * sizeof(Row::key));
+
+  InitializeIO("test", "127.0.0.1");
+  const int supervisor = socket(AF_INET, SOCK_DGRAM, 0);
+  send_to(supervisor);
+  snmpio::seconds = 1;
+  watch_for_stop([](void*) { return ++looks == 2; }, nullptr);
+  EXPECT_FALSE(interface_state(1)) << "of two attempts the second is not made";
+  EXPECT_EQ(take_log(), Lines{debug_line("Timeout error performing SNMP request.")});
+  Schedule schedule = {};
+  for (const auto refresh : {refresh_etherstats_rows, refresh_supvlan_rows, refresh_ifstats_rows}) {
+    EXPECT_EQ(refresh(schedule), 0U);
   }
-  for (const char* object :
-       {"for sysUpTime.", "for ifLastChange.", "for ifName.", "for ifOperStatus.", "for ifSpeed.",
-        "for duplexStatus.", "for portDuplex.", "in add_pdu_varbind", "in add_vlan_pdu_varbind"}) {
-    std::string text = object;
-    wanted.insert("Error making OID " + text);
-    if (text.back() == '.' && text != "for ifOperStatus.") text.pop_back();
-    wanted.insert("Error making VarBind " + text);
-  }
-  for (const std::string& text : wanted) EXPECT_EQ(logged.count(text), 1U) << text;
+  for (const auto poll : {poll_etherstats, poll_supvlan, poll_ifstats}) EXPECT_EQ(poll(9, 1), 0);
+  EXPECT_EQ(rows.upload(cache, "", key_of), 0);
+  EXPECT_EQ(cache.used, 3 * sizeof(Row::key));
+  EXPECT_EQ(take_log(), Lines{});
+  char request[2048];
+  EXPECT_GT(recv(supervisor, request, sizeof request, MSG_DONTWAIT), 0);
+  EXPECT_LT(recv(supervisor, request, sizeof request, MSG_DONTWAIT), 0) << "asked but once";
+  close(supervisor);
   CloseUp();
 }
 
