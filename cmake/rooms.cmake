@@ -2,7 +2,7 @@
 #
 # One static library per room of src/, or of another ROOT. Its public headers are linked into an
 # include directory of its own, so a room sees the headers of the rooms that it uses, of those below
-# them and of no other: an include arrow that turns round fails to compile.
+# them and no others: an include against the arrows does not compile.
 function(add_room name)
   cmake_parse_arguments(ROOM "" "ROOT" "SOURCES;HEADERS;USES" ${ARGN})
   if(NOT ROOM_ROOT)
