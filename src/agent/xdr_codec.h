@@ -11,9 +11,10 @@
 // all bytes that a well-formed message must still hold, in place where they lie in the stream's
 // buffer (XDR_INLINE) and copied where a fragment ends, and decodes from there.
 //
-// Safety: the only test of a bound is WireReader::need; no byte is touched before it. Counts from
-// the wire size nothing: memory grows with the bytes that arrived. Bytes are the agent's and may be
-// anything; a message that ends early, or a count above its limit, makes the routine return FALSE.
+// Safety: no byte is touched before WireReader::need has made sure of it; the other limits are
+// those of a text and of a whole message. Counts from the wire size nothing: memory grows with the
+// bytes that arrived. The agent may send anything; a message that ends early or exceeds a limit
+// makes the routine return FALSE.
 #pragma once
 
 #include <rpc/rpc.h>
