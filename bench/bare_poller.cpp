@@ -1,6 +1,5 @@
 #include "bench/bare_poller.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -9,11 +8,11 @@
 
 #include <array>
 #include <cstring>
-#include <initializer_list>
 #include <span>
 #include <stdexcept>
+#include <utility>
 
-#include "bench/sample_table.h"
+#include "bench/measure.h"
 #include "bench/wire_bytes.h"
 #include "files/unique_fd.h"
 
@@ -22,8 +21,6 @@ namespace {
 
 constexpr std::size_t kBlock = 8192;
 constexpr std::size_t kReplyHead = 28;  // record mark and reply header
-constexpr std::size_t kMostKey = 44;
-constexpr std::size_t kMostRow = 136;
 
 void must(bool done, const char* what) {
   if (!done) throw std::runtime_error(what);
@@ -77,20 +74,6 @@ class BlockReader {
   std::array<unsigned char, kBlock> block_;
 };
 
-std::uint8_t* put_words(std::uint8_t* to, std::initializer_list<std::uint32_t> words) {
-  for (const std::uint32_t word : words) to = put_u32(to, word);
-  return to;
-}
-// Copies a piece of the last row, which travels in the request as it came; at first, zeros.
-std::uint8_t* put_piece(std::uint8_t* to, const std::uint8_t* row, std::size_t at,
-                        std::size_t length, std::size_t at_first) {
-  if (!row) {
-    std::memset(to, 0, at_first);
-    return to + at_first;
-  }
-  std::memcpy(to, row + at, length);
-  return to + length;
-}
 void take_units(unsigned char* to, const std::uint8_t* units, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) to[i] = units[4 * i + 3];
 }
@@ -105,76 +88,61 @@ void take_ip(unsigned char* to, const std::uint8_t* list) {
   take_units(to + 4, list + 4, 4);
 }
 
-// The tables: bytes of their keys in files, where things lie in a row, and how the request behind a
-// row (null: from the start) and the key of a row are made.
-struct HostRows {
-  static constexpr std::size_t kKey = 6, kCounters = 7, kRow = 96, kFirst = 40;
-  static constexpr bool kBatched = true;
-  static std::uint8_t* request(std::uint8_t* to, std::uint32_t index, const std::uint8_t* row) {
-    to = put_piece(put_words(to, {index}), row, 4, 28, 4);
-    return put_words(to, {100, 3});
-  }
-  static void key(unsigned char* to, const std::uint8_t* row) { take_units(to, row + 8, 6); }
-};
-struct MatrixRows {
-  static constexpr std::size_t kKey = 12, kCounters = 3, kRow = 88, kFirst = 64;
-  static constexpr bool kBatched = true;
-  static std::uint8_t* request(std::uint8_t* to, std::uint32_t index, const std::uint8_t* row) {
-    to = put_piece(put_words(to, {index}), row, 4, 56, 8);
-    return put_words(to, {100, 3, 0});
-  }
-  static void key(unsigned char* to, const std::uint8_t* row) {
-    take_units(to, row + 8, 6);
-    take_units(to + 6, row + 36, 6);
-  }
-};
-struct NlHostRows {
-  static constexpr std::size_t kKey = 24, kCounters = 5, kRow = 84, kFirst = 28;
-  static constexpr bool kBatched = true;
-  static std::uint8_t* request(std::uint8_t* to, std::uint32_t index, const std::uint8_t* row) {
+// Writes the argument that asks for what follows a row (null: from the start). The row's key goes
+// in as it came; at first an empty address takes its place, or zeros.
+template <TableKind kind>
+std::uint8_t* put_argument(std::uint8_t* to, std::uint32_t index, const std::uint8_t* row) {
+  static constexpr TableShape kShape = table_shape(kind);
+  const auto put_key = [row](std::uint8_t* at, std::size_t size_at_first) {
+    const std::size_t size = row ? kShape.key_size : size_at_first;
+    if (row) {
+      std::memcpy(at, row + kShape.key_at, size);
+    } else {
+      std::memset(at, 0, size);
+    }
+    return at + size;
+  };
+  if constexpr (kind == TableKind::host) {
+    return put_words(put_key(put_words(to, {index}), 4), {100, 3});
+  } else if constexpr (kind == TableKind::nlhost) {
     to = put_words(to, {index, 0, row ? load_u32(row + 76) : 0, 0});
-    return put_words(put_piece(to, row, 8, 20, 4), {3, 0, 100});
+    return put_words(put_key(to, 4), {3, 0, 100});
+  } else if constexpr (kind == TableKind::nlmatrix) {
+    to = put_words(to, {index, 0, row ? load_u32(row + 72) : 0, 0});
+    return put_words(put_key(to, 8), {3, 0, 0, 100});
+  } else {
+    return put_words(put_key(put_words(to, {index, 0}), kShape.key_size), {2});
   }
-  static void key(unsigned char* to, const std::uint8_t* row) {
+}
+
+// Makes the key of a record.
+template <TableKind kind>
+void take_key(unsigned char* to, const std::uint8_t* row) {
+  if constexpr (kind == TableKind::host) {
+    take_units(to, row + 8, 6);
+  } else if constexpr (kind == TableKind::nlhost) {
     take_word(to, row + 76);
     take_ip(to + 4, row + 8);
-  }
-};
-struct NlMatrixRows {
-  static constexpr std::size_t kKey = 44, kCounters = 2, kRow = 80, kFirst = 48;
-  static constexpr bool kBatched = true;
-  static std::uint8_t* request(std::uint8_t* to, std::uint32_t index, const std::uint8_t* row) {
-    to = put_words(to, {index, 0, row ? load_u32(row + 72) : 0, 0});
-    return put_words(put_piece(to, row, 8, 40, 8), {3, 0, 0, 100});
-  }
-  static void key(unsigned char* to, const std::uint8_t* row) {
+  } else if constexpr (kind == TableKind::nlmatrix) {
     take_word(to, row + 72);
     take_ip(to + 4, row + 8);
     take_ip(to + 24, row + 28);
-  }
-};
-struct DsHostRows {
-  static constexpr std::size_t kKey = 28, kCounters = 4, kRow = 136, kFirst = 104;
-  static constexpr bool kBatched = false;
-  static std::uint8_t* request(std::uint8_t* to, std::uint32_t index, const std::uint8_t* row) {
-    to = put_piece(put_words(to, {index, 0}), row, 12, 92, 92);
-    return put_words(to, {2});
-  }
-  static void key(unsigned char* to, const std::uint8_t* row) {
+  } else {
     take_word(to, row + 12);
     take_word(to + 4, row + 16);
     take_word(to + 8, row + 100);
     take_units(to + 12, row + 20, 16);
   }
-};
+}
 
 // Asks for what follows a row (null: from the start). Returns its rows.
-template <class Table>
-std::span<const std::uint8_t> fetch(int connection, std::uint32_t procedure, std::uint32_t index,
-                                    const std::uint8_t* row) {
+template <TableKind kind>
+std::span<const std::uint8_t> fetch(int connection, std::uint32_t index, const std::uint8_t* row) {
+  static constexpr TableShape kShape = table_shape(kind);
   static std::array<std::uint8_t, 1U << 16> buffer;
-  std::uint8_t* to = put_words(buffer.data() + 4, {1, 0, 2, 99999, 1, procedure, 0, 0, 0, 0});
-  to = Table::request(to, index, row);
+  std::uint8_t* to =
+      put_words(buffer.data() + 4, {1, 0, 2, 99999, 1, kShape.procedure, 0, 0, 0, 0});
+  to = put_argument<kind>(to, index, row);
   const auto length = static_cast<std::size_t>(to - buffer.data());
   put_u32(buffer.data(), static_cast<std::uint32_t>(length - 4) | 0x8000'0000);
   must(send(connection, buffer.data(), length, 0) == static_cast<ssize_t>(length), "send failed");
@@ -188,7 +156,7 @@ std::span<const std::uint8_t> fetch(int connection, std::uint32_t procedure, std
     wanted = 4 + (load_u32(buffer.data()) & 0x7FFF'FFFF);
   }
   const auto results = std::span(buffer).subspan(kReplyHead, wanted - kReplyHead);
-  if constexpr (Table::kBatched) return results.subspan(4);  // behind the count
+  if constexpr (kShape.batched) return results.subspan(4);  // behind the count
   return load_u32(results.data()) == 0 ? results : results.first(0);
 }
 
@@ -198,70 +166,53 @@ double rate(double before, double now, double seconds) {
   return before <= 0x1p63 ? now : (now + 0x1p64 - before) / seconds;
 }
 
-}  // namespace
-
-int connect_raw(std::uint16_t port) {
-  const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  must(connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0, "no agent");
-  const int on = 1;
-  setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  return connection;
-}
-
-namespace {
-
-template <class Table>
-void poll_table(int connection, const TableShape& shape, std::uint32_t index,
-                const SamplePaths& paths, std::int32_t now) {
-  static_assert(Table::kKey <= kMostKey && Table::kRow <= kMostRow);
-  constexpr std::size_t kRecordSize = Table::kKey + 8 * Table::kCounters;
+template <TableKind kind>
+void poll_table(int connection, std::uint32_t index, const SamplePaths& paths, std::int32_t now) {
+  static constexpr TableShape kShape = table_shape(kind);
+  constexpr std::size_t kRecordSize = kShape.stored + 8 * kShape.counters;
   BlockReader prev(paths.prev, kRecordSize);
   BlockWriter last(paths.last);
   BlockWriter delta(paths.delta);
   std::int32_t before_header[4];
   prev.header(before_header, sizeof before_header);
   const std::int32_t interval = now - before_header[2];
-  const auto type = static_cast<std::int32_t>(shape.type);
+  const auto type = static_cast<std::int32_t>(kShape.type);
   const std::int32_t last_header[] = {0, 0, now, type};
   const std::int32_t delta_header[] = {interval, 0, now, type};
   std::memcpy(last.room(sizeof last_header), last_header, sizeof last_header);
   std::memcpy(delta.room(sizeof delta_header), delta_header, sizeof delta_header);
   const double seconds = interval;
 
-  unsigned char key[Table::kKey];
-  std::uint8_t last_row[Table::kRow];
+  unsigned char key[kShape.stored];
+  std::uint8_t last_row[kShape.row_size];
   const unsigned char* before = prev.next();
   for (bool first = true;; first = false) {
-    const auto rows = fetch<Table>(connection, shape.procedure, index, first ? nullptr : last_row);
+    const auto rows = fetch<kind>(connection, index, first ? nullptr : last_row);
     if (rows.empty()) break;
-    for (std::size_t at = 0; at < rows.size(); at += Table::kRow) {
+    for (std::size_t at = 0; at < rows.size(); at += kShape.row_size) {
       const std::uint8_t* row = rows.data() + at;
-      Table::key(key, row);
+      take_key<kind>(key, row);
       while (before && std::memcmp(before, key, sizeof key) < 0) {
         std::memcpy(last.room(kRecordSize), before, kRecordSize);
         before = prev.next();
       }
       const bool same = before && std::memcmp(before, key, sizeof key) == 0;
-      double old_values[Table::kCounters] = {};
-      if (same) std::memcpy(old_values, before + Table::kKey, sizeof old_values);
-      double values[Table::kCounters];
-      double rates[Table::kCounters];
-      for (std::size_t i = 0; i < Table::kCounters; ++i) {
-        values[i] = static_cast<double>(load_u64(row + Table::kFirst + 8 * i));
+      double old_values[kShape.counters] = {};
+      if (same) std::memcpy(old_values, before + kShape.stored, sizeof old_values);
+      double values[kShape.counters];
+      double rates[kShape.counters];
+      for (std::size_t i = 0; i < kShape.counters; ++i) {
+        values[i] = static_cast<double>(load_u64(row + kShape.first_counter + 8 * i));
         rates[i] = rate(old_values[i], values[i], seconds);
       }
       for (auto [file, counters] : {std::pair{&last, values}, std::pair{&delta, rates}}) {
         unsigned char* record = file->room(kRecordSize);
         std::memcpy(record, key, sizeof key);
-        std::memcpy(record + Table::kKey, counters, sizeof values);
+        std::memcpy(record + kShape.stored, counters, sizeof values);
       }
       if (same) before = prev.next();
     }
-    std::memcpy(last_row, rows.data() + rows.size() - Table::kRow, Table::kRow);
+    std::memcpy(last_row, rows.data() + rows.size() - kShape.row_size, kShape.row_size);
   }
   for (; before; before = prev.next()) {
     std::memcpy(last.room(kRecordSize), before, kRecordSize);
@@ -272,35 +223,24 @@ void poll_table(int connection, const TableShape& shape, std::uint32_t index,
 
 }  // namespace
 
-void bare_poll(int connection, TableKind kind, std::uint32_t index, const SamplePaths& paths,
-               std::int32_t now) {
-  const TableShape& shape = table_shape(kind);
-  switch (kind) {
-    case TableKind::host:
-      return poll_table<HostRows>(connection, shape, index, paths, now);
-    case TableKind::matrix:
-      return poll_table<MatrixRows>(connection, shape, index, paths, now);
-    case TableKind::nlhost:
-      return poll_table<NlHostRows>(connection, shape, index, paths, now);
-    case TableKind::nlmatrix:
-      return poll_table<NlMatrixRows>(connection, shape, index, paths, now);
-    case TableKind::dshost:
-      return poll_table<DsHostRows>(connection, shape, index, paths, now);
-    case TableKind::pdist:
-      break;
-  }
-  throw std::invalid_argument("no bare poller for this table");
+int connect_raw(std::uint16_t port) {
+  const int connection = connected_socket(SOCK_STREAM, port);
+  const int on = 1;
+  setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  return connection;
 }
 
-void copy_in_blocks(const std::string& from, const std::string& to) {
-  const UniqueFd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
-  const UniqueFd target(open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-  std::array<unsigned char, kBlock> block;
-  for (;;) {
-    const ssize_t got = read(source.get(), block.data(), block.size());
-    must(got >= 0, "read failed");
-    if (got == 0) return;
-    must(write(target.get(), block.data(), static_cast<std::size_t>(got)) == got, "write failed");
+void bare_poll(int connection, TableKind kind, std::uint32_t index, const SamplePaths& paths,
+               std::int32_t now) {
+  switch (kind) {
+    case TableKind::host:
+      return poll_table<TableKind::host>(connection, index, paths, now);
+    case TableKind::nlhost:
+      return poll_table<TableKind::nlhost>(connection, index, paths, now);
+    case TableKind::nlmatrix:
+      return poll_table<TableKind::nlmatrix>(connection, index, paths, now);
+    case TableKind::dshost:
+      return poll_table<TableKind::dshost>(connection, index, paths, now);
   }
 }
 

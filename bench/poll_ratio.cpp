@@ -1,42 +1,40 @@
 // poll_ratio: what polling a table costs the daemon's code, and what it costs its peers.
 //
-// Runs the contenders in turn on one CPU against a canned agent and prints every cost as JSON;
-// bench/run makes the table of ratios from it.
+// Runs the contenders in turn on one CPU against a canned agent and prints every cost as JSON.
 //
-//   poll    the daemon's poll of a table: fetch, merge, last and delta files
-//   stock   the stock rpcgen client that fetches the same rows and frees them
-//   bytes   the bytes of these rows through the RPC library, not decoded
+//   poll    the daemon's poll of a table, by its own client and engine: fetch, merge, two files
 //   bare    the same poll without libraries and checks: the least that it costs on this machine
-//   map     a plain poller with std::map, iostreams and the stock client
-//   rrd     the same rows written into librrd
-//   merge   the merge engine alone, with rows that lie in memory
-//   copy    a read-write loop over one sample file in blocks of 8 KiB
+//   stock   the stock rpcgen client, which fetches the same host rows and frees them
 //
-// All but poll, stock and bare work on the host table only.
+// Before anything is measured, `poll` and `bare` must write the same bytes. To be run in
+// scripts/sandbox: the daemon's client knows one port only.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
-#include <memory>
-#include <nlohmann/json.hpp>
+#include <stdexcept>
 
-#include "bench/agent_process.h"
+#include "agent/tapd_agent.h"
 #include "bench/bare_poller.h"
-#include "bench/map_poller.h"
-#include "bench/poll_subject.h"
-#include "bench/rrd_files.h"
-#include "bench/sample_table.h"
+#include "bench/canned_agent.h"
+#include "bench/measure.h"
 #include "bench/stock_client.h"
-#include "bench/stopwatch.h"
 #include "daemon/base/clock.h"
-#include "daemon/base/collection_types.h"
+#include "daemon/base/paths.h"
+#include "files/file_format.h"
+#include "files/poll_engine.h"
 
 namespace {
 
 using namespace tally::bench;
+using tally::FileHeader;
+using tally::now_seconds;
 
 constexpr std::uint32_t kIndex = 1;
 constexpr std::int32_t kInterval = 60;
@@ -45,141 +43,165 @@ struct Options {
   TableKind table = TableKind::host;
   std::uint32_t rows = 100'000;
   std::uint32_t rounds = 15;
+  std::uint16_t port = tally::AGENT_PORT;
   int cpu = 0;
-  std::string directory = "/dev/shm";
-  std::vector<std::string> contenders{"poll", "stock"};
+  std::string directory = tally::kDataDirectory;
+  std::vector<std::string> contenders{"poll", "bare"};
 };
 
-// A directory of our own that goes away with us.
-class WorkDirectory {
- public:
-  explicit WorkDirectory(const std::string& parent)
-      : path_(parent + "/poll_ratio." + std::to_string(getpid())) {
-    std::filesystem::create_directory(path_);
-  }
-  WorkDirectory(const WorkDirectory&) = delete;
-  WorkDirectory& operator=(const WorkDirectory&) = delete;
-  ~WorkDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
+void must(bool done, const char* what) {
+  if (!done) throw std::runtime_error(what);
+}
 
-  // sample returns the paths of a contender's own sample.
-  SamplePaths sample(const std::string& name) const {
-    const std::string stem = path_ + "/" + name;
-    return {stem + "_last.bin", stem + "_prev.bin", stem + "_delta.bin"};
-  }
-  std::string path(const std::string& name) const { return path_ + "/" + name; }
+std::string content(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
 
- private:
-  std::string path_;
-};
+void write_sample(const std::string& path, std::uint32_t type, const std::string& records) {
+  const FileHeader header{0, 0, now_seconds() - kInterval, type};
+  std::ofstream out(path, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(&header), sizeof header);
+  out << records;
+  must(bool(out.flush()), "cannot write a sample");
+}
 
 // Everything that contenders work with, made once.
 class Arena {
  public:
   explicit Arena(const Options& options)
-      : table_(options.table),
-        rows_(options.rows),
-        directory_(options.directory),
-        agent_(
-            {"--port", "0", "--table", table_shape(table_).name, "--rows", std::to_string(rows_)}),
-        stock_(connect_stock(agent_.port())) {}
+      : options_(options),
+        shape_(table_shape(options.table)),
+        listener_(serving_socket(SOCK_STREAM, options.port)),
+        agent_([this] {
+          SampleTable table(options_.table, kIndex, options_.rows);
+          serve_table(listener_, table);
+        }) {
+    std::filesystem::create_directory(directory_);
+    stock_ = connect_stock(options.port);
+    connection_ = connect_raw(options.port);
+  }
+  Arena(const Arena&) = delete;
+  Arena& operator=(const Arena&) = delete;
+  ~Arena() {
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+  }
+
+  // From samples with old, new and missing rows.
+  void expect_agreement() {
+    if (options_.port != tally::AGENT_PORT) return;
+    const SamplePaths paths = sample("agreement");
+    write_sample(paths.prev, shape_.type, "");
+    next_epoch(*stock_);
+    poll(paths);
+    const std::string whole = content(paths.last).substr(sizeof(FileHeader));
+    const std::size_t record = shape_.stored + 8 * shape_.counters;
+    must(whole.size() == options_.rows * record, "the daemon lost rows");
+    std::string before =
+        std::string(shape_.stored, '\0') + whole.substr(shape_.stored, record - shape_.stored);
+    for (std::size_t at = 0; at < whole.size(); at += 2 * record)
+      before += whole.substr(at, record);
+    before += std::string(shape_.stored, '\xff') + std::string(record - shape_.stored, '\0');
+    write_sample(paths.prev, shape_.type, before);
+    next_epoch(*stock_);
+    poll(paths);
+    const std::string last = content(paths.last);
+    const std::string delta = content(paths.delta);
+    must(last.size() == sizeof(FileHeader) + whole.size() + 2 * record &&
+             delta.size() == sizeof(FileHeader) + whole.size(),
+         "the daemon lost rows");
+    FileHeader header;
+    std::memcpy(&header, last.data(), sizeof header);
+    bare_poll(connection_, options_.table, kIndex, paths, header.sample_time);
+    // The bare program asks for no up-time.
+    must(content(paths.last).substr(sizeof header) == last.substr(sizeof header) &&
+             content(paths.delta) == delta,
+         "the daemon and the bare program disagree");
+  }
 
   Contender contender(const std::string& name) {
-    const SamplePaths paths = directory_.sample(name);
-    if (name != "poll" && name != "stock" && name != "bare" && table_ != TableKind::host) {
-      throw CLI::ValidationError(name + " works on the host table only");
-    }
-    if (name == "stock" || name == "bytes") {
-      const bool decodes = name == "stock";
+    if (name == "stock" && options_.table == TableKind::host) {
       return {name, [this] { next_epoch(*stock_); },
-              [this, decodes] {
-                const std::uint64_t rows = decodes ? fetch_and_free(*stock_, table_, kIndex)
-                                                   : fetch_bytes(*stock_, kIndex);
-                if (rows != rows_) throw std::runtime_error("rows lost");
+              [this] {
+                must(fetch_and_free(*stock_, kIndex) == options_.rows,
+                     "the stock client lost rows");
               }};
     }
-    if (name == "poll") {
-      auto agent = std::make_shared<PolledAgent>(agent_.port(), table_shape(table_).type, kIndex);
-      return poller(name, paths, [agent, paths] { agent->poll(paths); });
-    }
-    if (name == "bare") {
-      const int connection = connect_raw(agent_.port());
-      return poller(name, paths, [this, connection, paths] {
-        bare_poll(connection, table_, kIndex, paths, tally::now_seconds());
-      });
-    }
-    if (name == "map") {
-      return poller(name, paths,
-                    [this, paths] { map_poll(*stock_, kIndex, paths, tally::now_seconds()); });
-    }
-    if (name == "rrd") {
-      auto files = std::make_shared<RrdFiles>(directory_.path("rrd"), rows_);
-      return {name, [] {}, [files] { files->update(); }};
-    }
-    if (name == "merge") {
-      write_sample(paths.prev, tally::kHost, host_records(rows_, 0),
-                   tally::now_seconds() - kInterval);
-      return {name, [] {},
-              [records = host_records(rows_, 1), paths] { merge_records(records, paths); }};
-    }
-    if (name == "copy") {
-      write_sample(paths.prev, tally::kHost, host_records(rows_, 0), tally::now_seconds());
-      return {name, [] {}, [paths] { copy_in_blocks(paths.prev, paths.last); }};
-    }
-    throw CLI::ValidationError("no contender " + name);
+    const SamplePaths paths = sample(name);
+    write_sample(paths.last, shape_.type, "");
+    const auto prepare = [this, paths] { make_prev(paths); };
+    if (name == "poll") return {name, prepare, [this, paths] { poll(paths); }};
+    if (name != "bare") throw CLI::ValidationError("no contender " + name + " for this table");
+    return {name, prepare, [this, paths] {
+              bare_poll(connection_, options_.table, kIndex, paths, now_seconds());
+            }};
   }
 
  private:
-  // Before a poll the counters advance and the last sample becomes the previous one.
-  Contender poller(const std::string& name, const SamplePaths& paths, std::function<void()> work) {
-    write_sample(paths.last, table_shape(table_).type, {}, tally::now_seconds() - kInterval);
-    return {name,
-            [this, paths] {
-              next_epoch(*stock_);
-              make_prev(paths, kInterval);
-            },
-            std::move(work)};
+  SamplePaths sample(const std::string& name) const {
+    const std::string stem = directory_ + "/" + name;
+    return {stem + "_last.bin", stem + "_prev.bin", stem + "_delta.bin"};
   }
 
-  TableKind table_;
-  std::uint32_t rows_;
-  WorkDirectory directory_;
-  AgentProcess agent_;
+  // Before a poll the counters advance, and the last sample becomes the previous one, a minute old.
+  void make_prev(const SamplePaths& paths) {
+    next_epoch(*stock_);
+    std::filesystem::rename(paths.last, paths.prev);
+    const std::int32_t time = now_seconds() - kInterval;
+    std::fstream file(paths.prev, std::ios::binary | std::ios::in | std::ios::out);
+    file.seekp(offsetof(FileHeader, sample_time));
+    file.write(reinterpret_cast<const char*>(&time), sizeof time);
+    must(bool(file.flush()), "cannot write the previous sample");
+  }
+
+  void poll(const SamplePaths& paths) {
+    if (!connected_) connected_ = subject_.connect();
+    must(connected_, "the daemon's client does not connect");
+    tally::CollectionRecord collection{};
+    collection.type = shape_.type;
+    collection.index = kIndex;
+    must(tally::poll_coll_delta(subject_, collection, paths.last.c_str(), paths.prev.c_str(),
+                                paths.delta.c_str()) == 1,
+         "the poll failed");
+  }
+
+  const Options& options_;
+  const TableShape& shape_;
+  std::string directory_ = options_.directory + "/poll_ratio." + std::to_string(getpid());
+  int listener_;
+  ChildProcess agent_;
   ClientHandle stock_;
+  int connection_ = -1;
+  tally::TapdAgent subject_;
+  bool connected_ = false;
 };
-
-void run(const Options& options) {
-  pin_to(options.cpu);
-  Arena arena(options);
-  std::vector<Contender> contenders;
-  for (const std::string& name : options.contenders) contenders.push_back(arena.contender(name));
-  const auto costs = alternate(contenders, options.rounds);
-
-  nlohmann::ordered_json result{{"table", table_shape(options.table).name},
-                                {"rows", options.rows},
-                                {"rounds", options.rounds}};
-  add_costs(result, contenders, costs);
-  std::printf("%s\n", result.dump(1).c_str());
-}
 
 }  // namespace
 
 int main(int argc, char** argv) try {
   Options options;
   std::map<std::string, TableKind> tables;
-  for (const TableKind each : kTableKinds) tables[table_shape(each).name] = each;
-  CLI::App app("Measures polls of a table; prints costs in seconds as JSON.");
+  for (std::size_t i = 0; i < std::size(kShapes); ++i) {
+    tables[kShapes[i].name] = static_cast<TableKind>(i);
+  }
+  CLI::App app("Measures polls of a table; prints processor time in seconds as JSON.");
   app.add_option("--table", options.table, "Table that is polled; host if not given")
       ->transform(CLI::CheckedTransformer(tables));
   app.add_option("--rows", options.rows, "Rows of the table")->capture_default_str();
   app.add_option("--rounds", options.rounds, "Measured runs of each")->capture_default_str();
+  app.add_option("--port", options.port, "Port of the agent; `poll` needs the default")
+      ->capture_default_str();
   app.add_option("--cpu", options.cpu, "CPU that everything runs on")->capture_default_str();
-  app.add_option("--dir", options.directory, "Where the files go; a tmpfs")->capture_default_str();
-  app.add_option("contenders", options.contenders, "poll stock bytes bare map rrd merge copy");
+  app.add_option("--dir", options.directory, "Where the files go")->capture_default_str();
+  app.add_option("contenders", options.contenders, "poll bare stock");
   CLI11_PARSE(app, argc, argv);
-  run(options);
+  pin_to(options.cpu);
+  Arena arena(options);
+  arena.expect_agreement();
+  std::vector<Contender> contenders;
+  for (const std::string& name : options.contenders) contenders.push_back(arena.contender(name));
+  alternate(contenders, options.rounds);
   return 0;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "poll_ratio: %s\n", error.what());

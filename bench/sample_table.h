@@ -4,9 +4,8 @@
 //
 //   counter(row, field, epoch) = start(row, field) + epoch * step(row, field),   step >= 1,
 //
-// so a client's files can be judged without asking the agent a second time. All values stay below
-// 2^53, so they are exact as doubles. Integers in keys and counters are big-endian on the wire
-// (RFC 4506).
+// so a client's files can be judged without asking the agent again. All values stay below 2^53, so
+// they are exact as doubles.
 #pragma once
 
 #include <cstddef>
@@ -17,54 +16,32 @@
 
 namespace tally::bench {
 
-enum class TableKind { host, matrix, pdist, nlhost, nlmatrix, dshost };
-inline constexpr TableKind kTableKinds[] = {TableKind::host,     TableKind::matrix,
-                                            TableKind::pdist,    TableKind::nlhost,
-                                            TableKind::nlmatrix, TableKind::dshost};
+enum class TableKind { host, nlhost, nlmatrix, dshost };
 
-// TableShape describes the rows of one kind on the wire. All counters of a row are neighbours.
+// TableShape describes the rows of one kind on the wire. Counters are neighbours, and so are the
+// parts of a key, which go back to the agent as they came when the rows behind them are asked for.
 struct TableShape {
   const char* name;
   std::uint32_t type;           // collection type code
   std::uint32_t procedure;      // that reads rows
   bool batched;                 // it returns lists of rows, not one row a call
   std::uint32_t row_size;       // bytes, with MAC addresses of 6 bytes, network addresses of 4
-  std::uint32_t first_counter;  // offset of the first counter
+  std::uint32_t first_counter;  // where the first counter stands in a row
   std::uint32_t counters;       // 8 bytes each
+  std::uint32_t key_at;         // where the key stands in a row
+  std::uint32_t key_size;
+  std::uint32_t asked_at;  // where it stands in a request; zeros stand there in the first one
+  std::uint32_t stored;    // bytes of the key in collection files
 };
 
-const TableShape& table_shape(TableKind kind);
-
-// Row numbers end here: addresses have room for no more.
-inline constexpr std::uint32_t kMostRows = 100'000'000;
-
-// mac_address returns the MAC address, in the low 48 bits, of a host row.
-constexpr std::uint64_t mac_address(std::uint32_t row) {
-  return 0x0200'0000'0000 + std::uint64_t{row} * 4099;
-}
-
-// ip_address returns the IPv4 address of a network host row. In dshost it is the first four of the
-// twenty bytes.
-constexpr std::uint32_t ip_address(std::uint32_t row) {
-  return 0x0A00'0000 + row * 37;
-}
-
-// What all rows have in common: the protocol of network hosts and the aggregation group.
-inline constexpr std::uint32_t kProtocol = 7;
-inline constexpr std::uint32_t kGroup = 3;
-inline constexpr std::uint32_t kAddressWord = 4;
-
-// A matrix or nlmatrix row is the pair of hosts row / 16 and row % 16, so many rows share a source.
-inline constexpr std::uint32_t kPeersOfAHost = 16;
-
-constexpr std::uint64_t counter_start(std::uint32_t row, std::uint32_t field) {
-  return std::uint64_t{row} * 1'000'003 + std::uint64_t{field} * 7919 + 1;
-}
-constexpr std::uint64_t counter_step(std::uint32_t row, std::uint32_t field) {
-  return 1 + (std::uint64_t{row} * 31 + std::uint64_t{field} * 17) % 997;
-}
-constexpr std::uint64_t counter_value(std::uint32_t row, std::uint32_t field, std::uint32_t epoch) {
-  return counter_start(row, field) + epoch * counter_step(row, field);
+inline constexpr TableShape kShapes[] = {
+    {"host", 0, 11, true, 96, 40, 7, 4, 28, 4, 6},
+    {"nlhost", 3, 34, true, 84, 28, 5, 8, 20, 16, 24},
+    {"nlmatrix", 4, 37, true, 80, 48, 2, 8, 40, 16, 44},
+    {"dshost", 9, 138, false, 136, 104, 4, 12, 92, 8, 28},
+};
+constexpr const TableShape& table_shape(TableKind kind) {
+  return kShapes[static_cast<std::size_t>(kind)];
 }
 
 // SampleTable keeps all rows of one control index as they travel, one behind the other.
@@ -73,19 +50,17 @@ class SampleTable {
   SampleTable(TableKind kind, std::uint32_t control_index, std::uint32_t rows);
 
   const TableShape& shape() const { return shape_; }
-  std::uint32_t rows() const { return rows_; }
-  std::uint32_t control_index() const { return control_index_; }
   std::uint32_t epoch() const { return epoch_; }
 
-  // advance moves every counter to the next epoch, in place.
+  // advance moves every counter to the next epoch.
   void advance();
 
   // wire returns the bytes of `count` rows from `first` on, cut at the end of the table.
   std::span<const std::uint8_t> wire(std::uint32_t first, std::uint32_t count) const;
 
   // first_after returns the number of the first row behind the key of a row request (the whole
-  // encoded argument), which is rows() when there is none or when the key names another control
-  // index. Nothing when the argument is malformed.
+  // encoded argument); it is behind the last row when there is none, or when the request names
+  // another control index. Nothing when the request is too short.
   std::optional<std::uint32_t> first_after(std::span<const std::uint8_t> argument) const;
 
  private:

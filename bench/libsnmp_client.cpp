@@ -1,18 +1,20 @@
+#include "bench/libsnmp_client.h"
+
 #include <net-snmp/net-snmp-config.h>
 // The configuration must come first.
 #include <net-snmp/net-snmp-includes.h>
 
 #include <algorithm>
-#include <cstring>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
-#include "bench/supervisor/contenders.h"
 #include "daemon/base/paths.h"
 
 namespace tally::bench {
 
-LibsnmpClient::LibsnmpClient(std::uint16_t port, const Work& work) : steps_(steps_of(work)) {
+LibsnmpClient::LibsnmpClient(std::uint16_t port, std::vector<Request> requests)
+    : requests_(std::move(requests)) {
   init_snmp("bench");
   std::string peer = "udp:127.0.0.1:" + std::to_string(port);
   std::string community = kDefaultNmpCommunity;
@@ -31,14 +33,12 @@ LibsnmpClient::~LibsnmpClient() {
 }
 
 void LibsnmpClient::run() {
-  for (const Step& step : steps_) {
-    const RequestShape& shape = request_shape(step.kind);
-    netsnmp_pdu* const pdu = snmp_pdu_create(shape.walks ? SNMP_MSG_GETNEXT : SNMP_MSG_GET);
-    for (const Column& column : shape.columns) {
+  for (const Request& request : requests_) {
+    netsnmp_pdu* const pdu = snmp_pdu_create(request.type);
+    for (const SubIds& sub_ids : request.names) {
       oid name[MAX_OID_LEN];
-      oid* const end = std::copy(column.object.begin(), column.object.end(), name);
-      *end = column.content == Content::up_time ? 0 : step.row;
-      snmp_add_null_var(pdu, name, column.object.size() + 1);
+      std::copy(sub_ids.begin(), sub_ids.end(), name);
+      snmp_add_null_var(pdu, name, sub_ids.size());
     }
     netsnmp_pdu* response = nullptr;
     const int status = snmp_sess_synch_response(session_, pdu, &response);
