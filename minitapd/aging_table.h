@@ -1,8 +1,8 @@
 // Counters by key, in bounded memory.
 //
-// A full table lets the row go that was not seen for longest. Counting a known key costs one hash
-// look-up and no memory; reading goes in ascending order of the keys' bytes. New keys are put in
-// order when somebody reads, so that a burst of them costs what was read of it. Not thread-safe.
+// A full table drops the row that has gone unseen for longest. Counting a known key costs one hash
+// look-up and no memory; reading goes in ascending order of the keys' bytes. New keys are sorted
+// in when somebody reads, so a burst of them costs only what is read. Not thread-safe.
 #pragma once
 
 #include <algorithm>
@@ -29,8 +29,8 @@ class AgingTable {
   AgingTable(const AgingTable&) = delete;
   AgingTable& operator=(const AgingTable&) = delete;
 
-  // touch finds or makes the row of a key, which is then the one last seen. `now` is remembered
-  // for a new row and for one that has to leave. The reference lives until the next touch.
+  // touch finds or makes the row of a key, which becomes the one seen last. `now` is remembered
+  // for a new row and for one that is dropped. The reference lives until the next touch.
   Entry& touch(const Key& key, std::uint32_t now) {
     const std::uint64_t hash = hash_of(key);
     if (const Slot known = slot_of(key, hash); known != kNone) {
@@ -53,7 +53,7 @@ class AgingTable {
     return node.entry;
   }
 
-  // find returns the row of a key without making it the one last seen, or null.
+  // find returns the row of a key, or null. The order in which rows were seen stays as it is.
   Entry* find(const Key& key) {
     const Slot known = slot_of(key, hash_of(key));
     return known == kNone ? nullptr : &nodes_[known].entry;

@@ -144,7 +144,7 @@ void Capture::work() {
       return;  // still away, and that was said
     }
   }
-  // Bounded, so that calls get their turn under any load.
+  // Bounded, so that calls are served under any load.
   if (pcap_dispatch(handle_.get(), kFramesAtOnce, deliver, as_user(sink_)) < 0) {
     lose(pcap_geterr(handle_.get()));
   }

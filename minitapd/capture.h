@@ -18,9 +18,9 @@ namespace minitapd {
 using FrameSink =
     std::function<void(std::span<const std::uint8_t> bytes, std::uint32_t wire_length)>;
 
-// read_capture_file hands all frames of an Ethernet capture file to the sink. A file that ends in
-// the middle of a frame, as one that is still written does, gives the frames before and a message
-// on standard error. Throws std::runtime_error for what is no such file.
+// read_capture_file passes all frames of an Ethernet capture file to the sink. A file that ends in
+// the middle of a frame, as one still being written does, gives the frames up to there and a
+// message on standard error. Throws std::runtime_error when the file cannot be read.
 void read_capture_file(const std::string& path, const FrameSink& sink);
 
 // A live capture. It never blocks. An interface that goes away is reported once on standard error

@@ -157,7 +157,7 @@ struct NlMatrix {
 };
 
 // RFC 2613 smonVlanIdStatsTable, by the outermost tag. The ids 0 (priority only) and 4095
-// (reserved) are no VLANs (IEEE 802.1Q).
+// (reserved) do not name a VLAN (IEEE 802.1Q).
 struct Vlan {
   using Rows = DenseTable<2, 4096, 4>;
   static constexpr std::array kKey = {ascending(0, 2)};

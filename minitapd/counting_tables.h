@@ -1,6 +1,6 @@
-// The tables that traffic is counted into.
+// The tables that count traffic.
 //
-// Every frame is parsed once and shown to every table; what a table counts is its own business: a
+// Every frame is parsed once and offered to every table. What a table counts is described in a
 // few lines beside its key layout in counting_tables.cpp.
 #pragma once
 
@@ -34,7 +34,7 @@ class CountingTable {
   virtual void count(const CountedFrame& frame) = 0;
 
   // rows_after appends up to `limit` rows behind the start key, in the table's order, or from the
-  // first when it is null. The rows' control index is left to the caller.
+  // first when it is null. The caller sets the rows' control index.
   virtual void rows_after(const Key* start, std::size_t limit, std::vector<Row>& out) = 0;
 
   // row_at finds exactly this row.

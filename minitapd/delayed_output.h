@@ -1,4 +1,4 @@
-// Streams that leave on a timetable, next to the ordinary replies.
+// Streams that are sent to a timetable, beside the ordinary replies.
 //
 // Every delivery has a duplicate of its connection's descriptor, so that the RPC library may close
 // the connection at any time. Nothing here blocks: the server's loop asks for the next due time and

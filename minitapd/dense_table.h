@@ -1,8 +1,8 @@
-// Counters by a small number, all with a place of their own.
+// Counters indexed by a small number.
 //
 // For tables whose possible keys are few: protocols, priorities, VLANs, DSCPs. The key is the
-// number's bytes, highest first, as in AgingTable, whose interface this has; but no row ever
-// leaves.
+// number's bytes, highest first. The interface is AgingTable's, but rows are never
+// dropped.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ class DenseTable {
   using Key = std::array<std::uint8_t, kKeyBytes>;
   using Entry = TableEntry<kCounters>;
 
-  // The bound on the rows is kNumbers, whatever holds for other tables.
+  // There are kNumbers rows at most, whatever the bound of other tables.
   explicit DenseTable(std::size_t /*max_rows*/) {}
 
   // touch finds or makes the row of a key below kNumbers.

@@ -1,4 +1,4 @@
-// Reading JSON objects strictly: every key that is present must be one that was asked for.
+// Strict reading of JSON objects: a key that nobody has asked for is an error.
 #pragma once
 
 #include <cstdint>
@@ -33,7 +33,7 @@ class JsonReader {
   // bytes reads an address such as "02:00:5e"; none when the member is missing.
   std::string bytes(std::string_view key);
 
-  // finish refuses members that were never asked for.
+  // finish refuses members that nobody has asked for.
   void finish() const;
 
   [[nodiscard]] std::string where(std::string_view key) const;

@@ -1,6 +1,6 @@
 // How a row's key stands in the bytes that a counting table sorts by.
 //
-// Clients merge the rows of two polls, so rows have to come in the order that they compare by. They
+// Clients merge the rows of two polls, so rows must come in the order that clients sort by. They
 // compare some keys as numbers and others as the bytes of a packed little-endian record. Either
 // order is that of the bytes that a layout describes.
 #pragma once
@@ -27,11 +27,11 @@ struct KeyField {
   std::uint8_t width = 1;
 };
 
-// encode_key writes a key that a client asks for. Where no row can have such a key, the bytes stand
-// behind all rows that sort before it, and the result is false.
+// encode_key writes a key that a client asks for. If no row can have that key, the bytes sort
+// behind all rows before it, and the result is false.
 bool encode_key(std::span<const KeyField> layout, const Key& key, std::span<std::uint8_t> bytes);
 
-// decode_key reads the key of a row. An address behind its length is cut to it.
+// decode_key reads the key of a row. An address is cut to the length that stands before it.
 void decode_key(std::span<const KeyField> layout, std::span<const std::uint8_t> bytes, Key& key);
 
 }  // namespace minitapd

@@ -19,9 +19,9 @@ bool is_before_first(Table table, const Key& key) {
   return key.numbers[0] < 0 || (shape_of(table).bulk && key == Key{});
 }
 
-// What the members of a control row tell between its index and its owner, as the table's control
-// reply has them. Those that are not told are 0: create times (all rows are made when the agent
-// starts), whatever the application layer has in the network layer's rows, and the members of
+// The members of a control row between its index and its owner, as the table's control
+// reply has them. The others are 0: create times (all rows are made when the agent
+// starts), the application layer's members of the network layer's rows, and the members of
 // DSMON behind the data source.
 enum class Member : std::uint8_t {
   none,

@@ -20,7 +20,7 @@
 
 namespace minitapd {
 
-// What control rows tell of where the frames come from.
+// What control rows tell about the source of the frames.
 struct CaptureState {
   std::uint32_t interface_index = 0;  // 0 = a file
   std::uint32_t dropped_frames = 0;   // lost before they could be counted
@@ -40,7 +40,7 @@ class LiveSource : public TableSource {
   // refused with std::invalid_argument.
   void add_control(Table table, std::int32_t index, std::string owner);
 
-  // watch_capture says where control rows learn of the capture; it is asked anew for each row.
+  // watch_capture sets what tells control rows about the capture; it is called anew for each row.
   void watch_capture(std::function<CaptureState()> capture) { capture_ = std::move(capture); }
 
   void set_own_address(const MacAddress& address) { settings_.own_address = address; }

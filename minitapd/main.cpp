@@ -17,7 +17,7 @@ using namespace minitapd;
 void start(Server& server, const Options& options) {
   if (!options.trace.empty()) server.trace_to(options.trace);
   server.listen(options.listen, options.port);
-  // Whoever started us may wait for this line.
+  // Whoever started the agent may wait for this line.
   (void)std::printf("minitapd: serving %s port %u\n", options.listen.c_str(),
                     unsigned{server.port()});
   (void)std::fflush(stdout);

@@ -55,7 +55,7 @@ NetworkHeader addresses(LocalIndex protocol, Bytes source, Bytes dest, unsigned 
   return network;
 }
 
-// Whatever lies behind the length that a header states is padding. A length of 0 is left by
+// What lies behind the length that a header states is padding. A length of 0 comes from
 // hardware that cuts large segments itself.
 Bytes bounded(Bytes rest, std::size_t stated) {
   return stated == 0 ? rest : rest.first(std::min(rest.size(), stated));
@@ -78,7 +78,7 @@ void parse_ip(Packet& packet, Bytes rest) {
   parse_ports(packet, transport, bounded(rest, total == 0 ? 0 : total - header_size));
 }
 
-// RFC 8200. The transport is behind any number of extension headers.
+// RFC 8200. Any number of extension headers stands before the transport.
 void parse_ipv6(Packet& packet, Bytes rest) {
   const Bytes header = take(rest, 40);
   if (header.empty() || header[0] >> 4 != 6) return;

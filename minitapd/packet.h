@@ -1,8 +1,8 @@
-// What is in an Ethernet frame, as far as the counting tables want to know it.
+// What an Ethernet frame holds, as far as the counting tables care.
 //
 // parse_frame is a pure function of the captured bytes. It reads a header only when the whole of
-// it is there; where the bytes end, or a header makes no sense, the frame is what was found until
-// then.
+// it is there. Where the bytes end, or a header makes no sense, what was found up to that point
+// counts.
 #pragma once
 
 #include <array>
@@ -58,7 +58,7 @@ struct Packet {
 std::uint32_t frame_octets(std::uint32_t captured_length);
 
 // parse_frame reads a frame of `wire_length` bytes, of which the first `bytes` were captured. Null
-// when there is no whole Ethernet header.
+// without a whole Ethernet header.
 std::optional<Packet> parse_frame(std::span<const std::uint8_t> bytes, std::uint32_t wire_length);
 
 }  // namespace minitapd

@@ -1,4 +1,4 @@
-// The procedures of program 99999, version 1: one row of data each.
+// The procedures of program 99999, version 1, each a row of data.
 //
 // The table says how a procedure's argument and result are encoded and how its answer is made from
 // a TableSource. The server (server.h) knows nothing else about them.

@@ -1,8 +1,8 @@
 // The protocol directory: which protocols are counted, and under which local index.
 //
 // As in RMON-2 (RFC 4502, protocolDirTable) a protocol is known by the path that leads to it: TCP
-// over IP and TCP over IPv6 are two. Local indexes are part of the agent's interface: they stay
-// what they are, and new protocols get new ones.
+// over IP and TCP over IPv6 are two. Local indexes are part of the agent's interface: they never
+// change, and new protocols get new ones.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,7 @@ inline constexpr LocalIndex kUdpOverIpv6 = 52;
 // All protocols, by local index.
 std::span<const Protocol> protocols();
 
-// child_of finds the protocol that `selector` means behind `parent`, or null.
+// child_of finds the protocol that `selector` stands for behind `parent`, or null.
 const Protocol* child_of(LocalIndex parent, std::uint16_t selector);
 
 const Protocol* find_protocol(LocalIndex local_index);

@@ -57,8 +57,8 @@ struct Delivery {
 
 std::optional<FaultAction> fault_action(std::string_view name);
 
-// shape_reply applies a fault to the correct reply stream. The actions that are no matter of bytes
-// (exit and the refusals) leave the stream as it is.
+// shape_reply applies a fault to the correct reply stream. Actions that do not change bytes
+// (exit and the refusals) leave it as it is.
 Delivery shape_reply(const Fault& fault, std::string_view stream);
 
 // make_record puts record marks before `record`: one fragment, or several of `fragment` bytes.

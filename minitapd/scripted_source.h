@@ -17,7 +17,7 @@
 
 namespace minitapd {
 
-// Rows are served in file order, whatever it is. Where a walk goes on is decided by the asked key:
+// Rows are served in file order. The key that is asked for decides where a walk goes on:
 // behind the last row of the control index that has it, or else at the first row of the index with
 // a greater one.
 class ScriptedSource : public TableSource {
@@ -29,7 +29,8 @@ class ScriptedSource : public TableSource {
   // an error leaves the tables as they were and is reported on standard error.
   void refresh();
 
-  // next_fault counts a call of the procedure and returns what the script wants of it, or null.
+  // next_fault counts a call of the procedure and returns the fault that the script has for it, or
+  // null.
   const Fault* next_fault(std::uint32_t procedure);
 
   SystemInfo system_info() override;

@@ -32,7 +32,7 @@ constexpr int kTick = 1000;                // ms; how long housekeeping may wait
 
 Server* the_server = nullptr;
 
-// A decoded argument, released whatever happens; also what a failed decoding left behind.
+// A decoded argument, or what a failed decoding has left; released in either case.
 struct Argument {
   SVCXPRT* transport;
   xdrproc_t routine;
@@ -108,7 +108,7 @@ Server::Server(TableSource& source, CallHooks hooks)
 Server::~Server() {
   if (listener_ != nullptr) {
     svc_unreg(TAPD_PROGRAM, TAPD_VERSION);
-    // Ends the listener and, through it, nothing else: connections end with their descriptors.
+    // Ends the listener only: connections end with their descriptors.
     for (int i = 0; i < svc_max_pollfd; ++i) {
       const int fd = svc_pollfd[i].fd;
       if (fd >= 0 && fd != listener_->xp_fd) ::shutdown(fd, SHUT_RDWR);
@@ -122,7 +122,7 @@ void Server::listen(const std::string& address, std::uint16_t port) {
   UniqueFd fd = listening_socket(address, port);
   port_ = bound_port(fd.get());
   int record = kMaxCallRecord;
-  // Bounds a call and, with that, makes every accepted connection non-blocking.
+  // Bounds a call and, as a side effect, makes every accepted connection non-blocking.
   if (!rpc_control(RPC_SVC_CONNMAXREC_SET, &record)) {
     throw std::runtime_error("cannot make connections non-blocking");
   }
@@ -156,7 +156,7 @@ void Server::run(const Watched& watched) {
     watched.work();
     for (std::size_t i = own; i < fds.size(); ++i) {
       if (fds[i].revents == 0) continue;
-      // What the library refuses by itself, such as another program's calls, never gets to serve().
+      // Calls that the library itself refuses, such as another program's, never reach serve().
       if (fds[i].fd != listener_->xp_fd) (void)drop_unless_it_reads(fds[i].fd);
       svc_getreq_common(fds[i].fd);
     }
@@ -172,7 +172,7 @@ int Server::poll_timeout() const {
 }
 
 void Server::dispatch(svc_req* request, SVCXPRT* transport) {
-  // Nothing may be thrown through the library's C frames.
+  // No exception may pass through the library's C frames.
   try {
     the_server->serve(*request, transport);
   } catch (const std::exception& error) {
@@ -234,7 +234,7 @@ void Server::answer(const Procedure& procedure, const void* argument, SVCXPRT* t
 // A faulty reply starts from the correct one, byte for byte as the library sends it. The library
 // writes a reply to the transport's public descriptor, so for the time of the sending a memory
 // file stands in its place. That needs no knowledge of the library's private state (the
-// transaction id lives there), and ordinary replies never take this way.
+// transaction id lives there), and ordinary replies never come this way.
 std::string Server::capture_reply(const Procedure& procedure, SVCXPRT* transport) {
   const int file = capture_file_.get();
   if (::ftruncate(file, 0) != 0 || ::lseek(file, 0, SEEK_SET) != 0) fail("memory file");

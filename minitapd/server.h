@@ -21,8 +21,8 @@
 
 namespace minitapd {
 
-// What the loop watches beside the connections. poll_fd is asked before every wait; -1 = nothing to
-// watch now. `work` runs after every wait, at least once a second, and must not block.
+// What the loop watches apart from the connections. poll_fd is asked before every wait; -1 =
+// nothing to watch now. `work` runs after every wait, at least once a second, and must not block.
 struct Watched {
   std::function<int()> poll_fd;
   std::function<void()> work;

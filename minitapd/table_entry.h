@@ -14,7 +14,7 @@ struct TableEntry {
   std::uint32_t created = 0;  // up-time
 };
 
-// What control rows tell of a table.
+// What control rows tell about a table.
 struct TableUse {
   std::size_t rows = 0;
   std::uint32_t inserts = 0;

@@ -87,7 +87,7 @@ struct SystemInfo {
   std::int32_t services = 0;
 };
 
-// hundredths_since tells an up-time as agents do; it starts again at 0 after 497 days.
+// hundredths_since returns an up-time as agents state it; it wraps to 0 after 497 days.
 std::uint32_t hundredths_since(std::chrono::steady_clock::time_point start);
 
 struct Totals {

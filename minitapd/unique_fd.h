@@ -1,4 +1,4 @@
-// An owned file descriptor, closed at the end of its life.
+// A file descriptor with an owner, which closes it.
 #pragma once
 
 #include <unistd.h>

@@ -8,7 +8,7 @@ namespace minitapd {
 
 namespace {
 
-// The wire has int where the tables count without a sign; the bits are what travels.
+// The wire has int where the tables are unsigned; the bits are the same.
 std::int32_t as_int(std::int64_t value) {
   return static_cast<std::int32_t>(value);
 }

@@ -1,8 +1,8 @@
 // Between the wire types that rpcgen makes of tapd.x and the Row of tables.h.
 //
 // Overloads by wire type, so that the procedure templates are written once. Filled wire structures
-// borrow texts and addresses from the Row or ControlRow that they were filled from: they are good
-// for encoding while that lives, and are never given to xdr_free.
+// borrow texts and addresses from the Row or ControlRow that they were filled from. They are valid
+// as long as that lives, and never go to xdr_free.
 #pragma once
 
 #include <cstdint>
