@@ -3,11 +3,10 @@ import contextlib
 import time
 
 from harness import control, processes, settings
-from harness.agent import NULL, ROWS
+from harness.agent import NULL
 from harness.collection import Collection, next_second
 from harness.daemon import STARTED
 from harness.files import HOST, MATRIX, PDIST, listing
-from harness.syslog import DEBUG
 
 ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3),
        PDIST: (132, 1, 5, 6)}
@@ -104,28 +103,3 @@ def test_idle_daemon_sleeps(daemon, agent):
     before = processes.switches(daemon.pid)
     time.sleep(2)
     assert processes.switches(daemon.pid) == before
-
-
-def test_one_call_is_not_answered(own_daemon, agent, log):
-    """Of three collections that are due at once the one in the middle gets no answer: the others do."""
-    settings.refresh(3)
-    agent.serve(host=[(1, ROW[HOST])])
-    own_daemon.start()
-    log.expect(*STARTED)
-    for kind in (control.CREATE, control.VIEWING):
-        next_second()
-        control.send_bytes(b"".join(control.message(kind, layout.code, index)
-                                    for layout, index in ((MATRIX, 1), (HOST, 1), (MATRIX, 2))))
-        own_daemon.answer()
-        own_daemon.settle()
-    agent.serve(faults=[{"procedure": ROWS["host"], "call": 1, "action": "no_answer"}])
-    log.wait("host_rpc_getnext: RPC failed", DEBUG, timeout=35)
-    unanswered = int(time.time()) - 1
-
-    def samples():
-        """Once the last of them is polled, which may be due a second later than the others."""
-        with contextlib.suppress(OSError, AssertionError):  # just being written
-            headers = [MATRIX.read(index, "last").header for index in (1, 2)]
-            return headers if max(header.time for header in headers) >= unanswered else None
-    assert [header.up_time for header in processes.wait_until(samples)] == [1000, 1000]
-    assert own_daemon.stop() == 0
