@@ -1,5 +1,5 @@
-"""One sandbox serves the whole run. Scenarios share a daemon where they do not get into each other's
-way; after each of them the same things must hold: see the fixtures `log` and `daemon`."""
+"""One sandbox serves the whole run. Scenarios share a daemon where they do not disturb each
+other. What must hold after each of them is in the fixtures `log` and `daemon`."""
 import os
 
 import pytest
@@ -22,7 +22,7 @@ def pytest_configure(config):
 
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
-    """A skip is a failure where nobody would notice it."""
+    """A skip counts as a failure in CI, where nobody would notice it."""
     report = (yield).get_result()
     if report.skipped and os.environ.get("CI") == "true":
         report.outcome = "failed"
@@ -36,7 +36,7 @@ def syslog():
 
 @pytest.fixture(autouse=True)
 def log(syslog):
-    """The log, which a scenario must have read to the end."""
+    """The log; a scenario must read all of it."""
     yield syslog
     assert syslog.take_all() == [], "not expected in the log"
     assert sanitizer_reports() == []
@@ -60,7 +60,7 @@ def scripted_supervisor():
 
 @pytest.fixture
 def supervisor(scripted_supervisor):
-    """The scripted supervisor with an empty table, which every request must be worthy of."""
+    """The scripted supervisor with an empty table; every request must be well-formed."""
     scripted_supervisor.restart()
     yield scripted_supervisor
     assert scripted_supervisor.wrong == []
@@ -68,7 +68,7 @@ def supervisor(scripted_supervisor):
 
 @pytest.fixture
 def pipe(shared_daemon):
-    """A pipe that this process reads in the daemon's stead."""
+    """A pipe that this process reads in place of the daemon."""
     shared_daemon.stop()
     os.mkfifo(PIPE)
     PIPE.chmod(0o777)
@@ -80,18 +80,18 @@ def pipe(shared_daemon):
 
 @pytest.fixture
 def target():
-    """The appliance's target id; a scenario's parameter of this name takes its place."""
+    """The appliance's target id; a scenario overrides it by a parameter of this name."""
 
 
 @pytest.fixture
 def interval():
-    """The interval of a fresh daemon in seconds; a fixture of this name takes its place."""
+    """The interval of a fresh daemon in seconds; a fixture of this name overrides it."""
     return 3600
 
 
 class SharedDaemon:
-    """A daemon that polls only when it is told to (the interval is an hour), started when a scenario
-    wants it and kept for the next one. It makes way for a daemon of a scenario's own."""
+    """A daemon that polls only when told to (its interval is an hour). It starts when a scenario
+    wants it, stays for the next one, and makes way for a daemon of a scenario's own."""
 
     def __init__(self, log):
         self._log = log
@@ -120,7 +120,7 @@ class SharedDaemon:
 
 
 def clean():
-    """Leave no file of a daemon that has ended, and no settings but those without a supervisor."""
+    """Remove what a daemon has left, and disable the supervisor in the settings."""
     for path in (*DATA.iterdir(), PREFERENCES, APPLIANCE_SETTINGS, PIPE, PID_FILE):
         path.unlink(missing_ok=True)
     settings.no_supervisor()
@@ -135,7 +135,7 @@ def shared_daemon(syslog):
 
 @pytest.fixture
 def daemon(agent, shared_daemon):
-    """The shared daemon; after the scenario it serves and holds nothing more than before."""
+    """The shared daemon, which must still serve after the scenario and hold no more than before."""
     if agent.ended():
         agent.start()
     running = shared_daemon.running(agent)
@@ -166,8 +166,8 @@ def own_daemon(syslog, shared_daemon):
 
 @pytest.fixture
 def fresh_daemon(own_daemon, agent, supervisor, target, interval, log):
-    """A daemon of the scenario's own, started with all kinds disabled. At the end those that are left
-    are destroyed, and it ends."""
+    """A daemon of the scenario's own, started with all kinds disabled. Kinds that are left at the end
+    are destroyed before it stops."""
     settings.refresh(interval)
     if target is not None:
         settings.target(target)

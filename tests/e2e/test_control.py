@@ -56,7 +56,7 @@ def test_messages(daemon, log):
 
 @pytest.mark.parametrize("kind, name", [(12, "etherstats"), (13, "supvlanstats"), (14, "Ifstats")])
 def test_supervisor_kind(kind, name, daemon, log):
-    """Disabled by the settings; each message but the one that changes the state is silent."""
+    """The settings disable it. Only a message that changes that is logged."""
     nobody_answers = (DEBUG, "Timeout error performing SNMP request.")  # asked twice
     for send, texts in (
             (VIEWING, [(DEBUG, f"{name} is disabled. VIEW message discarded.")]), (DESTROY, []),

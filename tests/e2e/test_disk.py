@@ -33,7 +33,7 @@ FULL = {
 
 @pytest.mark.parametrize("label", FULL)
 def test_full_at_every_write(label, daemon, agent, log):
-    """One page more each time: a poll that does not get through puts the old sample back."""
+    """With one page more each time: a poll that fails puts the old sample back."""
     first, second, writes = FULL[label]
     causes = {(level, "poll_coll_delta: Error " + text): WRITE for level, text in writes}
     causes |= {(DEBUG, f"poll_coll_delta: Error flushing {file} file."): FLUSH for file in ("last", "delta")}
@@ -65,7 +65,7 @@ def test_full_at_every_write(label, daemon, agent, log):
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_full_at_the_first_sample(layout, daemon, agent, log):
-    """Every type says so, one in the name of another; no half of a file is left."""
+    """Every type logs it, one of them under another's name, and no partial file is left."""
     agent.serve(**{layout.stem: samples.rows(layout, {number: 1 for number in range(1, 1000)}, 1)})
     collection = Collection(daemon, layout)
     with mounted("-t", "tmpfs", "-o", "mode=777,size=4k", "tmpfs"):
@@ -87,7 +87,7 @@ def test_full_at_the_first_sample(layout, daemon, agent, log):
 
 
 def test_missing_or_read_only_directory(daemon, agent, log):
-    """Nothing is lost; of a directory that is not there nothing is said."""
+    """Nothing is lost. A missing directory is not logged."""
     rows = ROWS[:3]
     agent.serve(host=rows)
     known, fresh = Collection(daemon, HOST, 1), Collection(daemon, HOST, 2)
@@ -128,7 +128,7 @@ def test_last_file_without_a_whole_header(daemon, agent, log):
 
 @pytest.mark.parametrize("rows, odd", [(3, 61), (132, 30)])
 def test_last_file_of_impossible_length(rows, odd, daemon, agent, log):
-    """The rows of the blocks before the odd one count; after it all rows are new."""
+    """The rows of the blocks before the odd one are used; all rows behind it count as new."""
     block = 8192 // HOST.size
     agent.serve(host=ROWS)
     collection = Collection(daemon, HOST)
@@ -143,7 +143,7 @@ def test_last_file_of_impossible_length(rows, odd, daemon, agent, log):
 
 
 def test_reader_holds_a_poll_up(own_daemon, agent, log):
-    """The poll empties the delta file first, then waits for the lock, and so does who sends messages."""
+    """The poll empties the delta file and then waits for the lock; messages wait for the poll."""
     settings.refresh(2)
     rows = ROWS[:3]
     agent.serve(host=rows)

@@ -16,7 +16,7 @@ FAILED = "host_rpc_getnext: RPC failed"
 
 @pytest.mark.parametrize("action", ["exit", "close", "system_err"])
 def test_up_time_call_fails(action, daemon, agent, log):
-    """The up-time is told as 0; whether rows come depends on what became of the connection."""
+    """The up-time becomes 0; rows come if the connection is still there."""
     collection = Collection(daemon, HOST)
     agent.serve(host=HOSTS)
     collection.first_sample(records(HOSTS))
@@ -30,12 +30,12 @@ def test_up_time_call_fails(action, daemon, agent, log):
     assert len(log.take_all(DIED)) == (not alive)
 
 
-# Calls that a poll makes for its files, and which of each kind.
+# System calls of a poll on its files: which one, and its number among its kind.
 STEPS = [("rename", 1), ("openat", 3), ("openat", 4), ("flock", 1), ("write", 1), ("write", 2), ("write", 4), ("flock", 2)]
 
 
 def test_killed_at_any_step(own_daemon, agent, log):
-    """SIGKILL in the middle of a poll leaves whole rows and nothing that hinders the next daemon."""
+    """SIGKILL in the middle of a poll leaves whole rows, and nothing that keeps the next daemon from starting."""
     for call, number in STEPS:
         agent.serve(host=HOSTS)
         own_daemon.start()

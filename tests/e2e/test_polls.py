@@ -67,7 +67,7 @@ KEYS_ASKED = {
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_keys_that_are_asked_for(layout, daemon, agent):
-    """Whole requests: the first and the last of a hundred rows, which have other numbers in each place."""
+    """Whole requests, the first and the last, for a hundred rows that differ in every member."""
     served = [(INDEX, (*samples.key(layout, number), *range(number, number + layout.counters)))
               for number in range(1, 101)]
     agent.serve(**{layout.stem: served})
@@ -82,8 +82,8 @@ def test_keys_that_are_asked_for(layout, daemon, agent):
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_where_tables_end(layout, daemon, agent):
-    """At a row of another collection, at one with a time mark, and at an agent that does not advance:
-    a batch that ends with the very key that was asked after is not used."""
+    """At a row of another collection, at one with a time mark, and when the agent does not advance:
+    a batch that ends with the key that was asked for is dropped."""
     batched = layout in BATCHED
     collection = Collection(daemon, layout, INDEX)
     for own in (3, 99, 100, 0) if batched else (3, 0):
@@ -117,7 +117,7 @@ def test_batch_that_ends_with_the_same_key_of_another(daemon, agent):
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_any_rows_come_and_go(layout, daemon, agent):
-    """In any mixture, in the order of their whole keys; of the batched types so many that they take
+    """In any mixture, in the order of their whole keys. The batched types have so many that they take
     several blocks of the record cache."""
     chance = random.Random(layout.code)
     most = 900 if layout in BATCHED else 60
@@ -141,7 +141,7 @@ def test_any_rows_come_and_go(layout, daemon, agent):
 
 
 def test_group_zero_is_asked_for(daemon, agent):
-    """A table that has a group 0 starts with it, one without with its lowest group."""
+    """A table starts with group 0 if it has one, otherwise with its lowest group."""
     collection = Collection(daemon, DSSTATS, INDEX)
     for numbers, asked in (((0, 1, 63), ["0 request=1", "0 request=2", "1 request=2", "63 request=2"]),
                            ((7,), ["0 request=1", "0 request=2", "7 request=2"]),
@@ -154,7 +154,7 @@ def test_group_zero_is_asked_for(daemon, agent):
 
 
 def test_addresses_that_differ_behind_the_record(daemon, agent):
-    """20 bytes are asked after, 16 are kept: rows with one key in the files, and all of them there."""
+    """Requests carry 20 bytes, records 16: the rows have one key in the files, and all are there."""
     served = [(INDEX, (1, 5, 4, b"\7" * 16 + bytes([0, 0, 0, last]), last, 2, 3, 4)) for last in range(1, 6)]
     collection = Collection(daemon, DSHOST, INDEX)
     for sample in (collection.first_sample, collection.next_sample):
@@ -164,7 +164,7 @@ def test_addresses_that_differ_behind_the_record(daemon, agent):
 
 
 def test_totals_that_do_not_come(daemon, agent, log):
-    """The agent has none, the call fails, there is no row at all, or the row call failed before."""
+    """The agent has none, the call fails, the table is empty, or the row call failed before."""
     collection = Collection(daemon, PDIST, INDEX)
     some = rows(PDIST, {1: 5})
     for served, calls, faults in ((some, 1, [{"procedure": TOTALS, "action": "status", "value": 1}]),
@@ -207,7 +207,7 @@ DISORDERS = [([3, 2, 1], [3, 2, 1]), ([1, 2, 2, 3], [1, 2, 2, 3]), ([1, 5, 3, 7]
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_disorder(layout, daemon, agent):
-    """The rows are taken as they come; the merge does what two sorted streams would need."""
+    """Rows are used as they come; the merge treats them as sorted."""
     collection = Collection(daemon, layout, INDEX)
     for first, second in DISORDERS[::2] if layout in SINGLE else DISORDERS:  # there, one twice is the end
         for take, order in ((collection.first_sample, first), (collection.next_sample, second)):
@@ -228,7 +228,7 @@ def test_one_pass_asks_no_more_than_it_needs(daemon, agent):
 
 
 def test_arithmetic_over_any_interval(daemon, agent):
-    """A sample that is as old as that, or from the future: the header tells the sign, the divisor is
+    """A sample of that age, or from the future: the header keeps the sign, while the divisor is
     an unsigned number."""
     before, after = ([(INDEX, (number.to_bytes(6, "big"), *[pair[which] for pair in (COUNTERS * 2)[number:number + 7]]))
                       for number in range(len(COUNTERS))] for which in (0, 1))

@@ -13,7 +13,7 @@ ROW = {HOST: (b"\2\0\0\0\0\1", *range(7)), MATRIX: (b"\2\0\0\0\0\1", b"\2\0\0\0\
 
 
 def poll_times(seconds=3600, count=3600, meanwhile=lambda: None):
-    """The sample times that the hosts' last file bears until there were so many, or for so long."""
+    """The sample times seen in the hosts' last file, until there are `count` of them or time is up."""
     times, end = [], time.monotonic() + seconds
     while time.monotonic() < end and len(times) < count:
         with contextlib.suppress(OSError, AssertionError):  # just being replaced
@@ -26,7 +26,7 @@ def poll_times(seconds=3600, count=3600, meanwhile=lambda: None):
 
 
 def test_looked_at_left_alone_and_destroyed(own_daemon, agent, log):
-    """MATRIX is looked at once, at its first sample; PDIST never is."""
+    """MATRIX is viewed once, at its first sample; PDIST never is."""
     settings.refresh(2)
     agent.serve(**{layout.stem: [(1, row)] for layout, row in ROW.items()})
     own_daemon.start()
@@ -54,7 +54,7 @@ def test_looked_at_left_alone_and_destroyed(own_daemon, agent, log):
 
 
 def test_new_interval_does_not_wake_the_task(daemon, agent, log):
-    """The task sleeps on with the time it knew; at its next wake-up the new one counts."""
+    """The task sleeps on as planned; the new interval counts from its next wake-up."""
     agent.serve(host=[(1, ROW[HOST])])
     collection = Collection(daemon, HOST)
     collection.create()
@@ -78,7 +78,7 @@ def test_new_interval_does_not_wake_the_task(daemon, agent, log):
 
 
 def test_many_collections(daemon, agent):
-    """Hundreds come and go while the task polls what it finds; those that stay have their own rows."""
+    """Hundreds come and go while the task polls; those that stay have their own rows."""
     indexes = [0, 2**31 - 1, 2**31, 2**32 - 1, *range(1, 200)]  # 32 bits on every road
     agent.serve(host=[(index, (b"\2\0\0\0\0\1", *[index] * 7)) for index in indexes])
     for turn in range(4):

@@ -59,7 +59,7 @@ def test_start_and_end(own_daemon, log):
 
 
 def fsize(limit):
-    """A wrapper under which no file grows beyond the limit; trying it is an error, not a signal."""
+    """A wrapper that bounds the size of files; writing beyond it is an error, not a signal."""
     return ("sh", "-c", f'trap "" XFSZ; exec prlimit --fsize={limit} -- "$0"')
 
 
@@ -112,7 +112,7 @@ def test_failure_ends_the_start(label, own_daemon, log):
             shutil.rmtree(path) if path.is_dir() else path.unlink(missing_ok=True)
 
 
-# What is prepared in place of the preferences, and what is logged of it.
+# How the preferences are spoilt, and what the log says about it.
 PREFERENCES_SEEN = {
     "no database": (lambda: PREFERENCES.write_bytes(b"refresh=1\n"), {NO_PREFERENCES}),
     "held by a writer": (lambda: dbm.gnu.open(str(PREFERENCES), "n"), {NO_PREFERENCES}),
@@ -124,7 +124,7 @@ PREFERENCES_SEEN = {
 
 
 def test_preferences(own_daemon, agent, log):
-    """Whatever they are, the daemon starts; a collection is then polled once a minute, not more often."""
+    """The daemon starts whatever they hold. Without an interval, collections are not polled every second."""
     for label, (prepare, texts) in PREFERENCES_SEEN.items():
         settings.refresh(1)
         held = prepare()

@@ -92,7 +92,7 @@ class Agent:
         assert self._process.wait(10) == 0
 
     def bring_back(self):
-        """Start it again if it has ended, or is about to because its script says so."""
+        """Start it again if it has ended, or will because its script says so."""
         if self._may_exit:
             processes.wait_until(self.ended)
         if self.ended():

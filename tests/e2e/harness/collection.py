@@ -7,7 +7,7 @@ from . import control, model, processes
 
 
 def next_second():
-    """Wait for the next whole second, and a little, since the clock that samples are stamped with
+    """Wait until shortly after the next whole second, since the clock that stamps samples
     may lag by a tick."""
     time.sleep(1.02 - time.time() % 1)
 
@@ -32,7 +32,7 @@ class Collection:
         assert not any(path.exists() for path in self.layout.paths(self.index))
 
     def poll(self, same_second=False, wait_for_delta=True):
-        """Have it polled now: somebody looks, and there is no delta file."""
+        """Have it polled now, by a viewing message while there is no delta file."""
         if not same_second:
             next_second()
         delta = self.layout.path(self.index, "delta")

@@ -74,13 +74,13 @@ class Daemon:
         self.log.wait(UNEXPECTED_TYPE, DEBUG, timeout=timeout)
 
     def settle(self, timeout=40):
-        """Wait until no poll pass is under way; it holds the registry's lock, and so does this."""
+        """Wait until no poll pass is under way: a pass holds the registry's lock, which this message needs."""
         nobodys = 9, 987654321
         control.send(control.VIEWING, *nobodys)
         self.log.wait(NOT_THERE.format(*nobodys), WARNING, timeout=timeout)
 
     def rest(self, agent):
-        """Wait until it has done everything that it was told, and asks the agent nothing more."""
+        """Wait until it has done everything that it was told to, calls to the agent included."""
         self.answer()
         processes.wait_until(lambda: processes.asleep(self.pid, agent.pid), timeout=40)
 
@@ -88,7 +88,7 @@ class Daemon:
         return self.pid is not None and processes.state(self.pid) not in ("Z", "X", None)
 
     def measure(self):
-        """Open descriptors and threads, which nothing that is over may have left more of."""
+        """How many descriptors and threads it has, for a comparison that shows leaks."""
         return len(processes.descriptors(self.pid)), processes.status_field(self.pid, "Threads")
 
     def exit_status(self, timeout=10):

@@ -22,7 +22,7 @@ def small():
 
 
 def resize(pages):
-    """Of `small`; no pages at all would be no limit."""
+    """Of `small`. At least one page: 0 would lift the limit."""
     # With its source named, it is changed in its size alone: an ordinary user may not repeat the owner.
     subprocess.run(["mount", "-o", f"remount,size={pages * PAGE}", "tmpfs", str(DATA)], check=True)
 

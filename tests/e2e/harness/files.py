@@ -34,7 +34,7 @@ class Layout:
         self.key = self.size - self._tail.size
 
     def pack_key(self, *values):
-        """Addresses and names are cut or filled up with zeros to their field, and so is their length."""
+        """Addresses and names are cut, or filled up with zeros, to the size of their field."""
         def packed(form, value):
             if form == COUNTED:
                 return struct.pack("<I16s", min(len(value), 16), value)

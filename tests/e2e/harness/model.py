@@ -49,7 +49,7 @@ def change_of(old, new, seconds):
 
 
 def merge(layout, before, now, seconds, change=change_of):
-    """(last rows, delta rows) of a poll: `before` are the rows of the sample before, `now` those
+    """(last rows, delta rows) of a poll: `before` are the rows of the previous sample, `now` those
     that were returned; both in their own order."""
     last, delta = [], []
     before = list(before)

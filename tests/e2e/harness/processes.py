@@ -1,4 +1,4 @@
-"""Looks at a running process through /proc, and buries those that detached themselves."""
+"""Running processes as /proc shows them, and the exit status of those that detached themselves."""
 import ctypes
 import os
 import pathlib
@@ -37,7 +37,7 @@ def children(name):
 
 
 def state(pid):
-    """The state letter of a process, None when there is none: "Z" has ended, but is not buried."""
+    """The state letter of a process, "Z" for one that has ended and was not waited for; None when it is gone."""
     try:
         return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2][0]
     except OSError:
@@ -51,8 +51,8 @@ def switches(*pids):
 
 
 def asleep(*pids):
-    """Whether every thread of these processes sleeps. They cannot wake one another unseen: who woke
-    another since the first look has gone to sleep since then."""
+    """Whether every thread of these processes sleeps. None can have woken another unseen: the waker
+    would have gone to sleep since the first look, which the second would show."""
     before = switches(*pids)
     states = [stat.read_text().rpartition(") ")[2][0]
               for pid in pids for stat in pathlib.Path(f"/proc/{pid}/task").glob("*/stat")]

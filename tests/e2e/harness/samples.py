@@ -10,7 +10,7 @@ LATER = [(1, (*row[:1], *[value * 2 for value in row[1:]])) for _, row in HOSTS]
 
 
 def records(served):
-    """What these rows are in the files of collection 1."""
+    """The records of these rows in the files of collection 1."""
     return model.returned(HOST, served, 1)
 
 

@@ -13,17 +13,17 @@ def write(path, **values):
 
 
 def supervisor(address=b"127.0.0.11", community=b"kivrel", **kinds):
-    """Who the supervisor is, and a value for each kind ("NMP_VLANSTATS" and so on)."""
+    """The supervisor's address and community, and a value for each kind ("NMP_VLANSTATS" and so on)."""
     write(NMP_SETTINGS, NMP_ADDR=address, NMP_COMMSTR=community, **kinds)
 
 
 def no_supervisor():
-    """Let no supervisor kind be asked for: nobody would answer."""
+    """Disable the supervisor kinds: nobody would answer."""
     supervisor(NMP_ETHERSTATS=b"disable", NMP_VLANSTATS=b"disable")
 
 
 def target(number):
-    """Which of the switches this appliance is made for."""
+    """The id of the switch that this appliance is made for."""
     APPLIANCE_SETTINGS.write_text(f"QOR_TARGET_ID={number}\n")
 
 

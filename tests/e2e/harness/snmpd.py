@@ -27,7 +27,7 @@ def write(**table):
 
 @contextlib.contextmanager
 def running(*options):
-    """It serves, on its address and port, as long as the context lasts."""
+    """Serves on its address and port as long as the context lasts."""
     process = subprocess.Popen([REPOSITORY / "scripts" / "snmpd-supervisor", *options], stdin=subprocess.DEVNULL)
     try:
         processes.wait_until(lambda: get(".1.3.6.1.2.1.1.3.0"))
@@ -39,7 +39,7 @@ def running(*options):
 
 @contextlib.contextmanager
 def cable(left, right):
-    """Two interfaces that are one cable, both up and silent."""
+    """Two interfaces that are the ends of a cable, both up and silent."""
     subprocess.run(["ip", "link", "add", left, "type", "veth", "peer", "name", right], check=True)
     try:
         for name in (left, right):

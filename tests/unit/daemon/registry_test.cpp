@@ -19,7 +19,7 @@
 namespace tally {
 namespace {
 
-// New collections remove their files, in a directory that is not ours: no collection of a living
+// New collections remove their files, in a directory that others use: no collection of a living
 // daemon has an index like these.
 constexpr std::uint32_t kFarIndex = 4'000'000'000;
 

@@ -181,8 +181,8 @@ def mac(number):
 
 
 LOW, HIGH = bytes([10, 0, 0, 1]), bytes([10, 0, 0, 2])
-# Keys that are no row's, or of other indexes: control index, asked key, keys of the rows behind it. Those of rows are
-# walked beside tshark.
+# Keys that no row has, or that belong to other indexes: control index, asked key, keys of the rows behind it. The keys
+# of rows are walked beside tshark.
 WALKS = [
     ("from the start", "host", 4, (b"",), [(mac(i),) for i in (1, 2, 3, 1, 2, 3)]),
     ("on into the next index", "host", 4, (mac(2),), [(mac(i),) for i in (3, 1, 2, 3)]),
@@ -196,7 +196,7 @@ WALKS = [
     ("the longer address is behind", "nlhost", 1, (11, LOW + b"x"), []),
     ("no destination is before all", "nlmatrix", 1, (11, LOW, b""), [(11, LOW, HIGH)]),
     ("VLAN 512 is behind 257", "vlan", 1, (512,), []),
-    ("VLAN 65793 is no 257", "vlan", 1, (65793,), []),
+    ("VLAN 65793 does not pass for 257", "vlan", 1, (65793,), []),
     ("protocol 267 is behind 106 in its group", "dspdist", 1, (10, 267), []),
     ("protocol 267 of the group before", "dspdist", 1, (9, 267), [(10, 1)]),
     ("group 265 compares as 09 01", "dshost", 1, (265, 0, bytes(20), 0), [(10, 11, LOW + bytes(16), 4)]),
