@@ -155,9 +155,8 @@ REQUESTS = {
                 {"Content_Type": "application/json; charset=utf-8"}, 200),
     "old browser": (VIEWING, {"Sec_Fetch_Site": None}, 200),
     "behind TLS": (VIEWING, {"Origin": "https://127.0.0.1:8081"}, 200),
-    "terminate": ({**VIEWING, "message": "terminate"}, {}, 400), "foreign origin": (VIEWING, {"Origin": "http://elsewhere"}, 403),
-    "cross-site": (VIEWING, {"Sec_Fetch_Site": "cross-site"}, 403), "no header": (VIEWING, {"X_Tally_Control": None}, 403),
-    "a form": (VIEWING, {"Content_Type": "text/plain"}, 415), "too long": ({**VIEWING, "type": "h" * 300}, {}, 413),
+    "cross-site": (VIEWING, {"Sec_Fetch_Site": "cross-site"}, 403), "a form": (VIEWING, {"Content_Type": "text/plain"}, 415),
+    "too long": ({**VIEWING, "type": "h" * 300}, {}, 413),
 }
 
 
@@ -195,11 +194,9 @@ def test_what_becomes_of_a_message(server, pipe):
         PIPE.unlink()
         make()
     for make, wanted, words in (
-            (full, 503, "is full"),
-            (lambda: replace(lambda: os.mkfifo(PIPE)), 503, "Nobody reads"),
+            (full, 503, "is full"), (lambda: replace(lambda: os.mkfifo(PIPE)), 503, "Nobody reads"),
             (lambda: replace(lambda: PIPE.symlink_to("/dev/null")), 500, "symbolic link"),
-            (lambda: replace(PIPE.touch), 500, "is no FIFO"),
-            (PIPE.unlink, 503, "no control pipe")):
+            (lambda: replace(PIPE.touch), 500, "is not a FIFO"), (PIPE.unlink, 503, "no control pipe")):
         make()
         status, answer = server.send(VIEWING)
         assert status == wanted and words in answer["error"], answer
@@ -256,7 +253,7 @@ STATES = {
                                         "delta": header(0) + hosts(98)[62 * 88:]},
                                ["may have been cut short", "10 rows not in the sample before"], 10),
     "no number": (lambda: {"delta": header(0) + struct.pack("<6s7d", b"<b>\0\0\0", float("nan"), -1, 1, 1, 1, 1, 1)},
-                  ["1 row with a rate that is negative or no number"], 1),
+                  ["1 row with a rate that is negative or not a number"], 1),
 }
 
 
@@ -294,7 +291,7 @@ def test_states(browser, server, files):
 
 
 def test_redraw_of_10000_rows(browser, server, files):
-    """New data, another order, scrolling and a search: only the rows in sight are ever in the document."""
+    """New data, another order, scrolling: only the rows in sight are ever in the document."""
     files(host_3_delta=header(0, 15) + hosts(10000))
     show(browser, server, "host/3")
     wait_for(browser, "#fact-rows", ["10,000"])
@@ -309,14 +306,8 @@ def test_redraw_of_10000_rows(browser, server, files):
     wait_for(browser, first, lambda found: found != before)
     browser.find_elements(By.CSS_SELECTOR, "#grid thead button")[0].click()
     wait_for(browser, "#grid tbody tr:nth-child(2) th", ["02:00:00:00:00:00"])
-    browser.execute_async_script("""
-        const done = arguments[0], grid = document.getElementById("grid");
-        let frame = 0;
-        const step = () => { grid.scrollTop = frame * 2900; ++frame < 100 ? requestAnimationFrame(step) : done(); };
-        step();""")
+    browser.execute_script("document.getElementById('grid').scrollTop = 1e9")
     wait_for(browser, "#grid tbody tr:nth-last-child(2) th", ["02:00:00:00:27:0f"])
-    browser.find_element(By.ID, "search").send_keys("27:0")
-    wait_for(browser, "#found", ["16 of 10,000 rows"])
     assert 10 < browser.execute_script("return most") < 100
 
 

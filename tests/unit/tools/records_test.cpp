@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <ctime>
 #include <set>
 
 #include "daemon/base/collection_types.h"
@@ -113,26 +111,6 @@ TEST(RowSelection, ValuesFallKeysRiseTotalsComeLast) {
   for (const char* bad : {"frob=1", "protocol_tag", "protocolDistStatsPkts<x", "protocol_tag!1"}) {
     EXPECT_THROW(RowFilter(layout, {bad}), UsageError) << bad;
   }
-}
-
-TEST(TableText, AlignsCutsAndLabels) {
-  setenv("TZ", "NST3:30", 1);
-  tzset();
-  const OpenFiles files = only(kPdist, pdist_rows({{3, 1.25}, {70000, 1e9}, {kTotalIndex, 2}}));
-  const RecordLayout& layout = *record_layout(kPdist);
-  const auto text = [&](std::size_t top, std::size_t width) {
-    const LoadedView loaded = load_view(files, RowFilter(layout, {}), {2, false, top}, nullptr);
-    return table_text(loaded.view, {NumberStyle::si, false, width});
-  };
-  EXPECT_EQ(
-      text(0, 0),
-      R"(pdist 1  interval 60 s  sampled 2023-11-14T18:43:20-03:30  rows 3  by protocolDistStatsPkts
-protocol_tag  protocolDirLocalIndex  protocolDistStatsPkts  protocolDistStatsOctets
-           1                  70000                  1.00G                    10.0G
-           1                      3                   1.25                     12.5
-           1                  total                      2                       20
-)");
-  EXPECT_EQ(text(1, 14), "pdist 1  inter\nprotocol_tag\n           1\n           1\n");
 }
 
 std::string vlan(std::uint32_t id, double packets) {
