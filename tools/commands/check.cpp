@@ -61,8 +61,8 @@ void check_daemon(const ToolPaths& paths, const DaemonState& daemon, Report& rep
                       "run this as root");
   }
   report.add(Level::problem, "daemon", fmt::format("nobody holds the lock of {}", paths.pid_file),
-             "start tallyd; if it ends at once, its syslog (local2) or 'systemctl status tallyd' "
-             "says why");
+             "start tallyd; if it ends at once, its messages in syslog (local2) or 'systemctl "
+             "status tallyd' say why");
 }
 
 void check_pipe(const ToolPaths& paths, bool running, Report& report) {
@@ -118,11 +118,12 @@ void check_directory(const ToolPaths& paths, const DaemonState& daemon, Report& 
   const std::uint64_t bytes = std::uint64_t{room.f_bavail} * room.f_frsize;
   const bool inodes = room.f_files == 0 || room.f_favail > 0;
   const bool enough = bytes >= kLeastRoom && inodes;
-  report.add(enough ? Level::fine : Level::problem, "space",
-             fmt::format("{} octets are free in {}{}",
-                         number_text(static_cast<double>(bytes), NumberStyle::si), directory,
-                         inodes ? "" : ", but no file can be added"),
-             enough ? "" : "free some: a poll without room puts the sample of before back");
+  report.add(
+      enough ? Level::fine : Level::problem, "space",
+      fmt::format("{} octets are free in {}{}",
+                  number_text(static_cast<double>(bytes), NumberStyle::si), directory,
+                  inodes ? "" : ", but no file can be added"),
+      enough ? "" : "free some space: a poll that runs out of it puts the previous sample back");
 }
 
 // What others may read is out of reach of this process, not necessarily of the daemon.
@@ -144,10 +145,9 @@ void add_database(Report& report, const char* subject, const std::string& path, 
       return report.add(Level::problem, subject, fmt::format("{} is not a regular file", path),
                         "remove it, and let the web application write it");
     case DatabaseState::held:
-      return report.add(Level::problem, subject,
-                        fmt::format("{} is open for writing somewhere", path),
-                        "a reader is refused meanwhile: the writer must close it, then send the "
-                        "reload message");
+      return report.add(
+          Level::problem, subject, fmt::format("{} is open for writing somewhere", path),
+          "readers are refused meanwhile: close it there, then run 'tallyctl reload'");
     case DatabaseState::unreadable:
       return report.add(Level::problem, subject, fmt::format("{} cannot be read: {}", path, error),
                         kBecomeRoot);
@@ -177,11 +177,11 @@ void check_agent(Report& report) {
         Level::problem, "agent",
         fmt::format("nothing answers the null call at {}:{}", kAgentHost, AGENT_PORT),
         "start the agent (tapd, or minitapd); tallyd finds it again by itself, unless "
-        "it was away for a quarter of an hour at tallyd's start");
+        "it was away for the first quarter of an hour after tallyd started");
   }
   if (!agent.up_time) {
-    return report.add(Level::warning, "agent", "answers, but does not tell its up-time",
-                      "restarts of it will not be seen; see the agent's log");
+    return report.add(Level::warning, "agent", "answers, but does not give its up-time",
+                      "its restarts will not be noticed; see the agent's log");
   }
   report.add(Level::fine, "agent",
              fmt::format("answers at {}:{}, up for {} of its units (mostly 1/100 s)", kAgentHost,
@@ -252,9 +252,10 @@ void check_supervisor(const ToolPaths& paths, const SupervisorSettings& settings
                         fmt::format("{} accepts the community; it is up for {}", where,
                                     duration_text(answer.up_time / 100)));
     case SupervisorState::unknown_host:
-      return report.add(Level::problem, "supervisor",
-                        fmt::format("{} is no address and no known host", printable(address)),
-                        "correct NMP_ADDR; with an unknown host tallyd does not start");
+      return report.add(
+          Level::problem, "supervisor",
+          fmt::format("{} is neither an address nor a known host", printable(address)),
+          "correct NMP_ADDR; with an unknown host tallyd does not start");
     case SupervisorState::refused:
       return report.add(
           Level::problem, "supervisor", fmt::format("{} refuses SNMP", where),
@@ -262,7 +263,7 @@ void check_supervisor(const ToolPaths& paths, const SupervisorSettings& settings
     case SupervisorState::silent:
       return report.add(Level::problem, "supervisor",
                         fmt::format("{} does not answer within 4 s", where),
-                        std::string("a wrong community is answered by silence: compare NMP_COMMSTR "
+                        std::string("a wrong community is met with silence: compare NMP_COMMSTR "
                                     "with the supervisor's; then look at the network") +
                             kNoSwitch);
   }
@@ -299,7 +300,7 @@ void check_collections(const ToolPaths& paths, const SupervisorSettings& setting
     const std::string name = title(collection);
     if (has_no_rows(paths, collection)) {
       report.add(Level::warning, name, "the agent has no rows for it",
-                 fmt::format("does the agent have {} control row {}? minitapd has index 1 only",
+                 fmt::format("does the agent have {} control row {}? minitapd has only index 1",
                              type_stem(collection.type), collection.index));
       continue;
     }
@@ -329,8 +330,8 @@ void check_collections(const ToolPaths& paths, const SupervisorSettings& setting
                  fmt::format("it is disabled; 'tallyctl destroy {}' removes what is left", name));
     } else {
       report.add(Level::problem, name, rates,
-                 "it is not polled any more: destroyed and left behind, or the daemon or its "
-                 "source is away");
+                 "it is no longer polled: it was destroyed and left behind, or the daemon or "
+                 "its source is away");
     }
   }
 }

@@ -71,7 +71,7 @@ void add_duration(CLI::App& command, Words& words) {
 }
 
 void add_every(CLI::App& command, Words& words) {
-  command.add_option("--every", words.every, "Tell the daemon so often; default 5")
+  command.add_option("--every", words.every, "Tell the daemon this often; default 5")
       ->check(CLI::Range(1, 3600))
       ->type_name("SECONDS");
 }
@@ -91,13 +91,14 @@ constexpr MessageCommand kMessageCommands[] = {
     {"create", MessageType::create, true, "Start a collection anew, from an empty history"},
     {"destroy", MessageType::destroy, true, "End a collection and remove its files"},
     {"viewing", MessageType::viewing, true, "Tell the daemon that somebody looks at a collection"},
-    {"interval", MessageType::set_interval, false, "Set the interval of polls that are looked at"},
+    {"interval", MessageType::set_interval, false,
+     "Set the interval for collections that are viewed"},
     {"reload", MessageType::reload_settings, false, "Read the supervisor settings again"},
     {"rescan", MessageType::rescan, false, "Scan the agent's control tables again"},
     {"stop", MessageType::terminate, false, "End the daemon"},
 };
 
-// note_odd tells of messages that do not do what they say.
+// note_odd warns of messages that do not do what they say.
 void note_odd(MessageType type, const ControlMessage& message) {
   const bool starts = type == MessageType::create || type == MessageType::viewing;
   if (starts && message.collection_type == kDsMatrix) {
@@ -133,12 +134,12 @@ void add_message(const Builder& builder, const MessageCommand& command) {
   CLI::App& sub = builder.add(command.name, command.help, [&builder, &command] {
     return run_message(builder.paths, command, builder.words);
   });
-  if (command.names_collection) add_collection(sub, words, "Which one");
+  if (command.names_collection) add_collection(sub, words, "The collection");
   if (command.type == MessageType::set_interval) {
     sub.add_option("seconds", words.interval, "15 to 3600")->required()->type_name("SECONDS");
   }
   if (command.type == MessageType::viewing) {
-    sub.add_option("--keep", words.keep, "Tell it every SECONDS (5) until interrupted")
+    sub.add_option("--keep", words.keep, "Tell it again every SECONDS (5), until interrupted")
         ->expected(0, 1)
         ->default_str("5")
         ->check(CLI::Range(1, 3600))
@@ -149,11 +150,10 @@ void add_message(const Builder& builder, const MessageCommand& command) {
 // The options that say which rows are shown, and how.
 void add_view_options(CLI::App& command, Words& words) {
   ViewOptions& view = words.view;
-  command.add_option("--top", view.top, "Show the first N rows of an order; 0: all")
-      ->type_name("N");
+  command.add_option("--top", view.top, "Show only the first N rows; 0: all")->type_name("N");
   command.add_option("--sort", view.sort, "Order by a column: values falling, keys rising")
       ->type_name("COLUMN");
-  command.add_flag("--reverse", view.reversed, "The other way round");
+  command.add_flag("--reverse", view.reversed, "Reverse the order");
   command
       .add_option("--where", view.where,
                   "Only rows with COLUMN=PATTERN, COLUMN!=PATTERN, COLUMN<N or COLUMN>N")
@@ -189,13 +189,13 @@ void add_show(const Builder& builder) {
     return show(builder.paths, parse_collection(read.collections), view_of(read),
                 seconds{read.wait});
   });
-  add_collection(sub, words, "Which one");
+  add_collection(sub, words, "The collection");
   sub.add_option("--file", words.file, "delta (rates, the default), last or prev (counts)")
       ->check(CLI::IsMember({"delta", "last", "prev"}))
       ->type_name("KIND");
   sub.add_flag("--csv", words.csv, "As CSV")->excludes(add_json(sub, words, "As one JSON object"));
   add_view_options(sub, words);
-  sub.add_option("--wait", words.wait, "For a file that is being written; default 5")
+  sub.add_option("--wait", words.wait, "Wait for a file that is being written; default 5")
       ->check(CLI::Range(0, 3600))
       ->type_name("SECONDS");
 }
@@ -214,11 +214,11 @@ void add_watch(const Builder& builder) {
         options.duration = duration_of(read);
         return watch(builder.paths, options);
       });
-  add_collection(sub, words, "One or several");
+  add_collection(sub, words, "One or more");
   add_view_options(sub, words);
   add_every(sub, words);
   sub.add_flag("--no-viewing", words.no_viewing, "Do not tell the daemon that somebody looks");
-  sub.add_option("--count", words.count, "End when the rates of each were shown N times")
+  sub.add_option("--count", words.count, "End when the rates of each have been shown N times")
       ->check(CLI::Range(1, 1'000'000))
       ->type_name("N");
   add_duration(sub, words);
@@ -230,7 +230,7 @@ void add_view(const Builder& builder) {
         return keep_viewing(builder.paths, parse_collections(builder.words.collections),
                             seconds{builder.words.every});
       });
-  add_collection(sub, builder.words, "One or several");
+  add_collection(sub, builder.words, "One or more");
   add_every(sub, builder.words);
 }
 
@@ -255,7 +255,7 @@ void add_record(const Builder& builder) {
     read.duration = duration_of(builder.words);
     return record(builder.paths, read);
   });
-  add_collection(sub, builder.words, "One or several; default: all that have files", false);
+  add_collection(sub, builder.words, "One or more; default: all that have files", false);
   CLI::Option* rrd =
       sub.add_option("--rrd", options.rrd_directory, "Into round robin databases, one for each row")
           ->type_name("DIR");
@@ -274,14 +274,14 @@ void add_metrics(const Builder& builder) {
     read.scope.collections = parse_collections(builder.words.collections);
     return metrics(builder.paths, read);
   });
-  add_collection(sub, builder.words, "One or several; default: all that have files", false);
+  add_collection(sub, builder.words, "One or more; default: all that have files", false);
   sub.add_option("--top", options.scope.top,
                  "Rows of each collection with series of their own; default 50")
       ->type_name("N");
   CLI::Option* file =
-      sub.add_option("--textfile", options.textfile, "Put the page in the place of FILE at once")
+      sub.add_option("--textfile", options.textfile, "Replace FILE with the page, as a whole")
           ->type_name("FILE");
-  sub.add_option("--listen", options.listen, "Serve it at /metrics; only a PORT: on 127.0.0.1")
+  sub.add_option("--listen", options.listen, "Serve it at /metrics; a PORT alone means 127.0.0.1")
       ->excludes(file)
       ->type_name("[ADDR:]PORT");
 }

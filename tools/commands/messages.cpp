@@ -9,7 +9,7 @@
 namespace tally {
 namespace {
 
-// A daemon that is busy with the supervisor reads its pipe only afterwards.
+// A daemon that is busy with the supervisor reads its pipe only when it is done.
 constexpr std::chrono::milliseconds kPipePatience{5000};
 
 }  // namespace
@@ -36,7 +36,7 @@ ExitCode keep_viewing(const ToolPaths& paths, const std::vector<Collection>& col
     // A daemon that is started again must not cost the history that somebody records.
     if (answer.text() != trouble) {
       trouble = answer.text();
-      complain(trouble.empty() ? "tallyd reads its pipe again" : trouble + "; trying on");
+      complain(trouble.empty() ? "tallyd reads its pipe again" : trouble + "; still trying");
     }
     const Deadline next(period);
     while (!next.over()) {

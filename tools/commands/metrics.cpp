@@ -38,7 +38,7 @@ std::string write_textfile(const ToolPaths& paths, const MetricsOptions& options
   if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return {};
   (void)unlink(temporary.c_str());
-  return fmt::format("{}: {}; the file of before is left as it was", path, std::strerror(error));
+  return fmt::format("{}: {}; the old file is left as it was", path, std::strerror(error));
 }
 
 ExitCode serve(const ToolPaths& paths, const MetricsOptions& options) {

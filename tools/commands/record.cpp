@@ -70,7 +70,7 @@ void Recorder::take(const Collection& collection) {
   if (!files.main.good()) return;  // there will be another event
   known.stamp = files.main.stamp;
   const FileHeader& header = files.main.header;
-  // Rates of an interval that never was, after the clock went back, are none.
+  // After the clock went back there is no interval to keep rates for.
   if (header.sample_time <= known.end || header.interval <= 0) return;
   const RecordLayout& layout = *files.main.layout;
   const AnnotateOptions annotate;

@@ -41,7 +41,7 @@ struct Watched {
   std::size_t loaded_room = 0;
 };
 
-// sorted_by is order_for, but a column to sort by need not be one of every type.
+// sorted_by is order_for, but not every type needs to have the column.
 RowOrder sorted_by(const Collection& collection, const WatchOptions& options) {
   const ViewOptions& view = options.view;
   const auto has_column = [&](const Collection& each) {
@@ -122,7 +122,7 @@ bool Watcher::look(Watched& watched) {
   return true;
 }
 
-// tell_daemon says when it is time that somebody looks. Returns whether the trouble is another.
+// tell_daemon says, when it is time, that somebody looks. Returns whether the trouble has changed.
 bool Watcher::tell_daemon() {
   if (!options_.viewing || Clock::now() < next_viewing_) return false;
   next_viewing_ = Clock::now() + options_.viewing_period;

@@ -18,7 +18,7 @@ Signals::Signals() {
 }
 
 Signals::~Signals() {
-  take();  // what came meanwhile is not to end the process after all
+  take();  // what came meanwhile must not end the process after all
   sigprocmask(SIG_SETMASK, &before_, nullptr);
 }
 

@@ -1,4 +1,4 @@
-// What commands that go on wait for: signals, and changes of files.
+// What long-running commands wait for: signals, and changes of files.
 #pragma once
 
 #include <chrono>
@@ -52,7 +52,7 @@ class FileEvents {
   UniqueFd fd_;
 };
 
-// wait_for waits until one of the descriptors can be read or the time is over; -1 is none.
+// wait_for waits until one of the descriptors can be read or the time is over; -1 stands for none.
 void wait_for(const std::vector<int>& descriptors, std::chrono::milliseconds time);
 
 // Deadline is a moment that never comes when there is no duration.

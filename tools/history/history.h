@@ -1,7 +1,7 @@
 // Where record keeps the rates of past intervals.
 //
-// A rate counts for the whole interval that ends at its sample, and for nothing outside. What no
-// delta file covered, and what its row says is no rate (a raw count after a reset), is unknown in
+// A rate counts for the whole interval that ends at its sample, and for nothing outside. Time that
+// no delta file covers, and values that are not rates (a raw count after a reset), are unknown in
 // the history, never 0 and never the next value.
 #pragma once
 

@@ -13,7 +13,7 @@
 namespace tally {
 namespace {
 
-// The longest interval that is one: an hour between two polls that nobody waits for, and as much
+// No interval is longer: there is an hour between two polls that nobody waits for, and as much
 // again in case one of them failed. Gaps are told by updates of their own.
 constexpr int kHeartbeat = 7200;
 

@@ -38,8 +38,8 @@ PipeAnswer answer(PipeState state, const std::string& pipe, int error = 0) {
     case PipeState::symbolic_link:
       return {state, "a symbolic link", pipe + " is a symbolic link, which is not followed",
               kMakeAnew};
-    case PipeState::no_fifo:
-      return {state, "not a FIFO", pipe + " is no FIFO: nothing is written to it", kMakeAnew};
+    case PipeState::not_a_fifo:
+      return {state, "not a FIFO", pipe + " is not a FIFO, so nothing is written to it", kMakeAnew};
     case PipeState::forbidden:
       return {state, "not accessible",
               "user " + std::to_string(geteuid()) + " may not write to " + pipe +
@@ -75,7 +75,7 @@ PipeAnswer open_pipe(const std::string& pipe, UniqueFd& fd) {
   fd.reset(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (!fd || fstat(fd.get(), &status) != 0) return failure(errno, pipe);
-  return answer(S_ISFIFO(status.st_mode) ? PipeState::read : PipeState::no_fifo, pipe);
+  return answer(S_ISFIFO(status.st_mode) ? PipeState::read : PipeState::not_a_fifo, pipe);
 }
 
 // wait_for_room waits until the pipe takes a message or the deadline passes.

@@ -1,6 +1,6 @@
 // Puts control messages into the daemon's control pipe.
 //
-// Nobody answers: what the daemon thinks of a message stands in its log. No symbolic link is
+// Nobody answers: what the daemon makes of a message is in its log. No symbolic link is
 // followed and nothing but a FIFO is written to, whatever lies in the pipe's place.
 #pragma once
 
@@ -17,7 +17,7 @@ enum class PipeState {
   absent,         // there is no such file
   full,           // there was no room for the message
   symbolic_link,  // or
-  no_fifo,        // something else lies in its place
+  not_a_fifo,     // something else lies in its place
   forbidden,      // this user may not write to it
   failed,         // the system said something else
 };

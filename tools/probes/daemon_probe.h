@@ -1,5 +1,5 @@
-// Whether the daemon and those that it talks to are there. Nothing is changed, nothing is asked of
-// the daemon, and every wait is bounded.
+// Whether the daemon, the agent and the supervisor are there. Nothing is changed, the daemon is not
+// asked anything, and every wait is bounded.
 #pragma once
 
 #include <sys/types.h>

@@ -12,8 +12,8 @@
 namespace tally {
 namespace {
 
-// A file with more interfaces than this is no file of the daemon; names beyond are not looked at,
-// so that memory stays bounded whatever the bytes are.
+// A file with more interfaces than this does not come from the daemon; names beyond are ignored, so
+// that memory stays bounded whatever the bytes are.
 constexpr std::size_t kMostNames = 65536;
 
 constexpr std::size_t kMovesTold = 5;
@@ -29,6 +29,10 @@ constexpr std::int32_t late_after(std::int32_t planned) {
 
 // ifSpeed is a Gauge32 and stays at its maximum for everything faster (RFC 2863).
 constexpr double kSpeedLimit = 4294967295.0;
+
+std::string rows_text(std::uint64_t count) {
+  return fmt::format("{} row{}", count, count == 1 ? "" : "s");
+}
 
 // index_of returns the interface index that a record begins with.
 std::uint32_t index_of(const unsigned char* record) {
@@ -67,7 +71,7 @@ void add_restart_note(const OpenFiles& files, std::vector<FileNote>& notes) {
   } else if (newer.up_time < before) {
     notes.push_back({"agent-restarted",
                      fmt::format("the agent restarted between the samples (its up-time fell from "
-                                 "{} to {}): counts of before are lost",
+                                 "{} to {}): what was counted before is lost",
                                  before, newer.up_time)});
   }
 }
@@ -82,12 +86,13 @@ void add_interval_note(const OpenFiles& files, const AnnotateOptions& options,
                                  "are almost 0",
                                  -std::int64_t{interval})});
   } else if (interval == 0) {
-    notes.push_back({"zero-interval", "both samples are of one second: rates are plain counts"});
+    notes.push_back(
+        {"zero-interval", "both samples were taken in the same second: rates are plain counts"});
   } else if (options.planned_interval &&
              interval > *options.planned_interval + late_after(*options.planned_interval)) {
     notes.push_back(
         {"long-interval",
-         fmt::format("the interval is {} s, planned are {} s: nobody was looking (then it is an "
+         fmt::format("the interval is {} s, {} s were planned: nobody was looking (then it is an "
                      "hour), a message changed the plan, or polls failed in between",
                      interval, *options.planned_interval)});
   }
@@ -98,18 +103,18 @@ void add_interval_note(const OpenFiles& files, const AnnotateOptions& options,
 const std::array<RowNoteText, kRowNoteCount>& row_note_texts() {
   static constexpr std::array<RowNoteText, kRowNoteCount> kTexts{{
       {"new",
-       "are not in the sample before, or not in their place: their whole count is spread over the "
+       "not in the sample before, or not in its place there; the whole count is spread over the "
        "interval"},
-      {"reset", "hold a raw count, not a rate: a counter went down since the sample before"},
-      {"negative", "hold a rate below 0: counters of 64 and of 32 bits met"},
-      {"above-speed", "are above the line speed, or were cut at 100 percent"},
+      {"reset", "a raw count, not a rate, because a counter went down since the sample before"},
+      {"negative", "a rate below 0, because counters of 64 and of 32 bits met"},
+      {"above-speed", "above the line speed, or cut at 100 percent"},
       {"unchanged",
-       "have not changed since the sample before: idle, or carried forward because the agent left "
-       "them out (the files cannot tell which)"},
-      {"renamed", "belong to an interface index that had another name before"},
-      {"moved", "belong to an interface name that had another index before"},
+       "unchanged since the sample before: idle, or carried forward because the agent left it out "
+       "(the files cannot tell which)"},
+      {"renamed", "an interface index that had another name before"},
+      {"moved", "an interface name that had another index before"},
       {"speed-unknown",
-       "belong to an interface faster than ifSpeed can say: their utilisation is too high"},
+       "an interface faster than ifSpeed can say, which makes the utilisation too high"},
   }};
   return kTexts;
 }
@@ -280,21 +285,19 @@ void Annotator::add_cut_notes(std::vector<FileNote>& notes) const {
   if (missing_ != 0) {
     notes.push_back(
         {"cut-short",
-         fmt::format("the file is cut short: {} rows changed behind its last one", missing_),
+         fmt::format("the file is cut short: {} changed behind its last one", rows_text(missing_)),
          true});
   }
   if (lost_ != 0) {
-    notes.push_back(
-        {"not-in-sample",
-         fmt::format("{} rows are not in the last sample: it is cut short, or in another order",
-                     lost_),
-         true});
+    notes.push_back({"not-in-sample",
+                     fmt::format("the last sample is cut short, or in another order: it lacks {}",
+                                 rows_text(lost_)),
+                     true});
   } else if (vanished_ != 0 && is_agent_type(files_.collection.type)) {
-    notes.push_back(
-        {"last-cut-short",
-         fmt::format("the last sample is cut short: {} rows of the sample before are not in it",
-                     vanished_),
-         true});
+    notes.push_back({"last-cut-short",
+                     fmt::format("the last sample is cut short: it lacks {} of the sample before",
+                                 rows_text(vanished_)),
+                     true});
   }
   if (behind_ >= kManyNewRows && behind_ == counts_[std::countr_zero(RowNotes{kNewRow})]) {
     notes.push_back({"prev-cut-short",
@@ -316,14 +319,15 @@ std::vector<FileNote> Annotator::finish() {
   for (std::size_t bit = 0; bit < kRowNoteCount; ++bit) {
     if (counts_[bit] == 0) continue;
     const auto& [code, meaning] = row_note_texts()[bit];
-    std::string text = fmt::format("{} rows {}", counts_[bit], meaning);
+    std::string text = fmt::format("{}: {}", rows_text(counts_[bit]), meaning);
     if (1 << bit == kMoved) text += fmt::format(" ({})", fmt::join(moves_, ", "));
     notes.push_back({code, std::move(text)});
   }
   if (unchanged_ != 0) {
     const auto& [code, meaning] =
         row_note_texts()[static_cast<std::size_t>(std::countr_zero(RowNotes{kUnchanged}))];
-    notes.push_back({code, fmt::format("{} more rows of the last sample {}", unchanged_, meaning)});
+    notes.push_back(
+        {code, fmt::format("{} more of the last sample: {}", rows_text(unchanged_), meaning)});
   }
   return notes;
 }

@@ -22,7 +22,7 @@ namespace tally {
 using RowNotes = std::uint8_t;
 
 enum RowNote : RowNotes {
-  kNewRow = 1,          // no sample before: the whole count, spread over the interval
+  kNewRow = 1,          // not found in the sample before: the whole count / interval
   kReset = 2,           // a counter went down: its "rate" is the raw count, not divided
   kNegative = 4,        // a rate below 0: 64-bit and 32-bit counters met
   kAboveSpeed = 8,      // more octets than the line carries, or a utilisation that was cut at 100
@@ -35,7 +35,7 @@ inline constexpr std::size_t kRowNoteCount = 8;
 
 struct RowNoteText {
   const char* code;
-  const char* meaning;
+  const char* meaning;  // of one row
 };
 const std::array<RowNoteText, kRowNoteCount>& row_note_texts();
 

@@ -21,7 +21,7 @@ std::string mac_text(std::span<const unsigned char> octets);
 
 // address_text: a length of 4 gives dotted IPv4, 16 gives IPv6 as in RFC 5952; everything else
 // gives plain hex of what counts, and "-" when nothing does. A length that leaves out octets that
-// are not zero is no length: then all octets are shown in hex, so that no two keys look alike.
+// are not zero is not believed: all octets are then shown in hex, so that no two keys look alike.
 std::string address_text(const Octets& address);
 
 // printable shows what is not printable ASCII as \xNN: names and settings come from elsewhere and

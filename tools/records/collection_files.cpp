@@ -190,7 +190,7 @@ void match_samples(OpenFiles& files, OpenFile last, OpenFile prev) {
     files.unmatched = fmt::format("the {} file: {}", last.good() ? "prev" : "last", bad.remark);
   } else if (last.header.sample_time != main.sample_time ||
              seconds_between(prev.header.sample_time, last.header.sample_time) != main.interval) {
-    files.unmatched = "the samples are of another poll than the delta file";
+    files.unmatched = "the samples belong to another poll than the delta file";
   } else {
     files.last = std::move(last);
     files.prev = std::move(prev);
@@ -222,7 +222,7 @@ OpenFiles open_files(const std::string& directory, const Collection& collection,
   for (;;) {
     OpenFiles files = try_open(directory, collection, kind, samples);
     if (files.main.state == FileState::empty && !looked_again) {
-      // Emptied and not yet locked, perhaps: that lasts no longer than two system calls.
+      // Perhaps it was emptied and is not locked yet: that lasts no longer than two system calls.
       looked_again = true;
       std::this_thread::sleep_for(kRetryPause);
       continue;

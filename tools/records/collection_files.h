@@ -39,7 +39,7 @@ std::optional<FileStamp> stamp_of(const std::string& path);
 enum class FileState {
   good,
   absent,        // there is no such file
-  unreadable,    // cannot be opened or read, or is no regular file
+  unreadable,    // cannot be opened or read, or is not a regular file
   writing,       // somebody writes it, and patience ran out
   empty,         // no bytes at all
   short_header,  // fewer than 16

@@ -36,7 +36,8 @@ std::uint32_t parse_type(const std::string& word) {
       return type;
     }
   }
-  throw UsageError(fmt::format("'{}' is no collection type; types are {}", word, all_types()));
+  throw UsageError(
+      fmt::format("unknown collection type '{}'; the types are {}", word, all_types()));
 }
 
 }  // namespace
@@ -52,7 +53,7 @@ std::vector<Collection> parse_collections(const std::vector<std::string>& words)
       }
       const auto index = parse_number(*word);
       if (!index) {
-        throw UsageError(fmt::format("'{}' is no control index (0 to 4294967295)", *word));
+        throw UsageError(fmt::format("'{}' is not a control index (0 to 4294967295)", *word));
       }
       collection.index = *index;
     }

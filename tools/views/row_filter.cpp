@@ -17,7 +17,7 @@ RowFilter::RowFilter(const RecordLayout& layout, const std::vector<std::string>&
     const std::size_t width = at != std::string::npos && text[at] == '!' ? 2 : 1;
     if (at == std::string::npos || (text[at] == '!' && text.substr(at, 2) != "!=")) {
       throw UsageError(
-          fmt::format("'{}' is no condition; write COLUMN=PATTERN, COLUMN!=PATTERN, "
+          fmt::format("'{}' is not a condition; write COLUMN=PATTERN, COLUMN!=PATTERN, "
                       "COLUMN<NUMBER or COLUMN>NUMBER",
                       text));
     }

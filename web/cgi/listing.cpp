@@ -45,7 +45,7 @@ Json describe_file(int directory, const char* name) {
   const UniqueFd fd(openat(directory, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   struct stat state {};
   if (!fd || fstat(fd.get(), &state) != 0) return error_text(errno);
-  if (!S_ISREG(state.st_mode)) return {{"error", "is no regular file"}};
+  if (!S_ISREG(state.st_mode)) return {{"error", "it is not a regular file"}};
   const bool writing = flock(fd.get(), LOCK_SH | LOCK_NB) != 0;
   FileHeader header{};
   const bool whole = read_file_header(fd.get(), header);

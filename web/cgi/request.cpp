@@ -80,20 +80,20 @@ Request message_of(std::string_view body) {
   };
   const Json json = Json::parse(body, count, false);
   if (!json.is_object() || json.size() != kMembers || names != kMembers) {
-    return Refusal{400, "The body is no object of message, type and index."};
+    return Refusal{400, "The body is not an object of message, type and index."};
   }
   const auto text = [&](const char* name) {
     const auto member = json.find(name);
     return member != json.end() && member->is_string() ? member->get<std::string>() : std::string();
   };
   const auto message = message_type(text("message"));
-  if (!message) return Refusal{400, "The message is none of viewing, create and destroy."};
+  if (!message) return Refusal{400, "The message must be viewing, create or destroy."};
   const auto type = collection_type(text("type"));
   if (!type) return Refusal{400, "There is no such type of collection, or it cannot be created."};
   const auto index = json.find("index");
   if (index == json.end() || !index->is_number_unsigned() ||
       index->get<std::uint64_t>() > std::numeric_limits<std::uint32_t>::max()) {
-    return Refusal{400, "The index is no number from 0 to 4294967295."};
+    return Refusal{400, "The index must be a number from 0 to 4294967295."};
   }
   if (is_supervisor_type(*type) && *index != 0) {
     return Refusal{400, "There is one collection of this type: its index is 0."};

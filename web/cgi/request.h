@@ -1,4 +1,4 @@
-// What a HTTP request asks of the control program, as a web server hands it over by RFC 3875.
+// What an HTTP request asks of tally-cgi, as a web server hands it over (RFC 3875).
 //
 //   GET                                                       list the collections
 //   POST {"message":"viewing","type":"host","index":3}        one control message
@@ -6,7 +6,7 @@
 // A message is taken from a page of the same origin only, because the browsers of the appliance's
 // users also show the pages of others: the request must carry an Origin that is this server, the
 // header "X-Tally-Control: 1" and the type application/json, which no foreign page can send without
-// being asked for by the server, and nothing in it may say that another site made it.
+// the server's leave, and nothing in it may say that another site made it.
 #pragma once
 
 #include <cstddef>

@@ -93,7 +93,7 @@ export class Table {
   }
 
   // keys gives the values of a column by row in a form that "<" orders: numbers, or strings of the
-  // bytes. Numbers that are none come as -Infinity, behind all others when the largest come first.
+  // bytes. NaN comes as -Infinity, behind all others when the largest come first.
   keys(column) {
     const width = { mac: 6, address: 16, name: 16 }[column.kind];
     if (width === undefined) {

@@ -55,7 +55,8 @@ function marks(samples) {
   return prev && last ? marksOf(table, prev, last) : NO_MARKS;
 }
 
-// countFlaws counts the rows that stand at 100 %, and those with rates that are none.
+// countFlaws counts the rows that stand at 100 %, and those with a rate that is negative or not a
+// number.
 function countFlaws() {
   const { rates, percents } = layout;
   let full = 0, odd = 0;

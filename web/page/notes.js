@@ -26,7 +26,7 @@ const MANY_NEW = 10;
 //   unsettled          the file went on changing while it was read
 //   kept               rows of an earlier sample are on show
 //   full               rows with a utilisation of 100
-//   odd                rows with a rate that is negative or no number
+//   odd                rows with a rate that is negative or not a number
 //   raw, fresh, behind, missing, lost, vanished   numbers of rows: see samples.js
 //   silent             rows of the last sample that have no rates
 const NOTES = [
@@ -56,7 +56,7 @@ const NOTES = [
     (f) => `The sample lies ${duration(f.header.time - f.now)} ahead of the server's clock: the clock was set back.`],
   ["warn", (f) => f.header?.interval < 0,
     () => "The clock was set back between the samples: these rates are almost 0 and mean nothing."],
-  ["warn", (f) => f.header?.interval === 0, () => "Both samples are of the same second: it was counted as a whole one."],
+  ["warn", (f) => f.header?.interval === 0, () => "Both samples were taken in the same second, which counts as a whole one."],
   ["warn", (f) => f.usual && f.header?.interval > 1.5 * f.usual + 1,
     (f) => `The interval is ${duration(f.header.interval)} instead of the usual ${duration(f.usual)}: the rates are means over the longer time.`],
   ["info", (f) => f.header?.interval >= 600 && !(f.usual && f.header.interval > 1.5 * f.usual + 1),
@@ -86,7 +86,7 @@ const NOTES = [
     () => "The samples are too large to be fetched with every poll: which rows are new or were reset is not looked at."],
   ["info", (f) => f.silent > 0,
     (f) => `${count(f.silent, "row")} without rates besides these: idle, or carried forward because the agent left them out. The files cannot tell which.`],
-  ["warn", (f) => f.odd > 0, (f) => `${count(f.odd, "row")} with a rate that is negative or no number.`],
+  ["warn", (f) => f.odd > 0, (f) => `${count(f.odd, "row")} with a rate that is negative or not a number.`],
 ];
 
 const restarted = ({ last, prev }) =>

@@ -1,4 +1,4 @@
-// The live page: what the watcher brings goes to the engine, and what the engine answers on show.
+// The live page: what the watcher brings goes to the engine, and what the engine answers is shown.
 import { LineChart, span } from "./chart.js";
 import { decode } from "./delta.js";
 import * as gauges from "./gauges.js";
@@ -220,7 +220,7 @@ function markCurrent() {
   }
 }
 
-// fault shows an error, or that there is none any more (null).
+// fault shows an error, or clears it (null).
 function fault(id, error) {
   say(id, error?.message ?? "");
   $(id).hidden = error === null;
@@ -239,7 +239,7 @@ async function order(message, collection, done) {
   try {
     await send(message, collection);
     fault("message-trouble", null);
-    say("message", `${done} What tallyd makes of it stands in its log.`);
+    say("message", `${done} tallyd's log says what became of it.`);
     return true;
   } catch (error) {
     fault("message-trouble", error);

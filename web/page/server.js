@@ -15,7 +15,7 @@ async function ask(options) {
 
 export const list = () => ask({});
 
-// send puts a message for one collection into the daemon's pipe. Nobody tells what comes of it.
+// send puts a message for one collection into the daemon's pipe. Nobody answers it.
 export const send = (message, { stem, index }) => ask({
   method: "POST",
   headers: { "Content-Type": "application/json", "X-Tally-Control": "1" },

@@ -19,8 +19,8 @@ function ipv6(bytes) {
   return `${groups.slice(0, best.at).join(":")}::${tail.join(":")}`;
 }
 
-// address reads as many bytes as count. A length that leaves out bytes that are not zero is no
-// length: then all are shown, in hex, so that no two keys look alike.
+// address reads as many bytes as count. A length that leaves out bytes that are not zero is not
+// believed: then all are shown, in hex, so that no two keys look alike.
 export function address(bytes, length) {
   if (length > bytes.length || bytes.subarray(length).some((byte) => byte !== 0)) return hex(bytes);
   if (length === 4) return Array.from(bytes.subarray(0, 4)).join(".");
