@@ -12,7 +12,7 @@ set(TALLYD_APPLIANCE_SETTINGS "/usr/local/qor/etc/qor_settings" CACHE STRING "Th
 set(TALLYD_NMP_ADDRESS "127.0.0.11" CACHE STRING "The supervisor's address, unless the settings have one")
 set(TALLYD_NMP_COMMUNITY "kivrel" CACHE STRING "The supervisor's community, unless the settings have one")
 set(TALLYD_NMP_PORT "161" CACHE STRING "The supervisor's UDP port")
-set(TALLYD_RMON_OWNER "monitor" CACHE STRING "Owner of the supervisor's control rows that are ours to read")
+set(TALLYD_RMON_OWNER "monitor" CACHE STRING "Owner of the supervisor's control rows that are polled, and of the agent's that vlan and prio adopt, too")
 
 # The column of the switch maker's private port table that holds a port's duplex mode: 13 numbers, to which
 # module and port are appended. The MIB of the switch defines it; this default lies below the enterprise
