@@ -28,16 +28,14 @@ class ByteList {
   }
   ByteList& operator=(ByteList&& other) noexcept {
     count_ = std::exchange(other.count_, 0);
-    in_place_ = other.in_place_;
+    in_place_ = std::exchange(other.in_place_, {});
     heap_ = std::move(other.heap_);
     return *this;
   }
   ~ByteList() = default;
 
   std::uint32_t size() const { return count_; }
-  std::span<const std::uint8_t> bytes() const {
-    return {heap_ ? heap_.get() : in_place_.data(), count_};
-  }
+  std::span<const std::uint8_t> bytes() const { return {padded(), count_}; }
 
   // first returns at most the first `limit` bytes.
   std::span<const std::uint8_t> first(std::uint32_t limit) const {
@@ -50,11 +48,15 @@ class ByteList {
     if (!bytes.empty()) std::memcpy(to, bytes.data(), bytes.size());
   }
 
+  // padded returns the bytes, with zeros behind them up to kInPlace.
+  const std::uint8_t* padded() const { return heap_ ? heap_.get() : in_place_.data(); }
+
   // resize makes room for `count` bytes and returns where they go; what stood there is lost.
   std::uint8_t* resize(std::uint32_t count) {
     if (count <= kInPlace) {
       if (heap_) heap_.reset();
       count_ = count;
+      in_place_ = {};
       return in_place_.data();
     }
     heap_ = std::make_unique_for_overwrite<std::uint8_t[]>(count);

@@ -1,7 +1,6 @@
 // Keys of records: how they are written and how they are ordered. Records lie at any alignment.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -14,13 +13,8 @@ namespace tally {
 // zeros when it is shorter.
 template <std::uint32_t kSize>
 void put_address(unsigned char* field, const ByteList& address) {
-  if (address.size() >= kSize) {
-    std::memcpy(field, address.bytes().data(), kSize);
-    return;
-  }
-  std::memset(field, 0, kSize);
-  const auto bytes = address.bytes();
-  std::copy(bytes.begin(), bytes.end(), field);
+  static_assert(kSize <= ByteList::kInPlace);
+  std::memcpy(field, address.padded(), kSize);
 }
 
 // put_words writes 32-bit words, signed or not, in the host's byte order.

@@ -145,15 +145,26 @@ bool decode(WireReader& in, std::array<std::uint32_t, kCount>& words) {
   for (std::uint32_t& word : words) word = in.u32();
   return true;
 }
-// Nearly every byte list is a MAC address; its six units are read without a loop.
+// Nearly every byte list is the address of a network (IPv4, IPv6) or a MAC address; their units are
+// read without a loop.
+template <std::uint32_t kCount>
+bool decode_units(WireReader& in, ByteList& value) {
+  if (!in.need(kCount * std::size_t{4})) return false;
+  in.units<kCount>(value.resize(kCount));
+  return true;
+}
 bool decode_any_length(WireReader& in, std::uint32_t count, ByteList& value);
 inline bool decode(WireReader& in, ByteList& value) {
-  constexpr std::uint32_t kMacSize = 6;
-  const std::uint32_t count = in.u32();
-  if (count != kMacSize) return decode_any_length(in, count, value);
-  if (!in.need(kMacSize * std::size_t{4})) return false;
-  in.units<kMacSize>(value.resize(kMacSize));
-  return true;
+  switch (const std::uint32_t count = in.u32()) {
+    case 4:
+      return decode_units<4>(in, value);
+    case 6:
+      return decode_units<6>(in, value);
+    case 16:
+      return decode_units<16>(in, value);
+    default:
+      return decode_any_length(in, count, value);
+  }
 }
 bool decode(WireReader& in, WireString& value);
 
