@@ -6,6 +6,7 @@
 // give the same value, and rpcgen's routine gives it, too.
 #include <algorithm>
 #include <array>
+#include <concepts>
 #include <cstring>
 #include <span>
 #include <tuple>
@@ -47,14 +48,11 @@ class Walker {
             std::uint32_t{left_[2]} << 8 | left_[3];
     return skip(4);
   }
-  bool walk(std::int32_t) { return skip(4); }
-  bool walk(std::uint32_t) { return skip(4); }
-  bool walk(std::uint64_t) { return skip(8); }
-  template <std::size_t kWords>
-  bool walk(const std::array<std::uint32_t, kWords>&) {
-    return skip(4 * kWords);
+  bool walk(std::integral auto number) { return skip(sizeof number); }
+  template <class T, std::size_t kCount>
+  bool walk(const std::array<T, kCount>&) {
+    return skip(4 * kCount);
   }
-  bool walk(const ByteVector20&) { return skip(80); }
   bool walk(const ByteList&) {
     std::uint32_t count = 0;
     return word(count) && skip(std::uint64_t{count} * 4);

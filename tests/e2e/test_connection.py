@@ -1,5 +1,4 @@
-"""An agent that is absent, goes away and comes back, or accepts no connection."""
-import socket
+"""An agent that is absent, or goes away and comes back."""
 import time
 
 import pytest
@@ -7,9 +6,8 @@ import pytest
 from harness import control, processes
 from harness.agent import NULL
 from harness.collection import Collection, next_second
-from harness.daemon import CALL, DIED, NO_AGENT, NO_PREFERENCES, STARTED
+from harness.daemon import DIED, NO_AGENT, NO_PREFERENCES, STARTED
 from harness.files import HOST, MATRIX
-from harness.paths import AGENT
 from harness.samples import HOSTS, LATER, records
 from harness.syslog import DEBUG
 
@@ -62,34 +60,3 @@ def test_agent_that_comes_late(own_daemon, agent, log):
     control.send(control.RESCAN)
     processes.wait_until(HOST.path(7, "last").exists)
     assert own_daemon.stop() == 0
-
-
-def test_connection_that_is_not_accepted(daemon, agent, log):
-    """A listener whose queue is full leaves a caller hanging: messages are served meanwhile, and the
-    agent is found once it is back."""
-    agent.serve(host=HOSTS)
-    collection = Collection(daemon, HOST)
-    collection.create()
-    agent.stop()
-    with socket.socket() as deaf:
-        deaf.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        deaf.bind(AGENT)
-        deaf.listen(0)
-        callers = [socket.socket() for _ in range(4)]
-        for caller in callers:
-            caller.setblocking(False)
-            caller.connect_ex(AGENT)
-        begun = time.monotonic()
-        control.send(control.VIEWING, HOST.code, 1)
-        log.wait(DIED, DEBUG)
-        daemon.settle(timeout=15)
-        time.sleep(3)
-        assert log.peek() == [], "still in the first try"
-        log.wait(DIED, DEBUG, timeout=CALL + 8)  # given up, and tried again
-        assert CALL - 1 < time.monotonic() - begun
-        for caller in callers:
-            caller.close()
-    agent.start()
-    processes.wait_until(HOST.path(1, "delta").exists)
-    daemon.settle()
-    log.take_all(DIED)

@@ -62,15 +62,3 @@ def test_each_type_says_whose_call_failed(layout, daemon, agent, log):
             agent.serve(**{layout.stem: served}, faults=[fault])
             take(model.returned(layout, served[:1 if layout in SINGLE else 100], 1))
             assert len(log.take_all(f"{layout.stem}_rpc_getnext: RPC failed")) == texts
-
-
-@pytest.mark.parametrize("fault", [
-    {"action": "fragments", "bytes": 7}, {"action": "delay", "seconds": 1.2},
-    {"action": "drip", "bytes": 500, "seconds": 0.01}],
-    ids=lambda fault: " ".join(str(value) for value in fault.values()))
-def test_reply_in_pieces_is_a_reply(fault, daemon, agent):
-    collection = Collection(daemon, HOST)
-    agent.serve(host=HOSTS, faults=[{"procedure": HOST_ROWS, **fault}])
-    collection.first_sample(records(HOSTS))
-
-

@@ -84,28 +84,6 @@ TEST(XdrCodec, LongestMessage) {
   }
 }
 
-// The second batch and all that follow use the buffer of the first, unless it was outsize.
-TEST(XdrCodec, RowBuffersAreReused) {
-  for_each_reply([]<class T>(std::uint8_t /*number*/) {
-    if constexpr (requires(T & value) { value.rows.size(); }) {
-      T reply;
-      const auto allocations_of = [&](const Bytes& message) {
-        const std::size_t before = allocations().count;
-        EXPECT_TRUE(decode_bytes(xdr_wire<T>, reply, message).good);
-        free_value(xdr_wire<T>, reply);
-        return allocations().count - before;
-      };
-      const Bytes bytes = encoded<T>(1, 100, 100, 20);
-      allocations_of(bytes);
-      for (const Bytes& next : {bytes, bytes, Bytes(4), bytes}) EXPECT_EQ(allocations_of(next), 0U);
-      const Bytes outsize = encoded<T>(1, 3000, 3000, 20);
-      ASSERT_GT(outsize.size(), 64 * 1024U);
-      allocations_of(outsize);
-      EXPECT_GT(allocations_of(bytes), 0U) << "an outsize buffer was kept";
-    }
-  });
-}
-
 // The library's frames are C: memory that runs out must not be an exception there.
 TEST(XdrCodec, RunsOutOfMemoryWithoutAnException) {
   for_each_reply([]<class T>(std::uint8_t /*number*/) {

@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <array>
+#include <concepts>
 #include <cstdint>
 #include <iterator>
 #include <random>
 #include <tuple>
+#include <type_traits>
 
 #include "agent/xdr_codec.h"
 
@@ -29,22 +31,18 @@ class WireFiller {
  private:
   std::uint32_t below(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % limit); }
 
-  void fill(std::int32_t& value) { value = static_cast<std::int32_t>(random_()); }
-  void fill(std::uint32_t& value) { value = static_cast<std::uint32_t>(random_()); }
-  void fill(std::uint64_t& value) { value = random_(); }
-  template <std::size_t kCount>
-  void fill(std::array<std::uint32_t, kCount>& words) {
-    for (std::uint32_t& word : words) fill(word);
+  void fill(std::integral auto& value) {
+    value = static_cast<std::remove_cvref_t<decltype(value)>>(random_());
   }
-  void fill_bytes(auto first, auto last) {
-    for (; first != last; ++first) *first = static_cast<std::uint8_t>(random_());
+  template <class T, std::size_t kCount>
+  void fill(std::array<T, kCount>& values) {
+    for (T& value : values) fill(value);
   }
-  void fill(ByteVector20& value) { fill_bytes(value.begin(), value.end()); }
   void fill(ByteList& value) {
     static constexpr std::uint32_t kLengths[] = {0, 1, 4, 5, 6, 6, 6, 7, 16, 17, 20, 21, 60};
     const std::uint32_t length = std::min(kLengths[below(std::size(kLengths))], longest_bytes_);
     std::uint8_t* bytes = value.resize(length);
-    fill_bytes(bytes, bytes + length);
+    for (std::uint32_t i = 0; i < length; ++i) fill(bytes[i]);
   }
   // Without zeros, which end a string on rpcgen's side.
   void fill(WireString& value) {
