@@ -1,5 +1,5 @@
 // Replies of the agent, as the daemon decodes them. The first byte chooses the procedure, the rest
-// is what comes behind the RPC header.
+// is what follows the RPC header.
 //
 // A reply is taken if and only if a plain walk over it finds every member, and then the bytes of
 // that walk are what is consumed, in place and through a record stream that comes in crumbs. Both

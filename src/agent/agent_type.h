@@ -3,7 +3,7 @@
 // A type is a struct with static members: see the families in mac_types, network_types, smon_types
 // and dsmon_types. It names
 //
-//   kKeySize, kCounters          bytes of the key, number of doubles behind it
+//   kKeySize, kCounters          bytes of the key, number of doubles that follow it
 //   kTexts                       its log texts (kept as the system has them, also where one type
 //                                uses the name of another)
 //   compare(a, b)                the order of two records by their keys
@@ -39,7 +39,7 @@ struct AgentTexts {
 template <class Type>
 inline constexpr std::uint32_t kRecordSize = Type::kKeySize + 8 * Type::kCounters;
 
-// put_counters writes counters behind the key, each rounded from 64 bits once.
+// put_counters writes counters after the key, each rounded once from 64 bits.
 template <std::uint32_t kKeySize, class... Counter>
 void put_counters(unsigned char* record, Counter... counters) {
   const double values[] = {static_cast<double>(counters)...};

@@ -48,7 +48,7 @@ class ByteList {
     if (!bytes.empty()) std::memcpy(to, bytes.data(), bytes.size());
   }
 
-  // padded returns the bytes, with zeros behind them up to kInPlace.
+  // padded returns the bytes, followed by zeros up to kInPlace.
   const std::uint8_t* padded() const { return heap_ ? heap_.get() : in_place_.data(); }
 
   // resize makes room for `count` bytes and returns where they go; what stood there is lost.
@@ -78,8 +78,8 @@ class ByteList {
 // ByteVector20 is a fixed field of 20 address bytes: 20 XDR units, no count.
 using ByteVector20 = std::array<std::uint8_t, 20>;
 
-// WireString is an XDR string<255>: every text of the agent, owner names first of all. The bytes
-// are the agent's; they may hold a zero and end without one.
+// WireString is an XDR string<255>: any text of the agent, such as an owner's name. There may be
+// zeros among its bytes, and none follows them.
 struct WireString {
   static constexpr std::uint32_t kMost = 255;
 

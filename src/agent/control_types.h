@@ -33,7 +33,7 @@ struct NullReply {
 
 // Request kinds of the control procedures and of those that return one row a call.
 inline constexpr std::int32_t kExactRow = 1;  // the row with just this key
-inline constexpr std::int32_t kNextRow = 2;   // the row behind this key
+inline constexpr std::int32_t kNextRow = 2;   // the row that follows this key
 
 // Argument of every control procedure: the row to start after (0: from the start).
 struct ControlKey {
@@ -73,17 +73,17 @@ struct AgentSystemInfo {
 // ControlReply is a control row. Only four members are used: `status` (0: a row follows), the
 // index, the owner and the row status (RFC 2819 EntryStatus). Those around the owner are carried.
 // Each is four bytes long.
-template <std::size_t kBeforeOwner, std::size_t kBehindOwner = 0>
+template <std::size_t kBeforeOwner, std::size_t kAfterOwner = 0>
 struct ControlReply {
   std::int32_t status = 0;
   std::int32_t index = 0;
   std::array<std::uint32_t, kBeforeOwner> before_owner{};
   WireString owner;
-  std::array<std::uint32_t, kBehindOwner> behind_owner{};
+  std::array<std::uint32_t, kAfterOwner> after_owner{};
   std::int32_t row_status = 0;
 
   static constexpr auto members(auto& self) {
-    return std::tie(self.status, self.index, self.before_owner, self.owner, self.behind_owner,
+    return std::tie(self.status, self.index, self.before_owner, self.owner, self.after_owner,
                     self.row_status);
   }
 };

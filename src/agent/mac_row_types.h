@@ -1,5 +1,5 @@
 // Wire types of the agent's MAC-layer tables (RFC 2819 hostTable and matrixSDTable, RFC 4502
-// protocolDistStatsTable). Rows are read in batches: a key asks for the rows behind it, `count` at
+// protocolDistStatsTable). Rows are read in batches: a key asks for the rows after it, `count` at
 // the most. Members stand in wire order.
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace tally {
 
-// Start of a batch of hosts: the rows behind hostAddress, from the start when it is empty.
+// Start of a batch of hosts: the rows after hostAddress, from the start when it is empty.
 struct HostTableKey {
   std::int32_t hostIndex = 0;
   ByteList hostAddress;

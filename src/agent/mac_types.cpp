@@ -101,7 +101,7 @@ struct PdistType {
     put_counters<kKeySize>(record, row.protocolDistStatsPkts, row.protocolDistStatsOctets);
   }
 
-  // Everything that the source has seen, asked for once, when the protocols have all been read.
+  // Everything that the source has seen: asked for once, after the last protocol.
   static bool closing_row(RowIterator& rows) {
     const auto totals =
         pdist_source_totals_get(*rows.client, {static_cast<std::int32_t>(rows.control_index)});

@@ -33,8 +33,7 @@ class Connection final : public AgentClient {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // begin starts the time of a call, and connects when there is no connection. False when none can
-  // be had.
+  // begin starts the time of a call, and connects if there is no connection. False when that fails.
   bool begin() {
     if (lost_ || stopping()) return false;
     deadline_ = Clock::now() + most_;
@@ -56,7 +55,7 @@ class Connection final : public AgentClient {
       return false;
     }
     stream_.x_op = XDR_DECODE;
-    while (xdrrec_skiprecord(&stream_)) {  // to the next one
+    while (xdrrec_skiprecord(&stream_)) {  // goes to the next record
       switch (read_head()) {
         case Reply::success:
           return decode(&stream_, result) == TRUE;
@@ -73,7 +72,7 @@ class Connection final : public AgentClient {
   enum class Reply { success, refusal, other };
 
   static constexpr u_int kBuffer = 64 * 1024;
-  static constexpr std::size_t kShortestReply = 20;  // why the caller is refused
+  static constexpr std::size_t kShortestReply = 20;  // one that refuses the caller
 
   bool write_head(std::uint32_t procedure) {
     WireWriter out(&stream_);
@@ -86,7 +85,7 @@ class Connection final : public AgentClient {
     return out.flush();
   }
 
-  // Reads a reply up to its result. What is no reply, or is cut short, belongs to no call.
+  // Reads a reply up to its result. Anything that is not a whole reply to this call is passed over.
   Reply read_head() {
     WireReader in(&stream_);
     if (!in.need(kShortestReply) || in.u32() != xid_ || in.u32() != REPLY) return Reply::other;
@@ -122,7 +121,7 @@ class Connection final : public AgentClient {
         setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
       return false;
     }
-    // From a port that only root can have, if we can: an agent may serve nobody else.
+    // From a reserved port where this process may have one: some agents serve no other callers.
     (void)bindresvport(socket_.get(), nullptr);
     if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_) ==
         0) {
@@ -142,7 +141,7 @@ class Connection final : public AgentClient {
     return setsockopt(socket_.get(), SOL_SOCKET, option, &time, sizeof time) == 0;
   }
 
-  // False when the stream has got no memory.
+  // False when memory runs out.
   bool open_stream() {
     close_stream();
     xdrrec_create(&stream_, kBuffer, kBuffer, this, receive, send);
@@ -155,8 +154,8 @@ class Connection final : public AgentClient {
   }
 
   // The stream's reads. The first one of a call sleeps until something comes: nearly always that
-  // is the whole reply, for one system call. Those behind it wait in poll(2), for no longer than
-  // what is left of the time.
+  // is the whole reply, for one system call. Later ones wait in poll(2), for what is left of the
+  // time.
   static int receive(void* connection, void* to, int most) {
     auto& self = *static_cast<Connection*>(connection);
     while (self.socket_) {
@@ -172,7 +171,7 @@ class Connection final : public AgentClient {
     return -1;
   }
 
-  // The stream's writes: all of it, which fits the socket's buffer unless the peer does not read.
+  // The stream's writes. They fit into the socket's buffer unless the peer does not read.
   static int send(void* connection, void* from, int length) {
     auto& self = *static_cast<Connection*>(connection);
     for (int sent = 0; sent < length;) {
@@ -194,11 +193,11 @@ class Connection final : public AgentClient {
 
   const sockaddr_in address_;
   const std::chrono::milliseconds most_;
-  UniqueFd socket_;    // none before the first call, and when the last one was given up
+  UniqueFd socket_;    // none at first, and when the last call was given up
   bool lost_ = false;  // the agent has closed the connection
   std::uint32_t xid_;
   Clock::time_point deadline_;
-  bool untouched_ = true;  // none of the time for the call at hand was spent on waiting
+  bool untouched_ = true;  // the call at hand has not waited yet
   XDR stream_{};
 };
 

@@ -11,7 +11,7 @@ namespace tally {
 //
 //   fill(row, record)         makes the record of a row
 //   exact_first(key)          optional: turns the first key into one that asks for a row by its own
-//                             key; when there is no such row, the first one behind it is asked for
+//                             key; when that row is not there, the next one is asked for
 //
 // The next key is made from the reply, which is kept for it: the record holds less than the whole
 // address of a DSMON row. A row with the very key that was asked after, or one asked after before,

@@ -37,7 +37,7 @@ struct VlanType {
   static constexpr auto kControlIndex = &VlanRowReply::control_index;
   static constexpr auto compare = compare_words<1>;
 
-  // VLAN ids start at 1, so the first row is the one behind 0.
+  // VLAN ids start at 1, so the first request is for the row after 0.
   static void go_on(IndexedKey& key, const VlanRowReply& row) {
     key.row_key = row.smonVlanIdStatsId;
   }
@@ -69,7 +69,7 @@ struct PrioType {
   static constexpr auto kControlIndex = &PrioRowReply::control_index;
   static constexpr auto compare = compare_words<1>;
 
-  // Priorities start at 0, so the first row is the one behind -1.
+  // Priorities start at 0, so the first request is for the row after -1.
   static void start(IndexedKey& key) { key.row_key = -1; }
   static void go_on(IndexedKey& key, const PrioRowReply& row) { key.row_key = row.smonPrioStatsId; }
   static void fill(const PrioRowReply& row, unsigned char* record) {

@@ -41,8 +41,8 @@ class WireRows {
     return (*rows_)[count_++];
   }
 
-  // keep_buffer tells whether the buffer is worth keeping when the list is released. It is not
-  // unless somebody says so: what an outsize or broken reply has allocated goes with it.
+  // keep_buffer tells whether the buffer is kept when the list is released. By default it is not:
+  // the memory of an outsize or broken reply goes with it.
   void keep_buffer(bool keep) { keep_buffer_ = keep; }
 
   // release lets go of the rows.

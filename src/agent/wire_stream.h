@@ -14,14 +14,14 @@ namespace tally {
 //
 // need(n) makes the next n bytes readable; the plain readers below it do not test again. Bytes
 // are taken from the stream only when a well-formed message is sure to hold them: those that
-// need() names and those that were promised to come behind them.
+// need() names and those that promise() says will follow.
 class WireReader {
  public:
   // The longest run that need() may ask for.
   static constexpr std::size_t kWindow = 8192;
 
-  // No reply is longer, in bytes: 100 rows with addresses of 255 bytes take a fifth of it. What an
-  // agent can make this process hold is bounded by it.
+  // No reply may be longer, in bytes: 100 rows with addresses of 255 bytes take a fifth of it. It
+  // bounds what an agent can make this process hold.
   static constexpr std::uint64_t kLongestMessage = std::uint64_t{1} << 20;
 
   explicit WireReader(XDR* stream) : stream_(stream) {}
@@ -32,7 +32,7 @@ class WireReader {
   // ends before, or is longer than kLongestMessage.
   [[nodiscard]] bool need(std::size_t bytes) { return bytes <= left() || refill(bytes); }
 
-  // promise tells how many bytes must follow, at the least, behind those that need() asks for.
+  // promise tells how many bytes will follow, at the least, those that need() asks for.
   void promise(std::uint64_t bytes) { promised_ = bytes; }
 
   std::uint32_t u32() {
@@ -53,13 +53,8 @@ class WireReader {
     for (std::size_t i = 0; i < count; ++i) to[i] = at_[4 * i + 3];
     at_ += 4 * count;
   }
-  template <std::size_t kCount>
-  void units(std::uint8_t* to) {
-    for (std::size_t i = 0; i < kCount; ++i) to[i] = at_[4 * i + 3];
-    at_ += 4 * kCount;
-  }
 
-  // raw reads `count` bytes and passes over the zeros that fill the last unit.
+  // raw reads `count` bytes and skips the zeros that fill the last unit.
   void raw(char* to, std::size_t count) {
     std::memcpy(to, at_, count);
     at_ += (count + 3) / 4 * 4;
@@ -97,7 +92,7 @@ class WireWriter {
     used_ += sizeof value;
   }
 
-  // flush hands on what was collected. Once it has failed it fails for good.
+  // flush hands on what was collected. Once it has failed, it always fails.
   [[nodiscard]] bool flush() {
     good_ = good_ && (used_ == 0 || XDR_PUTBYTES(stream_, buffer_, used_) == TRUE);
     used_ = 0;

@@ -37,7 +37,7 @@ bool decode_any_length(WireReader& in, std::uint32_t count, ByteList& value) {
     in.units(value.resize(count), count);
     return true;
   }
-  // Longer than any address: collected in blocks, so that a count without bytes behind it costs
+  // Longer than any address: collected in blocks, so that a count that no bytes follow costs
   // nothing.
   std::vector<std::uint8_t> bytes;
   while (bytes.size() < count) {
@@ -56,10 +56,6 @@ bool decode(WireReader& in, WireString& value) {
   value.length = length;
   in.raw(value.text.data(), length);
   return true;
-}
-
-void encode(WireWriter& out, const ByteVector20& value) {
-  for (const std::uint8_t byte : value) out.u32(byte);
 }
 
 void encode(WireWriter& out, const ByteList& value) {

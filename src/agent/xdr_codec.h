@@ -28,6 +28,7 @@
 #include <cstring>
 #include <new>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "agent/byte_list.h"
@@ -38,44 +39,6 @@ namespace tally {
 
 static_assert(std::endian::native == std::endian::little);
 
-// WireTraits tells of a member type: the fewest bytes that it takes on the wire (`kLeast`), and
-// whether it always takes just these (`kFixed`).
-template <class T>
-struct WireTraits;
-
-template <>
-struct WireTraits<std::int32_t> {
-  static constexpr std::size_t kLeast = 4;
-  static constexpr bool kFixed = true;
-};
-template <>
-struct WireTraits<std::uint32_t> : WireTraits<std::int32_t> {};
-template <>
-struct WireTraits<std::uint64_t> {
-  static constexpr std::size_t kLeast = 8;
-  static constexpr bool kFixed = true;
-};
-template <>
-struct WireTraits<ByteVector20> {
-  static constexpr std::size_t kLeast = 80;
-  static constexpr bool kFixed = true;
-};
-template <std::size_t kCount>
-struct WireTraits<std::array<std::uint32_t, kCount>> {
-  static constexpr std::size_t kLeast = 4 * kCount;
-  static constexpr bool kFixed = true;
-};
-// The variable ones start with a count.
-template <>
-struct WireTraits<ByteList> {
-  static constexpr std::size_t kLeast = 4;
-  static constexpr bool kFixed = false;
-};
-template <>
-struct WireTraits<WireString> : WireTraits<ByteList> {};
-template <class Row>
-struct WireTraits<WireRows<Row>> : WireTraits<ByteList> {};
-
 template <class T>
 concept WireStruct = requires(T& value) {
   T::members(value);
@@ -83,18 +46,37 @@ concept WireStruct = requires(T& value) {
 
 namespace wire {
 
+// kLeast is the fewest bytes that a member of a type takes on the wire: one unit of 4 bytes for
+// most, among them the counts with which lists and strings start.
+template <class T>
+inline constexpr std::size_t kLeast = 4;
+template <>
+inline constexpr std::size_t kLeast<std::uint64_t> = 8;
+template <class T, std::size_t kCount>
+inline constexpr std::size_t kLeast<std::array<T, kCount>> = 4 * kCount;
+
+// kFixed tells whether it always takes just these.
+template <class T>
+inline constexpr bool kFixed = true;
+template <>
+inline constexpr bool kFixed<ByteList> = false;
+template <>
+inline constexpr bool kFixed<WireString> = false;
+template <class Row>
+inline constexpr bool kFixed<WireRows<Row>> = false;
+
 template <class T>
 using Members = decltype(T::members(std::declval<T&>()));
 template <class T>
 inline constexpr std::size_t kMemberCount = std::tuple_size_v<Members<T>>;
 template <class T, std::size_t I>
-using Traits = WireTraits<std::remove_cvref_t<std::tuple_element_t<I, Members<T>>>>;
+using Member = std::remove_cvref_t<std::tuple_element_t<I, Members<T>>>;
 
 // least_size is the fewest bytes that a struct takes on the wire.
 template <WireStruct T>
 consteval std::size_t least_size() {
   return []<std::size_t... I>(std::index_sequence<I...>) {
-    return (std::size_t{0} + ... + Traits<T, I>::kLeast);
+    return (std::size_t{0} + ... + kLeast<Member<T, I>>);
   }
   (std::make_index_sequence<kMemberCount<T>>());
 }
@@ -105,44 +87,33 @@ template <class T, std::size_t I>
 consteval std::size_t run_size() {
   if constexpr (I == kMemberCount<T>) {
     return 0;
-  } else if constexpr (!Traits<T, I>::kFixed) {
+  } else if constexpr (!kFixed<Member<T, I>>) {
     return 4;
   } else {
-    return Traits<T, I>::kLeast + run_size<T, I + 1>();
+    return kLeast<Member<T, I>> + run_size<T, I + 1>();
   }
 }
 
-// A run starts at the first member and behind every variable one.
+// A run starts at the first member and after every variable one.
 template <class T, std::size_t I>
 consteval bool starts_run() {
   if constexpr (I == 0) {
     return true;
   } else {
-    return !Traits<T, I - 1>::kFixed;
+    return !kFixed<Member<T, I - 1>>;
   }
 }
 
 // --- decode: the bytes of a fixed member, or of a variable one's count, are already there ---
 
-inline bool decode(WireReader& in, std::int32_t& value) {
-  value = static_cast<std::int32_t>(in.u32());
+bool decode(WireReader& in, std::integral auto& value) {
+  using Integer = std::remove_reference_t<decltype(value)>;
+  value = static_cast<Integer>(sizeof value == 8 ? in.u64() : in.u32());
   return true;
 }
-inline bool decode(WireReader& in, std::uint32_t& value) {
-  value = in.u32();
-  return true;
-}
-inline bool decode(WireReader& in, std::uint64_t& value) {
-  value = in.u64();
-  return true;
-}
-inline bool decode(WireReader& in, ByteVector20& value) {
-  in.units(value.data(), value.size());
-  return true;
-}
-template <std::size_t kCount>
-bool decode(WireReader& in, std::array<std::uint32_t, kCount>& words) {
-  for (std::uint32_t& word : words) word = in.u32();
+template <class T, std::size_t kCount>
+bool decode(WireReader& in, std::array<T, kCount>& elements) {  // of one unit each
+  for (T& element : elements) element = static_cast<T>(in.u32());
   return true;
 }
 // Nearly every byte list is the address of a network (IPv4, IPv6) or a MAC address; their units are
@@ -150,7 +121,7 @@ bool decode(WireReader& in, std::array<std::uint32_t, kCount>& words) {
 template <std::uint32_t kCount>
 bool decode_units(WireReader& in, ByteList& value) {
   if (!in.need(kCount * std::size_t{4})) return false;
-  in.units<kCount>(value.resize(kCount));
+  in.units(value.resize(kCount), kCount);
   return true;
 }
 bool decode_any_length(WireReader& in, std::uint32_t count, ByteList& value);
@@ -206,21 +177,14 @@ bool decode(WireReader& in, T& value) {
 
 // --- encode ---
 
-inline void encode(WireWriter& out, std::int32_t value) {
+void encode(WireWriter& out, std::integral auto value) {
+  if constexpr (sizeof value == 8) out.u32(static_cast<std::uint32_t>(value >> 32));
   out.u32(static_cast<std::uint32_t>(value));
 }
-inline void encode(WireWriter& out, std::uint32_t value) {
-  out.u32(value);
+template <class T, std::size_t kCount>
+void encode(WireWriter& out, const std::array<T, kCount>& elements) {
+  for (const T element : elements) out.u32(element);
 }
-inline void encode(WireWriter& out, std::uint64_t value) {
-  out.u32(static_cast<std::uint32_t>(value >> 32));
-  out.u32(static_cast<std::uint32_t>(value));
-}
-template <std::size_t kCount>
-void encode(WireWriter& out, const std::array<std::uint32_t, kCount>& words) {
-  for (const std::uint32_t word : words) out.u32(word);
-}
-void encode(WireWriter& out, const ByteVector20& value);
 void encode(WireWriter& out, const ByteList& value);
 void encode(WireWriter& out, const WireString& value);
 
@@ -254,7 +218,7 @@ bool_t xdr_wire(XDR* stream, T* value) {
       WireReader in(stream);
       try {
         const bool whole = wire::decode(in, *value);
-        assert(!whole || in.drained());  // nothing of a next record was taken
+        assert(!whole || in.drained());  // nothing was taken from the next record
         return whole ? TRUE : FALSE;
       } catch (const std::bad_alloc&) {
         return FALSE;

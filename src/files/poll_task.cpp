@@ -69,7 +69,7 @@ void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest)
   const std::int32_t interval = collections.interval();
   collections.begin_pass();
   const auto poll = [&](const CollectionRecord& collection) {
-    (void)poll_tapd_collection(agent, collection);  // has put the old sample back
+    (void)poll_tapd_collection(agent, collection);  // a failed one has put the old sample back
     in_time = std::chrono::steady_clock::now() < end;
     return in_time;
   };

@@ -1,33 +1,15 @@
 """Calls that fail or are not answered; a daemon that is killed."""
 import time
 
-import pytest
-
 from harness import control, processes
 from harness.agent import CONTROL, LOCAL, ROWS, SYSTEM_INFO
 from harness.collection import Collection, next_second
-from harness.daemon import CALL, DIED, injected
+from harness.daemon import CALL, injected
 from harness.files import HOST, LAYOUTS, PRIO
 from harness.samples import HOSTS, LATER, records
 from harness.syslog import DEBUG
 
 FAILED = "host_rpc_getnext: RPC failed"
-
-
-@pytest.mark.parametrize("action", ["exit", "close", "system_err"])
-def test_up_time_call_fails(action, daemon, agent, log):
-    """The up-time becomes 0; rows come if the connection is still there."""
-    collection = Collection(daemon, HOST)
-    agent.serve(host=HOSTS)
-    collection.first_sample(records(HOSTS))
-    agent.serve(host=LATER, faults=[{"procedure": SYSTEM_INFO, "call": 1, "action": action}])
-    alive = action == "system_err"
-    collection.next_sample(records(LATER if alive else []), up_time=0)
-    assert len(log.take_all(FAILED)) == (not alive)
-    agent.bring_back()
-    agent.serve(host=LATER)
-    collection.next_sample(records(LATER))
-    assert len(log.take_all(DIED)) == (not alive)
 
 
 # System calls of a poll on its files: which one, and its number among its kind.

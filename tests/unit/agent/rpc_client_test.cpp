@@ -108,7 +108,7 @@ struct Exchange {
   friend bool operator==(const Exchange&, const Exchange&) = default;
 };
 
-// Answers two calls with these words and a good reply behind them.
+// Answers two calls with these words and a good reply after them.
 void two_calls(const Words& answer, bool through_library, Exchange& seen) {
   const Listener server([&](int peer) {
     sockaddr_in client{};

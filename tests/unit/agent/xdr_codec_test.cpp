@@ -1,13 +1,14 @@
-// The codec on every type of reply: what the fuzzer demands of any bytes, fed with values of all
-// sizes, and what it may cost.
+// The codec on every type of reply: what the fuzzer demands of any bytes, fed with the replies of
+// its corpus, whole and in part, and what it may cost.
 #include "agent/xdr_codec.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "support/allocations.h"
-#include "support/wire_filler.h"
 #include "support/wire_peers.h"
 #include "support/xdr_streams.h"
 
@@ -17,22 +18,32 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 namespace tally {
 namespace {
 
-// for_each_reply calls function.template operator()<T>(number) for the result of every procedure.
+// for_each_message calls function.template operator()<T>(number, reply) for the replies of the
+// fuzzer's corpus, which has some of every procedure.
 template <class Function>
-void for_each_reply(Function function) {
-  std::uint8_t number = 0;
-  for_each_procedure([&]<class Procedure>(const Procedure&, const auto& /*theirs*/) {
-    SCOPED_TRACE(Procedure::number);
-    function.template operator()<typename Procedure::Result>(number++);
-  });
+void for_each_message(Function function) {
+  for (const auto& file : std::filesystem::directory_iterator(XDR_CORPUS)) {
+    SCOPED_TRACE(file.path());
+    std::ifstream in(file.path(), std::ios::binary);
+    const Bytes input{std::istreambuf_iterator<char>(in), {}};
+    int number = input.at(0) % 24;
+    for_each_procedure([&]<class Procedure>(const Procedure&, const auto& /*theirs*/) {
+      if (number-- != 0) return;
+      function.template operator()<typename Procedure::Result>(
+          input[0], Bytes(input.begin() + 1, input.end()));
+    });
+  }
 }
 
-// The bytes of a random value, with up to so many rows.
+// The rows of a reply, 25 times; another reply stays as it is.
 template <class T>
-Bytes encoded(unsigned seed, std::uint32_t least, std::uint32_t most, std::uint32_t longest = 60) {
-  T value;
-  WireFiller(seed, least, most, longest).fill(value);
-  return encode_bytes(xdr_wire<T>, value);
+Bytes with_many_rows(const Bytes& reply) {
+  Bytes many = reply;
+  if constexpr (requires(T value) { value.rows; }) {
+    many[3] = static_cast<std::uint8_t>(25 * reply[3]);
+    for (int i = 1; i < 25; ++i) many.insert(many.end(), reply.begin() + 4, reply.end());
+  }
+  return many;
 }
 
 void check(std::uint8_t number, Bytes reply, std::size_t more = 0) {
@@ -42,20 +53,15 @@ void check(std::uint8_t number, Bytes reply, std::size_t more = 0) {
 }
 
 TEST(XdrCodec, HoldsThePropertyOfTheFuzzer) {
-  for_each_reply([]<class T>(std::uint8_t number) {
-    for (unsigned seed = 1; seed <= 30; ++seed) check(number, encoded<T>(seed, 0, 4), seed % 9);
-    for (const std::uint32_t rows : {80U, 100U}) {  // longer than the codec's window
-      check(number, encoded<T>(1, rows, rows));
-    }
-    Bytes part = encoded<T>(3, 1, 3);
-    for (; !part.empty(); part.pop_back()) check(number, part);
+  for_each_message([]<class T>(std::uint8_t number, Bytes reply) {
+    check(number, with_many_rows<T>(reply), reply.size() % 9);  // longer than the codec's window
+    for (; !reply.empty(); reply.pop_back()) check(number, reply);
   });
 }
 
 // Any word may be a count, and a hostile one must cost no more than the bytes that came with it.
 TEST(XdrCodec, HostileCountsCostNothing) {
-  for_each_reply([]<class T>(std::uint8_t number) {
-    const Bytes good = encoded<T>(5, 2, 3);
+  for_each_message([]<class T>(std::uint8_t number, const Bytes& good) {
     for (std::size_t at = 0; at < good.size(); at += 4) {
       for (const std::uint32_t word : {0xffffffffU, 0x7f7f7f7fU, 0x40404040U, 256U, 255U}) {
         Bytes bytes = good;
@@ -86,15 +92,15 @@ TEST(XdrCodec, LongestMessage) {
 
 // The library's frames are C: memory that runs out must not be an exception there.
 TEST(XdrCodec, RunsOutOfMemoryWithoutAnException) {
-  for_each_reply([]<class T>(std::uint8_t /*number*/) {
-    const Bytes bytes = encoded<T>(4, 40, 40);
-    T reply;
+  for_each_message([]<class T>(std::uint8_t /*number*/, const Bytes& reply) {
+    const Bytes bytes = with_many_rows<T>(reply);
+    T value;
     bool good = false;
     for (std::size_t after = 0; !good && after < 1000; ++after) {
       const FailingAllocation failing(after);
-      ASSERT_NO_THROW(good = decode_bytes(xdr_wire<T>, reply, bytes).good) << after;
+      ASSERT_NO_THROW(good = decode_bytes(xdr_wire<T>, value, bytes).good) << after;
     }
-    EXPECT_EQ(encode_bytes(xdr_wire<T>, reply), bytes);
+    EXPECT_EQ(encode_bytes(xdr_wire<T>, value), bytes);
   });
 }
 
