@@ -22,7 +22,7 @@ bool ControlPipe::make() {
     return false;
   }
   made_ = true;
-  // Open for writing too: the daemon then never sees the end of the file when the last writer goes.
+  // Also open for writing, so that the daemon sees no end of file when the last writer leaves.
   fd_.reset(open(kControlPipe, O_RDWR | O_NONBLOCK | O_CLOEXEC));
   if (!fd_ || fd_.get() >= FD_SETSIZE) {
     log_warning("Error opening tallyd pipe.");
@@ -52,7 +52,8 @@ int ControlPipe::wait(std::int32_t seconds) {
   return result;
 }
 
-// tee(2) copies what waits into a pipe of our own. Whole messages are told apart as read() will.
+// tee(2) copies the waiting bytes to a pipe of our own, which is split into messages as read()
+// will.
 bool ControlPipe::terminate_waits() const {
   int waiting = 0;
   if (ioctl(fd_.get(), FIONREAD, &waiting) != 0 || waiting == 0) return false;

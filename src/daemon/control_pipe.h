@@ -1,5 +1,5 @@
-// The control pipe: a FIFO of messages (daemon/base/control_message.h) that the web application
-// writes.
+// The control pipe: a FIFO through which the web application sends messages
+// (daemon/base/control_message.h).
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ class ControlPipe {
  public:
   enum class Read {
     message,
-    skipped,  // not a whole message, or an error (logs)
+    skipped,  // a partial message, or an error (logs)
     closed,   // end of file (logs): cannot happen while the daemon's own end is open for writing
   };
 
@@ -22,20 +22,20 @@ class ControlPipe {
   ControlPipe(const ControlPipe&) = delete;
   ControlPipe& operator=(const ControlPipe&) = delete;
 
-  // make removes what stands at the path, makes the FIFO and opens it. False on failure (logs).
+  // make removes whatever is at the path, then makes and opens the FIFO. False on failure (logs).
   [[nodiscard]] bool make();
 
-  // remove closes the FIFO and removes it, as far as it was made.
+  // remove closes the FIFO, and unlinks it if make() created it.
   void remove();
 
-  // wait waits for a message, or for `seconds` if these are not negative. 1: there is something to
-  // read; 0: the time has passed; -1: error (logs).
+  // wait waits for a message, for ever if `seconds` is negative. 1: there is something to read; 0:
+  // timed out; -1: error (logs).
   int wait(std::int32_t seconds);
 
-  // terminate_waits tells whether a terminate message waits in the pipe. Nothing is taken out.
+  // terminate_waits reports whether the pipe holds a terminate message. It consumes nothing.
   bool terminate_waits() const;
 
-  // read reads one message. Bytes that are not a whole one are dropped.
+  // read reads one message. A partial one is dropped.
   [[nodiscard]] Read read(ControlMessage& message);
 
  private:

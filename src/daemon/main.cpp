@@ -24,14 +24,14 @@
 namespace tally {
 namespace {
 
-constexpr unsigned kAgentHeadStart = 2;  // seconds in which the poll task may reach the agent
+constexpr unsigned kAgentHeadStart = 2;  // seconds for the poll task to reach the agent
 
 [[noreturn]] void terminate(int status) {
   log_warning("Terminating tallyd.");
   std::exit(status);
 }
 
-// Everything from the control pipe on: what happens here, the pipe is removed in the end.
+// Everything that needs the control pipe. The caller removes the pipe, whatever happens here.
 int serve(ControlPipe& pipe, Registry& registry) {
   if (!pipe.make()) return -1;
   watch_for_stop([](void* where) { return static_cast<ControlPipe*>(where)->terminate_waits(); },
@@ -51,7 +51,7 @@ int serve(ControlPipe& pipe, Registry& registry) {
 
 [[noreturn]] void run() {
   if (!detach()) terminate(-1);
-  // A write to an agent that has gone must fail, not end the daemon.
+  // Writing to an agent that is gone must fail, not kill the daemon.
   std::signal(SIGPIPE, SIG_IGN);
   log_debug("Starting tallyd.");
   switch (take_pid_file()) {

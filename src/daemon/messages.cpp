@@ -20,8 +20,7 @@ void msg_terminate(Registry& registry) {
   for (SupervisorKind& kind : supervisor_kinds()) kind.clean_up();
 }
 
-// The poll task is not woken: it sees the new times when it wakes by itself, so a shorter interval
-// takes effect after its current wait.
+// The poll task is not woken, so a shorter interval takes effect after its current wait.
 void msg_set_interval(Registry& registry, const ControlMessage& message) {
   auto interval = static_cast<std::int32_t>(message.collection_type);
   if (interval < kShortestInterval) {
@@ -93,7 +92,7 @@ void create_kind(SupervisorKind& kind) {
   kind.poll_at_once();
 }
 
-// A collection that exists already starts again from an empty history.
+// A collection that already exists starts over with an empty history.
 void create_collection(Registry& registry, std::uint32_t type, std::uint32_t index) {
   {
     RegistryLock lock(registry);

@@ -1,5 +1,5 @@
-// The handlers of the control messages. They run on the main thread; nobody answers the sender,
-// every error is only logged.
+// The handlers of the control messages. They run on the main thread. The sender gets no answer;
+// errors are only logged.
 #pragma once
 
 #include "daemon/control_pipe.h"
@@ -7,11 +7,11 @@
 
 namespace tally {
 
-// handle_message does what a message asks for. False when it asks the daemon to end.
+// handle_message carries out a message. False when it tells the daemon to end.
 bool handle_message(Registry& registry, const ControlMessage& message);
 
-// scan_control_tables adopts the collections that the agent's control rows ask for, over a
-// connection of its own, and counts the rows of the supervisor kinds again.
+// scan_control_tables adopts the collections that the agent's control rows ask for, over its own
+// connection, and refreshes the rows of the supervisor kinds.
 void scan_control_tables(Registry& registry);
 
 }  // namespace tally

@@ -41,8 +41,8 @@ CollectionRecord* sort_chain(CollectionRecord* chain) {
 
 }  // namespace
 
-// The analysis cannot follow a lock that find() may give up: to it the lock is held until the end
-// of the scope. `held_` is the truth, and nothing is ever unlocked twice.
+// clang's analysis cannot follow a lock that find() may release; it assumes that the lock is held
+// to the end of the scope. `held_` knows better, so nothing is unlocked twice.
 RegistryLock::RegistryLock(Registry& registry) : registry_(registry) {
   registry_.take();
 }
@@ -72,7 +72,7 @@ void Registry::take() TALLY_NO_ANALYSIS {
     until.tv_sec += until.tv_nsec / 1'000'000'000;
     until.tv_nsec %= 1'000'000'000;
     if (mutex_.lock_by(until)) return;
-    (void)stopping();  // the holder is told and lets go soon
+    (void)stopping();  // if so, the holder notices and soon lets go
   }
 }
 
@@ -139,11 +139,11 @@ void Registry::re_sort() {
   sort();
 }
 
-// One insertion pass walks from the second record to the end; a record that is due before its
-// predecessor goes back past every record that is due at the same time or later, and all others
-// stay. With thousands of collections that walk back is quadratic, so the same order is made in
-// another way: the records that would move are taken out, sorted so that the later of two equals
-// comes first, and merged in before those that stayed.
+// An insertion pass walks from the second record to the end and moves each record that is due
+// before its predecessor back past all that are due at the same time or later. With thousands of
+// collections that is quadratic, so the same order is made differently: the records that would move
+// are taken out, sorted with the later of two equals first, and merged in ahead of those that
+// stayed.
 void Registry::sort() {
   CollectionRecord* movers = nullptr;  // the last to move comes first
   CollectionRecord* latest = &head_;
@@ -194,8 +194,8 @@ unsigned Registry::sweep(std::int32_t interval,
   unsigned polled = 0;
   const std::int32_t now = schedule_seconds();
   const RegistryLock lock(*this);
-  // Due times change on the way and the list is sorted afterwards only: the records that were
-  // polled are told by their flag.
+  // Due times change on the way and the list is only sorted afterwards, so a flag marks the records
+  // that were polled.
   for (CollectionRecord* record = head_.next; record; record = record->next) {
     Schedule& schedule = record->schedule;
     if ((schedule.flags & kPolledInThisPass) != 0) continue;

@@ -1,9 +1,9 @@
 // The registry: every agent collection that users asked for, sorted by when it is due.
 //
 // The main thread changes the list and is the only one to free records; the poll task sweeps it
-// with the lock held. Times are whole seconds since the epoch. Order among equal times is
-// behaviour: the newer record comes first. The registry's lock comes before the poll task's mutex
-// where both are taken.
+// with the lock held. Times are seconds of the schedule clock (daemon/base/clock.h). Among equal
+// times the newer record comes first, which users can see. Take the registry's lock before the poll
+// task's mutex.
 #pragma once
 
 #include <atomic>
@@ -23,11 +23,10 @@ namespace tally {
 
 class RegistryLock;
 
-// Registry has process lifetime: it is never destroyed, because the poll task still runs while the
-// process ends.
+// Registry is never destroyed, because the poll task still runs while the process exits.
 class Registry final : public DueList, public Adopter {
  public:
-  // The waker is the poll task's thread entry.
+  // `poll_task` is the thread entry to wake.
   explicit Registry(ThreadEntry& poll_task) : poll_task_(poll_task) {}
   Registry(const Registry&) = delete;
   Registry& operator=(const Registry&) = delete;
@@ -41,20 +40,20 @@ class Registry final : public DueList, public Adopter {
   // unlink takes a record out of the list.
   void unlink(CollectionRecord& record) TALLY_REQUIRES(mutex_);
 
-  // new_collection adds a collection that is due now, with its files removed, and wakes the poll
-  // task. Null when there is no memory (logs).
+  // new_collection adds a collection that is due now, removes any old files of it and wakes the
+  // poll task. Null when out of memory (logs).
   CollectionRecord* new_collection(std::uint32_t type, std::uint32_t index) TALLY_REQUIRES(mutex_);
 
-  // find returns the collection, or null. On a hit it gives up the caller's lock: see
-  // RegistryLock. The record stays good for the main thread, but a caller that changes it takes
-  // the lock again first.
+  // find returns the collection, or null. On a hit it releases the caller's lock (see
+  // RegistryLock). The record stays valid on the main thread, but retake the lock before changing
+  // it.
   CollectionRecord* find(RegistryLock& lock, std::uint32_t type, std::uint32_t index)
       TALLY_REQUIRES(mutex_);
 
-  // re_sort sorts the list by due time, into the order that one insertion pass gives.
+  // re_sort sorts the list by due time, in the order that one insertion pass gives.
   void re_sort() TALLY_EXCLUDES(mutex_);
 
-  // apply_interval moves the next poll of every viewed collection to the interval's end.
+  // apply_interval makes every viewed collection due one interval after its last poll.
   void apply_interval() TALLY_EXCLUDES(mutex_);
 
   // free_all frees every record.
@@ -77,22 +76,22 @@ class Registry final : public DueList, public Adopter {
   // Adopter, for the scan of the control tables.
   bool adopt(std::uint32_t type, std::uint32_t index) override TALLY_EXCLUDES(mutex_);
 
-  // set_interval stores the interval. The next polls stay where they are.
+  // set_interval stores the interval and reschedules nothing.
   void set_interval(std::int32_t seconds) { interval_.store(seconds); }
 
  private:
   friend class RegistryLock;
 
-  // No collection, in earliest_due_.
+  // Stands in earliest_due_ for an empty list.
   static constexpr std::int64_t kNoCollection = std::numeric_limits<std::int64_t>::min();
 
-  // take waits for the lock. The poll task may hold it for as long as a slow agent takes; the main
-  // thread, while it waits here, sees a terminate message that waits in the pipe.
+  // take acquires the lock. The poll task may hold it while it waits for a slow agent, so the main
+  // thread keeps looking for a terminate message meanwhile.
   void take() TALLY_ACQUIRE(mutex_);
 
   void sort() TALLY_REQUIRES(mutex_);
 
-  // publish makes the due time of the first record known to those who do not hold the lock.
+  // publish makes the first record's due time readable without the lock.
   void publish() TALLY_REQUIRES(mutex_);
 
   Mutex mutex_;
@@ -102,7 +101,7 @@ class Registry final : public DueList, public Adopter {
   ThreadEntry& poll_task_;
 };
 
-// RegistryLock holds the registry's lock for a scope, or until find() has given it up.
+// RegistryLock holds the registry's lock for a scope, or until find() releases it.
 class TALLY_SCOPED_CAPABILITY RegistryLock {
  public:
   explicit RegistryLock(Registry& registry) TALLY_ACQUIRE(registry.mutex_);
@@ -110,13 +109,13 @@ class TALLY_SCOPED_CAPABILITY RegistryLock {
   RegistryLock(const RegistryLock&) = delete;
   RegistryLock& operator=(const RegistryLock&) = delete;
 
-  // retake takes the lock again when find() has given it up.
+  // retake acquires the lock again if find() released it.
   void retake();
 
  private:
   friend class Registry;
 
-  // release gives up the lock when it is held, and publishes when the first collection is due.
+  // release publishes the first due time and unlocks, if the lock is held.
   void release();
 
   Registry& registry_;

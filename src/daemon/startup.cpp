@@ -38,7 +38,7 @@ bool detach() {
 }
 
 PidFile take_pid_file() {
-  // The file lives in a directory that everybody may write to: a link in its place is not followed.
+  // Anybody may write to the file's directory, so a symbolic link in its place is not followed.
   UniqueFd fd(open(kPidFile, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0777));
   if (!fd) {
     log_warning("Error opening tallyd PID file %s", kPidFile);
@@ -60,7 +60,7 @@ PidFile take_pid_file() {
     log_warning("Error writing tallyd PID file %s", kPidFile);
     return PidFile::failed;
   }
-  (void)fd.release();  // stays open: the lock goes with the process
+  (void)fd.release();  // stays open: the lock lasts as long as the process
   return PidFile::taken;
 }
 

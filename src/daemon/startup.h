@@ -1,4 +1,4 @@
-// How the process becomes a daemon, and that there is only one.
+// Turns the process into a daemon and makes sure that there is only one.
 #pragma once
 
 namespace tally {
@@ -11,7 +11,7 @@ namespace tally {
 enum class PidFile { taken, held_by_another, failed };
 
 // take_pid_file writes the process id into the PID file and locks it for the life of the process.
-// Logs unless it was taken.
+// Logs any other outcome.
 [[nodiscard]] PidFile take_pid_file();
 
 }  // namespace tally

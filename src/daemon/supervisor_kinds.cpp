@@ -15,7 +15,7 @@
 namespace tally {
 namespace {
 
-// However late a kind is, the main loop serves the pipe for this long before it is polled.
+// Seconds for which the main loop serves the pipe before it polls a kind, however late that is.
 constexpr std::int64_t kShortestTimeout = 2;
 
 SupervisorKind kinds[3] = {
@@ -50,7 +50,7 @@ void SupervisorKind::refresh_rows() {
   row_count = hooks.refresh_rows(schedule);
 }
 
-// Failures have been logged, and put back what they had to.
+// A failed poll has logged, and put the old sample back.
 void SupervisorKind::poll(std::int32_t now, std::int32_t previous_poll) const {
   (void)hooks.poll(now, previous_poll);
 }

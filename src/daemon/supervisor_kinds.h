@@ -1,4 +1,4 @@
-// The three supervisor kinds: their state, and how they are reached. One collection of each exists.
+// The three supervisor kinds, their state and their hooks. Each has exactly one collection.
 //
 // Everything here belongs to the main thread; nothing is locked.
 #pragma once
@@ -11,7 +11,7 @@
 
 namespace tally {
 
-// KindHooks are what a kind does.
+// KindHooks is what a kind does.
 struct KindHooks {
   void (*initialise)(Schedule& schedule);
   std::uint32_t (*refresh_rows)(Schedule& schedule);          // returns how many there are now
@@ -33,7 +33,7 @@ struct SupervisorKind {
   void initialise();
   void refresh_rows();
   void poll(std::int32_t now, std::int32_t previous_poll) const;
-  void poll_at_once();  // and notes it, unless the last poll was in this second
+  void poll_at_once();  // and records it, unless the last poll was this same second
   void clean_up();
 };
 

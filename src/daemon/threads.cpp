@@ -9,7 +9,7 @@ namespace tally {
 
 namespace {
 
-// Ended by an entry without a routine.
+// An entry without a routine ends the table.
 ThreadEntry thread_table[] = {
     {{}, {}, {}, tapd_poll_task, nullptr},
     {},

@@ -5,12 +5,12 @@
 
 namespace tally {
 
-// poll_task_entry is where the registry signals.
+// poll_task_entry returns the entry that the registry signals.
 ThreadEntry& poll_task_entry();
 
-// start_threads starts every thread of the table with the address of its entry. Without a
-// thread that cannot be started (logs) the daemon goes on. The threads are never joined and end
-// with the process.
+// start_threads starts every thread of the table with the address of its entry. The daemon carries
+// on without one that cannot be started (logs). Threads are never joined; they end with the
+// process.
 void start_threads();
 
 }  // namespace tally

@@ -1,4 +1,4 @@
-// What the poll engine and the poll task need of an agent: the table of operations that every
+// What the poll engine and the poll task need from an agent: the table of operations that every
 // collection type fills in, and the connection. The agent room implements both.
 #pragma once
 
@@ -12,7 +12,7 @@ namespace tally {
 
 class AgentClient;  // one connection to the agent; opaque here
 
-// No record of an agent type is longer, in bytes.
+// Size of the longest record of an agent type, in bytes.
 inline constexpr std::uint32_t kMaxRecordSize = 68;
 
 // Held owns an object whose type only its user knows.
@@ -38,19 +38,18 @@ class Held {
   void (*release_)(void*) = nullptr;
 };
 
-// RowIterator is the state of one pass over a collection's rows. Its owner fills in the first
-// group and hands it to the type's rpc_getnext; the rest starts as it is and belongs to
-// rpc_getnext.
+// RowIterator is the state of one pass over a collection's rows. The caller fills in the first
+// group; the rest belongs to the type's rpc_getnext.
 struct RowIterator {
   std::uint32_t control_index = 0;
   std::uint32_t time_mark = 0;         // rows are compared with it; always 0
-  std::uint32_t previous_up_time = 0;  // the agent's, of the previous sample; only carried
+  std::uint32_t previous_up_time = 0;  // the agent's, at the previous sample; unused
   AgentClient* client = nullptr;
 
   std::uint32_t flags = 0;     // see kClosingRowDone
   Held reply;                  // the decoded reply that is being stepped through
   std::uint32_t position = 0;  // row within the reply
-  std::uint32_t replies = 0;   // how many replies there were
+  std::uint32_t replies = 0;   // replies so far
   Held milestone;              // the key that one of them led to
   unsigned char record[kMaxRecordSize] = {};
 };
@@ -63,13 +62,13 @@ class Adopter {
  public:
   virtual ~Adopter() = default;
 
-  // adopt registers a collection unless it is there already. False when it cannot.
+  // adopt registers a collection unless it exists already. False on failure.
   virtual bool adopt(std::uint32_t type, std::uint32_t index) = 0;
 };
 
-// CollectionOps is what generic code knows of one agent collection type. Every slot may be null
-// (a type that has none, or an illegal type) and is tested before it is called. Records are
-// `record_size` bytes, a key followed by doubles, at any alignment.
+// CollectionOps is what generic code knows about an agent collection type. Any slot may be null
+// (illegal types have none), so test it before calling. Records are `record_size` bytes, a key
+// followed by doubles, at any alignment.
 struct CollectionOps {
   std::uint32_t record_size = 0;
 
@@ -88,11 +87,11 @@ struct CollectionOps {
   // calc_rate writes the rates of a record that has no previous one. 1, or 0 on a null argument.
   int (*calc_rate)(const unsigned char* last, unsigned char* out, std::uint32_t interval) = nullptr;
 
-  // add_active registers the valid control rows of this type that belong to this system's users.
+  // add_active adopts a collection for each valid control row of this type that is ours.
   void (*add_active)(AgentClient& client, Adopter& adopter) = nullptr;
 
   // rpc_getnext returns the next record, or null at the end or after a failed call (logs). The
-  // pointer lives until the next call.
+  // pointer is valid until the next call.
   const unsigned char* (*rpc_getnext)(RowIterator& rows) = nullptr;
 };
 
@@ -104,14 +103,13 @@ class Agent {
   // connect makes the connection; false when the agent cannot be reached.
   virtual bool connect() = 0;
 
-  // check_connection makes sure that the connection lives, and replaces it (logs) when it does
-  // not. False when there is none.
+  // check_connection tests the connection and replaces a dead one (logs). False when that fails.
   virtual bool check_connection() = 0;
 
   // up_time returns the agent's up-time, or 0 when the call fails.
   virtual std::uint32_t up_time() = 0;
 
-  // client returns the connection. There must be one.
+  // client returns the connection, which must exist.
   virtual AgentClient& client() = 0;
 
   // ops returns the operations of any type below kTypeSlots.

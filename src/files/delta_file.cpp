@@ -13,14 +13,14 @@
 namespace tally {
 namespace {
 
-// All failures of this routine are numbered variants of one text, at debug level.
+// Failures log one text with a number, at debug level.
 bool fail(int number) {
   log_debug("Error %d creating delta file.", number);
   return false;
 }
 
-// Steps a cache to its next record and fills it again at the end of its buffer. False when the
-// fill failed; `count` is 0 at the end of the file.
+// Steps a cache to its next record, refilling the buffer at its end. False when the fill failed;
+// `count` is 0 at the end of the file.
 bool advance(RecordCache& cache, std::uint32_t record_size) {
   cache.used += record_size;
   cache.position += 1;
@@ -38,7 +38,7 @@ class DeltaMerge {
     if (last_.count == 0) return finish();
     if (!filebuf_fill(prev_, routines_.record_size)) return fail(16);
     while (last_.count != 0) {
-      int order = -1;  // without a prev row left, every last row is new
+      int order = -1;  // once prev has ended, every last row is new
       while (prev_.count != 0 && (order = routines_.compare(last_, prev_)) > 0) {
         if (!advance(prev_, routines_.record_size)) return fail(19);
       }

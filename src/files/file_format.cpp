@@ -65,7 +65,7 @@ std::optional<CollectionFile> collection_of_file(std::string_view name) {
       (void)std::from_chars(name.data() + stem.size() + 1, name.data() + name.size(), index);
     }
     for (const FileKind kind : {FileKind::prev, FileKind::last, FileKind::delta}) {
-      // Whatever else the name holds, it is one of ours only if we would write it so.
+      // The name is ours only if we would write it exactly like this.
       const CollectionPath path = collection_path(type, index, kind);
       if (std::string_view(path.text).substr(sizeof kDataDirectory) == name) {
         return CollectionFile{type, index, kind};
@@ -86,7 +86,7 @@ void remove_collection_files(std::uint32_t type, std::uint32_t index) {
   std::remove(collection_path(type, index, FileKind::prev).text);
 }
 
-// For want of descriptors or rights a sample may be there and out of reach.
+// For lack of descriptors or rights, a sample may exist but be out of reach.
 PreviousSample set_sample_aside(const CollectionPaths& paths) {
   if (access(paths.last.text, F_OK) != 0 && errno == ENOENT) return PreviousSample::none;
   {

@@ -5,7 +5,8 @@
 //   delta  the per-second rates between the two; this is the file that the web pages read
 //
 // Every file is a 16-byte header followed by records of one fixed size, in the host's byte order
-// (little-endian), without padding or trailer. Records are sorted by key in ascending order.
+// (little-endian), without padding or trailer. Records are sorted by key in ascending order, but
+// for those of etherstats and ifstats, which follow the daemon's list of rows.
 //
 //     0        4        8        12       16
 //     +--------+--------+--------+--------+----------+----------+ - -
@@ -32,11 +33,10 @@ struct FileHeader {
 };
 static_assert(sizeof(FileHeader) == 16);
 
-// Mode of every file that the daemon makes; its umask is 0, because the web server's user reads
-// and locks the files.
+// Mode of the files, under a umask of 0: the web server's user reads and locks them.
 inline constexpr unsigned kFileMode = 0777;
 
-// CollectionPath is a path in place: polls and messages allocate nothing for it.
+// CollectionPath holds a path in place, so that polls and messages allocate nothing for it.
 struct CollectionPath {
   char text[sizeof kDataDirectory + 64];
 };
@@ -57,8 +57,8 @@ CollectionPaths collection_paths(std::uint32_t type, std::uint32_t index);
 // file_kind_name returns what a kind is called in file names: "prev", "last" or "delta".
 const char* file_kind_name(FileKind kind);
 
-// collection_of_file is the other direction of collection_path: it knows the names, without their
-// directory, that are made there, and no others.
+// collection_of_file is the inverse of collection_path for names without a directory. Nothing for
+// any other name.
 struct CollectionFile {
   std::uint32_t type;
   std::uint32_t index;  // 0 for the supervisor kinds
@@ -66,20 +66,20 @@ struct CollectionFile {
 };
 std::optional<CollectionFile> collection_of_file(std::string_view name);
 
-// remove_collection_files removes the files of a collection; those that do not exist are passed
-// over in silence. Of etherstats only the delta file is a file. Logs an illegal type.
+// remove_collection_files removes a collection's files, silently skipping those that do not exist.
+// Etherstats has only a delta file. Logs an illegal type.
 void remove_collection_files(std::uint32_t type, std::uint32_t index);
 
-// set_sample_aside makes the last file of a collection its prev file, before a new sample is taken.
-// A last file that a killed process left unfinished is passed over (logs): the sample before it is
-// the prev file already, or there is none.
+// set_sample_aside turns a collection's last file into its prev file, before a new sample is taken.
+// A last file that a killed process left unfinished is passed over (logs): the sample before it, if
+// any, already is the prev file.
 //
-// restore_sample takes that back after a failure, in place of whatever is the last file by then.
-// Logs when the sample cannot be put back.
+// restore_sample undoes that after a failure, replacing whatever last file there is by then. Logs
+// when it cannot.
 enum class PreviousSample {
   none,   // there is no sample
   kept,   // the newest whole one is the prev file now
-  stuck,  // it cannot be opened or renamed and was left where it is: no new one may be written
+  stuck,  // it cannot be opened or renamed, and a new one would overwrite it
 };
 [[nodiscard]] PreviousSample set_sample_aside(const CollectionPaths& paths);
 void restore_sample(const CollectionPaths& paths);
@@ -87,11 +87,11 @@ void restore_sample(const CollectionPaths& paths);
 // delta_file_exists tells whether the delta file of a legal type can be opened for reading.
 bool delta_file_exists(std::uint32_t type, std::uint32_t index);
 
-// read_file_header reads the header from the start of a file. False when it is not all there.
+// read_file_header reads the header from the start of a file. False when it is incomplete.
 [[nodiscard]] bool read_file_header(int fd, FileHeader& header);
 
-// seconds_between returns the interval between two samples. It wraps as the 32-bit field that it is
-// stored in does.
+// seconds_between returns the interval between two samples. It wraps like the 32-bit field that
+// stores it.
 constexpr std::int32_t seconds_between(std::int32_t from, std::int32_t to) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(to) -
                                    static_cast<std::uint32_t>(from));

@@ -16,13 +16,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Pauses between two attempts, from the time that a reader needs for a small file up to what
-// nobody notices.
+// Pauses between attempts, from what a reader needs for a small file up to what nobody notices.
 constexpr std::chrono::milliseconds kFirstPause{1};
 constexpr std::chrono::milliseconds kLongestPause{16};
 
-// flock(2) knows no time limit, and to break it off by a signal takes a handler and has a window
-// in which the signal comes too early. Only a poll that meets a reader ever pauses here.
+// flock(2) has no time limit, and interrupting it takes a signal handler and leaves a window in
+// which the signal comes too early. Only a poll that meets a reader ever pauses here.
 bool lock_within(int fd, std::chrono::milliseconds most) {
   const auto deadline = Clock::now() + most;
   auto pause = kFirstPause;

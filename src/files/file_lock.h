@@ -7,20 +7,20 @@
 
 namespace tally {
 
-// open_file opens a path with open(2)'s flags and the mode of collection files; close-on-exec, and
-// tried again when a signal interrupts it. The web server may write to the directory: a symbolic
-// link is not followed, and a FIFO does not block. The result may be empty (errno tells why).
+// open_file opens a path with open(2)'s flags and kFileMode, close-on-exec. The web server may
+// write to the directory, so a symbolic link is not followed and a FIFO does not block. Empty on
+// failure (see errno).
 [[nodiscard]] UniqueFd open_file(const char* path, int flags);
 
-// A reader that never lets go of its shared lock must not stop the daemon: it is waited for as long
-// as a call to the agent.
+// A reader that never releases its shared lock must not stop the daemon. It gets as long as a call
+// to the agent.
 inline constexpr std::chrono::seconds kLockTimeout{25};
 
 // FileLock holds an exclusive flock for a scope; readers take a shared one.
 class FileLock {
  public:
-  // Waits for the lock, up to `most`. locked() is false when it was not to be had, or when the
-  // process is about to end (daemon/base/stop.h).
+  // Waits for the lock, up to `most`. locked() is false on failure, or when the process is about to
+  // end (daemon/base/stop.h).
   explicit FileLock(int fd, std::chrono::milliseconds most = kLockTimeout);
   ~FileLock();
   FileLock(const FileLock&) = delete;

@@ -16,8 +16,8 @@ struct WriteTexts {
   const char* short_write;
 };
 
-// Writes everything that waits, in one write. Only EINTR is tried again: a short write means that
-// the disk is full, and its text says so at once.
+// Writes out the buffer in one write. Only EINTR is retried: a short write means that the disk is
+// full, and is logged at once.
 int write_waiting(RecordCache& cache, const WriteTexts& texts) {
   const ssize_t written =
       retry_interrupted([&] { return write(cache.fd, cache.buffer, cache.used); });

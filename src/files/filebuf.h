@@ -11,12 +11,12 @@
 
 namespace tally {
 
-inline constexpr std::uint32_t kFilebufSize = 8192;  // no record is longer, no I/O block either
+inline constexpr std::uint32_t kFilebufSize = 8192;  // limit of a record, a read and a write
 
 struct RecordCache {
   int fd;
-  std::uint32_t used;      // writing: bytes that wait; reading: offset of the current record
-  std::uint32_t count;     // reading: whole records that the last fill brought
+  std::uint32_t used;      // writing: bytes waiting; reading: offset of the current record
+  std::uint32_t count;     // reading: whole records from the last fill
   std::uint32_t position;  // reading: number of the current record in the buffer
   unsigned char buffer[kFilebufSize];
 };
@@ -24,14 +24,13 @@ struct RecordCache {
 // filebuf_init makes the cache empty, over a descriptor.
 void filebuf_init(RecordCache& cache, int fd);
 
-// filebuf_put appends `length` bytes as one record; what waits is written out first when they do
-// not fit. Returns 1, or 0 when the record is longer than the buffer (no message) or the write
-// failed or was short (logs; what waited still waits).
+// filebuf_put appends a record of `length` bytes, writing out the buffer first when it does not
+// fit. Returns 1, or 0 when the record is longer than the buffer (silently), or the write failed or
+// was short (logs; the buffer stays as it was).
 [[nodiscard]] inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length);
 
 // filebuf_room returns where the next record of `length` bytes goes, so that it can be made in
-// place, or null when it does not fit before something is written out. The record counts only when
-// filebuf_commit follows.
+// place, or null when it does not fit. filebuf_commit then adds it.
 inline unsigned char* filebuf_room(RecordCache& cache, std::uint32_t length) {
   return length <= kFilebufSize - cache.used ? cache.buffer + cache.used : nullptr;
 }
@@ -39,7 +38,7 @@ inline void filebuf_commit(RecordCache& cache, std::uint32_t length) {
   cache.used += length;
 }
 
-// filebuf_flush writes out what waits. Returns 1, or 0 when the write failed or was short (logs).
+// filebuf_flush writes out the buffer. Returns 1, or 0 when the write failed or was short (logs).
 [[nodiscard]] int filebuf_flush(RecordCache& cache);
 
 // filebuf_fill reads as many whole records of `record_size` (1 to 8192) bytes as the buffer holds;
@@ -48,11 +47,11 @@ inline void filebuf_commit(RecordCache& cache, std::uint32_t length) {
 [[nodiscard]] int filebuf_fill(RecordCache& cache, std::uint32_t record_size);
 
 // filebuf_getnext steps to the next record and returns it, or null at the end of the file or on an
-// error (logs). On a fresh cache the first call returns the first record. The pointer lives until
-// the next call.
+// error (logs). On a fresh cache the first call returns the first record. The pointer is valid
+// until the next call.
 [[nodiscard]] const unsigned char* filebuf_getnext(RecordCache& cache, std::uint32_t record_size);
 
-// filebuf_write_out writes out what waits, for filebuf_put. Returns 1, or 0 (logs).
+// filebuf_write_out writes out the buffer for filebuf_put. Returns 1, or 0 (logs).
 [[nodiscard]] int filebuf_write_out(RecordCache& cache);
 
 inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length) {
@@ -63,7 +62,7 @@ inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t leng
   return 1;
 }
 
-// filebuf_current returns the current record of a cache that is read.
+// filebuf_current returns the current record of a cache that reads.
 inline const unsigned char* filebuf_current(const RecordCache& cache) {
   return cache.buffer + cache.used;
 }

@@ -1,8 +1,8 @@
-// How a collection file tells that all of it was written.
+// How a collection file shows that it is complete.
 //
-// A process may be killed, or a disk be full, between any two writes, and half a sample that passes
-// for a whole one makes rates out of nothing. A file is therefore begun with a sample time of 0 in
-// its header, and the time is written last of all: a file without one is not finished.
+// The process may be killed, or the disk fill up, between any two writes, and half a sample taken
+// for a whole one makes rates out of nothing. So a file starts with a sample time of 0 in its
+// header, and the real time is written last of all.
 #pragma once
 
 #include <cstdint>

@@ -30,7 +30,7 @@ class Merge {
         sample_time_(sample_time) {}
 
   // run merges everything and finishes both files. False when a put or a flush failed (logs), or
-  // when the agent's rows were broken off because the process is about to end.
+  // when the agent's rows were cut short because the process is about to end.
   bool run(RowIterator& rows) {
     const unsigned char* before = filebuf_getnext(prev_, ops_.record_size);
     const unsigned char* now = ops_.rpc_getnext(rows);
@@ -57,7 +57,7 @@ class Merge {
     return filebuf_put(cache, record, ops_.record_size) == 1;
   }
 
-  // Rates are made where they will stand in the delta cache, if they fit there.
+  // Rates are computed in place in the delta cache, if they fit there.
   unsigned char* rates_room() {
     unsigned char* room = filebuf_room(delta_, ops_.record_size);
     return room ? room : spare_;
@@ -76,7 +76,7 @@ class Merge {
     return false;
   }
 
-  // A row without a previous sample. The levels of the two cases differ; both are kept.
+  // A row without a previous sample. The two cases log at different levels: kept.
   bool add_new(const unsigned char* now, bool prev_is_done) {
     if (!put(last_, now)) {
       if (prev_is_done) {
@@ -135,7 +135,7 @@ class Merge {
   unsigned char spare_[kMaxRecordSize];
 };
 
-// Takes the first sample: the agent's rows under a header, without a delta file.
+// Takes the first sample: a header and the agent's rows, without a delta file.
 bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const char* last_path) {
   const auto upload = agent.ops(collection.type).upload;
   if (!upload) {
@@ -155,7 +155,7 @@ bool upload_first_sample(Agent& agent, const CollectionRecord& collection, const
     log_debug("poll_tapd_collection: Error uploading collection.");
     return false;
   }
-  if (stopping()) return false;  // its rows may have been broken off
+  if (stopping()) return false;  // the rows may have been cut short
   if (!finish_file(cache, header.sample_time)) {
     log_debug("poll_tapd_collection: Error flusing buffer.");
     return false;
@@ -173,8 +173,8 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
     return 0;
   }
 
-  // All three are opened before any result is tested: last and delta exist, empty, even when there
-  // is no prev. The delta file is truncated before it is locked.
+  // All three are opened before any is tested: last and delta then exist, empty, even without a
+  // prev. The delta file is truncated before it is locked.
   const UniqueFd prev_fd = open_file(prev_path, O_RDONLY);
   const UniqueFd last_fd = open_file(last_path, O_WRONLY | O_CREAT | O_TRUNC);
   const UniqueFd delta_fd = open_file(delta_path, O_WRONLY | O_CREAT | O_TRUNC);
@@ -217,8 +217,8 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
   rows.control_index = collection.index;
   rows.previous_up_time = previous.up_time;
   rows.client = &agent.client();
-  // A clock that was set back gives a negative interval. As a divisor it is an unsigned number:
-  // rates fall to almost nothing until the next poll.
+  // A clock set back gives a negative interval. The divisor is unsigned, so the rates of this poll
+  // are almost 0.
   Merge merge(ops, prev, last, delta, static_cast<std::uint32_t>(interval), now);
   return merge.run(rows) ? 1 : 0;
 }

@@ -14,11 +14,11 @@ namespace {
 constexpr int kConnectAttempts = 180;
 constexpr timespec kConnectPause{5, 0};
 
-// While the agent is away: seconds between two attempts, and the fewest when somebody wakes us.
+// Seconds between attempts while the agent is away, and the minimum when somebody wakes us.
 constexpr std::time_t kRetryPause = 5;
 constexpr std::time_t kShortestRetryPause = 1;
 
-// SIGALRM bounds what the main thread waits for. Here it would only break off calls to the agent.
+// SIGALRM bounds the main thread's waits. Here it would only interrupt calls to the agent.
 void leave_alarms_to_the_main_thread() {
   sigset_t alarms;
   sigemptyset(&alarms);
@@ -35,7 +35,7 @@ bool connect_patiently(Agent& agent) {
 }
 
 // Waits until the first collection is due or somebody signals. The due time is read with the mutex
-// held, which the waker takes too: a signal between the reading and the waiting is not lost.
+// held, which wakers take too, so no signal is lost between reading and waiting.
 void wait_until_due(ThreadEntry& entry, const DueList& collections) {
   const MutexLock lock(entry.mutex);
   if (const auto due = collections.earliest_due()) {
@@ -45,8 +45,8 @@ void wait_until_due(ThreadEntry& entry, const DueList& collections) {
   }
 }
 
-// Waits until it is time to look for the agent again. The first collection is due already, so
-// nothing but this wait keeps the task from spinning.
+// Waits until it is time to try the agent again. A collection is due already, so only this wait
+// keeps the task from spinning.
 void wait_for_retry(ThreadEntry& entry) {
   timespec tried;
   clock_gettime(CLOCK_MONOTONIC, &tried);
@@ -60,9 +60,9 @@ void wait_for_retry(ThreadEntry& entry) {
 
 }  // namespace
 
-// The registry lock is held while a collection is polled, and an agent that hangs may take 25
-// seconds for each of its calls. So that this does not add up over thousands of collections, the
-// pass ends: the messages get their turn, and the connection is checked before the next pass.
+// The registry lock is held while a collection is polled, and a hanging agent may take 25 seconds a
+// call. To keep that from adding up over thousands of collections, the pass ends: messages get
+// their turn, and the connection is checked before the next pass.
 void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest) {
   const auto end = std::chrono::steady_clock::now() + longest;
   bool in_time = true;

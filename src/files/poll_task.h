@@ -15,14 +15,14 @@
 
 namespace tally {
 
-// DueList is what the task needs of the registry.
+// DueList is what the task needs from the registry.
 class DueList {
  public:
   virtual ~DueList() = default;
 
-  // earliest_due returns when the first collection is due (seconds since the epoch), or nothing
-  // when there is none. Does not take the registry lock, and never lags behind a change that was
-  // made before a wake-up.
+  // earliest_due returns when the first collection is due, in seconds of the schedule clock, or
+  // nothing when there is none. It does not take the registry lock, and shows every change made
+  // before a wake-up.
   virtual std::optional<std::int32_t> earliest_due() const = 0;
 
   // interval returns the poll interval in seconds.
@@ -44,15 +44,15 @@ struct PollTask {
 };
 
 // tapd_poll_task is the thread's routine; `entry` is its ThreadEntry. It tries for a quarter of an
-// hour to reach the agent and ends the thread (logs) when it cannot. After that it never returns:
-// whenever the agent is away it keeps every sample, passes over the polls and tries again.
+// hour to reach the agent, then ends the thread (logs). Once connected it never returns: while the
+// agent is away it keeps every sample, skips the polls and tries again.
 void* tapd_poll_task(void* entry);
 
-// A pass polls no further collection once it has lasted as long as a call to the agent may.
+// A pass starts no further poll once it has lasted as long as a call to the agent may.
 inline constexpr std::chrono::seconds kLongestPass{25};
 
-// poll_pass polls every collection that is due now, or as many as can be begun in the time. The
-// others stay due, before those that it polled.
+// poll_pass polls every collection that is due, or as many as it can start within `longest`. The
+// others stay due, ahead of those that it polled.
 void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest = kLongestPass);
 
 }  // namespace tally

@@ -7,7 +7,7 @@
 
 namespace tally {
 
-// UniqueFd closes its descriptor; -1 is none.
+// UniqueFd closes its descriptor; -1 stands for none.
 class UniqueFd {
  public:
   UniqueFd() = default;

@@ -21,11 +21,11 @@ std::int32_t clamped(std::int64_t seconds) {
   return static_cast<std::int32_t>(std::clamp<std::int64_t>(seconds, 0, kEndOfTime));
 }
 
-// Less than this is left alone, so that the schedule clock ticks in the same moment as the time of
-// day, whose whole seconds the samples carry.
+// Smaller steps are ignored, so that the schedule clock ticks together with the time of day, whose
+// whole seconds the samples carry.
 constexpr std::int64_t kShortestStep = kSecond * 3 / 4;
 
-// Whole seconds by which the time of day was set since the first reading.
+// Whole seconds by which the time of day has been stepped since the first reading.
 std::atomic<std::int64_t> stepped{0};
 
 struct Reading {
@@ -38,7 +38,7 @@ struct Clocks {
   std::int64_t real;
 };
 
-// Reads both clocks in one moment: again when the process was held up between them.
+// Reads both clocks at the same moment: tries again if the process was held up in between.
 Clocks read_clocks() {
   for (;;) {
     const Clocks now{read(CLOCK_MONOTONIC), read(CLOCK_REALTIME)};
@@ -47,7 +47,7 @@ Clocks read_clocks() {
 }
 
 // Nobody sets the monotonic clock, and both clocks are slewed alike (adjtime(3), NTP): when they
-// part, the other one was set.
+// part, the time of day was set.
 Reading read_schedule() {
   static const Clocks begun = read_clocks();
   const auto [monotonic, real] = read_clocks();

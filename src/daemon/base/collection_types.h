@@ -1,12 +1,11 @@
-// The collection type codes, and what every type is called.
+// The collection type codes, and what each type is called.
 #pragma once
 
 #include <cstdint>
 
 namespace tally {
 
-// Codes as they travel in control messages and stand in file headers. 11 and everything above 14
-// are illegal.
+// Codes as used in control messages and file headers. 11 and everything above 14 are illegal.
 enum CollectionType : std::uint32_t {
   kHost = 0,
   kMatrix = 1,
@@ -24,7 +23,7 @@ enum CollectionType : std::uint32_t {
   kIfStats = 14,
 };
 
-// Size of every table that is indexed by a collection type.
+// Size of any table indexed by collection type.
 inline constexpr std::uint32_t kTypeSlots = 16;
 
 // is_agent_type tells whether the type's rows come from the RMON agent (0 to 10).

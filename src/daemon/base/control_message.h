@@ -1,9 +1,9 @@
-// What travels in the control pipe. The daemon and the tools share it.
+// The message of the control pipe, shared by the daemon and the tools.
 //
 //     0        4        8        12
 //     +--------+--------+--------+     three unsigned 32-bit words in the host's
-//     |  type  | coll.  | index  |     byte order, no header, no padding; nobody
-//     +--------+--------+--------+     is answered
+//     |  type  | coll.  | index  |     byte order, no header, no padding, no
+//     +--------+--------+--------+     reply
 #pragma once
 
 #include <cstdint>

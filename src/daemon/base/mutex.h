@@ -33,7 +33,7 @@ class TALLY_CAPABILITY("mutex") Mutex {
   Mutex& operator=(const Mutex&) = delete;
 
   void lock() TALLY_ACQUIRE() { pthread_mutex_lock(&mutex_); }
-  // lock_by waits for the lock until CLOCK_MONOTONIC shows `when`. False: it was not to be had.
+  // lock_by waits for the lock until CLOCK_MONOTONIC shows `when`. False: timed out.
   bool lock_by(const timespec& when) TALLY_TRY_ACQUIRE(true) {
     return pthread_mutex_clocklock(&mutex_, CLOCK_MONOTONIC, &when) == 0;
   }
@@ -56,7 +56,7 @@ class TALLY_SCOPED_CAPABILITY MutexLock {
   Mutex& mutex_;
 };
 
-// Condition waits on a Mutex that the caller holds. Spurious returns happen. Absolute times are
+// Condition waits on a Mutex that the caller holds, and may return spuriously. Absolute times are
 // those of CLOCK_MONOTONIC.
 class Condition {
  public:

@@ -1,12 +1,12 @@
-// System calls that a signal breaks off before they have done anything.
+// Repeats system calls that a signal interrupts before they have done anything.
 #pragma once
 
 #include <cerrno>
 
 namespace tally {
 
-// retry_interrupted makes a system call until it ends with anything but EINTR, and returns what it
-// returned then; errno is the call's own.
+// retry_interrupted repeats a system call while it fails with EINTR, and returns its last result;
+// errno is the call's own.
 template <class Call>
 auto retry_interrupted(Call call) {
   for (;;) {

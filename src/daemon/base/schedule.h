@@ -1,10 +1,9 @@
 // The schedule rule that agent collections and supervisor kinds share. Pure: time is an argument.
 //
-// A collection is viewed while viewing messages keep arriving: at a poll, when at least one
-// interval has passed since the last of them, it no longer is. A viewed collection is due again one
-// interval after its poll, an unviewed one after an hour. Times are whole seconds since the epoch
-// in 32 bits; they stop at the last second that these can hold, on 19 January 2038, and what is due
-// then never becomes due.
+// A collection counts as viewed while viewing messages keep arriving, until it is polled an
+// interval or more after the last one. A viewed collection is due again one interval after its
+// poll, an unviewed one after an hour. Times are 32-bit seconds of the schedule clock
+// (daemon/base/clock.h). They saturate at the largest such number, which "now" never reaches.
 #pragma once
 
 #include <algorithm>
@@ -37,14 +36,14 @@ constexpr std::int32_t seconds_after(std::int32_t time, std::int32_t seconds) {
       std::clamp<std::int64_t>(std::int64_t{time} + seconds, Limits::min(), Limits::max()));
 }
 
-// reset_times makes a supervisor kind's times those of a fresh start at `now`.
+// reset_times gives a supervisor kind the times of a fresh start at `now`.
 constexpr void reset_times(Schedule& schedule, std::int32_t now) {
   schedule.last_viewed = schedule.last_poll = now;
   schedule.next_due = seconds_after(now, kUnviewedInterval);
 }
 
-// plan_next_poll notes a poll at `now` and tells when the next one is due: never at once, whatever
-// number the preferences hold.
+// plan_next_poll records a poll at `now` and schedules the next one: never at once, whatever number
+// the preferences hold.
 constexpr void plan_next_poll(Schedule& schedule, std::int32_t now, std::int32_t interval) {
   if (std::int64_t{now} - schedule.last_viewed >= interval) schedule.flags &= ~kViewed;
   schedule.last_poll = now;
@@ -52,15 +51,15 @@ constexpr void plan_next_poll(Schedule& schedule, std::int32_t now, std::int32_t
   schedule.next_due = seconds_after(now, viewed ? std::max(interval, 1) : kUnviewedInterval);
 }
 
-// note_viewing notes that a user looks at the collection at `now`.
+// note_viewing records that a user is viewing the collection at `now`.
 constexpr void note_viewing(Schedule& schedule, std::int32_t now, std::int32_t interval) {
   schedule.flags |= kViewed;
   schedule.next_due = seconds_after(schedule.last_poll, interval);
   schedule.last_viewed = now;
 }
 
-// apply_interval moves the next poll of a viewed collection. False, and nothing is changed, when
-// it is not viewed.
+// apply_interval reschedules a viewed collection. False, with nothing changed, when it is not
+// viewed.
 constexpr bool apply_interval(Schedule& schedule, std::int32_t interval) {
   if ((schedule.flags & kViewed) == 0) return false;
   schedule.next_due = seconds_after(schedule.last_poll, interval);

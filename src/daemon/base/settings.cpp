@@ -17,23 +17,23 @@
 namespace tally {
 namespace {
 
-// Values are short decimal numbers; what is longer is cut here.
+// Values are short decimal numbers; longer ones are cut.
 constexpr std::size_t kMostDigits = 47;
 
-// No setting is nearly as long. A damaged database may hold anything.
+// Far longer than any setting, but a damaged database may hold anything.
 constexpr std::size_t kMostBytes = 4096;
 
 constexpr int kMaxLine = 255;  // bytes of the appliance settings that count as one line
 
-// not_a_file tells why a path cannot be opened as a file, as an errno value: opening a FIFO would
-// wait for ever for somebody to write to it. 0 when it can be tried.
+// not_a_file returns 0 when opening a path as a file is worth a try, or else an errno value.
+// (Opening a FIFO would wait for ever for a writer.)
 int not_a_file(const char* path) {
   struct stat status;
   if (stat(path, &status) != 0) return errno;
   return S_ISREG(status.st_mode) ? 0 : ENXIO;
 }
 
-// The nearest number that 32 bits hold stands for those beyond.
+// Clamps a number to 32 bits.
 std::int32_t as_32_bits(long number) {
   using Limits = std::numeric_limits<std::int32_t>;
   return static_cast<std::int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
@@ -48,7 +48,7 @@ std::optional<std::int32_t> target_of_line(const char* line) {
   return end == digits ? std::nullopt : std::optional(as_32_bits(number));
 }
 
-// text_of fetches a text of `least` to kMaxNmpText bytes, of which those before a zero byte count.
+// text_of fetches a value of `least` to kMaxNmpText bytes; the text ends at the first zero byte.
 std::optional<std::string> text_of(SettingsDatabase& database, const char* key, std::size_t least) {
   const auto value = database.fetch(key);
   if (!value || value->size() < least || value->size() > kMaxNmpText) return std::nullopt;

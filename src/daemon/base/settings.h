@@ -1,8 +1,8 @@
-// The readers of the appliance's settings: gdbm databases, and a text file. What their values mean
-// is told here for the daemon and for its tools alike.
+// Readers of the appliance's settings (gdbm databases and a text file) for the daemon and the
+// tools.
 //
 // A gdbm reader is refused at once while another process has the database open for writing, and
-// keeps writers out while it is open itself. So a database is opened, asked and closed in one go.
+// keeps writers out while it is open itself. So each database is opened, read and closed in one go.
 #pragma once
 
 #include <gdbm.h>
@@ -36,8 +36,8 @@ class SettingsDatabase {
   DatabaseState state() const { return state_; }
   const std::string& error() const { return error_; }  // why it is unreadable
 
-  // fetch returns the bytes of a key's value, of a very long one the first 4096, or nothing when
-  // there is no such record. The key is stored without a terminating zero.
+  // fetch returns the first 4096 bytes of a key's value, or nothing when the key is missing. Keys
+  // are stored without a terminating zero.
   std::optional<std::string> fetch(const char* key);
 
  private:
@@ -49,34 +49,33 @@ class SettingsDatabase {
   std::string error_;
 };
 
-// What the preferences say.
+// The contents of the preferences.
 struct Preferences {
   DatabaseState state = DatabaseState::absent;
   std::string error;                   // why they are unreadable
-  std::optional<std::string> refresh;  // as it stands there
-  std::int32_t interval = 0;           // seconds, made of that; 0 when it cannot be had
+  std::optional<std::string> refresh;  // as stored
+  std::int32_t interval = 0;           // seconds, parsed from that; 0 without one
 };
 
 // read_preferences reads the database at `path`. Logs nothing.
 Preferences read_preferences(const char* path);
 
-// read_interval returns the poll interval of the preferences in seconds, or 0 when it cannot be had
-// (logs). Any number that stands there is returned as it is, as far as 32 bits hold it.
+// read_interval returns the poll interval in the preferences, in seconds and clamped to 32 bits but
+// otherwise unchecked, or 0 when they hold none (logs).
 std::int32_t read_interval();
 
-// interval_of returns the number that the text of an interval begins with, as far as 32 bits hold
-// it; 0 when there is none.
+// interval_of returns the number at the start of a text, clamped to 32 bits; 0 when there is none.
 std::int32_t interval_of(const std::string& text);
 
 // The supervisor's address and community are texts of up to this many bytes; longer ones count as
 // missing.
 inline constexpr std::size_t kMaxNmpText = 255;
 
-// An appliance of this target id has interface statistics of the supervisor, every other one
+// Appliances with this target id have the supervisor's interface statistics, all others its
 // Ethernet and VLAN statistics.
 inline constexpr std::int32_t kInterfaceTarget = 7;
 
-// What the settings say of one supervisor kind.
+// What the settings say about one supervisor kind.
 struct KindSetting {
   std::uint32_t type;
   const char* key;
@@ -88,7 +87,7 @@ struct KindSetting {
   bool disabled() const;
 };
 
-// The supervisor's settings as the daemon takes them.
+// The supervisor's settings as the daemon uses them.
 struct SupervisorSettings {
   DatabaseState state = DatabaseState::absent;  // unless it is good, nothing below is known
   std::string error;                            // why it is unreadable
@@ -97,12 +96,12 @@ struct SupervisorSettings {
   std::array<KindSetting, 3> kinds;             // etherstats, supvlan, ifstats
 };
 
-// read_supervisor_settings reads the database at `path` for an appliance of this target id. Logs
+// read_supervisor_settings reads the database at `path` for an appliance with this target id. Logs
 // nothing.
 SupervisorSettings read_supervisor_settings(const char* path, std::optional<std::int32_t> target);
 
-// read_target_id returns the number behind "QOR_TARGET_ID=" in the first line of a text file that
-// begins so, or nothing. Of a line longer than 255 bytes the rest counts as another line.
+// read_target_id returns the number after "QOR_TARGET_ID=" in the first line of a text file that
+// starts with both, or nothing. Lines are split after 255 bytes.
 std::optional<std::int32_t> read_target_id(const char* path);
 
 // strip_line_end cuts a text at its first carriage return or line feed.

@@ -7,9 +7,8 @@
 
 namespace tally {
 
-// ThreadEntry is one thread and its wake-up pair: whoever wants the thread to look around takes
-// the mutex, signals the condition and lets go again. A signal that comes while the thread is busy
-// is not remembered; it looks at its work before it waits, with the mutex held.
+// ThreadEntry is one thread with the mutex and condition that wake it. A signal that comes while
+// the thread is busy is lost, so the thread looks for work, with the mutex held, before it waits.
 struct ThreadEntry {
   pthread_t thread{};
   Mutex mutex;
