@@ -1,9 +1,9 @@
-// HTTP requests to tally-cgi, as a web server hands them over: lines NAME=VALUE, an empty line, and
+// HTTP requests to tally-cgi, as a web server passes them on: lines NAME=VALUE, an empty line, and
 // the body; and the same bytes as the name of a file.
 //
-// Nothing becomes a control message but what a page of the same origin asked for, in full: the
-// demands are written anew here, from the outside. Everything else is refused with its reason. A
-// name that is taken for a collection file is the one that the daemon gives that collection.
+// Only a complete request by a page of the same origin becomes a control message: the rules are
+// written here once more, from the outside. Everything else is refused with a reason. A name
+// accepted as a collection file is the one that the daemon gives that collection.
 #include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>

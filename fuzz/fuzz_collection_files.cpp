@@ -1,9 +1,9 @@
 // Collection files, as tallyctl reads, compares and shows them.
 //
-// The input is a delta file of one type at most: any bytes at all. What is accepted has the size
-// that its rows explain, each view has every row once and nothing in it that a terminal would obey,
-// and JSON is JSON. That holds beside any samples: its own rows, its own without the first ones,
-// and rows that were cut out of it at a wrong place.
+// Any bytes are a delta file of at most one type. An accepted file has the size that its rows
+// explain, each view shows every row once and nothing that a terminal would obey, and JSON is JSON.
+// That holds with any samples: its own rows, its own without the first ones, and rows cut out at a
+// wrong place.
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>

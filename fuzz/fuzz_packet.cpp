@@ -1,7 +1,7 @@
-// Frames, as the agent's packet parser takes them apart and its tables count them.
+// Frames, as minitapd parses and counts them.
 //
-// Any bytes are a frame or none. What a frame shows is in the protocol directory, layer above
-// layer; cut shorter it shows a part of the same.
+// Any bytes are a frame or are refused. The protocols of a frame are in the protocol directory,
+// layer by layer; a shorter cut of it shows only some of the same.
 #include <algorithm>
 #include <memory>
 
@@ -29,7 +29,7 @@ void check_packet(const Packet& packet) {
   demand(network.dscp < 64, "six bits of DSCP");
 }
 
-// A cut frame lies in memory of its exact size, so that a sanitizer sees a read behind its end.
+// A cut frame lies in memory of its exact size, so that a sanitizer sees a read past its end.
 void check_cut(Bytes frame, const Packet& whole) {
   for (std::size_t size = 0; size < frame.size(); ++size) {
     const auto cut = std::make_unique<std::uint8_t[]>(size);
@@ -46,7 +46,7 @@ void check_cut(Bytes frame, const Packet& whole) {
   }
 }
 
-// What the tables make of a frame is compared with tshark's count in the tests of the agent.
+// The agent's own tests compare the tables' counts with tshark's.
 void count(Bytes frame) {
   LiveSource source({.max_rows = 4, .max_frame_octets = 0, .descr = "", .own_address = {}});
   for (std::size_t i = 0; i < kTableCount; ++i) source.add_control(static_cast<Table>(i), 1, "");
@@ -58,7 +58,7 @@ void count(Bytes frame) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace minitapd;
-  const Bytes frame(data, std::min<std::size_t>(size, 300));  // more than the headers ever take
+  const Bytes frame(data, std::min<std::size_t>(size, 300));  // longer than all headers
   const auto packet = parse_frame(frame, 60);
   demand(packet.has_value() == (frame.size() >= 14), "an Ethernet header is 14 bytes");
   if (!packet) return 0;

@@ -1,5 +1,5 @@
-// Any bytes as each of the SNMP library's records: a community message, a PDU, an OBJECT
-// IDENTIFIER. They begin with different tags, so the parsers take their inputs from one corpus.
+// Any bytes as each record of the SNMP library: a community message, a PDU, an OBJECT IDENTIFIER.
+// Their tags differ, so the parsers share one corpus.
 #include <vector>
 
 #include "property.h"
@@ -9,15 +9,15 @@
 namespace tally {
 namespace {
 
-// Both community versions, so that more than one row is looked at.
+// Both community versions, so that the table has more than one row.
 const SnmpVersionTable kVersions = {2,
                                     {0, 1},
                                     {},
                                     {ZnParseV1SnmpMessage, ZnParseV1SnmpMessage},
                                     {ZnBuildV1SnmpMessage, ZnBuildV1SnmpMessage}};
 
-// The encoder joins the first two sub-identifiers in a byte. What the decoder makes may fail that:
-// its first sub-identifier may be 3.
+// The encoder joins the first two sub-identifiers in a byte, which a decoded OID may not allow: its
+// first sub-identifier may be 3.
 bool encodable(const OID* oid) {
   return oid->length >= 2 && oid->oid_ptr[0] <= 2 && oid->oid_ptr[1] <= 39;
 }
@@ -31,7 +31,7 @@ bool encodable(const Pdu& pdu) {
   return true;
 }
 
-// A number that was sent in too few bytes may make what is built longer than a packet.
+// A number that was sent in too few bytes may make the encoding longer than a packet.
 bool may_outgrow_a_packet(std::size_t size) {
   return size > static_cast<std::size_t>(zn_pkt_size) / 2;
 }
@@ -121,7 +121,7 @@ std::vector<std::uint32_t> read_plainly(const unsigned char* content, const unsi
   return sids;
 }
 
-// An OID is what the plain reading says, and what can be encoded decodes to itself.
+// An OID decodes as the plain reading does, and one that can be encoded decodes to itself.
 void check_oid(const unsigned char* bytes, std::size_t size) {
   const unsigned char* cursor = bytes;
   const OidPtr oid(ParseOID(&cursor, bytes + size));

@@ -1,9 +1,9 @@
-// Replies of the agent, as the daemon decodes them. The first byte chooses the procedure, the rest
-// is what follows the RPC header.
+// Replies of the agent, as the daemon decodes them. The first byte selects the procedure; the rest
+// follows the RPC header.
 //
-// A reply is taken if and only if a plain walk over it finds every member, and then the bytes of
-// that walk are what is consumed, in place and through a record stream that comes in crumbs. Both
-// give the same value, and rpcgen's routine gives it, too.
+// A reply is accepted if and only if a plain walk over it finds every member, and decoding consumes
+// the bytes of that walk, both in place and from a record stream that arrives in crumbs. Both ways
+// give the same value, as does rpcgen's routine.
 #include <algorithm>
 #include <array>
 #include <concepts>
@@ -20,7 +20,7 @@ namespace {
 
 using Span = std::span<const std::uint8_t>;
 
-// Walker goes over a reply member by member and converts nothing.
+// Walker steps through a reply member by member and converts nothing.
 class Walker {
  public:
   explicit Walker(Span bytes) : left_(bytes) {}
@@ -33,7 +33,7 @@ class Walker {
 
   std::size_t left() const { return left_.size(); }
 
-  // A string that holds a zero ends there on rpcgen's side.
+  // For rpcgen a string ends at its first zero.
   bool zero_in_string() const { return zero_in_string_; }
 
  private:

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-// demand ends the process when a property does not hold, in every build type: libFuzzer keeps the
+// demand ends the process if a property does not hold, in every build type: libFuzzer keeps the
 // input, and the replay names the file.
 inline void demand(bool holds, const char* property) {
   if (holds) return;

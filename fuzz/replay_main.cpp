@@ -1,7 +1,7 @@
 // Runs a fuzz target over the files of its corpus: replay_NAME DIRECTORY
 //
-// Needs no fuzzing engine, so every compiler and sanitizer build does it. A corpus that is missing
-// or empty is an error: a replay of nothing proves nothing.
+// Needs no fuzzing engine, so it works with every compiler and sanitizer. A missing or empty corpus
+// is an error: replaying nothing proves nothing.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -16,8 +16,8 @@ int main(int argc, char** argv) {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(argv[1], error)) {
     std::printf("%s\n", entry.path().c_str());
-    (void)std::fflush(stdout);  // names the culprit when the target ends the process
-    // A block of exactly this size: one byte read past the end is an AddressSanitizer report.
+    (void)std::fflush(stdout);  // names the culprit if the target ends the process
+    // A block of exactly this size: AddressSanitizer reports a read of one byte past its end.
     std::vector<std::uint8_t> bytes(entry.file_size());
     std::ifstream stream(entry.path(), std::ios::binary);
     if (!stream.read(reinterpret_cast<char*>(bytes.data()), std::ssize(bytes))) return 1;

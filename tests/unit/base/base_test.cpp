@@ -1,4 +1,4 @@
-// What stands below all rooms: log calls and the schedule rules.
+// What all rooms build on: log calls and the schedule rules.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -69,7 +69,7 @@ TEST(Schedule, ViewingAndIntervalsCountFromTheLastPoll) {
   for (const auto& [last_poll, interval, next_due] : cases) {
     Schedule schedule{1, last_poll, 42, 0};
     EXPECT_FALSE(apply_interval(schedule, interval));
-    EXPECT_EQ(schedule.next_due, 42);  // nobody looks
+    EXPECT_EQ(schedule.next_due, 42);  // not viewed
     note_viewing(schedule, 77, interval);
     EXPECT_EQ(schedule.next_due, next_due);
     EXPECT_EQ(schedule.last_viewed, 77);

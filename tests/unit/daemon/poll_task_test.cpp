@@ -1,5 +1,5 @@
-// The poll task as a thread, on a real registry and an agent of the test's own: where it would have
-// to be hit between two of its steps. What it does otherwise is seen end to end.
+// The poll task as a thread, with a real registry and a fake agent, for faults between two of its
+// steps. The end-to-end tests cover the rest.
 #include "files/poll_task.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ class FakeAgent final : public Agent {
   CollectionOps none_;
 };
 
-// The registry, and how many polls it asked for. They find no files and no operations.
+// The registry, counting the polls that it asks for. They find no files and no operations.
 class CountingList final : public DueList {
  public:
   explicit CountingList(Registry& registry) : registry_(registry) {}
@@ -108,10 +108,10 @@ class PollTaskTest : public testing::Test {
   PollTask task_{list_, agent_};
 };
 
-// A collection that is made between the task's look at the due time and its wait.
+// A collection is created after the task has read the due time and before it waits.
 TEST_F(PollTaskTest, LosesNoWakeUpBeforeTheWait) {
   std::this_thread::sleep_for(50ms);  // the task waits
-  list_.calls_to_pause = 2;           // it looks whether there is anything, then for how long
+  list_.calls_to_pause = 2;           // it checks for work, then for how long to wait
   registry_.wake_poll_task();
   ASSERT_TRUE(soon([&] { return list_.pausing.load(); }));
   create(1);
@@ -119,8 +119,8 @@ TEST_F(PollTaskTest, LosesNoWakeUpBeforeTheWait) {
   EXPECT_TRUE(agent_.alarms_blocked);
 }
 
-// While the agent is away something is always due. It is tried once a second at the most, however
-// often somebody signals, and not at all before the pause is over when nobody does.
+// While the agent is away, something is always due. The task tries it at most once a second however
+// often somebody signals, and not before the pause is over if nobody does.
 TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
   agent_.reachable = false;
   create(1);
@@ -141,7 +141,7 @@ TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
   EXPECT_TRUE(soon([&] { return list_.polls == 1; }));
 }
 
-// An agent that hangs must not keep everybody waiting until all collections have been tried.
+// A hanging agent must not keep everybody waiting until all collections have been tried.
 TEST(PollPass, EndsInTimeAndLeavesTheOthersDue) {
   ThreadEntry nobody;
   Registry registry(nobody);

@@ -1,4 +1,4 @@
-// The list of collections: its order, what a pass takes from it, and what it cannot take in.
+// The list of collections: its order, what a pass polls, and running out of memory.
 #include "daemon/registry.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ namespace {
 // daemon has an index like these.
 constexpr std::uint32_t kFarIndex = 4'000'000'000;
 
-// The indexes in list order, from the listing.
+// The indexes in list order, taken from the listing.
 std::vector<std::uint32_t> order(Registry& registry) {
   char* text = nullptr;
   std::size_t size = 0;
@@ -46,7 +46,7 @@ class RegistryTest : public testing::Test {
   }
   void TearDown() override { registry_.free_all(); }
 
-  // The list frees what is still in it.
+  // The list frees its records.
   CollectionRecord* add(std::uint32_t index, std::int32_t due) {
     auto* record = new CollectionRecord;
     record->type = kHost;
@@ -67,12 +67,12 @@ TEST_F(RegistryTest, InsertsNewerBeforeOlderOfOneTime) {
   EXPECT_EQ(registry_.earliest_due(), 40);
   registry_.free_all();
   EXPECT_EQ(registry_.earliest_due(), std::nullopt);
-  add(1, -5);  // what a negative interval gives a collection that was never polled
+  add(1, -5);  // as from a negative interval, for a collection never polled
   EXPECT_EQ(registry_.earliest_due(), -5);
 }
 
-// One insertion pass, as it is told: from the second record on, one that is due before its
-// predecessor goes back behind the nearest that is due strictly earlier.
+// One insertion pass, literally: from the second record on, one that is due before its predecessor
+// goes back to just after the nearest that is due strictly earlier.
 void insertion_pass(std::list<CollectionRecord*>& list) {
   const auto due = [](const auto& at) { return (*at)->schedule.next_due; };
   if (list.empty()) return;
@@ -108,7 +108,7 @@ TEST_F(RegistryTest, SortsAsOneInsertionPassDoes) {
       insertion_pass(model);
       expect_same_order();
     }
-    // Back links: taking records out from anywhere leaves the rest.
+    // Back links: records can be unlinked anywhere, and the rest stays.
     while (!model.empty()) {
       ASSERT_EQ(registry_.earliest_due(), model.front()->schedule.next_due);
       auto at = model.begin();

@@ -1,4 +1,4 @@
-// When the main loop next has a supervisor kind to poll, and what settings mean.
+// When the main loop next polls a supervisor kind, and what settings mean.
 #include "daemon/supervisor_kinds.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Every numbered error of the generic delta file, and its lock. The merge is judged end to end.
+// Every numbered error of the generic delta file, and its lock. End-to-end tests check the merge.
 #include "files/delta_file.h"
 
 #include <future>
@@ -15,7 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::uint32_t kRecord = 60;
-std::string delta_path;  // for the routines, which get no context
+std::string delta_path;  // for the routines, which take no context
 
 std::string header(std::uint32_t up_time = 0) {
   return bytes_of(FileHeader{0, up_time, 5, 13});

@@ -1,5 +1,5 @@
-// The record cache over real files, at the edges of its buffer. Records that are cut, and disks
-// that are full, are seen end to end.
+// The record cache over real files, at the edges of its buffer. End-to-end tests cover cut records
+// and full disks.
 #include "files/filebuf.h"
 
 #include <fcntl.h>
@@ -69,7 +69,7 @@ TEST(FileFormat, IllegalTypesAndIntervals) {
   EXPECT_EQ(take_log(),
             std::vector(3, debug_line("Attempt to remove data for invalid collection type")));
   EXPECT_EQ(seconds_between(160, 100), -60);
-  EXPECT_EQ(seconds_between(-2147483647 - 1, 2147483647), -1);  // wraps, as its field does
+  EXPECT_EQ(seconds_between(-2147483647 - 1, 2147483647), -1);  // wraps, like its field
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Rows of a sample as the tests of the merges make and compare them.
+// Sample rows for the tests of the merges.
 #pragma once
 
 #include <fcntl.h>
@@ -21,7 +21,7 @@ struct Row {
 };
 using Rows = std::map<std::uint32_t, std::uint32_t>;  // key, count
 
-// A record starts with a row; what stands behind it follows from the row.
+// A record starts with its row; the rest follows from that.
 inline std::string record(const Row& row, std::uint32_t size) {
   return bytes_of(row) + std::string(size - sizeof row, static_cast<char>(row.key + row.count));
 }

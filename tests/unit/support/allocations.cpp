@@ -19,7 +19,7 @@ void* operator new(std::size_t size) {
   if (void* block = std::malloc(size)) return block;
   throw std::bad_alloc();
 }
-// The sanitizers bring their own of this one, which would not come here.
+// The sanitizers have their own version of this one, which would not get here.
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
   try {
     return operator new(size);

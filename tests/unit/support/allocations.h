@@ -1,4 +1,4 @@
-// The test program's operator new: it counts, and it fails when it is told to.
+// The test program's operator new: counts, and fails on demand.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,11 @@ struct Allocations {
   std::size_t bytes = 0;
 };
 
-// allocations returns what this thread has asked of operator new so far.
+// allocations returns what this thread has requested from operator new so far.
 Allocations allocations();
 
-// FailingAllocation lets one allocation of this thread fail: the n-th from now on, 0 being the very
-// next one.
+// FailingAllocation makes one allocation of this thread fail: the n-th from now, where 0 is the
+// next.
 class FailingAllocation {
  public:
   explicit FailingAllocation(std::size_t after);

@@ -1,4 +1,4 @@
-// What the code under test says to syslog(3): the test program defines that function itself.
+// Captures what the code under test logs: the test program defines syslog(3) itself.
 #pragma once
 
 #include <ostream>
@@ -27,7 +27,7 @@ inline void PrintTo(const LogLine& line, std::ostream* out) {
   *out << line.priority << " \"" << line.text << '"';
 }
 
-// take_log returns what was logged since the last call, by all threads.
+// take_log returns what all threads have logged since the last call.
 std::vector<LogLine> take_log();
 
 }  // namespace tally

@@ -1,4 +1,4 @@
-// A directory of a test's own, gone with the test, and what tests do with files.
+// A private directory that lasts as long as its test, and helpers for files.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,8 +16,7 @@ namespace tally {
 
 class TemporaryDirectory {
  public:
-  // In memory where that exists: a disk file that is truncated again and again is written out each
-  // time.
+  // In memory where possible: a disk file that is truncated over and over is written out each time.
   TemporaryDirectory()
       : path_((access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir()) +
               "tallyd-XXXXXX") {
@@ -46,14 +45,14 @@ inline std::string read_file(const std::string& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// bytes_of returns the bytes that a value of a plain type lies in memory as.
+// bytes_of returns the bytes of a plain value in memory.
 template <class T>
 std::string bytes_of(const T& value) {
   return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 
-// FileSizeLimit makes every write that would take a file beyond `bytes` stop there, and fail when
-// nothing fits: a disk that is full at just this byte.
+// FileSizeLimit makes every write that would extend a file past `bytes` stop there, and fail if
+// nothing fits: a disk that is full at that very byte.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(std::size_t bytes) {

@@ -1,5 +1,5 @@
-// The results of the procedures as rpcgen makes them. Which member is which is seen end to end,
-// where the agent fills in its names and the files show ours.
+// The results of the procedures as rpcgen makes them. End-to-end tests check which member is which:
+// the agent fills in its names, and the files show ours.
 #pragma once
 
 #include <minitapd/tapd.h>
@@ -8,14 +8,14 @@
 
 namespace tally {
 
-// Theirs is the type that travels as the same bytes, and its XDR routine.
+// rpcgen's type for the same bytes, and its XDR routine.
 template <class T>
 struct Theirs {
   using Type = T;
   bool_t (*xdr)(XDR*, T*);
 };
 
-// for_each_procedure calls a function with every procedure and what rpcgen makes of its result.
+// for_each_procedure calls a function with every procedure and rpcgen's type for its result.
 template <class Function>
 void for_each_procedure(Function function) {
   function(agent_null, Theirs{xdr_int});

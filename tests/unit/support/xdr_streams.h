@@ -15,7 +15,7 @@ namespace tally {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// encode_bytes runs an XDR routine over a memory stream; empty when it refuses.
+// encode_bytes runs an XDR routine over a memory stream; empty if it refuses.
 template <class T>
 Bytes encode_bytes(bool_t (*routine)(XDR*, T*), T& value) {
   static Bytes buffer(std::size_t{1} << 20);
@@ -69,8 +69,8 @@ inline void append_record(Bytes& wire, std::span<const std::uint8_t> message,
   } while (!message.empty());
 }
 
-// RecordReader is the stream of a TCP connection: what the peer sent arrives in reads of 1 to
-// `longest_read` bytes, in a buffer as small as the library makes them.
+// RecordReader is the stream of a TCP connection: the peer's bytes arrive in reads of 1 to
+// `longest_read` bytes, in the smallest buffer that the library makes.
 class RecordReader {
  public:
   RecordReader(Bytes wire, std::size_t longest_read)
@@ -82,7 +82,7 @@ class RecordReader {
   RecordReader(const RecordReader&) = delete;
   RecordReader& operator=(const RecordReader&) = delete;
 
-  // next_record skips what is left of the record at hand and goes to the next one.
+  // next_record skips the rest of the current record.
   bool next_record() { return xdrrec_skiprecord(&stream_) == TRUE; }
 
   XDR* stream() { return &stream_; }
