@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -14,6 +16,7 @@
 #include <cstring>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -33,6 +36,10 @@ class Listener {
  public:
   explicit Listener(std::function<void(int)> serve)
       : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), serve_(std::move(serve)) {
+    ifreq loopback{{{"lo"}}, {}};
+    if (ioctl(socket_.get(), SIOCGIFFLAGS, &loopback) != 0 || (loopback.ifr_flags & IFF_UP) == 0) {
+      throw std::runtime_error("these tests need a loopback interface that is up");
+    }
     address_.sin_family = AF_INET;
     address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address_;
