@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """log_messages_test SOURCE_TREE: docs/log-messages.md has every log text of the daemon, and no other.
 
-A log text is a string literal of the rooms below that holds a space and is not given to a function
-that logs nothing. Its level is known where it stands in the call that logs it, or is put by name into
-a member that such a call takes. Numbered failures are told apart on the page by their numbers.
+A log text is a string literal in the rooms below that contains a space and is not passed to a function
+that logs nothing. Its level is known if the call that logs it contains it, or logs a member that is
+initialised with it by name. The page lists numbered failures by their numbers.
 """
 import pathlib
 import re
@@ -18,7 +18,7 @@ LITERAL = re.compile(r'"((?:\\.|[^"\\])*)"(?:\s*"((?:\\.|[^"\\])*)")*')
 
 
 def texts(code):
-    """The literals of a piece of code, adjacent ones put together, line ends left out."""
+    """The literals of a piece of code, adjacent ones joined, without line ends."""
     for found in LITERAL.finditer(code):
         text = "".join(re.findall(r'"((?:\\.|[^"\\])*)"', found[0])).replace("\\n", "")
         if " " in text and re.search("[a-z]", text):
@@ -50,7 +50,7 @@ def read_sources(tree):
 
 
 def read_page(path):
-    """{text: (levels, meaning)} of the tables of the page; a text may stand in two rooms."""
+    """{text: (levels, meaning)} from the tables of the page; two rooms may share a text."""
     rows = {}
     for line in path.read_text().splitlines():
         cells = [cell.strip() for cell in line.strip("|").split("|")]
