@@ -85,18 +85,12 @@ def test_full_disk(layout, daemon, supervisor, log):
         kind.destroy()
 
 
-@pytest.mark.parametrize("layout, calls", [
-    (ETHER, {"openat": "Error 1 creating etherstats delta file.", "flock": "Error 2 creating etherstats delta file.",
-             "ftruncate": "Error 3 creating etherstats delta file."}),
-    (VLANS, {"openat": "Error 3 creating delta file.", "flock": "Error 24 creating delta file.",
-             "ftruncate": "Error 25 creating delta file."})], ids=["etherstats", "supvlan"])
-def test_failing_calls(layout, calls, daemon, supervisor, log):
-    serve(supervisor, layout, 1)
-    kind = Kind(daemon, layout).create()
-    kind.view()
-    for call, text in calls.items():
+def test_failing_calls(daemon, supervisor, log):
+    serve(supervisor, ETHER, 1)
+    kind = Kind(daemon, ETHER).create()
+    for number, call in enumerate(("openat", "flock", "ftruncate"), 1):
         with injected(daemon, kind.path("delta"), f"{call}:error=EIO"):
             kind.view()
-            assert log.take_all() == [(DEBUG, text)]
+            log.expect((DEBUG, f"Error {number} creating etherstats delta file."))
     kind.view()
-    assert len(kind.read("delta").rows) == (layout is ETHER)
+    assert len(kind.read("delta").rows) == 1

@@ -7,9 +7,11 @@ import time
 import pytest
 
 from harness import control, processes
+from harness.collection import next_second
 from harness.daemon import SANITIZED
 from harness.kinds import ETHER, PORTS, VLANS, Kind
-from harness.supervisor import rows
+from harness.supervisor import rows, silence
+from harness.syslog import DEBUG, WARNING
 
 
 @pytest.fixture
@@ -26,23 +28,46 @@ def brisk_kinds(fresh_daemon, supervisor, log):
     log.take_all("iface_calc_delta() found a 0-length interval.")
 
 
-@pytest.mark.parametrize("layout", [ETHER, VLANS], ids=lambda layout: layout.stem)
-def test_reader_holds_a_poll_up(layout, brisk):
+def test_reader_holds_a_poll_up(brisk):
     """Under a reader's lock the file stays as it is; who sends messages waits, too."""
-    kind = brisk[layout]
-    kind.view()
-    with open(kind.path("delta"), "rb") as delta:
+    ether = brisk[ETHER]
+    ether.view()
+    with open(ether.path("delta"), "rb") as delta:
         fcntl.flock(delta, fcntl.LOCK_SH)
         content = delta.read()
         assert content
-        control.send(control.VIEWING, layout.code)  # due within the interval
+        control.send(control.VIEWING, ETHER.code)  # due within the interval
         time.sleep(3.5)
         control.send(8)
         time.sleep(0.3)
-        assert kind.daemon.log.peek() == [], "the message waits for the poll"
-        assert kind.path("delta").read_bytes() == content
-    kind.daemon.log.wait("Unexpected message type found in pipe.")
-    assert kind.read("delta").header.time > int.from_bytes(content[8:12], "little")
+        assert ether.daemon.log.peek() == [], "the message waits for the poll"
+        assert ether.path("delta").read_bytes() == content
+    ether.daemon.log.wait("Unexpected message type found in pipe.")
+    assert ether.read("delta").header.time > int.from_bytes(content[8:12], "little")
+
+
+@pytest.mark.parametrize("layout, query, texts", [
+    (ETHER, "ether counters", []), (VLANS, "vlan counters", ["Error 7 polling vlan collection."]),
+    (PORTS, "port walk", [])], ids=["etherstats", "supvlan", "ifstats"])
+def test_terminate(layout, query, texts, own_daemon, agent, supervisor, log):
+    """A silent supervisor is not waited for: what it was asked fails, and the old sample stays."""
+    supervisor.serve(*rows(*range(1, 30)))
+    own_daemon.start()
+    kind = Kind(own_daemon, layout).create()
+    log.take_all()
+    before = kind.path("last").read_bytes() if layout is not ETHER else None
+    next_second()
+    supervisor.misbehave(query, always=silence)
+    supervisor.take_asked()
+    control.send(control.VIEWING, layout.code)
+    processes.wait_until(lambda: query in [name for name, *_ in supervisor.asked])
+    for message in (control.CREATE, control.TERMINATE):
+        control.send(message, layout.code)
+    assert own_daemon.exit_status(timeout=20) == 0
+    log.expect((DEBUG, "Timeout error performing SNMP request."), *((DEBUG, text) for text in texts),
+               (WARNING, "Terminating tallyd."))
+    if before:
+        assert kind.path("last").read_bytes() == before and not kind.path("prev").exists()
 
 
 def test_schedule(brisk, supervisor):
