@@ -19,8 +19,7 @@ static_assert(std::size(kPortDuplexColumn) == 13, "TALLYD_PORT_TABLE_OID needs 1
 constexpr std::uint32_t kMostModules = 13;
 constexpr std::uint32_t kMostPorts = 48;
 
-// Takes a decimal number off the front. Nothing when there is none, or one that 32 bits do not
-// hold.
+// Takes a decimal number off the front. Nothing when there is none or it needs more than 32 bits.
 std::optional<std::uint32_t> take_number(std::string_view& text) {
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -29,7 +28,7 @@ std::optional<std::uint32_t> take_number(std::string_view& text) {
   return number;
 }
 
-// Gives a binding of this object other numbers. False when it is of another.
+// Gives a binding of this object new numbers. False when it names another object.
 bool rename(VarBind& binding, SubIds object, std::initializer_list<std::uint32_t> last) {
   const std::span<std::uint32_t> name(binding.name->oid_ptr,
                                       static_cast<std::size_t>(binding.name->length));

@@ -1,4 +1,4 @@
-// The objects that are asked for, and the builders that append them to a request.
+// The objects that are asked for, and the builders that add them to a request.
 #pragma once
 
 #include <cstdint>
@@ -12,24 +12,22 @@ namespace tally {
 
 using SubIds = std::span<const std::uint32_t>;
 
-// Rows of tables; column and index follow.
-// RMON-MIB (RFC 2819), HC-RMON-MIB (RFC 3273)
+// Table entries. A column and an index follow.
+// RMON-MIB (RFC 2819), HC-RMON-MIB (RFC 3273).
 inline constexpr std::uint32_t etherStatsEntry[] = {1, 3, 6, 1, 2, 1, 16, 1, 1, 1};
 inline constexpr std::uint32_t etherStatsHighCapacityEntry[] = {1, 3, 6, 1, 2, 1, 16, 1, 7, 1};
-// IF-MIB (RFC 2863)
+// IF-MIB (RFC 2863).
 inline constexpr std::uint32_t ifEntry[] = {1, 3, 6, 1, 2, 1, 2, 2, 1};
 inline constexpr std::uint32_t ifXEntry[] = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1};
-// SMON-MIB (RFC 2613); the index of the second is a control index and a VLAN id
+// SMON-MIB (RFC 2613). The second is indexed by control index and VLAN id.
 inline constexpr std::uint32_t smonVlanStatsControlEntry[] = {1, 3, 6, 1, 2, 1, 16, 22, 1, 2, 1, 1};
 inline constexpr std::uint32_t smonVlanIdStatsEntry[] = {1, 3, 6, 1, 2, 1, 16, 22, 1, 2, 2, 1};
 
-// names_a_row tells whether a returned name is that of one row in a column of a table with a single
-// index.
+// names_a_row tells whether a returned name is an instance of a column, in a table with one index.
 bool names_a_row(SubIds entry, std::uint32_t column, SubIds name);
 
-// VarbindBuilder appends bindings with a NULL value to requests. Bindings that stand behind
-// `var_bind_end_ptr` are of an earlier request: one of the same object is taken over and gets its
-// new numbers.
+// VarbindBuilder appends bindings with a NULL value to requests. What follows `var_bind_end_ptr` is
+// left of an earlier request: a binding of the same object is reused and only gets new numbers.
 struct VarbindBuilder {
   SubIds object;
   const char* oid_failed;
@@ -39,8 +37,8 @@ struct VarbindBuilder {
   int operator()(std::initializer_list<std::uint32_t> last, Pdu& pdu) const;
 };
 
-// The builders for one object each. Some texts end in a full stop and some do not: kept as the
-// system has them.
+// Builders for one object each. Some texts end in a full stop and some do not; they are kept as
+// they are.
 inline constexpr std::uint32_t kSysUpTime[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
 inline constexpr std::uint32_t kIfSpeed[] = {1, 3, 6, 1, 2, 1, 2, 2, 1, 5};
 inline constexpr std::uint32_t kIfOperStatus[] = {1, 3, 6, 1, 2, 1, 2, 2, 1, 8};
@@ -68,9 +66,9 @@ inline constexpr VarbindBuilder add_vlan_pdu_varbind{
 // add_pdu_varbind is for tables with a single index. 0, or -1 (logs).
 int add_pdu_varbind(SubIds entry, std::uint32_t column, std::uint32_t index, Pdu& pdu);
 
-// add_portduplex_varbind takes module and port from an interface name: "3/12", with anything in
-// front of the first digit and anything behind the last. Modules are 1 to 13 and ports 1 to 48; any
-// other name is -1 without a message.
+// add_portduplex_varbind takes module and port from an interface name: "3/12", with anything
+// before the first digit and anything after the last. Modules are 1 to 13 and ports 1 to 48; for
+// any other name it returns -1 without a message.
 int add_portduplex_varbind(std::string_view interface_name, Pdu& pdu);
 
 }  // namespace tally

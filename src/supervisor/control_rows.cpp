@@ -16,7 +16,7 @@ std::optional<ControlRow> next_control_row(const ControlTable& table, std::uint3
   AnswerReader answer(*response);
   const SubIds name = answer.name();
   if (!names_a_row(table.entry, table.columns[0], name)) return ControlRow{};
-  if (table.columns.size() == 4) (void)answer.word();  // the index, which the name says, too
+  if (table.columns.size() == 4) (void)answer.word();  // the index, which the name tells, too
   const bool is_ours = answer.octets() == kRmonOwner;
   if (answer.ok() && !is_ours) return ControlRow{name.back(), false, 0};  // whatever else it says
   constexpr std::uint32_t kValid = 1;

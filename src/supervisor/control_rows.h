@@ -1,4 +1,5 @@
-// Tables in which a manager keeps rows of its own, to have something counted (RFC 2819, RFC 2613).
+// Tables whose rows have owners: a manager creates a row to have something counted (RFC 2819,
+// RFC 2613).
 #pragma once
 
 #include <cstdint>
@@ -11,8 +12,8 @@ namespace tally {
 
 struct ControlTable {
   SubIds entry;
-  std::span<const std::uint32_t>
-      columns;  // asked for: the index or not; owner, status, data source
+  // What is asked for: the index or not; then owner, status and data source.
+  std::span<const std::uint32_t> columns;
   Query query;
 };
 
@@ -22,7 +23,7 @@ struct ControlRow {
   std::uint32_t data_source;  // of a usable row: the interface or VLAN that is counted
 };
 
-// next_control_row returns the row behind an index. Nothing when the query failed (logs).
+// next_control_row returns the row that follows an index, or nothing when the query failed (logs).
 std::optional<ControlRow> next_control_row(const ControlTable& table, std::uint32_t after);
 
 }  // namespace tally

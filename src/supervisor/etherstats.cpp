@@ -38,12 +38,12 @@ constexpr ControlTable kRowTable = {
 
 RowList<EtherStatsRecord, &EtherStatsRecord::etherStatsIndex> rows;
 
-// Where to learn an interface's duplex mode, by target id: switches differ in what they know.
+// Where an interface's duplex mode is asked for depends on the target id: switches differ.
 constexpr std::int32_t kPortTableTargets[] = {1, 3, 4};
 constexpr std::int32_t kEtherLikeTarget = 6;
 
-// In etherStatsEntry a frame counts without its preamble and the gap behind it, 160 bits, which
-// take the link's time, too. Percent.
+// Percent. etherStatsEntry counts frames without their preamble and the gap between frames, 160
+// bits that take up the link as well.
 constexpr long double kPercentPerOctet = 8 * 100;
 constexpr long double kPercentPerPacket = 160 * 100;
 constexpr std::size_t kOctets = 1;  // in kEtherCounterTable
@@ -59,7 +59,7 @@ struct [[gnu::packed]] DeltaRecord {
 };
 static_assert(sizeof(DeltaRecord) == 172);
 
-// All failures to make the file are numbered variants of one text, at debug level.
+// Failures are numbered variants of one text.
 bool fail(int number) {
   log_debug("Error %d creating etherstats delta file.", number);
   return false;
@@ -101,8 +101,8 @@ void add_row(const ControlRow& row, Schedule& schedule) {
   }
 }
 
-// A counter that went down, wrapped or restarted, counts as 0 this time: on purpose there is no
-// correction.
+// A counter that went down, because it wrapped or restarted, counts as 0 this time. This is
+// deliberate; nothing is corrected.
 DeltaRecord delta_record(const EtherStatsRecord& record, const EtherStatsSample& sample,
                          std::int32_t interval) {
   DeltaRecord delta = {};
@@ -169,7 +169,7 @@ std::uint32_t refresh_etherstats_rows(Schedule& schedule) {
   });
 }
 
-// The file is written in place: readers that lock it see the old one or the new one, or one that is
+// The file is written in place. Readers that lock it see the old one, the new one, or one that was
 // not finished.
 int poll_etherstats(std::int32_t now, std::int32_t last_poll) {
   const std::int32_t interval = seconds_between(last_poll, now);

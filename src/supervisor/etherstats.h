@@ -1,8 +1,8 @@
 // The etherstats kind: rates and utilisation of the supervisor's RMON Ethernet statistics rows.
 //
-// One collection serves the whole appliance. Its rows are those that the supervisor keeps for this
-// appliance; each counts one switch interface. The previous sample is kept in memory, so there is
-// a delta file and no other:
+// One collection serves the whole appliance. The supervisor keeps its rows for this appliance,
+// and each row counts one switch interface. The previous sample is kept in memory, so there is only
+// a delta file:
 //
 //   header       16 bytes (file_format.h): interval, 0, time of this poll, 12
 //   records     172 bytes, newest row first
@@ -30,13 +30,13 @@ struct EtherStatsRecord {
 void reset_etherstats(Schedule& schedule);
 
 // refresh_etherstats_rows brings the list in line with the supervisor's table and returns how many
-// rows there are. A new row gets its baseline and makes now the last poll. An interface that is
-// down, and was when it was last seen, is not polled.
+// rows there are. A new row gets its baseline, and now becomes the time of the last poll. An
+// interface that is down, and has not changed since it was last seen, is not polled.
 std::uint32_t refresh_etherstats_rows(Schedule& schedule);
 
-// poll_etherstats writes the delta file under its lock. Returns 1, also when less than a second has
-// passed since the last poll and nothing is done, or 0 when the file cannot be written (logs) or
-// the process is about to end. The file then ends where writing it ended.
+// poll_etherstats writes the delta file under its lock. Returns 1, or 0 when the file cannot be
+// written (logs) or the process is about to end; the file then ends where writing stopped. Does
+// nothing, and returns 1, when less than a second has passed since the last poll.
 int poll_etherstats(std::int32_t now, std::int32_t last_poll);
 
 // find_etherstats_row returns the record of an etherStatsIndex, or null. It lives until the next
@@ -46,7 +46,7 @@ EtherStatsRecord* find_etherstats_row(std::uint32_t index);
 void clear_etherstats_rows();
 
 // etherstats_duplex returns 1 for a half-duplex interface and 2 for any other: how many directions
-// share its speed. Whom it asks depends on `target_id`.
+// share its speed. `target_id` decides which table is asked.
 std::uint32_t etherstats_duplex(std::string_view name, std::uint32_t if_index);
 
 }  // namespace tally

@@ -15,7 +15,7 @@ namespace tally {
 
 inline constexpr std::size_t kEtherCounters = 17;
 
-// EtherCounter tells where a counter comes from.
+// EtherCounter says where a counter comes from.
 struct EtherCounter {
   std::uint32_t column;    // of etherStatsEntry: the lower 32 bits
   std::uint32_t overflow;  // of etherStatsHighCapacityEntry: how often they overflowed; 0: none
@@ -61,8 +61,8 @@ std::optional<InterfaceState> interface_state(std::uint32_t if_index);
 std::optional<NamedInterfaceState> named_interface_state(std::uint32_t if_index);
 std::optional<EtherStatsSample> etherstats_sample(std::uint32_t index, std::uint32_t if_index);
 
-// port_duplex asks the switch maker's port table: 1 half, 2 full, others disagree or are not
-// settled. Nothing, without a question, for a name that is not "module/port".
+// port_duplex asks the switch maker's port table: 1 half, 2 full, anything else undecided.
+// For a name that is not "module/port" it returns nothing, without asking.
 std::optional<std::uint32_t> port_duplex(std::string_view interface_name);
 
 // duplex_status asks for dot3StatsDuplexStatus: 1 unknown, 2 half, 3 full.

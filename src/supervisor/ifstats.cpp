@@ -21,7 +21,7 @@ RowList<IfStatsRecord, &IfStatsRecord::ifIndex> rows;
 // Cleared when the supervisor turns out to have no 64-bit counters; never set again.
 bool has_64_bit_counters = true;
 
-// Counters of a record, in its order. In the first kTrafficCounters the counter mode counts, the
+// The counters of a record, in order. The counter mode applies to the first kTrafficCounters; the
 // others are always 32 bits wide.
 enum Counter {
   kInOctets,
@@ -38,8 +38,8 @@ enum Counter {
 };
 constexpr int kTrafficCounters = kInDiscards;
 
-// The fields are those of a sample; a delta record has the utilisations in place of the first two
-// numbers and rates in place of counters.
+// A sample. A delta record has the utilisations in place of the first two numbers, and rates in
+// place of counters.
 struct Record {
   std::uint32_t if_index;
   std::uint32_t name_length;
@@ -53,8 +53,8 @@ static_assert(sizeof(Record) == kRecordSize);
 
 constexpr std::uint32_t kSpeedColumn = 5;  // ifEntry
 
-// The columns that are asked for in each mode, in the order of asking, and what they count: 64-bit
-// ones are of ifXEntry, the others of ifEntry. Several of one counter are added up.
+// The columns that each mode asks for, in this order, and what they count. 64-bit columns belong to
+// ifXEntry, the others to ifEntry. Columns of the same counter are added up.
 struct Column {
   std::uint32_t number;
   Counter counter;
@@ -93,8 +93,7 @@ struct WalkRow {
   std::uint32_t oper_status;
 };
 
-// An interface without a name ends the table, too. Whether both columns speak of one interface is
-// not looked at.
+// An interface without a name ends the walk, too. The indexes of the two columns are not compared.
 std::optional<WalkRow> get_ifNameAndOperStatus(std::uint32_t after) {
   constexpr std::uint32_t kNameColumn = 1;    // ifXEntry
   constexpr std::uint32_t kStatusColumn = 8;  // ifEntry
@@ -111,10 +110,10 @@ std::optional<WalkRow> get_ifNameAndOperStatus(std::uint32_t after) {
   return answer.ok() ? std::optional(row) : std::nullopt;
 }
 
-// What came of a question for counters.
+// How a question for counters ended.
 enum class Outcome { answered, failed, not_64_bit };
 
-// The types of the 64-bit counters are looked at first: they tell whether there are any.
+// The types of the 64-bit counters are checked first: they tell whether the supervisor has any.
 Outcome counter_width(const Pdu& response, std::span<const Column> columns) {
   const VarBind* binding = response.var_bind_list;  // the speed
   for (const Column& column : columns) {
@@ -125,7 +124,7 @@ Outcome counter_width(const Pdu& response, std::span<const Column> columns) {
   return Outcome::answered;
 }
 
-// Asks for the numbers of a record, and for its if_index as the answer names it.
+// Fills in the numbers of a record, and its if_index as the answer names it.
 Outcome get_ifTableEntry(std::span<const Column> columns, std::uint32_t if_index, Record& record) {
   const PduPtr response = run_query(kCounterQuery, [columns, if_index](Pdu& request) {
     return add_pdu_varbind(ifEntry, kSpeedColumn, if_index, request) == 0 &&
@@ -148,7 +147,7 @@ Outcome get_ifTableEntry(std::span<const Column> columns, std::uint32_t if_index
   return answer.ok() ? Outcome::answered : Outcome::failed;
 }
 
-// An answer about another interface than the one asked for is dropped without a word.
+// An answer about a different interface is dropped silently.
 std::optional<Record> interface_record(const IfStatsRecord& row) {
   Record record = {row.ifIndex, row.name.length, {}, 0, 0, {}};
   std::memcpy(record.name, row.name.bytes, sizeof record.name);

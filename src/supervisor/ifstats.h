@@ -1,8 +1,8 @@
 // The ifstats kind: rates and utilisation of the switch's interfaces that are up (IF-MIB, RFC
 // 2863).
 //
-// Rows stay in the order of their discovery: an interface that comes up later stands behind all
-// that were there. Records of all three files are 120 bytes:
+// Rows stay in the order in which they were found: an interface that comes up later goes to the
+// end. Records of all three files are 120 bytes:
 //
 //     0  u32 ifIndex          24  f64 last, prev: ifSpeed; delta: input utilisation, percent
 //     4  u32 name length      32  f64 last, prev: 0; delta: output utilisation, percent
@@ -24,20 +24,20 @@ struct IfStatsRecord {
   InterfaceName name;
 };
 
-// reset_ifstats empties the list and sets the times as they are at start-up. Pages that are open
-// meanwhile still count: the viewed mark stays.
+// reset_ifstats empties the list and sets the times as they are at start-up. The viewed mark
+// stays, since pages may be open.
 void reset_ifstats(Schedule& schedule);
 
 // refresh_ifstats_rows brings the list in line with the supervisor's interfaces and returns how
 // many are up.
 std::uint32_t refresh_ifstats_rows(Schedule& schedule);
 
-// poll_ifstats writes a new sample and the delta file: 1, or 0 (logs). It is always due.
+// poll_ifstats writes a new sample and the delta file, whatever the times. 1, or 0 (logs).
 int poll_ifstats(std::int32_t now, std::int32_t last_poll);
 
 // ifstats_upload puts one record for each interface that the supervisor answers for: 1, or 0
-// (logs). When it refuses the 64-bit counters and has the 32-bit ones, these are asked for from
-// then on, for the life of the process.
+// (logs). If the supervisor refuses the 64-bit counters but has the 32-bit ones, it is asked for
+// those from then on, until the process ends.
 int ifstats_upload(RecordCache& cache);
 
 // ifacecalc_delta makes the delta record of two sample records (at any alignment). An interval of 0

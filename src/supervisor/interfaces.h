@@ -8,8 +8,8 @@
 
 namespace tally {
 
-// InterfaceName is the first 16 bytes of an ifName, as they stand in the collection files: bytes,
-// not text, filled up with zeros.
+// InterfaceName is the first 16 bytes of an ifName, as the collection files hold it: bytes, not
+// text, padded with zeros.
 struct InterfaceName {
   std::uint32_t length = 0;
   char bytes[16] = {};

@@ -18,7 +18,7 @@ SubIds sub_ids(const OID& oid) {
   return {oid.oid_ptr, static_cast<std::size_t>(oid.length)};
 }
 
-// INTEGER and the unsigned types are words that differ in nothing but their sign.
+// INTEGER and the unsigned types are all one word; only the sign differs.
 ValueKind stored_as(std::int16_t type) {
   const ValueKind kind = value_kind(type);
   return kind == ValueKind::integer ? ValueKind::unsigned32 : kind;
@@ -26,7 +26,8 @@ ValueKind stored_as(std::int16_t type) {
 
 }  // namespace
 
-// Request ids are seconds: a late answer to a request of the same second passes for one to this.
+// Request ids are seconds, so a late answer to another request of the same second is taken for the
+// answer to this one.
 Pdu* begin_request(const Query& query) {
   static PduPtr request;
   if (!request) request.reset(MakePdu(query.pdu_type, 0, 0, 0, nullptr, nullptr, 0, 0, 0));

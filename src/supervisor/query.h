@@ -1,9 +1,9 @@
-// The shape that every question to the supervisor has.
+// The shape that all questions to the supervisor share.
 //
 // A query is data (the kind of request and its four log texts) and two pieces of code: one appends
-// the bindings that are asked for, the other reads them out of the response. Everything between is
-// the same for all: encode, ask, ask once more after a time-out, check the type and the error
-// status of what came.
+// the bindings that are asked for, the other reads them out of the response. The rest is the same
+// for all: encode, ask, ask once more after a time-out, check the type and the error status of the
+// answer.
 #pragma once
 
 #include <cstdint>
@@ -23,29 +23,29 @@ struct Query {
   const char* error_status;     // "%u": the status that came
 };
 
-// begin_request returns the one request that there is, or null. Its bindings are those of the query
-// before, for the builders to take over (bindings.h): a poll puts one query to row after row, and
-// to make its bindings anew costs as much as to encode them. ask encodes a request, sends it up to
-// twice and returns a response without an error status, or null: logs, but not a second time-out
-// and not that the process is about to end. Both are for run_query.
+// begin_request returns the only request that there is, or null. It still has the bindings of the
+// query before, which the builders reuse (bindings.h): a poll asks the same for row after row, and
+// making the bindings anew would cost more than encoding them. ask encodes a request, sends it up
+// to twice and returns a response without an error status, or null (logs, except when the second
+// attempt times out or the process is about to end). Both are for run_query.
 [[nodiscard]] Pdu* begin_request(const Query& query);
 [[nodiscard]] PduPtr ask(const Query& query, Pdu& request);
 
-// run_query asks for what `bind` appends: a callable that takes the request and returns whether all
-// went well. Returns the response, or null.
+// run_query asks for what `bind` appends: a callable that takes the request and returns whether it
+// succeeded. Returns the response, or null.
 template <class Bind>
 [[nodiscard]] PduPtr run_query(const Query& query, Bind bind) {
   Pdu* const request = begin_request(query);
   return request && bind(*request) ? ask(query, *request) : nullptr;
 }
 
-// check_varbind_value returns 0 when a binding carries a usable value; -1 when it is missing, NULL,
+// check_varbind_value returns 0 when a binding has a usable value; -1 when it is missing, NULL,
 // noSuchObject, noSuchInstance or endOfMibView.
 int check_varbind_value(const VarBind* binding);
 
-// AnswerReader reads the bindings of a response in their order. A binding that is missing, carries
-// no usable value or is not stored as it is read makes it, and everything read after it, zero or
-// empty, and ok() false. What it returns by view lives as long as the response.
+// AnswerReader reads the bindings of a response in their order. When a binding is missing, has no
+// usable value or is not stored the way it is read, this value and all later ones are zero or
+// empty, and ok() is false. Views live as long as the response.
 class AnswerReader {
  public:
   explicit AnswerReader(const Pdu& response) : next_(response.var_bind_list) {}
@@ -54,9 +54,9 @@ class AnswerReader {
   std::uint64_t counter64();
   std::string_view octets();
   std::uint32_t last_sub_id();  // of a value that is an object identifier
-  void skip();                  // the next binding, whatever it carries
+  void skip();                  // the next binding, whatever it holds
 
-  // name returns the name of the binding that is read next, empty when there is none.
+  // name returns the name of the binding that is read next; empty when there is none.
   SubIds name() const;
 
   bool ok() const { return ok_; }

@@ -20,7 +20,7 @@ constexpr std::time_t kLongestWait = 60;  // seconds
 constexpr SnmpVersionTable kVersions = {
     1, {1}, {nullptr}, {ZnParseV1SnmpMessage}, {ZnBuildV1SnmpMessage}};
 
-// Each failure has its text; all end the request.
+// Logs a failure, which ends the request.
 PduPtr fail(std::int32_t& status, const char* text) {
   log_debug("%s", text);
   status = kRequestFailed;
@@ -66,7 +66,7 @@ PduPtr snmp_request(const Pdu& request, const char* community, std::int32_t& sta
     if (!message->packlet) return fail(status, "NULL packlet error performing SNMP request.");
     PduPtr response(ZnParsePdu(message->packlet->octet_ptr, message->packlet->length));
     if (!response) return fail(status, "Error 7 performing SNMP request.");
-    // A trap has its enterprise where all others have their request id.
+    // A trap has its enterprise where other PDUs have their request id.
     if (response->type != TRAP_PDU && response->request_id == request.request_id) return response;
     log_debug("Error 8 performing SNMP request.");
     if (monotonic_seconds() - started >= kLongestWait) break;

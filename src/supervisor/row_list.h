@@ -1,7 +1,7 @@
 // The rows that a supervisor kind has found in the supervisor's tables.
 //
 // A refresh takes the "seen" mark off every row, marks or adds those that the supervisor returns,
-// and drops the others. Which order a list has is its kind's affair: it says where a new row goes.
+// and drops the others. Each kind decides the order of its list: it says where a new row goes.
 #pragma once
 
 #include <algorithm>
@@ -20,14 +20,14 @@ namespace tally {
 inline constexpr std::uint32_t kRowPolled = 1U << 0;  // etherstats only
 inline constexpr std::uint32_t kRowSeen = 1U << 1;
 
-// A walk takes no more rows of a table than this, so that no supervisor, however broken, holds the
-// main thread for ever.
+// A walk takes no more rows than this from a table, so that no supervisor, however broken, keeps
+// the main thread for ever.
 inline constexpr std::uint32_t kMostRows = 65536;
 
 // walk_rows asks for one row after the other, from index 0 on, and calls `visit` with each. `next`
-// takes an index and returns the row behind it: an optional with a member `index`, nothing when the
-// query failed. That, and a row whose index is not greater than the one asked after (0 stands for
-// none), ends the walk. So does a row more than kMostRows (logs).
+// takes an index and returns the row that follows it: an optional with a member `index`, nothing
+// when the query failed. That ends the walk, and so does a row whose index is not greater than the
+// last (0 means that there is none), or one row beyond kMostRows (logs).
 template <class Next, class Visit>
 void walk_rows(Next next, Visit visit) {
   std::uint32_t index = 0;
@@ -50,8 +50,8 @@ class RowList {
   void clear() { rows_.clear(); }
 
   // find returns the row with a key, or null. The pointer lives until the list changes. A refresh
-  // looks for rows in about the order that they have here, or in its reverse, so the search goes on
-  // around the last find.
+  // looks for rows in about the same order as they have here, or in reverse, so the search starts
+  // next to the last find.
   Row* find(std::uint32_t key) {
     if (found_ > 0) --found_;
     for (std::size_t tried = 0; tried < rows_.size(); ++tried) {
@@ -63,8 +63,8 @@ class RowList {
     return nullptr;
   }
 
-  // insert puts a row in front of another, or at the end. Returns it, or null when there is no
-  // memory (logs, with the kind's own text behind).
+  // insert puts a row in front of another, or at the end. Returns it, or null when memory
+  // runs out (logs, followed by the kind's own text).
   Row* insert(typename std::vector<Row>::iterator position, const Row& row,
               const char* failure_text) {
     try {
@@ -76,8 +76,8 @@ class RowList {
     }
   }
 
-  // refresh walks the supervisor's table, for `visit` to mark or insert what it finds. Returns how
-  // many rows there are then.
+  // refresh walks the supervisor's table; `visit` marks or inserts each row. Returns how many rows
+  // are left.
   template <class Next, class Visit>
   std::uint32_t refresh(Next next, Visit visit) {
     for (Row& row : rows_) row.flags &= ~kRowSeen;
@@ -86,8 +86,8 @@ class RowList {
     return static_cast<std::uint32_t>(rows_.size());
   }
 
-  // upload puts one record for each row that `record_of` returns one for, an optional. 1, or 0 when
-  // a put fails (logs) or the process is about to end.
+  // upload puts a record for each row. `record_of` returns it as an optional; nothing leaves the
+  // row out. 1, or 0 when a put failed (logs) or the process is about to end.
   template <class RecordOf>
   int upload(RecordCache& cache, const char* failure_text, RecordOf record_of) const {
     for (const Row& row : rows_) {

@@ -67,7 +67,7 @@ void read_settings() {
   log_debug("%s", ifstats_enabled ? "ifstats enabled" : "ifstats disabled");
 }
 
-// The transport ends the process over an unknown host without a word that anybody would see.
+// The transport ends the process if the host is unknown, and its message is not logged.
 void warn_of_unknown_host() {
   if (inet_addr(nmp_address) == INADDR_NONE && !gethostbyname(nmp_address)) {
     log_warning("NMP address %s is unknown, terminating tallyd.", nmp_address);

@@ -18,8 +18,8 @@ extern char nmp_community[kMaxNmpText + 1];
 // The appliance target id, -1 when unknown.
 extern std::int32_t target_id;
 
-// Whether a kind is polled at all. Initially set; the supervisor settings only ever clear a flag,
-// the create message sets it and the destroy message clears it.
+// Whether a kind is polled at all. Initially set. The supervisor settings only ever clear a flag;
+// the create message sets it, and the destroy message clears it.
 extern bool etherstats_enabled;
 extern bool supvlan_enabled;
 extern bool ifstats_enabled;

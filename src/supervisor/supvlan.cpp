@@ -15,7 +15,7 @@ namespace tally {
 namespace {
 
 // Columns of smonVlanIdStatsEntry, all Counter64, in the order of the record: total packets and
-// octets, and those that were no unicasts.
+// octets, then those that were not unicast.
 constexpr std::uint32_t kCounterColumns[] = {4, 7, 10, 13};
 
 RowList<SupVlanRecord, &SupVlanRecord::control_index> rows;
@@ -49,7 +49,7 @@ constexpr Query kCounterQuery = {
     "smonVlanIdStatsEntry response packet had error %u",
 };
 
-// An answer about another VLAN than the one asked for is dropped without a word.
+// An answer about a different VLAN is dropped silently.
 std::optional<VlanRecord> vlan_record(const SupVlanRecord& row) {
   const PduPtr response = run_query(kCounterQuery, [&row](Pdu& request) {
     return add_sysuptime_varbind({}, request) == 0 &&
@@ -61,7 +61,7 @@ std::optional<VlanRecord> vlan_record(const SupVlanRecord& row) {
   });
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
-  answer.skip();  // sysUpTime, which nobody needs
+  answer.skip();  // sysUpTime, which is not used
   VlanRecord record = {row.vlan_id, {}};
   SubIds name;
   for (std::size_t i = 0; i < std::size(kCounterColumns); ++i) {

@@ -1,8 +1,8 @@
 // The supvlan kind: rates of the VLANs that the supervisor counts for this appliance (SMON-MIB, RFC
 // 2613).
 //
-// Each control row of the supervisor that the appliance owns stands for one VLAN. The records are
-// those of the agent's vlan collections (agent/smon_types.h), in ascending order of VLAN ids.
+// Each of the supervisor's control rows that the appliance owns stands for one VLAN. The records
+// are those of the agent's vlan collections (agent/smon_types.h), in ascending order of VLAN ids.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ void reset_supvlan(Schedule& schedule);
 // many rows there are.
 std::uint32_t refresh_supvlan_rows(Schedule& schedule);
 
-// poll_supvlan writes a new sample and the delta file: 1, or 0 (logs). It is always due.
+// poll_supvlan writes a new sample and the delta file, whatever the times. 1, or 0 (logs).
 int poll_supvlan(std::int32_t now, std::int32_t last_poll);
 
 // supvlan_upload puts one record for each VLAN that the supervisor answers for: 1, or 0 (logs).

@@ -1,4 +1,4 @@
-"""Answers that no good supervisor gives, to each of the queries: what is logged and what is done."""
+"""Bad answers to each of the queries: what is logged, and what is done."""
 import collections
 import time
 
@@ -54,7 +54,7 @@ def foreign(answer):
     return answer._replace(id=(answer.id - 7) & 0x7FFF)
 
 
-# Label: (step, what is logged). Of a query's own texts there is the name and the number in it; they say
+# Label: (step, what is logged). A query's own texts are given by name, with the number in them; they mean
 # that it has failed.
 FAULTS = {
     "nothing wrong": (lambda answer: [answer], []),
@@ -159,7 +159,7 @@ def test_other_queries(scene, supervisor, log):
         scene.judge("narrow counters", label, *FAULTS[label])
 
 
-# Answers whose names, or a name's value, end the query without a word: the place and what stands there.
+# Answers with a wrong name, or an empty value, which silently end the query: the place, and what is there.
 NAMES = [
     ("ether walk", 0, ((*ROWS, 2, 5), INTEGER, 5)), ("ether walk", 0, ((*ROWS, 1, 0), INTEGER, 5)),
     ("vlan walk", 0, ((*CONTROL, 4), OCTETS, b"monitor")), ("vlan counters", 4, ((*UP_TIME, 4, 11), COUNTER64, 5)),
@@ -168,8 +168,7 @@ NAMES = [
 
 
 def test_each_binding(scene, supervisor, log):
-    """One that is missing or has no value ends the query, without a word. A number is one with or
-    without a sign."""
+    """One that is missing or has no value silently ends the query. A number may be signed or unsigned."""
     for name in ALWAYS[:-1]:  # without 64 bits, it is another query's turn
         for at in range(QUERIES[name].bindings):
             scene.judge(name, f"{at} only", cut(at), failed=True)
@@ -208,7 +207,7 @@ def test_silence(scene, supervisor, log):
     flooded = [text for _, text in log.take_all()]
     assert flooded.index(TIMED_OUT) == 1000 and set(flooded[1001:]) == {DROPPED}
     assert ("port walk", 7) in supervisor.take_asked()
-    # A late answer passes for that to the second try, whose own is dropped by the query behind it.
+    # A late answer is taken for the answer to the second try, whose own is dropped by the next query.
     supervisor.misbehave("port walk", lambda answer: [2.3, answer])
     scene.act("port walk")
     log.expect((DEBUG, TIMED_OUT), (DEBUG, DROPPED))

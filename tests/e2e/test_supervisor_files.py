@@ -22,8 +22,8 @@ def serve(supervisor, layout, count, value=0):
     supervisor.serve(*[rows(number) for number in range(1, count + 1)])
 
 
-# Of each kind: how many rows make its files three pages long, and what is logged, behind a text of the
-# record cache, when a write does not succeed: into the sample, and into the delta file.
+# Of each kind: how many rows make its files three pages long, and what is logged, after a text of the
+# record cache, when a write fails: to the sample, and to the delta file.
 DELTA = {("Error 18 creating delta file.",), ("Error 21 creating delta file.",)}
 FULL = {
     ETHER: (65, set(), {("Error 10 creating etherstats delta file.",), ("Error 8 polling collection.",)}),
@@ -41,12 +41,13 @@ def assert_cut_short(kind, count, size):
     if size:
         whole = 16 + (size - 16) // 172 * 172
         header, rows = kind.layout.unpack(content[:whole])
-        assert header.type == 12 and [key[4] for key, _ in rows] == [*range(count, 0, -1)][:len(rows)]
+        assert (header.time, header.type) == (0, 12), "it is not finished"
+        assert [key[4] for key, _ in rows] == [*range(count, 0, -1)][:len(rows)]
 
 
 @pytest.mark.parametrize("layout", FULL, ids=lambda layout: layout.stem)
 def test_full_disk(layout, daemon, supervisor, log):
-    """One page more each time. What cannot be written leaves the old sample, and no half of a file."""
+    """One page more each time. A failed write leaves the old sample, or a delta file without a sample time."""
     count, sample_failures, delta_failures = FULL[layout]
     serve(supervisor, layout, count)
     with small():

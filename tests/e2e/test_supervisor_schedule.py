@@ -29,7 +29,7 @@ def brisk_kinds(fresh_daemon, supervisor, log):
 
 
 def test_reader_holds_a_poll_up(brisk):
-    """Under a reader's lock the file stays as it is; who sends messages waits, too."""
+    """Under a reader's lock the file stays as it is, and messages wait, too."""
     ether = brisk[ETHER]
     ether.view()
     with open(ether.path("delta"), "rb") as delta:

@@ -1,5 +1,5 @@
-"""SNMPv2c messages (RFC 1901, RFC 3416) to and from bytes, written down anew from the standards: it
-shares nothing with the daemon's own library."""
+"""SNMPv2c messages (RFC 1901, RFC 3416) to and from bytes, written from the standards: it
+shares nothing with the daemon's library."""
 import collections
 
 INTEGER, OCTETS, NULL, OID = 2, 4, 5, 6
@@ -53,7 +53,7 @@ def message(pdu, community=b"kivrel", version=1):
 
 
 def split(data):
-    """The elements that stand one behind the other in these bytes, as (tag, content)."""
+    """The elements of these bytes, as (tag, content)."""
     elements = []
     while data:
         tag, size, at = data[0], data[1], 2

@@ -33,7 +33,7 @@ def double(value):
 
 
 def percent(used, room):
-    """0 to 100, whatever comes out."""
+    """Limited to 0 to 100."""
     return min(max(double(rounded(used / room, EXTENDED)), 0.0), 100.0)
 
 

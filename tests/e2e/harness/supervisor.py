@@ -1,8 +1,7 @@
 """A scripted supervisor: answers SNMP requests out of a table, remembers what it was asked, and
-misbehaves on demand as no good agent ever does.
+misbehaves on demand.
 
-Every request is compared, byte by byte, with what the query that it is recognised as has to look
-like; `asked` then holds that query's name and the instance numbers in it.
+Every request is compared, byte by byte, with what the query that it is recognised as must look like; `asked` then holds that query's name and the instance numbers in it.
 """
 import bisect
 import collections
@@ -178,7 +177,7 @@ class Supervisor:
                     return
                 try:
                     self._answer(sock, data, sender)
-                except Exception as error:  # of a script; it must not pass for silence
+                except Exception as error:  # in a script; it must not look like silence
                     self.wrong.append(error)
 
     def _answer(self, sock, data, sender):

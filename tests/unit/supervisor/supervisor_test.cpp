@@ -1,6 +1,5 @@
-// What no supervisor can bring about, or not in a bearable time: a walk without an end, arguments
-// that are missing, memory that runs out, and an interrupt at each moment. The end-to-end tests
-// have all the rest.
+// What no supervisor can cause, or not in reasonable time: an endless walk, missing arguments,
+// memory that runs out, and a process that is about to end. The end-to-end tests cover the rest.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -66,7 +65,7 @@ TEST(IfaceCalcDelta, MissingRecordsAreLogged) {
   EXPECT_EQ(take_log(), Lines(3, warning_line("ifacecalc_delta: NULL pointer!")));
 }
 
-// Words are read as words, whatever their type says of a sign; nothing else is taken for another.
+// Any word is read as a word, signed or not; no other kind is taken for another.
 TEST(AnswerReader, ReadsAValueAsItIsStored) {
   std::uint32_t sub_ids[] = {1, 3, 4294967295};
   std::uint32_t word = 0xFFFFFFFE;
@@ -122,7 +121,7 @@ void send_to(int socket_fd) {
   ASSERT_EQ(getsockname(socket_fd, address, &size), 0);
 }
 
-// A request that can be made comes back to its sender, and is not a response.
+// The client sends to itself: a request that could be made comes back, and is not a response.
 TEST(Queries, EveryAllocationMayFail) {
   InitializeIO("test", "127.0.0.1");
   send_to(snmpio::fd);
@@ -164,8 +163,7 @@ TEST(Queries, EveryAllocationMayFail) {
 
 int looks;
 
-// Nothing is asked any more then, and what was broken off fails. The last test: there is no way
-// back.
+// Nothing is asked any more, and polls fail. This test comes last: the process stays in that state.
 TEST(Stopping, EndsQuestionsAndPolls) {
   struct Row {
     std::uint32_t flags;
