@@ -96,7 +96,7 @@ def test_commands(log, name, before, edits, after, seen):
     for text in seen:
         at = told.find(text, at)
         assert at >= 0, f"{text} missing: {told}"
-    assert not PIPE.exists()
+    processes.wait_until(lambda: not PIPE.exists())
     log.take_all()
 
 

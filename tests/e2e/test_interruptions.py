@@ -138,7 +138,9 @@ def test_clock_is_set(own_daemon, agent, log):
     def sample_time():
         control.send(control.VIEWING, HOST.code, 1)
         own_daemon.settle()
-        return HOST.read(1, "last").header.time
+        while len(data := HOST.path(1, "last").read_bytes()) < 16 or not HOST.unpack(data).header.time:
+            time.sleep(0.01)  # the next poll is writing it
+        return HOST.unpack(data).header.time
 
     def polled(times):
         for _ in range(times):

@@ -18,7 +18,7 @@ def poll_times(seconds=3600, count=3600, meanwhile=lambda: None):
     while time.monotonic() < end and len(times) < count:
         with contextlib.suppress(OSError, AssertionError):  # just being replaced
             stamp = HOST.read(1, "last").header.time
-            if stamp not in times:
+            if stamp and stamp not in times:  # 0: not finished
                 times.append(stamp)
         meanwhile()
         time.sleep(0.1)
