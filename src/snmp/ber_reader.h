@@ -1,9 +1,6 @@
 // The cursor under all parsers. Private to the library.
 //
-// It moves forward only and never leaves its span. A read of bytes that are not there makes it
-// overrun: it then stands at the end, for good, and what it returns is zero or null. So a parser
-// may read an element's header without a test and ask for the overrun once. Not thread-safe; the
-// bytes outlive the reader.
+// It moves forward only and never leaves its span. Not thread-safe; the bytes outlive the reader.
 #pragma once
 
 #include <cstddef>
@@ -13,21 +10,24 @@ namespace tally {
 
 class BerReader {
  public:
-  BerReader(const unsigned char* next, const unsigned char* end) : next_(next), end_(end) {}
+  // A `next` that lies beyond `end` has nothing to read, like one that lies there.
+  BerReader(const unsigned char* next, const unsigned char* end)
+      : next_(next), end_(end < next ? next : end) {}
 
   const unsigned char* position() const { return next_; }
-  const unsigned char* end() const { return end_; }
+  std::size_t left() const { return static_cast<std::size_t>(end_ - next_); }
   bool at_end() const { return next_ == end_; }
-  bool overrun() const { return overrun_; }
 
   // peek returns the next byte without moving, 0 when there is none.
   unsigned char peek() const { return at_end() ? static_cast<unsigned char>(0) : *next_; }
 
-  // take_bytes returns the next `count` bytes and moves behind them, or null. This is the one
-  // comparison that bounds the decoder.
+  // take returns the next byte, which is there, and moves behind it.
+  unsigned char take() { return *next_++; }
+
+  // take_bytes returns the next `count` bytes and moves behind them. Where there are fewer it
+  // returns null and moves to the end.
   const unsigned char* take_bytes(std::size_t count) {
-    if (overrun_ || count > static_cast<std::size_t>(end_ - next_)) {
-      overrun_ = true;
+    if (count > left()) {
       next_ = end_;
       return nullptr;
     }
@@ -36,15 +36,9 @@ class BerReader {
     return bytes;
   }
 
-  // take returns the next byte.
-  unsigned char take() {
-    const unsigned char* const byte = take_bytes(1);
-    return byte == nullptr ? static_cast<unsigned char>(0) : *byte;
-  }
-
   // narrow ends the span `count` bytes ahead. False, and no change, when it ends before.
   bool narrow(std::size_t count) {
-    if (overrun_ || count > static_cast<std::size_t>(end_ - next_)) return false;
+    if (count > left()) return false;
     end_ = next_ + count;
     return true;
   }
@@ -52,7 +46,6 @@ class BerReader {
  private:
   const unsigned char* next_;
   const unsigned char* end_;
-  bool overrun_ = false;
 };
 
 }  // namespace tally

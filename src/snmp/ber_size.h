@@ -27,19 +27,23 @@ constexpr std::int16_t length_size(std::int32_t length) {
   return static_cast<std::int16_t>(1 + (length > 0x7F) + (length > 0xFF) + (length > 0xFFFF));
 }
 
+// content_of returns the content of a whole element of 2 to 65535 bytes; negative for a negative
+// size.
+constexpr std::int32_t content_of(std::int32_t size) {
+  return size - 2 - (size > 0x7F + 2) - (size > 0xFF + 3);
+}
+
 // subid_size returns the bytes of a sub-identifier in base 128: 1 to 5.
 constexpr int subid_size(std::uint32_t subid) {
   return 1 + (subid > 0x7F) + (subid > 0x3FFF) + (subid > 0x1FFFFF) + (subid > 0xFFFFFFF);
 }
 
-// four_small tells whether the next four sub-identifiers have one byte each, as most have: the one
-// test in place of four is worth it, because names are most of a packet.
-constexpr bool four_small(const std::uint32_t* sids) {
-  return (sids[0] | sids[1] | sids[2] | sids[3]) <= 0x7F;
-}
-
 // oid_content returns the bytes of an OID's content, or -1 for an OID (or null) that has more
 // sub-identifiers than any length here can count.
 [[nodiscard]] std::int32_t oid_content(const OID* oid);
+
+// value_size returns the size of a binding's value as an element, or -1 (logs). A type that is
+// illegal has the smallest size; whoever writes the value refuses it.
+[[nodiscard]] std::int16_t value_size(const VarBind& binding);
 
 }  // namespace tally

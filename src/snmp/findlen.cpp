@@ -1,5 +1,7 @@
 #include "snmp/findlen.h"
 
+#include <span>
+
 #include "snmp/ber_size.h"
 #include "snmp/debug.h"
 
@@ -50,15 +52,9 @@ std::int16_t FindLenOctetString(const OctetString* string) {
 std::int32_t oid_content(const OID* oid) {
   if (oid == nullptr || oid->length > INT16_MAX) return -1;
   if (oid->length < 3) return 1;
-  const std::uint32_t* next = oid->oid_ptr + 2;
-  const std::uint32_t* const end = oid->oid_ptr + oid->length;
   std::int32_t content = oid->length - 1;  // one for the first two, at least one for each other
-  while (next != end) {
-    if (end - next >= 4 && four_small(next)) {
-      next += 4;
-    } else {
-      content += subid_size(*next++) - 1;
-    }
+  for (const std::uint32_t subid : std::span(oid->oid_ptr + 2, oid->oid_ptr + oid->length)) {
+    if (subid > 0x7F) content += subid_size(subid) - 1;
   }
   return content;
 }
@@ -70,11 +66,31 @@ std::int16_t FindLenOID(const OID* oid) {
   return static_cast<std::int16_t>(size);
 }
 
+std::int16_t value_size(const VarBind& binding) {
+  switch (value_kind(binding.type)) {
+    case ValueKind::integer:
+      return FindLenInt(binding.value.sl_value);
+    case ValueKind::unsigned32:
+      return FindLenUInt(binding.value.ul_value);
+    case ValueKind::unsigned64:
+      return FindLenUInt64(binding.value.uint64_value);
+    case ValueKind::octets:
+      return FindLenOctetString(binding.value.os_value);
+    case ValueKind::oid:
+      return FindLenOID(binding.value.oid_value);
+    case ValueKind::empty:
+    case ValueKind::illegal:
+      break;
+  }
+  return 2;
+}
+
 std::int16_t FindLenVarBind(VarBind* list) {
   std::int32_t total = 0;
   for (; list != nullptr; list = list->next_var) {
     list->data_length = list->name_size + list->value_size;
-    const std::int32_t size = element_size(list->data_length);
+    const bool measured = list->name_size >= 0 && list->value_size >= 0;
+    const std::int32_t size = measured ? element_size(list->data_length) : -1;
     if (size < 0 || total > INT16_MAX - size) {
       ZN_LOG(APPACKET, "FindLenVarBind, lenlen\n");
       return -1;

@@ -1,15 +1,27 @@
 #include "snmp/free_lib.h"
 
 #include <cstdlib>
+#include <functional>
 
 #include "snmp/debug.h"
 #include "snmp/record.h"
 
 namespace tally {
+namespace {
+
+// Tells whether `item` is a block of its own: not null, and not in a record's own storage, where
+// one moved on to the very end still is.
+template <typename Item>
+bool separate(const Item* item, const Item* own, std::int32_t room) {
+  const std::less<const Item*> before;
+  return item != nullptr && (before(item, own) || before(own + room, item));
+}
+
+}  // namespace
 
 void FreeOctetString(OctetString* string) {
   if (string == nullptr) return;
-  if (string->octet_ptr != nullptr && string->octet_ptr != own_bytes(string)) {
+  if (separate(string->octet_ptr, own_bytes(string), string->room)) {
     ZN_LOG(APWARN, "freed octet string with separate octet_ptr\n");
     std::free(string->octet_ptr);
   }
@@ -18,17 +30,16 @@ void FreeOctetString(OctetString* string) {
 
 void FreeOID(OID* oid) {
   if (oid == nullptr) return;
-  if (oid->oid_ptr != nullptr && oid->oid_ptr != own_sids(oid)) {
+  if (separate(oid->oid_ptr, own_sids(oid), oid->room)) {
     ZN_LOG(APWARN, "freed oid with separate oid_ptr\n");
     std::free(oid->oid_ptr);
-    std::free(oid);
-    return;
+    oid->oid_ptr = nullptr;
   }
-  free_oid(oid);
+  if (!oid->in_binding) std::free(oid);
 }
 
 void FreeUInt64(UInt64* value) {
-  if (value != nullptr) free_counter(value);
+  std::free(value);
 }
 
 void FreeVarBind(VarBind* binding) {
@@ -50,7 +61,7 @@ void FreeVarBind(VarBind* binding) {
     case ValueKind::illegal:
       break;
   }
-  free_binding(binding);
+  std::free(binding);
 }
 
 void FreeVarBindList(VarBind* list) {

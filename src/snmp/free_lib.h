@@ -1,7 +1,7 @@
 // Destructors of the value records, and owners for C++ callers.
 //
-// All take null. What a record owns is freed with it; a pointer that was moved away from the
-// record's own block is freed by itself (logs, for it is odd).
+// All take null. What a record owns is freed with it; a pointer into another block than the
+// record's own is freed by itself (logs, for it is odd).
 #pragma once
 
 #include <memory>
@@ -11,7 +11,11 @@
 namespace tally {
 
 void FreeOctetString(OctetString* string);
+
+// FreeOID leaves the name of a decoded binding, which is part of the binding's block, to
+// FreeVarBind.
 void FreeOID(OID* oid);
+
 void FreeUInt64(UInt64* value);
 
 // FreeVarBind frees the binding, its name and its value, not what is chained to it.
@@ -22,10 +26,6 @@ void FreeVarBindList(VarBind* list);
 
 // FreePdu frees the PDU with its encoded bytes, its bindings and, by type, its trap fields.
 void FreePdu(Pdu* pdu);
-
-// FreeKeptRecords gives back what the library keeps of this thread's freed records for the next
-// ones (less than 80 KB). The end of the thread does it, too.
-void FreeKeptRecords();
 
 // Calls a Free routine; costs nothing in a unique_ptr.
 template <auto free_record>

@@ -2,7 +2,9 @@
 
 #include <cstring>
 #include <ctime>
+#include <utility>
 
+#include "snmp/ber_size.h"
 #include "snmp/debug.h"
 #include "snmp/findlen.h"
 #include "snmp/free_lib.h"
@@ -20,14 +22,20 @@ bool octets_fit(std::int32_t length) {
   return length <= kMaxOctets || (zn_pkt_size > kMaxOctets && length <= zn_pkt_size);
 }
 
-// The octet string that both makers make, with `spare` zeros behind it, or null for want of
-// memory.
-OctetString* new_octet_string(const unsigned char* bytes, std::int32_t length, std::size_t spare) {
+// What both makers of octet strings make, with `spare` zeros behind it. Null on failure (logs).
+OctetString* make_octets(const char* maker, const unsigned char* bytes, std::int32_t length,
+                         std::size_t spare) {
+  if (!octets_fit(length)) {
+    ZN_LOG(APPACKET, "%s: Bad octetstring length: %d\n", maker, length);
+    return nullptr;
+  }
   const auto size = static_cast<std::size_t>(length);
   OctetString* const string = new_record<OctetString>(size + spare);
-  if (string == nullptr) return nullptr;
-  string->octet_ptr = own_bytes(string);
-  string->length = length;
+  if (string == nullptr) {
+    ZN_LOG(APWARN, "%s, os_ptr malloc\n", maker);
+    return nullptr;
+  }
+  *string = {own_bytes(string), length, static_cast<std::int32_t>(size + spare)};
   if (bytes != nullptr) {
     std::memcpy(string->octet_ptr, bytes, size);
     std::memset(string->octet_ptr + size, 0, spare);
@@ -35,6 +43,12 @@ OctetString* new_octet_string(const unsigned char* bytes, std::int32_t length, s
     std::memset(string->octet_ptr, 0, size + spare);
   }
   return string;
+}
+
+// Tells whether there is nothing to clone (logs).
+bool missing(const void* value, const char* cloner) {
+  if (value == nullptr) ZN_LOG(APWARN, "%s: value passed in is NULL\n", cloner);
+  return value == nullptr;
 }
 
 // Value of a hex digit, or -1.
@@ -62,31 +76,37 @@ std::int32_t read_hex(const char* text, unsigned char* bytes) {
   return count;
 }
 
-// What the two makers of bindings say when they fail.
-struct BindingTexts {
-  const char* null_object;
-  const char* no_memory;
-  const char* no_name;
-};
-
-// A binding with its name and the name's size, without a value. Null on failure (logs).
-VarBindPtr named_binding(const OID* object, const OID* instance, const BindingTexts& texts) {
+// A binding with its name, without a value. Null on failure (logs).
+VarBindPtr named_binding(const OID* object, const OID* instance, const char* maker,
+                         const char* no_memory) {
   if (object == nullptr) {
-    ZN_LOG(APWARN, "%s", texts.null_object);
+    ZN_LOG(APWARN, "%s: Null object OID.\n", maker);
     return nullptr;
   }
-  VarBindPtr binding(new_binding());
+  VarBindPtr binding(new_record<VarBind>());
   if (binding == nullptr) {
-    ZN_LOG(APWARN, "%s", texts.no_memory);
+    ZN_LOG(APWARN, "%s", no_memory);
     return nullptr;
   }
   binding->name = instance != nullptr ? CatOID(object, instance) : CloneOID(object);
   if (binding->name == nullptr) {
-    ZN_LOG(APWARN, "%s", texts.no_name);
+    ZN_LOG(APWARN, "%s: cannot malloc vb->name.\n", maker);
     return nullptr;
   }
-  binding->name_size = FindLenOID(binding->name);
   return binding;
+}
+
+// Sets the sizes of a binding that has its value. Null when there is none (logs): the value stays
+// the caller's then.
+VarBind* measured(VarBindPtr binding) {
+  binding->name_size = FindLenOID(binding->name);
+  binding->value_size = value_size(*binding);
+  if (binding->name_size < 0 || binding->value_size < 0) {
+    binding->type = NULL_TYPE;
+    return nullptr;
+  }
+  binding->data_length = binding->name_size + binding->value_size;
+  return binding.release();
 }
 
 // Copies the value of a binding by its type. False when memory is short or the value is missing.
@@ -116,23 +136,11 @@ bool clone_value(const VarBind& from, VarBind& to) {
 }  // namespace
 
 OctetString* MakeOctetString(const unsigned char* bytes, std::int32_t length) {
-  if (!octets_fit(length)) {
-    ZN_LOG(APPACKET, "MakeOctetString: Bad octetstring length: %d\n", length);
-    return nullptr;
-  }
-  OctetString* const string = new_octet_string(bytes, length, 0);
-  if (string == nullptr) ZN_LOG(APWARN, "MakeOctetString, os_ptr malloc\n");
-  return string;
+  return make_octets("MakeOctetString", bytes, length, 0);
 }
 
 OctetString* MakeOctetString2(const unsigned char* bytes, std::int32_t length) {
-  if (!octets_fit(length)) {
-    ZN_LOG(APPACKET, "MakeOctetString2: Bad octetstring length: %d\n", length);
-    return nullptr;
-  }
-  OctetString* const string = new_octet_string(bytes, length, 6);
-  if (string == nullptr) ZN_LOG(APWARN, "MakeOctetString2, os_ptr malloc\n");
-  return string;
+  return make_octets("MakeOctetString2", bytes, length, 6);
 }
 
 OctetString* MakeOctetStringFromText(const char* text) {
@@ -173,10 +181,7 @@ OctetString* MakeOctetStringFromHex(const char* text) {
 }
 
 OctetString* CloneOctetString(const OctetString* string) {
-  if (string == nullptr) {
-    ZN_LOG(APWARN, "CloneOctetString: value passed in is NULL\n");
-    return nullptr;
-  }
+  if (missing(string, "CloneOctetString")) return nullptr;
   return MakeOctetString(string->octet_ptr, string->length);
 }
 
@@ -185,12 +190,13 @@ OID* MakeOID(const std::uint32_t* sids, std::int32_t length) {
     ZN_LOG(APPACKET, "MakeOID: Bad sid string length: %d\n", length);
     return nullptr;
   }
-  OID* const oid = new_oid(length);
+  const std::size_t size = static_cast<std::size_t>(length) * sizeof(std::uint32_t);
+  OID* const oid = new_record<OID>(size);
   if (oid == nullptr) {
     ZN_LOG(APWARN, "MakeOID, oid malloc failed\n");
     return nullptr;
   }
-  const std::size_t size = static_cast<std::size_t>(length) * sizeof(std::uint32_t);
+  *oid = {length, own_sids(oid), length};
   if (sids != nullptr) {
     std::memcpy(oid->oid_ptr, sids, size);
   } else {
@@ -200,7 +206,7 @@ OID* MakeOID(const std::uint32_t* sids, std::int32_t length) {
 }
 
 UInt64* MakeCounter64(std::uint32_t big_end, std::uint32_t little_end) {
-  UInt64* const counter = new_counter();
+  auto* const counter = new_record<UInt64>();
   if (counter == nullptr) {
     ZN_LOG(APWARN, "MakeCounter64, counter64 malloc failed\n");
     return nullptr;
@@ -210,11 +216,8 @@ UInt64* MakeCounter64(std::uint32_t big_end, std::uint32_t little_end) {
 }
 
 UInt64* CloneUInt64(const UInt64* value) {
-  if (value == nullptr) {
-    ZN_LOG(APWARN, "CloneUInt64: value passed in is NULL\n");
-    return nullptr;
-  }
-  UInt64* const copy = new_counter();
+  if (missing(value, "CloneUInt64")) return nullptr;
+  auto* const copy = new_record<UInt64>();
   if (copy == nullptr) {
     ZN_LOG(APWARN, "CloneUInt64: Cannot malloc return_val\n");
     return nullptr;
@@ -225,10 +228,8 @@ UInt64* CloneUInt64(const UInt64* value) {
 
 VarBind* MakeVarBindWithValue(const OID* object, const OID* instance, std::int16_t type,
                               void* value) {
-  VarBindPtr binding = named_binding(
-      object, instance,
-      {"MakeVarBindWithValue: Null object OID.\n", "MakeVarBindWithValue: vb malloc\n",
-       "MakeVarBindWithValue: cannot malloc vb->name.\n"});
+  VarBindPtr binding =
+      named_binding(object, instance, "MakeVarBindWithValue", "MakeVarBindWithValue: vb malloc\n");
   if (binding == nullptr) return nullptr;
 
   // The size routine of every other kind refuses a null value by itself.
@@ -237,61 +238,44 @@ VarBind* MakeVarBindWithValue(const OID* object, const OID* instance, std::int16
     ZN_LOG(APWARN, "%s: Null value.\n", "MakeVarBindWithValue");
     return nullptr;
   }
-  // Until `type` is set the binding does not own what its value points at: a failure below leaves
-  // that to the caller.
   switch (kind) {
     case ValueKind::integer:
       std::memcpy(&binding->value.sl_value, value, sizeof(std::int32_t));
-      binding->value_size = FindLenInt(binding->value.sl_value);
       break;
     case ValueKind::unsigned32:
       std::memcpy(&binding->value.ul_value, value, sizeof(std::uint32_t));
-      binding->value_size = FindLenUInt(binding->value.ul_value);
       break;
     case ValueKind::unsigned64:
       binding->value.uint64_value = static_cast<UInt64*>(value);
-      binding->value_size = FindLenUInt64(binding->value.uint64_value);
       break;
     case ValueKind::octets:
       binding->value.os_value = static_cast<OctetString*>(value);
-      binding->value_size = FindLenOctetString(binding->value.os_value);
       break;
     case ValueKind::oid:
       binding->value.oid_value = static_cast<OID*>(value);
-      binding->value_size = FindLenOID(binding->value.oid_value);
       break;
     case ValueKind::empty:
-      binding->value_size = 2;
       break;
     case ValueKind::illegal:
       ZN_LOG(APPACKET, "%s: Illegal type: 0x%x\n", "MakeVarBindWithValue",
              static_cast<unsigned>(type));
       return nullptr;
   }
-  if (binding->name_size < 0 || binding->value_size < 0) return nullptr;
   binding->type = type;
-  binding->data_length = binding->name_size + binding->value_size;
-  return binding.release();
+  return measured(std::move(binding));
 }
 
 VarBind* MakeVarBindWithNull(const OID* object, const OID* instance) {
   VarBindPtr binding =
-      named_binding(object, instance,
-                    {"MakeVarBindWithNull: Null object OID.\n", "MakeVarBindWithNull, vb malloc\n",
-                     "MakeVarBindWithNull: cannot malloc vb->name.\n"});
+      named_binding(object, instance, "MakeVarBindWithNull", "MakeVarBindWithNull, vb malloc\n");
   if (binding == nullptr) return nullptr;
   binding->type = NULL_TYPE;
-  binding->value_size = 2;
-  binding->data_length = binding->name_size + binding->value_size;
-  return binding.release();
+  return measured(std::move(binding));
 }
 
 VarBind* CloneVarBind(const VarBind* binding) {
-  if (binding == nullptr) {
-    ZN_LOG(APWARN, "CloneVarBind: value passed in is NULL\n");
-    return nullptr;
-  }
-  VarBindPtr copy(new_binding());
+  if (missing(binding, "CloneVarBind")) return nullptr;
+  VarBindPtr copy(new_record<VarBind>());
   if (copy == nullptr) {
     ZN_LOG(APWARN, "%s: vb malloc\n", "CloneVarBind");
     return nullptr;
@@ -312,10 +296,7 @@ VarBind* CloneVarBind(const VarBind* binding) {
 }
 
 VarBind* CloneVarBindList(const VarBind* list) {
-  if (list == nullptr) {
-    ZN_LOG(APWARN, "CloneVarBindList: value passed in is NULL\n");
-    return nullptr;
-  }
+  if (missing(list, "CloneVarBindList")) return nullptr;
   VarBindListPtr head;
   VarBind* tail = nullptr;
   for (; list != nullptr; list = list->next_var) {

@@ -4,114 +4,10 @@
 #include "snmp/ber_reader.h"
 #include "snmp/debug.h"
 #include "snmp/free_lib.h"
-#include "snmp/make_lib.h"
 #include "snmp/record.h"
 
 namespace tally {
 namespace {
-
-// Reads the value of a binding by its tag. Returns 0, or -1 (logs).
-int parse_value(BerReader& in, VarBind& binding) {
-  std::int16_t type = -1;
-  switch (value_kind(in.peek())) {
-    case ValueKind::integer:
-      binding.value.sl_value = parse_int(in, &type);
-      if (type < 0) {
-        ZN_LOG(APPACKET, "ParseVarBind, vb_ptr->value.sl_value\n");
-        return -1;
-      }
-      break;
-    case ValueKind::unsigned32:
-      binding.value.ul_value = parse_uint(in, &type);
-      if (type < 0) {
-        ZN_LOG(APPACKET, "ParseVarBind, vb_ptr->value.ul_value\n");
-        return -1;
-      }
-      break;
-    case ValueKind::oid:
-      binding.value.oid_value = parse_oid(in);
-      type = OBJECT_ID_TYPE;
-      if (binding.value.oid_value == nullptr) {
-        ZN_LOG(APPACKET, "ParseVarBind, vb_ptr->value.oid_value\n");
-        return -1;
-      }
-      break;
-    case ValueKind::unsigned64:
-      binding.value.uint64_value = parse_uint64(in);
-      type = COUNTER_64_TYPE;
-      if (binding.value.uint64_value == nullptr) {
-        ZN_LOG(APPACKET, "ParseVarBind, vb_ptr->value.uint64_value\n");
-        return -1;
-      }
-      break;
-    case ValueKind::octets:
-      binding.value.os_value = parse_octet_string(in, &type);
-      if (binding.value.os_value == nullptr) {
-        ZN_LOG(APPACKET, "ParseVarBind, vb_ptr->value.os_value\n");
-        return -1;
-      }
-      break;
-    case ValueKind::empty:
-      if (parse_null(in, &type) < 0) {
-        ZN_LOG(APPACKET, "ParseVarBind, ParseNull\n");
-        return -1;
-      }
-      break;
-    case ValueKind::illegal: {
-      const int tag = in.take();
-      if (in.overrun()) break;  // no tag at all
-      ZN_LOG(APPACKET, "ParseVarBind, value: Illegal type: 0x%x\n", static_cast<unsigned>(tag));
-      type = 0;
-      const std::int32_t length = parse_length(in);
-      if (length < 0) {
-        ZN_LOG(APPACKET, "ParseVarBind, length error.\n");
-        return -1;
-      }
-      (void)in.take_bytes(static_cast<std::size_t>(length));  // the caller tests the overrun
-      break;
-    }
-  }
-  binding.type = type;
-  if (type == IP_ADDR_PRIM_TYPE && binding.value.os_value->length != 4) {
-    ZN_LOG(APPACKET, "ParseVarBind, IP_ADDR_PRIM_TYPE value must be 4 bytes.\n");
-    return -1;
-  }
-  return 0;
-}
-
-VarBind* parse_binding(BerReader& in) {
-  std::int16_t type = -1;
-  if (parse_sequence(in, &type) < 0) {
-    ZN_LOG(APPACKET, "ParseVarBind, ParseSequence failure\n");
-    return nullptr;
-  }
-  VarBindPtr binding(new_binding());
-  if (binding == nullptr) {
-    ZN_LOG(APWARN, "ParseVarBind, vb_ptr\n");
-    return nullptr;
-  }
-  const unsigned char* const name_start = in.position();
-  binding->name = parse_oid(in);
-  if (binding->name == nullptr) {
-    ZN_LOG(APPACKET, "ParseVarBind, vb_ptr->name\n");
-    return nullptr;
-  }
-  const unsigned char* const value_start = in.position();
-  if (parse_value(in, *binding) < 0) return nullptr;
-  if (in.overrun()) {
-    ZN_LOG(APWARN, "ParseVarBind, past end of packet.\n");
-    return nullptr;
-  }
-  const std::ptrdiff_t value_size = in.position() - value_start;
-  if (value_size > INT16_MAX) {  // only a skipped one can be that long
-    ZN_LOG(APPACKET, "ParseVarBind, length error.\n");
-    return nullptr;
-  }
-  binding->name_size = static_cast<std::int16_t>(value_start - name_start);
-  binding->value_size = static_cast<std::int16_t>(value_size);
-  binding->data_length = binding->name_size + binding->value_size;
-  return binding.release();
-}
 
 // Reads an INTEGER of the PDU's head. False on failure, which logs `text`.
 bool parse_word(BerReader& in, std::int32_t& word, const char* text) {
@@ -154,24 +50,23 @@ bool parse_trap_head(BerReader& in, Pdu& pdu) {
 
 // Reads bindings up to the end of the PDU.
 bool parse_bindings(BerReader& in, Pdu& pdu) {
-  while (!in.at_end()) {
-    VarBindPtr binding(parse_binding(in));
+  for (VarBind** place = &pdu.var_bind_list; !in.at_end(); place = &(*place)->next_var) {
+    VarBind* const binding = parse_binding(in);
     if (binding == nullptr) {
       ZN_LOG(APPACKET, "ParsePdu, vb_ptr\n");
       return false;
     }
-    if (binding->type == 0) {
-      if (pdu_form(pdu.type) == PduForm::trap) {
-        ZN_LOG(APPACKET, "ZnParsePdu, bad vb_ptr\n");
-        return false;
-      }
-      ZN_LOG(APPACKET, "ZnParsePdu, bad type for vb_ptr\n");
-      pdu.error_status = 99;
-      pdu.error_index = pdu.num_varbinds + 1;
-      binding->type = NULL_TYPE;
-    }
+    *place = pdu.var_bind_end_ptr = binding;
     ++pdu.num_varbinds;
-    LinkVarBind(&pdu, binding.release());
+    if (binding->type != 0) continue;
+    if (pdu_form(pdu.type) == PduForm::trap) {
+      ZN_LOG(APPACKET, "ZnParsePdu, bad vb_ptr\n");
+      return false;
+    }
+    ZN_LOG(APPACKET, "ZnParsePdu, bad type for vb_ptr\n");
+    pdu.error_status = 99;
+    pdu.error_index = pdu.num_varbinds;
+    binding->type = NULL_TYPE;
   }
   return true;
 }
@@ -193,8 +88,7 @@ int ParseType(const unsigned char** cursor, const unsigned char* end) {
 
 std::int32_t ParseLength(const unsigned char** cursor, const unsigned char* end) {
   return parse_at(cursor, end, [](BerReader& in) {
-    const std::int32_t length = parse_length(in);
-    if (length < 0 || !in.overrun()) return length;
+    if (!in.at_end()) return parse_length(in);
     ZN_LOG(APWARN, "ParseLength, past end of packet.\n");
     return -1;
   });
@@ -262,7 +156,8 @@ Pdu* ZnParsePdu(const unsigned char* bytes, std::int32_t length) {
     return nullptr;
   }
   pdu->type = static_cast<std::int16_t>(type);
-  const std::int32_t content = parse_length(in);
+  // A length that is missing runs past the end.
+  const std::int32_t content = in.at_end() ? INT32_MAX : parse_length(in);
   if (content < 0) {
     ZN_LOG(APPACKET, "ParsePdu, length\n");
     return nullptr;

@@ -1,12 +1,7 @@
-// Where the blocks of the records come from. Private to the library.
-//
-// Every record is one block from malloc, the header first. The kinds that a poll makes and frees by
-// the hundred (bindings, names, 64-bit counters) are not given back at once: each thread keeps a
-// bounded number of freed ones and hands them out again. Without that, half of the time that a
-// decoded packet takes goes into malloc and free. Under AddressSanitizer nothing is kept, so that
-// it sees every use of a freed record.
+// The blocks of the records. Private to the library.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -23,15 +18,6 @@ Record* new_record(std::size_t tail = 0) {
   return block == nullptr ? nullptr : ::new (block) Record();
 }
 
-// The kept kinds. new_oid's sub-identifiers (0 to 128) are uninitialised. A free_ routine takes
-// any block of at least the record's size, an OID of at least its length, from malloc.
-VarBind* new_binding();
-UInt64* new_counter();
-OID* new_oid(std::int32_t length);
-void free_binding(VarBind* binding);
-void free_counter(UInt64* counter);
-void free_oid(OID* oid);
-
 // own_bytes and own_sids return the storage behind the header, where the bytes of an OctetString
 // and the sub-identifiers of an OID normally are.
 inline unsigned char* own_bytes(OctetString* string) {
@@ -41,6 +27,21 @@ inline unsigned char* own_bytes(OctetString* string) {
 inline std::uint32_t* own_sids(OID* oid) {
   static_assert(sizeof(OID) % alignof(std::uint32_t) == 0);
   return reinterpret_cast<std::uint32_t*>(oid + 1);
+}
+
+// new_named_binding returns a zeroed binding whose name is part of its block, or null: half of the
+// time that a packet takes to decode would otherwise go into malloc and free.
+inline VarBind* new_named_binding(const std::uint32_t* sids, std::int32_t count) {
+  struct Block {
+    VarBind binding;
+    OID name;
+  };
+  auto* const block = new_record<Block>(static_cast<std::size_t>(count) * sizeof *sids);
+  if (block == nullptr) return nullptr;
+  block->name = {count, own_sids(&block->name), count, true};
+  std::copy_n(sids, count, block->name.oid_ptr);
+  block->binding.name = &block->name;
+  return &block->binding;
 }
 
 }  // namespace tally

@@ -1,5 +1,5 @@
-// The transport on loopback. What keeps state for the life of a process (ports) or ends it is run
-// in a child. Silence, stale answers and foreign ones are in the end-to-end tests of the
+// The transport on loopback. The ports, which a process keeps for its life, are looked up in a
+// child. Silence, stale and foreign answers and unknown hosts are in the end-to-end tests of the
 // supervisor.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -22,11 +23,13 @@ namespace {
 
 using namespace snmpio;
 
+const std::string kName(127, 'p');
+
 // The library's socket is its own agent: what is sent comes back.
 class Transport : public testing::Test {
  protected:
   void SetUp() override {
-    InitializeIO("transport_test", "127.0.0.1");
+    InitializeIO((kName + " is cut here").c_str(), "localhost");
     seconds = 1;
     agent_address.sin_port = 0;
     socklen_t size = sizeof agent_address;
@@ -71,7 +74,7 @@ TEST_F(Transport, ADatagramIsEmptyOrCut) {
 TEST_F(Transport, AnAlarmThatDoesNotReachTheReceiveDoesNotHangIt) {
   expect_none(EINTR);
   CloseUp();
-  InitializeIO("transport_test", "127.0.0.1");  // a socket that has no limit yet
+  InitializeIO("", "127.0.0.1");  // a socket that has no limit yet
   // The alarm comes before the receive has started or, as here, afterwards.
   sigset_t alarms;
   sigemptyset(&alarms);
@@ -86,16 +89,13 @@ TEST_F(Transport, AnAlarmThatDoesNotReachTheReceiveDoesNotHangIt) {
 }
 
 TEST_F(Transport, OtherSignalsDoNotEndTheWait) {
-  std::signal(SIGUSR1, [](int) {});  // restarts no receive that has a limit
+  static std::atomic<int> signals;
+  std::signal(SIGUSR1, [](int) { ++signals; });  // restarts no receive that has a limit
   std::thread peer([receiver = pthread_self()] {
-    for (int i = 0; i < 5; ++i) {
-      usleep(20000);
-      pthread_kill(receiver, SIGUSR1);
-    }
-    usleep(20000);
+    while (signals < 1000) pthread_kill(receiver, SIGUSR1);
     answer(9);
   });
-  seconds = 5;
+  seconds = 60;
   EXPECT_EQ(GetResponse(), 2);
   EXPECT_EQ(packet_len, 9);
   peer.join();
@@ -109,9 +109,9 @@ TEST_F(Transport, WhatCannotBeSentOrReceived) {
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
   agent_address.sin_addr.s_addr = INADDR_BROADCAST;  // which the socket has no permission for
   EXPECT_EQ(SendToIO(fd, packet, 10), 0);
+  const std::string refused = "2000 " + kName + ":  send.";
   EXPECT_EQ(log.take(),
-            "2000 transport_test:  send.|2000 transport_test:  send.|"
-            "1000 transport_test:  couldn't get send buffer|2000 transport_test:  send.");
+            refused + "|" + refused + "|1000 " + kName + ":  couldn't get send buffer|" + refused);
   CloseUp();
   CloseUp();
   EXPECT_EQ(fd, -1);
@@ -123,73 +123,49 @@ TEST_F(Transport, WhatCannotBeSentOrReceived) {
   expect_none(EINTR);
 }
 
-// From here on no socket can be made and no file opened.
-void open_no_more_files() {
-  static rlimit usual;
-  getrlimit(RLIMIT_NOFILE, &usual);
-  const rlimit none = {0, usual.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  std::atexit([] { setrlimit(RLIMIT_NOFILE, &usual); });  // the leak check at the end opens some
-}
-
-// What a process of its own does, which ends when there is no socket or no such host. The parent
-// compares what it prints.
-void run(const char* snmp_port, const char* trap_port, bool with_files, const char* host) {
+// Prints what a process of its own finds for ports, then ends for want of a socket.
+void look_up(const char* snmp_port, const char* trap_port, bool with_files) {
   RecordedLog log;
-  log.context.sink = [](LogMessage* message) {
-    std::fprintf(stderr, "%x %s|", message->level, message->message);
-    FreeLogMessage(message);
-  };
   snmp_port ? setenv("ZN_SNMP_TEST_PORT", snmp_port, 1) : unsetenv("ZN_SNMP_TEST_PORT");
   trap_port ? setenv("ZN_TRAP_TEST_PORT", trap_port, 1) : unsetenv("ZN_TRAP_TEST_PORT");
-  if (!with_files) open_no_more_files();
+  static rlimit usual;
+  getrlimit(RLIMIT_NOFILE, &usual);
+  std::atexit([] { setrlimit(RLIMIT_NOFILE, &usual); });  // the leak check at the end opens some
+  const rlimit none = {0, usual.rlim_max};
+  if (!with_files) setrlimit(RLIMIT_NOFILE, &none);
   for (int i = 0; i < 2; ++i) {
-    const int port = GetSNMPPort();
-    std::fprintf(stderr, "%d %d|", port, GetSNMPTrapPort());
+    std::fprintf(stderr, "%d|", GetSNMPPort());
+    std::fprintf(stderr, "%d|", GetSNMPTrapPort());
     setenv("ZN_SNMP_TEST_PORT", "99", 1);  // too late
     setenv("ZN_TRAP_TEST_PORT", "99", 1);
   }
-  InitializeIO(std::string(500, 'p').c_str(), host);
-  std::fprintf(stderr, "%s at %s:%d, looked up: %d|", imagename, inet_ntoa(agent_address.sin_addr),
-               ntohs(agent_address.sin_port), hp != nullptr);
-  for (int i = 0; i < 3; ++i) {
-    if (i == 2) open_no_more_files();
-    sockaddr_in bound = {};
-    socklen_t size = sizeof bound;
-    const bool opened =
-        getsockname(OpenTrapSocket(), reinterpret_cast<sockaddr*>(&bound), &size) == 0;
-    std::fprintf(stderr, "%s %d|", opened ? "trap" : "none", ntohs(bound.sin_port));
-  }
-  InitializeIO("tallyd", host);
+  const int first = OpenTrapSocket();
+  std::fprintf(stderr, "%d %d|", first >= 0, OpenTrapSocket());
+  std::fprintf(stderr, "%s", log.take().c_str());
+  close(first);
+  setrlimit(RLIMIT_NOFILE, &none);
+  InitializeIO("tallyd", "127.0.0.1");
 }
 
-TEST(Start, InAProcessOfItsOwn) {
+TEST(Ports, AreLookedUpOnceByAProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto expect = [](const char* snmp_port, const char* trap_port, bool with_files,
-                         const char* host, const std::string& printed) {
-    EXPECT_EXIT(run(snmp_port, trap_port, with_files, host), testing::ExitedWithCode(255),
-                testing::HasSubstr(printed));
-  };
-  expect("1161", "51162", true, "localhost",
-         "80 GetSNMPPort: snmp port is 1161 from getenv(\"ZN_SNMP_TEST_PORT\")\n|"
-         "40000 GetSNMPTrapPort: trap port is 51162 from getenv(\"ZN_TRAP_TEST_PORT\")\n|"
-         "1161 51162|1161 51162|" +
-             std::string(127, 'p') +
-             " at 127.0.0.1:1161, looked up: 1|trap 51162|"
-             "2000 traprcv:  bind|none 0|2000 OpenTrapSocket: socket() failed\n|none 0|"
-             "2000 tallyd:  unable to connect to socket.\n|");
-  expect("1161", nullptr, true, "127.0.0.1",
-         "40000 GetSNMPTrapPort: trap port is 1162 from getenv(\"ZN_SNMP_TEST_PORT\") + 1\n|"
-         "1161 1162|1161 1162|");
-  expect(nullptr, nullptr, true, "no.such.host.invalid",
-         "80 GetSNMPPort: snmp port is 161 from snmp in /etc/services\n|"
-         "40000 GetSNMPTrapPort: trap port is 162 from snmp-trap in /etc/services\n|"
-         "161 162|161 162|2000 no.such.host.invalid:  host unknown.\n|");
-  expect(nullptr, nullptr, false, "127.0.0.1",
-         "1000 GetSNMPPort: no snmp entry in /etc/services; |"
-         "1000 snmp port is 161 from #define SNMP_PORT\n|"
-         "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
-         "40000 trap port is 162 from #define SNMP_TRAP_PORT\n|161 162|161 162|");
+  EXPECT_EXIT(look_up("51161", "51162", true), testing::ExitedWithCode(255),
+              testing::HasSubstr(
+                  "51161|51162|51161|51162|1 -1|"
+                  "80 GetSNMPPort: snmp port is 51161 from getenv(\"ZN_SNMP_TEST_PORT\")|"
+                  "40000 GetSNMPTrapPort: trap port is 51162 from getenv(\"ZN_TRAP_TEST_PORT\")|"
+                  "2000 traprcv:  bind"));
+  EXPECT_EXIT(
+      look_up("51163", nullptr, true), testing::ExitedWithCode(255),
+      testing::HasSubstr(
+          "|40000 GetSNMPTrapPort: trap port is 51164 from getenv(\"ZN_SNMP_TEST_PORT\") + 1|"));
+  EXPECT_EXIT(look_up(nullptr, nullptr, false), testing::ExitedWithCode(255),
+              testing::HasSubstr("161|162|161|162|0 -1|"
+                                 "1000 GetSNMPPort: no snmp entry in /etc/services; |"
+                                 "1000 snmp port is 161 from #define SNMP_PORT|"
+                                 "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
+                                 "40000 trap port is 162 from #define SNMP_TRAP_PORT|"
+                                 "2000 OpenTrapSocket: socket() failed"));
 }
 
 }  // namespace
