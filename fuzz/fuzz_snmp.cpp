@@ -121,7 +121,7 @@ std::vector<std::uint32_t> read_plainly(const unsigned char* content, const unsi
   return sids;
 }
 
-// An OID decodes as the plain reading does, and one that can be encoded decodes to itself.
+// An OID decodes as the plain reading does.
 void check_oid(const unsigned char* bytes, std::size_t size) {
   const unsigned char* cursor = bytes;
   const OidPtr oid(ParseOID(&cursor, bytes + size));
@@ -133,17 +133,6 @@ void check_oid(const unsigned char* bytes, std::size_t size) {
   demand(read_plainly(content, cursor) ==
              std::vector<std::uint32_t>(oid->oid_ptr, oid->oid_ptr + oid->length),
          "the same sub-identifiers");
-
-  Bytes encoded(static_cast<std::size_t>(FindLenOID(oid.get())));
-  unsigned char* out = encoded.data();
-  const bool written = AddOID(&out, OBJECT_ID_TYPE, oid.get()) == 0;
-  demand(written == encodable(oid.get()), "encoded exactly when it can be");
-  if (!written) return;
-  demand(out == encoded.data() + encoded.size(), "the size that was foretold");
-  const unsigned char* in = encoded.data();
-  const OidPtr again(ParseOID(&in, out));
-  demand(again != nullptr && in == out && text_of(again.get()) == text_of(oid.get()),
-         "the same OID");
 }
 
 }  // namespace

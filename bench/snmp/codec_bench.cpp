@@ -5,10 +5,7 @@
 // made, decoding ends with everything freed; both are whole messages with community. Before
 // anything is measured the two encoders must agree on every byte and the two decoders on the
 // number of bindings. Compare medians of CPU time; ratios.py prints the ratios.
-#include <net-snmp/net-snmp-config.h>
-// The configuration must come first.
 #include <benchmark/benchmark.h>
-#include <net-snmp/net-snmp-includes.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -17,13 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "snmp/bld_pkt.h"
-#include "snmp/make_lib.h"
-#include "snmp/oid_lib.h"
-#include "snmp/prse_pkt.h"
-#include "snmp/v1_msg.h"
-#include "snmp/v2c_cmsg.h"
-#include "snmp/zn_msg.h"
+#include "snmp/libsnmp_pdu.h"
+#include "snmp/snmp.h"
 
 namespace tally {
 namespace {
@@ -38,7 +30,7 @@ const SnmpVersionTable kVersions = {
 struct Case {
   const char* name;
   std::int16_t pdu_type;
-  int bindings;
+  std::uint32_t bindings;
   std::vector<std::int16_t> value_types;  // in turn
 };
 
@@ -52,89 +44,29 @@ const std::vector<Case> kCases = {
      {OCTET_STRING_TYPE, INTEGER_TYPE, COUNTER_64_TYPE, TIME_TICKS_TYPE}},
 };
 
-constexpr char kName[] = "GigabitEthernet3/12";
-
-std::vector<std::uint32_t> name_of(int i) {
-  return {1,
-          3,
-          6,
-          1,
-          2,
-          1,
-          31,
-          1,
-          1,
-          1,
-          static_cast<std::uint32_t>(1 + i % 18),
-          static_cast<std::uint32_t>(1000 + i)};
-}
-
-std::uint64_t number_of(int i) {
-  return 0x123456789ABCDEFULL * static_cast<std::uint64_t>(i + 1);
-}
-
 PduPtr our_pdu(const Case& packet) {
   PduPtr pdu(MakePdu(packet.pdu_type, kRequestId, 0, 0, nullptr, nullptr, 0, 0, 0));
-  for (int i = 0; i < packet.bindings; ++i) {
-    const std::vector<std::uint32_t> sids = name_of(i);
-    const OidPtr name(MakeOID(sids.data(), static_cast<std::int32_t>(sids.size())));
-    const std::int16_t type =
-        packet.value_types[static_cast<std::size_t>(i) % packet.value_types.size()];
-    const std::uint64_t number = number_of(i);
+  for (std::uint32_t i = 0; i < packet.bindings; ++i) {
+    const std::uint32_t sids[] = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 1 + i % 18, 1000 + i};
+    const OidPtr name(MakeOID(sids, std::size(sids)));
+    const std::int16_t type = packet.value_types[i % packet.value_types.size()];
+    const std::uint64_t number = 0x123456789ABCDEFULL * (i + 1);
     auto low = static_cast<std::uint32_t>(number);
     void* value = &low;
-    if (value_kind(type) == ValueKind::unsigned64) {
+    if (type == COUNTER_64_TYPE) {
       value = MakeCounter64(static_cast<std::uint32_t>(number >> 32), low);
-    } else if (value_kind(type) == ValueKind::octets) {
-      value = MakeOctetStringFromText(kName);
+    } else if (type == OCTET_STRING_TYPE) {
+      value = MakeOctetStringFromText("GigabitEthernet3/12");
     }
     LinkVarBind(pdu.get(), MakeVarBindWithValue(name.get(), nullptr, type, value));
   }
   return pdu;
 }
 
-netsnmp_pdu* their_pdu(const Case& packet) {
-  netsnmp_pdu* pdu = snmp_pdu_create(packet.pdu_type);
-  pdu->version = SNMP_VERSION_2c;
-  pdu->reqid = kRequestId;
-  pdu->errstat = 0;
-  pdu->errindex = 0;
+TheirPdu their_pdu(const Case& packet) {
+  TheirPdu pdu = theirs_of(*our_pdu(packet));
   pdu->community = reinterpret_cast<u_char*>(strdup(kCommunity));
   pdu->community_len = std::strlen(kCommunity);
-  for (int i = 0; i < packet.bindings; ++i) {
-    const std::vector<std::uint32_t> sids = name_of(i);
-    const std::vector<oid> name(sids.begin(), sids.end());
-    const std::int16_t type =
-        packet.value_types[static_cast<std::size_t>(i) % packet.value_types.size()];
-    const std::uint64_t number = number_of(i);
-    const counter64 wide = {static_cast<u_long>(number >> 32),
-                            static_cast<u_long>(static_cast<std::uint32_t>(number))};
-    const long integer = static_cast<std::int32_t>(number);
-    const u_long low = static_cast<std::uint32_t>(number);
-    const void* value = nullptr;
-    std::size_t size = 0;
-    switch (value_kind(type)) {
-      case ValueKind::unsigned64:
-        value = &wide;
-        size = sizeof wide;
-        break;
-      case ValueKind::octets:
-        value = kName;
-        size = std::strlen(kName);
-        break;
-      case ValueKind::integer:
-        value = &integer;
-        size = sizeof integer;
-        break;
-      case ValueKind::unsigned32:
-        value = &low;
-        size = sizeof low;
-        break;
-      default:
-        break;
-    }
-    snmp_pdu_add_variable(pdu, name.data(), name.size(), static_cast<u_char>(type), value, size);
-  }
   return pdu;
 }
 
@@ -171,22 +103,22 @@ std::string_view build_theirs(netsnmp_pdu* pdu) {
   return {reinterpret_cast<char*>(buffer) + room - offset, offset};
 }
 
-int parse_ours(const std::string& bytes) {
+std::uint32_t parse_ours(const std::string& bytes) {
   const SnmpMessagePtr message(ZnParseSnmpMessage(
       &kVersions, nullptr, nullptr, reinterpret_cast<const unsigned char*>(bytes.data()),
       static_cast<std::int32_t>(bytes.size())));
   const PduPtr pdu(ZnParsePdu(message->packlet->octet_ptr, message->packlet->length));
   if (pdu == nullptr) std::abort();
-  return pdu->num_varbinds;
+  return static_cast<std::uint32_t>(pdu->num_varbinds);
 }
 
-int parse_theirs(std::string& bytes) {
+std::uint32_t parse_theirs(std::string& bytes) {
   auto* const pdu = static_cast<netsnmp_pdu*>(std::calloc(1, sizeof(netsnmp_pdu)));
   if (snmp_parse(static_cast<session_list*>(snmp_sess_pointer(their_session())), their_session(),
                  pdu, reinterpret_cast<u_char*>(bytes.data()), bytes.size()) != 0) {
     std::abort();
   }
-  int bindings = 0;
+  std::uint32_t bindings = 0;
   for (const netsnmp_variable_list* v = pdu->variables; v != nullptr; v = v->next_variable) {
     ++bindings;
   }
@@ -201,13 +133,11 @@ std::string agreed_packet(const Case& packet) {
   build_ours(message.get(), pdu.get());
   std::string ours(reinterpret_cast<char*>(message->packlet->octet_ptr),
                    static_cast<std::size_t>(message->packlet->length));
-  netsnmp_pdu* const theirs = their_pdu(packet);
-  if (build_theirs(theirs) != ours || parse_ours(ours) != packet.bindings ||
+  if (build_theirs(their_pdu(packet).get()) != ours || parse_ours(ours) != packet.bindings ||
       parse_theirs(ours) != packet.bindings) {
     std::fprintf(stderr, "%s: the encoders disagree\n", packet.name);
     std::abort();
   }
-  snmp_free_pdu(theirs);
   return ours;
 }
 
@@ -223,10 +153,9 @@ void add_benchmarks(const Case& packet) {
                                });
   benchmark::RegisterBenchmark(("build/" + name + "/libsnmp").c_str(),
                                [&packet](benchmark::State& state) {
-                                 netsnmp_pdu* const pdu = their_pdu(packet);
+                                 const TheirPdu pdu = their_pdu(packet);
                                  for ([[maybe_unused]] auto _ : state)
-                                   benchmark::DoNotOptimize(build_theirs(pdu));
-                                 snmp_free_pdu(pdu);
+                                   benchmark::DoNotOptimize(build_theirs(pdu.get()));
                                });
   benchmark::RegisterBenchmark(("parse/" + name + "/ours").c_str(),
                                [bytes](benchmark::State& state) {
