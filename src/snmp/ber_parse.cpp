@@ -24,10 +24,10 @@ constexpr auto kKnownTags = [] {
   return known;
 }();
 
-// An element as its parser names it in what it logs. The texts about the tag may show it, and the
-// one that was expected.
+// What a parser logs about the element that it reads. The texts about the tag are formats: they
+// may show the tag, and the one that was expected.
 struct Element {
-  std::uint32_t level;  // of what is logged but for the end of the packet
+  std::uint32_t level;  // of every message but the one about the end of the packet
   const char* parser;
   const char* bad_type;
   const char* other_type = nullptr;  // for a tag that SNMP has, where the text differs
@@ -53,7 +53,7 @@ const unsigned char* take_content(BerReader& in, const Element& element, std::in
   return bytes;
 }
 
-// What parse_header leaves: a tag that is refused, a length in the long form, and missing bytes.
+// Does what parse_header leaves: refused tags, lengths in the long form, missing bytes.
 std::int32_t parse_other_header(BerReader& in, const Element& element, bool accepted,
                                 int expected) {
   const int tag = parse_type(in);
@@ -73,16 +73,17 @@ std::int32_t parse_other_header(BerReader& in, const Element& element, bool acce
 }
 
 // Reads the tag and the length field of an element. Returns the length, or -1 (logs). `accepted`
-// tells whether the next byte is a tag that the parser takes.
-inline std::int32_t parse_header(BerReader& in, const Element& element, bool accepted, int expected = 0) {
+// says whether the parser takes the tag that comes next.
+inline std::int32_t parse_header(BerReader& in, const Element& element, bool accepted,
+                                 int expected = 0) {
   if (in.left() < 2 || !accepted || in.position()[1] > 0x7F) {
     return parse_other_header(in, element, accepted, expected);
   }
   return in.take_bytes(2)[1];
 }
 
-// Reads an unsigned number of at most `width` bytes, or one more of 0 in front. False when it is
-// refused (logs).
+// Reads an unsigned number of at most `width` bytes, which a zero byte may precede. False when it
+// is refused (logs).
 bool parse_unsigned(BerReader& in, const Element& element, std::int32_t length, std::int32_t width,
                     std::uint64_t& value) {
   if (length < 1 || length > width + 1 || (length > width && in.peek() != 0)) {
@@ -248,7 +249,7 @@ OctetString* parse_octet_string(BerReader& in, std::int16_t* type) {
   const std::int16_t tag = in.peek();
   const std::int32_t length = parse_header(in, kOctetString, value_kind(tag) == ValueKind::octets);
   if (length < 0) return nullptr;
-  // One that is too long gets the text of one that is cut short.
+  // A string that is too long gets the same text as one that is cut short.
   if (length > kMaxOctets) {
     ZN_LOG(APWARN, "ParseOctetString, past end of packet.\n");
     return nullptr;
@@ -288,12 +289,11 @@ OID* parse_oid(BerReader& in) {
 
 namespace {
 
-// Skips a value with a tag that no value has. False when its length is refused or bytes are missing
-// (logs).
+// Skips a value with an unknown tag. False when its length is refused or bytes are missing (logs).
 bool skip_value(BerReader& in) {
   const unsigned tag = in.take();
   ZN_LOG(APPACKET, "ParseVarBind, value: Illegal type: 0x%x\n", tag);
-  // A length that is missing runs past the end.
+  // Without its length the value runs past the end.
   const std::int32_t length = in.at_end() ? INT32_MAX : parse_length(in);
   if (length < 0) {
     ZN_LOG(APPACKET, "ParseVarBind, length error.\n");
@@ -306,7 +306,7 @@ bool skip_value(BerReader& in) {
   return true;
 }
 
-// Reads the value of a binding by its tag; one that is skipped gets a type of 0. False when it is
+// Reads the value of a binding by its tag; the type of a skipped one stays 0. False when it is
 // refused (logs).
 bool parse_value(BerReader& in, VarBind& binding) {
   std::int16_t type = -1;

@@ -11,8 +11,7 @@ namespace tally {
 
 int parse_type(BerReader& in);
 
-// parse_length needs at least one byte to read. Where there is none the refusal is due to the first
-// test that would have noticed, which is that of the element around the length.
+// parse_length needs at least one byte. When there is none the caller refuses, in its own words.
 std::int32_t parse_length(BerReader& in);
 
 std::int32_t parse_sequence(BerReader& in, std::int16_t* type);

@@ -10,7 +10,7 @@ namespace tally {
 
 class BerReader {
  public:
-  // A `next` that lies beyond `end` has nothing to read, like one that lies there.
+  // A `next` beyond `end` has nothing to read, just as one at `end`.
   BerReader(const unsigned char* next, const unsigned char* end)
       : next_(next), end_(end < next ? next : end) {}
 
@@ -21,11 +21,11 @@ class BerReader {
   // peek returns the next byte without moving, 0 when there is none.
   unsigned char peek() const { return at_end() ? static_cast<unsigned char>(0) : *next_; }
 
-  // take returns the next byte, which is there, and moves behind it.
+  // take returns the next byte and moves past it; there must be one.
   unsigned char take() { return *next_++; }
 
-  // take_bytes returns the next `count` bytes and moves behind them. Where there are fewer it
-  // returns null and moves to the end.
+  // take_bytes returns the next `count` bytes and moves past them. When there are fewer it returns
+  // null and moves to the end.
   const unsigned char* take_bytes(std::size_t count) {
     if (count > left()) {
       next_ = end_;

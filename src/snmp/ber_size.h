@@ -27,8 +27,7 @@ constexpr std::int16_t length_size(std::int32_t length) {
   return static_cast<std::int16_t>(1 + (length > 0x7F) + (length > 0xFF) + (length > 0xFFFF));
 }
 
-// content_of returns the content of a whole element of 2 to 65535 bytes; negative for a negative
-// size.
+// content_of returns the bytes of content in a whole element of `size` (up to 65535) bytes.
 constexpr std::int32_t content_of(std::int32_t size) {
   return size - 2 - (size > 0x7F + 2) - (size > 0xFF + 3);
 }
@@ -42,8 +41,8 @@ constexpr int subid_size(std::uint32_t subid) {
 // sub-identifiers than any length here can count.
 [[nodiscard]] std::int32_t oid_content(const OID* oid);
 
-// value_size returns the size of a binding's value as an element, or -1 (logs). A type that is
-// illegal has the smallest size; whoever writes the value refuses it.
+// value_size returns the size of a binding's value as an element, or -1 (logs). An illegal type
+// counts as empty; the write pass refuses it.
 [[nodiscard]] std::int16_t value_size(const VarBind& binding);
 
 }  // namespace tally

@@ -13,8 +13,8 @@
 namespace tally {
 namespace {
 
-// Every writer takes the place where it writes and returns the one behind what it wrote, or null
-// when it has refused (logs). There is as much room as the size pass has said.
+// Every writer takes the place to write to and returns the place after what it wrote, or null when
+// it refuses (logs). The size pass has seen to it that there is room.
 
 unsigned char* put_len(unsigned char* out, std::int16_t lenlen, std::int32_t length) {
   if (lenlen > 1) *out++ = static_cast<unsigned char>(0x7F + lenlen);
@@ -74,8 +74,8 @@ unsigned char* put_oid(unsigned char* out, std::int16_t tag, const OID* oid, std
     ZN_LOG(APWARN, "%s: Attempting to encode oid with length < 2\n", "AddOID");
     return nullptr;
   }
-  // Stricter than BER on purpose: below 2, too, the second is at most 39, so that both always
-  // share one byte.
+  // Stricter than BER on purpose: the second is at most 39 even after a 2, so both always share one
+  // byte.
   if (oid->oid_ptr[0] > 2 || oid->oid_ptr[1] > 39) {
     ZN_LOG(APWARN, "%s: illegal value for first two subids\n", "AddOID");
     return nullptr;
@@ -221,7 +221,7 @@ int AddVarBind(unsigned char** cursor, const VarBind* list, const Pdu* /*pdu*/) 
       ZN_LOG(APPACKET, "%s: lenlen:\n", "AddVarBind");
       return -1;
     }
-    // A size that is not that of what would be written may be that of the caller's room.
+    // The caller made room by these sizes, which may be wrong.
     if (binding->name_size != FindLenOID(binding->name) ||
         binding->value_size != value_size(*binding) ||
         binding->data_length != binding->name_size + binding->value_size) {
@@ -234,8 +234,7 @@ int AddVarBind(unsigned char** cursor, const VarBind* list, const Pdu* /*pdu*/) 
 int BuildPdu(Pdu* pdu) {
   FreeOctetString(pdu->packlet);
   pdu->packlet = nullptr;
-  // The sizes of a decoded binding are those that its sender used, and a caller may have changed a
-  // value since it was made.
+  // A decoded binding has the sizes that its sender used, and a caller may have changed a value.
   for (VarBind* binding = pdu->var_bind_list; binding; binding = binding->next_var) {
     binding->name_size = FindLenOID(binding->name);
     binding->value_size = value_size(*binding);
@@ -247,7 +246,7 @@ int BuildPdu(Pdu* pdu) {
   }
   const std::int32_t head = measure_head(*pdu);
   if (head < 0) return -1;
-  // Lengths of 16 bits and a head of a few words: no length field here can be too long.
+  // With bindings of 16-bit size and a short head no length here is out of range.
   const std::int32_t body = head + bindings + length_size(bindings) + 1;
   OctetStringPtr packlet(MakeOctetString(nullptr, body + length_size(body) + 1));
   if (packlet == nullptr) {

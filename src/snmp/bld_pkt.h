@@ -1,9 +1,9 @@
 // The BER encoder: PDUs into bytes (ITU-T X.690, RFC 3417 section 8, RFC 1157).
 //
-// BuildPdu encodes a whole PDU; the writers below it encode single elements at a cursor, which
-// they move behind what they wrote. A writer gets no end: the caller provides as much room as the
-// FindLen routine of the same kind says (findlen.h). All return 0, or -1 (logs). Not thread-safe
-// on the same records.
+// BuildPdu encodes a whole PDU. The writers below it encode single elements at a cursor and move it
+// past what they wrote. They know no end: the caller provides as much room as the FindLen routine
+// of the same kind says (findlen.h). All return 0, or -1 (logs). Not thread-safe on the same
+// records.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@
 namespace tally {
 
 // BuildPdu encodes the PDU into its `packlet`, freeing what was there. The PDU may be built again
-// after a change. On failure `packlet` is null and the rest of the PDU is as it was, but for the
-// sizes in its bindings.
+// after a change. On failure `packlet` is null and nothing else has changed but the sizes in the
+// bindings.
 [[nodiscard]] int BuildPdu(Pdu* pdu);
 
 // AddLen writes a length field of `lenlen` (1 to 4) bytes.
@@ -30,8 +30,9 @@ int AddOctetString(unsigned char** cursor, std::int16_t tag, const OctetString* 
 // below 2.
 int AddOID(unsigned char** cursor, std::int16_t tag, const OID* oid);
 
-// AddVarBind writes every binding of a chain, each with the `data_length` that FindLenVarBind has
-// set. The PDU is not used.
+// AddVarBind writes every binding of a chain. It returns -1, without a message, when the sizes in a
+// binding are not those of its name and value; FindLenVarBind sets `data_length`. The PDU is not
+// used.
 int AddVarBind(unsigned char** cursor, const VarBind* list, const Pdu* pdu);
 
 }  // namespace tally

@@ -19,8 +19,8 @@ namespace tally {
 [[nodiscard]] std::int16_t FindLenUInt64(const UInt64* value);
 [[nodiscard]] std::int16_t FindLenOctetString(const OctetString* string);
 
-// FindLenOID counts one byte for the first two sub-identifiers, whatever they are and also when
-// there are fewer: AddOID encodes only those that fit it.
+// FindLenOID counts one byte for the first two sub-identifiers, even when there are fewer: AddOID
+// refuses those that do not fit one byte.
 [[nodiscard]] std::int16_t FindLenOID(const OID* oid);
 
 // FindLenVarBind sets the `data_length` of every binding of a chain and returns the size of all

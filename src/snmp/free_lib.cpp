@@ -9,8 +9,8 @@
 namespace tally {
 namespace {
 
-// Tells whether `item` is a block of its own: not null, and not in a record's own storage, where
-// one moved on to the very end still is.
+// Tells whether `item` is a block of its own: neither null nor within the record's storage, whose
+// very end counts as within.
 template <typename Item>
 bool separate(const Item* item, const Item* own, std::int32_t room) {
   const std::less<const Item*> before;

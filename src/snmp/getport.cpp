@@ -15,8 +15,8 @@ constexpr std::uint16_t kSnmpTrapPort = 162;
 constexpr char kSnmpVariable[] = "ZN_SNMP_TEST_PORT";
 constexpr char kTrapVariable[] = "ZN_TRAP_TEST_PORT";
 
-// Reads a port from the environment. False when the variable is not set; a text that is no number
-// is port 0.
+// Reads a port from the environment. False when the variable is not set; text other than a number
+// gives port 0.
 bool port_from_environment(const char* variable, std::uint16_t& port) {
   const char* const text = std::getenv(variable);
   if (text == nullptr) return false;
@@ -24,7 +24,7 @@ bool port_from_environment(const char* variable, std::uint16_t& port) {
   return true;
 }
 
-// Looks up a UDP service. False when there is none of that name.
+// Looks up a UDP service. False when there is none by that name.
 bool port_from_services(const char* service, std::uint16_t& port) {
   const servent* const entry = getservbyname(service, "udp");
   if (entry == nullptr) return false;

@@ -11,7 +11,7 @@ namespace tally {
 
 // GetSystemDateAndTime puts the local time into `*out`: `size` is 8, or 11 with the offset from
 // UTC. An octet string that is there already must have that length and is written over; null is
-// replaced by a new one, which the caller owns. Returns 0, or -1 (logs; `*out` is as it was).
+// replaced by a new one, which the caller owns. Returns 0, or -1 (logs; `*out` is unchanged).
 [[nodiscard]] int GetSystemDateAndTime(std::int32_t size, OctetString** out);
 
 // FormatTimeTicks writes hundredths of a second as "days hh:mm:ss.hh".

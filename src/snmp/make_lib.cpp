@@ -22,7 +22,7 @@ bool octets_fit(std::int32_t length) {
   return length <= kMaxOctets || (zn_pkt_size > kMaxOctets && length <= zn_pkt_size);
 }
 
-// What both makers of octet strings make, with `spare` zeros behind it. Null on failure (logs).
+// Makes an octet string with `spare` zero bytes after it. Null on failure (logs).
 OctetString* make_octets(const char* maker, const unsigned char* bytes, std::int32_t length,
                          std::size_t spare) {
   if (!octets_fit(length)) {
@@ -45,7 +45,7 @@ OctetString* make_octets(const char* maker, const unsigned char* bytes, std::int
   return string;
 }
 
-// Tells whether there is nothing to clone (logs).
+// Returns true, and logs, when there is nothing to clone.
 bool missing(const void* value, const char* cloner) {
   if (value == nullptr) ZN_LOG(APWARN, "%s: value passed in is NULL\n", cloner);
   return value == nullptr;
@@ -59,8 +59,8 @@ int hex_digit(char digit) {
   return -1;
 }
 
-// Reads the pairs of digits of a text into `bytes` (null: only counts them). Returns how many
-// there are, or -1 for a text that is no hex text or is longer than any octet string.
+// Reads pairs of hex digits into `bytes`, or only counts them when that is null. Returns how many
+// there are, or -1 when the text is malformed or longer than any octet string.
 std::int32_t read_hex(const char* text, unsigned char* bytes) {
   if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) text += 2;
   std::int32_t count = 0;
@@ -76,7 +76,7 @@ std::int32_t read_hex(const char* text, unsigned char* bytes) {
   return count;
 }
 
-// A binding with its name, without a value. Null on failure (logs).
+// Makes a binding that has its name but no value yet. Null on failure (logs).
 VarBindPtr named_binding(const OID* object, const OID* instance, const char* maker,
                          const char* no_memory) {
   if (object == nullptr) {
@@ -96,8 +96,8 @@ VarBindPtr named_binding(const OID* object, const OID* instance, const char* mak
   return binding;
 }
 
-// Sets the sizes of a binding that has its value. Null when there is none (logs): the value stays
-// the caller's then.
+// Sets the sizes of a binding once it has its value. Returns null when name or value has no
+// encoding (logs); the value then stays the caller's.
 VarBind* measured(VarBindPtr binding) {
   binding->name_size = FindLenOID(binding->name);
   binding->value_size = value_size(*binding);
@@ -232,7 +232,7 @@ VarBind* MakeVarBindWithValue(const OID* object, const OID* instance, std::int16
       named_binding(object, instance, "MakeVarBindWithValue", "MakeVarBindWithValue: vb malloc\n");
   if (binding == nullptr) return nullptr;
 
-  // The size routine of every other kind refuses a null value by itself.
+  // For every other kind the size routine refuses a null value.
   const ValueKind kind = value_kind(type);
   if (value == nullptr && (kind == ValueKind::integer || kind == ValueKind::unsigned32)) {
     ZN_LOG(APWARN, "%s: Null value.\n", "MakeVarBindWithValue");

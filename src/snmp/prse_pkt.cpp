@@ -156,7 +156,7 @@ Pdu* ZnParsePdu(const unsigned char* bytes, std::int32_t length) {
     return nullptr;
   }
   pdu->type = static_cast<std::int16_t>(type);
-  // A length that is missing runs past the end.
+  // Without its length the PDU runs past the end.
   const std::int32_t content = in.at_end() ? INT32_MAX : parse_length(in);
   if (content < 0) {
     ZN_LOG(APPACKET, "ParsePdu, length\n");

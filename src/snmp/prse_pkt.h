@@ -1,9 +1,9 @@
 // The BER decoder: bytes from the network into PDUs and values (ITU-T X.690, RFC 3416, RFC 1157).
 //
-// ZnParsePdu decodes a whole PDU. The other parsers decode one element at a cursor, which they
-// move behind what they read; `end` is one past the last byte, and no byte there or beyond is
-// ever read: an element that lacks bytes is refused as past the end of the packet. Any bytes are
-// safe input, the time is linear in their number and nothing recurses.
+// ZnParsePdu decodes a whole PDU. The other parsers decode one element at a cursor and move it past
+// what they read. `end` is one past the last byte; nothing there or beyond is ever read, even when
+// the cursor lies beyond it, and an element that lacks bytes is refused as past the end of the
+// packet. Any bytes are safe input, the time is linear in their number and nothing recurses.
 //
 // Records that are returned belong to the caller (free_lib.h). On failure a parser logs, has freed
 // what it had made and leaves the cursor where reading stopped. Thread-safe as far as no log
@@ -18,9 +18,10 @@ namespace tally {
 
 // ZnParsePdu decodes one PDU; bytes behind it are ignored. Returns it, or null.
 //
-// The lengths of the binding list and of each binding are read but compared with nothing: bindings
-// are read up to the end of the PDU. A value with an unknown tag is skipped; in a trap it refuses
-// the PDU, in any other it becomes a NULL, `error_status` 99 and `error_index` its position.
+// The lengths of the binding list and of each binding are read but not compared with anything:
+// bindings are read up to the end of the PDU. An unknown value tag in a trap refuses the PDU. In
+// any other PDU the value becomes a NULL, `error_status` 99 and `error_index` the binding's
+// position.
 [[nodiscard]] Pdu* ZnParsePdu(const unsigned char* bytes, std::int32_t length);
 
 // ParseType reads a tag. Returns it, or -1 for a tag that SNMP does not have.

@@ -11,15 +11,15 @@
 
 namespace tally {
 
-// new_record returns a zeroed Record with `tail` bytes of uninitialised storage behind it, or null.
+// new_record returns a zeroed Record with `tail` bytes of uninitialised storage after it, or null.
 template <typename Record>
 Record* new_record(std::size_t tail = 0) {
   void* const block = std::malloc(sizeof(Record) + tail);
   return block == nullptr ? nullptr : ::new (block) Record();
 }
 
-// own_bytes and own_sids return the storage behind the header, where the bytes of an OctetString
-// and the sub-identifiers of an OID normally are.
+// own_bytes and own_sids return the storage after the header, where the bytes of an OctetString and
+// the sub-identifiers of an OID normally are.
 inline unsigned char* own_bytes(OctetString* string) {
   return reinterpret_cast<unsigned char*>(string + 1);
 }
@@ -29,8 +29,8 @@ inline std::uint32_t* own_sids(OID* oid) {
   return reinterpret_cast<std::uint32_t*>(oid + 1);
 }
 
-// new_named_binding returns a zeroed binding whose name is part of its block, or null: half of the
-// time that a packet takes to decode would otherwise go into malloc and free.
+// new_named_binding returns a zeroed binding whose name is part of its block, or null. Decoding
+// spends most of its time in malloc and free, and this saves one of each per binding.
 inline VarBind* new_named_binding(const std::uint32_t* sids, std::int32_t count) {
   struct Block {
     VarBind binding;

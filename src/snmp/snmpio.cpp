@@ -62,8 +62,8 @@ void resolve(const char* host) {
   std::memcpy(&agent_address.sin_addr, hp->h_addr_list[0], sizeof agent_address.sin_addr);
 }
 
-// A receive that starts after its alarm has rung would wait for ever; the socket's own time-out,
-// a second longer, ends that one. A fresh socket has none, as `seconds` of 0 want it.
+// A receive that starts after its alarm has rung would never end. The socket's own time-out, a
+// second longer, ends it. A new socket has none, which is what 0 `seconds` ask for.
 void set_receive_limit() {
   if (seconds == limited_for) return;
   timeval limit = {};

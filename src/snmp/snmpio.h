@@ -22,7 +22,7 @@ extern unsigned char* packet;    // what was received, zn_pkt_size bytes of room
 extern std::int32_t packet_len;  // result of the last receive
 extern char imagename[128];      // program name, for the messages
 extern volatile std::sig_atomic_t received_state;  // 1 once the alarm has rung
-extern unsigned seconds;                           // how long to wait for a response; 0 for ever
+extern unsigned seconds;                           // how long to wait for a response; 0: no limit
 extern hostent* hp;                                // last host lookup, the resolver's own storage
 extern sockaddr_in agent_address;
 }  // namespace snmpio
@@ -36,9 +36,9 @@ void InitializeIO(const char* progname, const char* host);
 // when they are more than zn_pkt_size or the system refused (logs).
 [[nodiscard]] int SendToIO(int socket_fd, const unsigned char* bytes, std::int32_t length);
 
-// GetResponse waits up to `seconds` for a datagram from anybody. Returns 2 with at least one byte
-// in `packet` (what is longer than zn_pkt_size is cut), or 1: nothing came, it was empty, or the
-// system refused.
+// GetResponse waits up to `seconds` for a datagram, whoever sends it. Returns 2 when `packet` has
+// at least one byte (a datagram longer than zn_pkt_size is cut), or 1 when nothing came, the
+// datagram was empty, or the system refused.
 [[nodiscard]] int GetResponse();
 
 // TimeOut is the work of the SIGALRM handler: it sets `received_state` and returns 0.

@@ -3,29 +3,29 @@
 //
 // All records are plain blocks from malloc. make_lib.h makes them, free_lib.h frees them and has
 // the owners for C++ callers. A record has one owner; nothing here is shared or locked.
-// Members called `room` and `in_binding` are the library's own; leave them alone.
+// The members `room` and `in_binding` are for the library alone.
 #pragma once
 
 #include <cstdint>
 
 namespace tally {
 
-// OctetString is one block: the header, then the bytes. `octet_ptr` points at those bytes. A
-// caller may move it on within them, or point it at another block from malloc, which is then
-// freed with the record.
+// OctetString is one block: the header, then the bytes, where `octet_ptr` points. A caller may move
+// it on within them, set it to null, or point it at another block from malloc, which is then freed
+// with the record.
 struct OctetString {
   unsigned char* octet_ptr;
   std::int32_t length;    // bytes
-  std::int32_t room = 0;  // bytes in the block behind the header
+  std::int32_t room = 0;  // bytes in the block after the header
 };
 
-// OID is one block: the header, then the sub-identifiers. A caller may change `oid_ptr` in the
-// same ways.
+// OID is one block: the header, then the sub-identifiers. `oid_ptr` may be changed in the same
+// ways.
 struct OID {
   std::int32_t length;  // sub-identifiers
   std::uint32_t* oid_ptr;
-  std::int32_t room = 0;    // sub-identifiers in the block behind the header
-  bool in_binding = false;  // the name of a decoded binding, which is part of that one's block
+  std::int32_t room = 0;    // sub-identifiers in the block after the header
+  bool in_binding = false;  // the name of a decoded binding, part of the binding's block
 };
 
 struct UInt64 {
@@ -66,9 +66,9 @@ inline constexpr std::int16_t SNMPV2_TRAP_PDU = 0xA7;
 inline constexpr std::int16_t REPORT_PDU = 0xA8;
 
 // VarBind is one name with its value. The sizes are those of whole encoded elements (tag, length
-// field and content); BuildPdu brings them up to date. The name of a decoded binding ends with the
-// binding whatever becomes of `name`: clone it to keep it. A value may be taken over by somebody
-// else, who sets `type` to NULL_TYPE.
+// field and content); BuildPdu brings them up to date. The name of a decoded binding is
+// part of the binding's block and ends with it: clone it to keep it. Whoever takes a value over
+// sets `type` to NULL_TYPE.
 struct VarBind {
   std::int32_t data_length;  // name_size + value_size: the content of the binding's SEQUENCE
   OID* name;                 // owned
@@ -113,7 +113,7 @@ struct Pdu {
 // ValueKind says which member of VarBind's union a value type uses, and so how it is encoded.
 enum class ValueKind { illegal, integer, unsigned32, unsigned64, octets, oid, empty };
 
-// value_kind returns the kind of a value tag; `illegal` for every tag that no value has.
+// value_kind returns the kind of value that a tag stands for, or `illegal`.
 constexpr ValueKind value_kind(int type) {
   switch (type) {
     case INTEGER_TYPE:
@@ -142,7 +142,7 @@ constexpr ValueKind value_kind(int type) {
 
 enum class PduForm { illegal, request, trap };
 
-// pdu_form returns the form of a PDU tag; `illegal` for every tag that no PDU has.
+// pdu_form returns the form of PDU that a tag stands for, or `illegal`.
 constexpr PduForm pdu_form(int type) {
   if (type < GET_REQUEST_PDU || type > REPORT_PDU) return PduForm::illegal;
   return type == TRAP_PDU ? PduForm::trap : PduForm::request;

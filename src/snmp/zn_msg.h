@@ -72,10 +72,10 @@ struct SnmpVersionTable {
 [[nodiscard]] int ZnBuildSnmpMessage(SnmpMessage* message, const Pdu* pdu,
                                      const SnmpVersionTable* table);
 
-// ZnParseSnmpMessage parses a packet. The caller owns what it returns: a record for any bytes,
-// null only when there is no memory for one (logs). A packet that is no message leaves `packlet`
-// null and the reason in `status`. Bytes behind the outer SEQUENCE are ignored. `bytes` must
-// outlive the use of `wptr`, `end_ptr` and `seq_end` only.
+// ZnParseSnmpMessage parses a packet. The caller owns what it returns: a record for any bytes, or
+// null when there is no memory for one (logs). Where the packet is not a message, `packlet` is null
+// and `status` tells why. Bytes after the outer SEQUENCE are ignored. The message does not keep
+// `bytes`, except in `wptr`, `end_ptr` and `seq_end`.
 [[nodiscard]] SnmpMessage* ZnParseSnmpMessage(const SnmpVersionTable* table, void* arg2, void* arg3,
                                               const unsigned char* bytes, std::int32_t length);
 

@@ -85,8 +85,7 @@ Bytes encoded(netsnmp_pdu* pdu, const OctetString& community) {
   snmp_sess_init(&session);
   session.version = pdu->version;
   pdu->community_len = static_cast<std::size_t>(community.length);
-  pdu->community = static_cast<u_char*>(
-      netsnmp_memdup(community.octet_ptr, std::max<std::size_t>(pdu->community_len, 1)));
+  pdu->community = static_cast<u_char*>(netsnmp_memdup(community.octet_ptr, pdu->community_len));
   std::size_t room = 60000;
   std::size_t used = 0;
   auto* buffer = static_cast<u_char*>(std::malloc(room));
@@ -103,7 +102,7 @@ Bytes bytes_of(const OctetString& string) {
 void compare(Maker maker) {
   const PduPtr ours = maker.pdu();
   ASSERT_EQ(BuildPdu(ours.get()), 0);
-  const SnmpMessagePtr message(ZnCreateV2cSnmpMessage(maker.octets(maker.below(9)), nullptr));
+  const SnmpMessagePtr message(ZnCreateV2cSnmpMessage(maker.octets(1 + maker.below(9)), nullptr));
   const TheirPdu theirs = theirs_of(*ours);
   message->version = static_cast<std::int32_t>(theirs->version);
   SnmpVersionTable versions = kV2cOnly;
