@@ -244,7 +244,7 @@ UInt64* parse_uint64(BerReader& in) {
   return counter;
 }
 
-OctetString* parse_octet_string(BerReader& in, std::int16_t* type) {
+OctetString* parse_octet_string(BerReader& in, std::int16_t* type, OctetString* place) {
   *type = -1;
   const std::int16_t tag = in.peek();
   const std::int32_t length = parse_header(in, kOctetString, value_kind(tag) == ValueKind::octets);
@@ -256,7 +256,8 @@ OctetString* parse_octet_string(BerReader& in, std::int16_t* type) {
   }
   const unsigned char* const bytes = take_content(in, kOctetString, length);
   if (bytes == nullptr) return nullptr;
-  OctetString* const string = MakeOctetString(bytes, length);
+  OctetString* const string = place == nullptr ? MakeOctetString(bytes, length) : place;
+  if (place != nullptr) std::copy_n(bytes, length, place->octet_ptr);
   if (string == nullptr) {
     ZN_LOG(APWARN, "ParseOctetString, os_ptr\n");
     return nullptr;
@@ -332,7 +333,7 @@ bool parse_value(BerReader& in, VarBind& binding) {
       text = "ParseVarBind, vb_ptr->value.uint64_value\n";
       break;
     case ValueKind::octets:
-      value.os_value = parse_octet_string(in, &type);
+      value.os_value = parse_octet_string(in, &type, value.os_value);
       text = "ParseVarBind, vb_ptr->value.os_value\n";
       break;
     case ValueKind::empty:
@@ -369,7 +370,9 @@ VarBind* parse_binding(BerReader& in) {
     ZN_LOG(APPACKET, "ParseVarBind, vb_ptr->name\n");
     return nullptr;
   }
-  VarBindPtr binding(new_named_binding(sids, count));
+  const bool short_octets =
+      in.left() >= 2 && value_kind(in.peek()) == ValueKind::octets && in.position()[1] <= 0x7F;
+  VarBindPtr binding(new_decoded_binding(sids, count, short_octets ? in.position()[1] : -1));
   if (binding == nullptr) {
     ZN_LOG(APWARN, "ParseVarBind, vb_ptr\n");
     return nullptr;

@@ -19,7 +19,10 @@ std::int32_t parse_implicit_sequence(BerReader& in, std::int16_t* type);
 std::int32_t parse_int(BerReader& in, std::int16_t* type);
 std::uint32_t parse_uint(BerReader& in, std::int16_t* type);
 UInt64* parse_uint64(BerReader& in);
-OctetString* parse_octet_string(BerReader& in, std::int16_t* type);
+
+// parse_octet_string fills `place`, which has room for what a short length says, or makes a string.
+OctetString* parse_octet_string(BerReader& in, std::int16_t* type, OctetString* place = nullptr);
+
 int parse_null(BerReader& in, std::int16_t* type);
 OID* parse_oid(BerReader& in);
 VarBind* parse_binding(BerReader& in);

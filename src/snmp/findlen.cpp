@@ -78,11 +78,9 @@ std::int16_t value_size(const VarBind& binding) {
       return FindLenOctetString(binding.value.os_value);
     case ValueKind::oid:
       return FindLenOID(binding.value.oid_value);
-    case ValueKind::empty:
-    case ValueKind::illegal:
-      break;
+    default:
+      return 2;
   }
-  return 2;
 }
 
 std::int16_t FindLenVarBind(VarBind* list) {

@@ -24,8 +24,9 @@ void FreeOctetString(OctetString* string) {
   if (separate(string->octet_ptr, own_bytes(string), string->room)) {
     ZN_LOG(APWARN, "freed octet string with separate octet_ptr\n");
     std::free(string->octet_ptr);
+    string->octet_ptr = nullptr;
   }
-  std::free(string);
+  if (!string->in_binding) std::free(string);
 }
 
 void FreeOID(OID* oid) {
@@ -55,10 +56,7 @@ void FreeVarBind(VarBind* binding) {
     case ValueKind::unsigned64:
       FreeUInt64(binding->value.uint64_value);
       break;
-    case ValueKind::integer:
-    case ValueKind::unsigned32:
-    case ValueKind::empty:
-    case ValueKind::illegal:
+    default:
       break;
   }
   std::free(binding);

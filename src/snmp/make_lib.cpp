@@ -96,6 +96,12 @@ VarBindPtr named_binding(const OID* object, const OID* instance, const char* mak
   return binding;
 }
 
+// A part of a decoded binding cannot be adopted: a copy is.
+template <typename Record>
+Record* adopted(Record* record, Record* (*clone)(const Record*)) {
+  return record != nullptr && record->in_binding ? clone(record) : record;
+}
+
 // Sets the sizes of a binding once it has its value. Returns null when name or value has no
 // encoding (logs); the value then stays the caller's.
 VarBind* measured(VarBindPtr binding) {
@@ -123,10 +129,7 @@ bool clone_value(const VarBind& from, VarBind& to) {
     case ValueKind::unsigned64:
       to.value.uint64_value = CloneUInt64(from.value.uint64_value);
       return to.value.uint64_value != nullptr;
-    case ValueKind::integer:
-    case ValueKind::unsigned32:
-    case ValueKind::empty:
-    case ValueKind::illegal:
+    default:
       break;
   }
   to.value = from.value;
@@ -249,10 +252,10 @@ VarBind* MakeVarBindWithValue(const OID* object, const OID* instance, std::int16
       binding->value.uint64_value = static_cast<UInt64*>(value);
       break;
     case ValueKind::octets:
-      binding->value.os_value = static_cast<OctetString*>(value);
+      binding->value.os_value = adopted(static_cast<OctetString*>(value), CloneOctetString);
       break;
     case ValueKind::oid:
-      binding->value.oid_value = static_cast<OID*>(value);
+      binding->value.oid_value = adopted(static_cast<OID*>(value), CloneOID);
       break;
     case ValueKind::empty:
       break;
@@ -335,8 +338,8 @@ Pdu* MakePdu(std::int16_t type, std::int32_t request_id, std::int32_t error_stat
         ZN_LOG(APWARN, "MakePdu: Trap type but no Agent_addr.\n");
         return nullptr;
       }
-      pdu->enterprise = enterprise;
-      pdu->agent_addr = agent_addr;
+      pdu->enterprise = adopted(enterprise, CloneOID);
+      pdu->agent_addr = adopted(agent_addr, CloneOctetString);
       pdu->generic_trap = generic_trap;
       pdu->specific_trap = specific_trap;
       pdu->time_ticks = time_ticks;

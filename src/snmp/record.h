@@ -29,18 +29,30 @@ inline std::uint32_t* own_sids(OID* oid) {
   return reinterpret_cast<std::uint32_t*>(oid + 1);
 }
 
-// new_named_binding returns a zeroed binding whose name is part of its block, or null. Decoding
-// spends most of its time in malloc and free, and this saves one of each per binding.
-inline VarBind* new_named_binding(const std::uint32_t* sids, std::int32_t count) {
+// new_decoded_binding returns a zeroed binding whose name is part of its block, or null. With
+// `octets` of 0 or more, `os_value` is a string of that length in the block, its bytes
+// uninitialised. Decoding spends most of its time in malloc and free: one of each is enough.
+inline VarBind* new_decoded_binding(const std::uint32_t* sids, std::int32_t count,
+                                    std::int32_t octets) {
   struct Block {
     VarBind binding;
     OID name;
   };
-  auto* const block = new_record<Block>(static_cast<std::size_t>(count) * sizeof *sids);
+  static_assert(sizeof(Block) % alignof(OctetString) == 0);
+  const std::int32_t aligned = count + count % 2;  // sub-identifiers, for the string after them
+  const std::size_t string_size =
+      octets < 0 ? 0 : sizeof(OctetString) + static_cast<std::size_t>(octets);
+  auto* const block =
+      new_record<Block>(static_cast<std::size_t>(aligned) * sizeof *sids + string_size);
   if (block == nullptr) return nullptr;
   block->name = {count, own_sids(&block->name), count, true};
   std::copy_n(sids, count, block->name.oid_ptr);
   block->binding.name = &block->name;
+  if (octets >= 0) {
+    auto* const string = ::new (static_cast<void*>(block->name.oid_ptr + aligned)) OctetString();
+    *string = {own_bytes(string), octets, octets, true};
+    block->binding.value.os_value = string;
+  }
   return &block->binding;
 }
 

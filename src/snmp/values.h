@@ -15,8 +15,9 @@ namespace tally {
 // with the record.
 struct OctetString {
   unsigned char* octet_ptr;
-  std::int32_t length;    // bytes
-  std::int32_t room = 0;  // bytes in the block after the header
+  std::int32_t length;      // bytes
+  std::int32_t room = 0;    // bytes in the block after the header
+  bool in_binding = false;  // part of the block of a decoded binding
 };
 
 // OID is one block: the header, then the sub-identifiers. `oid_ptr` may be changed in the same
@@ -25,7 +26,7 @@ struct OID {
   std::int32_t length;  // sub-identifiers
   std::uint32_t* oid_ptr;
   std::int32_t room = 0;    // sub-identifiers in the block after the header
-  bool in_binding = false;  // the name of a decoded binding, part of the binding's block
+  bool in_binding = false;  // part of the block of a decoded binding
 };
 
 struct UInt64 {
@@ -66,9 +67,9 @@ inline constexpr std::int16_t SNMPV2_TRAP_PDU = 0xA7;
 inline constexpr std::int16_t REPORT_PDU = 0xA8;
 
 // VarBind is one name with its value. The sizes are those of whole encoded elements (tag, length
-// field and content); BuildPdu brings them up to date. The name of a decoded binding is
-// part of the binding's block and ends with it: clone it to keep it. Whoever takes a value over
-// sets `type` to NULL_TYPE.
+// field and content); BuildPdu brings them up to date. The name of a decoded binding, and an octet
+// string that is its value, may be part of the binding's block and end with it: clone what is to
+// outlive it.
 struct VarBind {
   std::int32_t data_length;  // name_size + value_size: the content of the binding's SEQUENCE
   OID* name;                 // owned

@@ -112,16 +112,27 @@ TEST_F(Refusals, OfFreeingWhatIsNotSeparate) {
   EXPECT_EQ(live_blocks(), before);
 }
 
-// The name of a decoded binding is part of its block, and can be replaced all the same.
-TEST(Values, ADecodedBindingIsRenamed) {
-  const Bytes bytes = bytes_of("30 05 06 01 2B 05 00");
+// Parts of a decoded binding's block can be replaced and, as copies, be given to others.
+TEST(Values, ADecodedBindingIsTakenApart) {
+  const Bytes bytes = bytes_of("30 07 06 01 2B 04 02 61 62");
   const std::size_t before = live_blocks();
   const unsigned char* cursor = bytes.data();
   VarBindPtr binding(ParseVarBind(&cursor, cursor + bytes.size()));
-  FreeOID(binding->name);
+  OID* const name = binding->name;
+  OctetString* const value = binding->value.os_value;
+  VarBindPtr string(MakeVarBindWithValue(name, nullptr, OCTET_STRING_TYPE, value));
+  PduPtr pdu(MakePdu(TRAP_PDU, 0, 0, 0, name, value, 6, 1, 0));
+  LinkVarBind(pdu.get(), MakeVarBindWithValue(name, nullptr, OBJECT_ID_TYPE, name));
+  FreeOID(name);
   binding->name = oid({1, 3, 6}).release();
-  EXPECT_EQ(text_of(binding.get()), "1.3.6=5:");
+  FreeOctetString(value);
+  binding->value.os_value = MakeOctetStringFromText("c");
+  EXPECT_EQ(text_of(binding.get()), "1.3.6=4:63");
   binding.reset();
+  EXPECT_EQ(text_of(string.get()), "1.3=4:61 62");
+  EXPECT_EQ(text_of(pdu.get()), "A4 1.3 61 62 6 1 0 [1.3=6:1.3]");
+  string.reset();
+  pdu.reset();
   EXPECT_EQ(live_blocks(), before);
 }
 
