@@ -38,11 +38,6 @@ SINGLE = {
                  "index time_mark group local_index source:A dest:A key_word_1 key_word_2 key_word_3 counters:2Q"),
 }
 TABLES = BULK | SINGLE
-# The members of control replies behind their status; without the owner and what follows it, but for dspdist.
-CONTROL = {"host": (9, "index fields:3I"), "matrix": (16, "index fields:3I"), "pdist": (24, "index fields:3I"),
-           "nlhost": (32, "index fields:9I"), "nlmatrix": (35, "index fields:9I"), "vlan": (76, "index fields:2I"),
-           "prio": (79, "index fields:2I"), "dsstats": (72, "index fields:3I"),
-           "dspdist": (133, "index fields:3I owner:s more:3I"), "dshost": (135, "index fields:8I")}
 
 
 def words(*values):
