@@ -1,20 +1,42 @@
 // Every numbered error of the generic delta file, and its lock. End-to-end tests check the merge.
 #include "files/delta_file.h"
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+
+#include <cstring>
 #include <future>
+#include <string>
 #include <thread>
 
 #include "files/file_format.h"
 #include "files/file_lock.h"
-#include "files/sample_rows.h"
 #include "support/syslog_capture.h"
+#include "support/temporary_directory.h"
 
 namespace tally {
 namespace {
 
 using namespace std::chrono_literals;
 
+struct Row {
+  std::uint32_t key;
+  std::uint32_t count;
+};
+
+// A record starts with its row; the rest follows from that.
 constexpr std::uint32_t kRecord = 60;
+std::string record(const Row& row) {
+  return bytes_of(row) + std::string(kRecord - sizeof row, static_cast<char>(row.key + row.count));
+}
+
+Row current(const RecordCache& cache) {
+  Row row;
+  std::memcpy(&row, filebuf_current(cache), sizeof row);
+  return row;
+}
+
 std::string delta_path;  // for the routines, which take no context
 
 std::string header(std::uint32_t up_time = 0) {
@@ -22,15 +44,16 @@ std::string header(std::uint32_t up_time = 0) {
 }
 
 int compare_keys(const RecordCache& last, const RecordCache& prev) {
-  return difference(row_of(filebuf_current(last)), row_of(filebuf_current(prev)));
+  return static_cast<int>(current(last).key - current(prev).key);
 }
 
 int make_delta(const RecordCache& last, const RecordCache* prev, unsigned char* out,
                std::int32_t /*interval*/) {
-  expect_locked(delta_path);
-  const Row row = row_of(filebuf_current(last));
-  std::memcpy(out, record(row, kRecord).data(), kRecord);
-  return !prev || row_of(filebuf_current(*prev)).count != row.count ? 5 : 0;
+  const UniqueFd reader = open_file(delta_path.c_str(), O_RDONLY);
+  EXPECT_NE(flock(reader.get(), LOCK_SH | LOCK_NB), 0) << "written without a lock";
+  const Row row = current(last);
+  std::memcpy(out, record(row).data(), kRecord);
+  return !prev || current(*prev).count != row.count ? 5 : 0;
 }
 
 class DeltaFileTest : public testing::Test {
@@ -57,7 +80,7 @@ class DeltaFileTest : public testing::Test {
 };
 
 TEST_F(DeltaFileTest, ShortHeadersLeaveAnEmptyFile) {
-  const std::string good = header() + record({1, 1}, kRecord);
+  const std::string good = header() + record({1, 1});
   for (const std::string file : {"prev", "last"}) {
     write(file == "prev" ? good.substr(0, 15) : good, file == "last" ? good.substr(0, 15) : good);
     write_file(delta_path, "of old");
@@ -70,7 +93,8 @@ TEST_F(DeltaFileTest, ShortHeadersLeaveAnEmptyFile) {
 
 TEST_F(DeltaFileTest, NumbersItsErrorsAndRemovesTheFile) {
   const std::string head = header();
-  const std::string full = head + records(rows_from(1, 272, 1), kRecord);  // two buffers
+  std::string full = head;  // two buffers
+  for (std::uint32_t key = 1; key <= 272; ++key) full += record({key, 1});
   const std::string cut_record = "Error 2 reading to fill file cache.";
   const struct {
     int number;
@@ -82,10 +106,10 @@ TEST_F(DeltaFileTest, NumbersItsErrorsAndRemovesTheFile) {
       {15, full, head + "x", cut_record},
       {16, head + "x", full, cut_record},
       {19, full + "x", full, cut_record},
-      {19, full + "x", head + record({9999, 1}, kRecord), cut_record},
+      {19, full + "x", head + record({9999, 1}), cut_record},
       {20, full, full + "x", cut_record},
       {17, head, full, "Unable to write poll cache to file.", 0},
-      {21, head, head + record({1, 1}, kRecord), "Unable to flush poll cache to file.", 0},
+      {21, head, head + record({1, 1}), "Unable to flush poll cache to file.", 0},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.number);
@@ -117,7 +141,7 @@ TEST_F(DeltaFileTest, OpensBeforeItEmpties) {
 }
 
 TEST_F(DeltaFileTest, LeavesTheOldFileToAReaderWithALock) {
-  write(header(7), header(8) + record({1, 1}, kRecord));
+  write(header(7), header(8) + record({1, 1}));
   write_file(delta_path, "older");
   std::future<int> created;
   {
@@ -130,7 +154,7 @@ TEST_F(DeltaFileTest, LeavesTheOldFileToAReaderWithALock) {
     EXPECT_EQ(read_file(delta_path), "older");
   }
   EXPECT_EQ(created.get(), 1);
-  EXPECT_EQ(read_file(delta_path), header() + record({1, 1}, kRecord));
+  EXPECT_EQ(read_file(delta_path), header() + record({1, 1}));
 }
 
 }  // namespace
