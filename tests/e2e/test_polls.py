@@ -1,4 +1,5 @@
 """Collections from a create message to delta files, byte by byte, for every type that can be created."""
+import itertools
 import random
 
 import pytest
@@ -25,25 +26,6 @@ def returned(layout, served, totals=None):
 COUNTERS = [(0, 0), (0, 1), (5, 5), (10, 4), (3, TOP), (TOP, TOP), (TOP, 0), (2**64 - 4096, 100), (2**63, 5),
             (2**63 + 2048, 5), (2**63 + 2048, 2**63), (2**53, 2**53 + 1), (2**53, 2**53 + 3), (1, 2**60 + 77),
             (12345678901234567, 12345678901999999), (2**62, 2**62 - 1)]
-
-
-@pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
-def test_three_samples(layout, daemon, agent):
-    collection = Collection(daemon, layout, INDEX)
-    before = {10 + number: pair[0] for number, pair in enumerate(COUNTERS)}
-    after = {10 + number: pair[1] for number, pair in enumerate(COUNTERS)}
-    samples = [
-        before | {5: 1, 50: 9},
-        after | {1: 1000, 5: 1, 13: 4, 30: 77, 60: TOP},  # 50 is gone; 1, 30 and 60 are new
-        {50: 8, 60: 3, 65535: 0},  # nearly all are gone, 50 is back and was reset
-        {},
-    ]
-    for number, values in enumerate(samples):
-        totals = (10**19 // (number + 1), number * 3)  # 2^63 < the first one; the next are resets
-        served = rows(layout, values)
-        agent.serve(**{layout.stem: served}, totals={INDEX: totals}, up_time=4294967295 - number)
-        judge = collection.next_sample if number else collection.first_sample
-        judge(returned(layout, served, totals), up_time=4294967295 - number)
 
 
 # Stem: what the first request says behind the control index, and the request behind row 100 in
@@ -117,8 +99,8 @@ def test_batch_that_ends_with_the_same_key_of_another(daemon, agent):
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_any_rows_come_and_go(layout, daemon, agent):
-    """In any mixture, in the order of their whole keys. The batched types have so many that they take
-    several blocks of the record cache."""
+    """In any mixture, in the order of their whole keys, and at last all go. The batched types have so many that
+    they take several blocks of the record cache."""
     chance = random.Random(layout.code)
     most = 900 if layout in BATCHED else 60
 
@@ -132,12 +114,15 @@ def test_any_rows_come_and_go(layout, daemon, agent):
         at = chance.randrange(len(key))
         keys.append([*key[:at], any_key()[at], *key[at + 1:]])
     keys = sorted({order(key): key for key in keys}.values(), key=order)
+    counts = [*itertools.chain(*COUNTERS)]
     collection = Collection(daemon, layout, INDEX)
-    for take in (collection.first_sample, *[collection.next_sample] * 2):
-        served = [(INDEX, (*key, *[chance.randrange(9) for _ in range(layout.counters)]))
-                  for key in keys if chance.random() < 0.6]
-        agent.serve(replies=samples.replies(layout, served))
-        take(returned(layout, served))
+    for number, share in enumerate((0.6, 0.6, 0.6, 0)):
+        served = [(INDEX, (*key, *chance.choices(chance.choice((counts, [5])), k=layout.counters)))
+                  for key in keys if chance.random() < share]  # many rows with 5 in all counters do not change
+        totals = (10**19 // (number + 1), number * 3)  # 2^63 < the first one; the next are resets
+        agent.serve(replies=samples.replies(layout, served), totals={INDEX: totals}, up_time=4294967295 - number)
+        take = collection.next_sample if number else collection.first_sample
+        take(returned(layout, served, totals), up_time=4294967295 - number)
 
 
 def test_group_zero_is_asked_for(daemon, agent):
