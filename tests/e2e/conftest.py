@@ -72,10 +72,9 @@ def pipe(shared_daemon):
     shared_daemon.stop()
     os.mkfifo(PIPE)
     PIPE.chmod(0o777)
-    fd = os.open(PIPE, os.O_RDONLY | os.O_NONBLOCK)
-    yield fd
-    os.close(fd)
-    PIPE.unlink(missing_ok=True)
+    with open(os.open(PIPE, os.O_RDONLY | os.O_NONBLOCK), "rb", buffering=0) as reader:
+        yield reader
+    clean()
 
 
 @pytest.fixture

@@ -132,7 +132,7 @@ def test_collection_files():
 def test_control_pipe(pipe):
     writer, = examples("control-pipe.md", "python")
     run(sys.executable, "-c", writer.replace("time.sleep(10)", "time.sleep(0.01)"))
-    assert os.read(pipe, 1000) == control.message(control.CREATE, 0, 5) + 10 * control.message(control.VIEWING, 0, 5)
+    assert pipe.read(1000) == control.message(control.CREATE, 0, 5) + 10 * control.message(control.VIEWING, 0, 5)
 
 
 def test_supervisor_request():
@@ -181,7 +181,7 @@ def test_live_page(pipe, kind, heading, directory):
             assert "401" in run("bash", "-c", typed + " -w '%{http_code}'")
             answer = run("bash", "-c", typed.replace("curl", "curl -u somebody:secret"))
             assert answer.startswith(wanted.removesuffix("...")), answer
-        assert os.read(pipe, 100) == control.message(control.CREATE, 0, 5)
+        assert pipe.read(100) == control.message(control.CREATE, 0, 5)
     finally:
         server.stop()
 

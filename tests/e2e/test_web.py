@@ -166,7 +166,7 @@ def test_requests(either_server, pipe):
         assert status == wanted and (status == 200 or answer["error"]), label
         sent = control.message({"viewing": 2, "create": 3, "destroy": 4}[message["message"]],
                                FORMATS[message["type"]][0], message["index"]) if wanted == 200 else b""
-        assert os.read(pipe, 100) == sent, label
+        assert (pipe.read(100) or b"") == sent, label
     if either_server.kind == "apache":  # the one that gives up root's powers
         PIPE.chmod(0o755)
         status, answer = either_server.send(VIEWING)

@@ -98,10 +98,6 @@ class Agent:
         if self.ended():
             self.start()
 
-    def restart(self):
-        self.stop()
-        self.start()
-
     def forget_calls(self):
         self._traced = os.path.getsize(TRACE) if TRACE.exists() else 0
 
