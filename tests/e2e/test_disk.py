@@ -4,10 +4,9 @@ import subprocess
 
 import pytest
 
-from harness import control, processes, samples, settings
+from harness import control, processes, samples
 from harness.agent import ROWS as CALLS
 from harness.collection import Collection, next_second
-from harness.daemon import STARTED
 from harness.disk import PAGE, mounted, pages, resize, small
 from harness.files import HOST, LAYOUTS
 from harness.paths import DATA
@@ -140,33 +139,6 @@ def test_last_file_of_impossible_length(rows, odd, daemon, agent, log):
     collection.next_sample(records(MORE))
     log.expect((WARNING, "Error 2 reading to fill file cache."), (DEBUG, "filebuf_getnext: ERROR filling cache!"))
     collection.next_sample(records(MORE))
-
-
-def test_reader_holds_a_poll_up(own_daemon, agent, log):
-    """The poll empties the delta file and then waits for the lock; messages wait for the poll."""
-    settings.refresh(2)
-    rows = ROWS[:3]
-    agent.serve(host=rows)
-    own_daemon.start()
-    log.expect(*STARTED)
-    collection = Collection(own_daemon, HOST)
-    collection.first_sample(records(rows))
-    collection.next_sample(records(rows))
-    control.send(control.VIEWING, HOST.code, 1)
-    with open(HOST.path(1, "delta"), "rb") as delta:
-        fcntl.flock(delta, fcntl.LOCK_SH)
-        held = HOST.path(1, "last").read_bytes()
-        assert delta.read() != b""
-        agent.serve(host=MORE[:3])
-        begun = collection.time + 2
-        processes.wait_until(lambda: HOST.path(1, "delta").stat().st_size == 0)
-        control.send(control.VIEWING, 0, 99)
-        processes.wait_until(lambda: processes.asleep(own_daemon.pid))
-        assert log.peek() == [], "the message waits for the poll"
-        assert HOST.path(1, "delta").stat().st_size == 0
-    log.wait("Received TALLYD_VIEWING_COLL message for non-existent collection type 0, index 99")
-    collection.judge_next(records(MORE[:3]), held, begun)
-    assert own_daemon.stop() == 0
 
 
 def test_poll_holds_readers_up(daemon, agent):

@@ -10,7 +10,7 @@ import pytest
 from harness import control, processes, settings
 from harness.agent import CONTROL, ROWS, SYSTEM_INFO
 from harness.collection import Collection, next_second
-from harness.daemon import CALL, STARTED, injected
+from harness.daemon import CALL, NOT_THERE, STARTED, injected
 from harness.files import HOST, MATRIX
 from harness.kinds import VLANS, Kind
 from harness.samples import HOSTS, LATER, records
@@ -71,16 +71,30 @@ def test_terminate_with_a_silent_supervisor(own_daemon, agent, supervisor, log):
     assert vlans.path("last").read_bytes() == sample
 
 
-def test_reader_that_never_lets_go(own_daemon, agent, log):
-    """The poll is given up after the time of a call; the others are polled, and messages are served."""
+def test_reader_holds_a_poll_up(own_daemon, agent, log):
+    """The poll empties the delta file and waits for the lock, and messages for the poll, which is given up
+    after the time of a call: then the others are polled, and messages are served."""
     settings.refresh(2)
     agent.serve(host=HOSTS, matrix=[PAIR])
     own_daemon.start()
     log.expect(*STARTED)
     host, matrix = Collection(own_daemon, HOST), Collection(own_daemon, MATRIX)
-    for collection in (host, matrix):
-        collection.create()
-        collection.poll()
+    host.first_sample(records(HOSTS))
+    host.next_sample(records(HOSTS))
+    matrix.create()
+    matrix.poll()
+    with open(HOST.path(1, "delta"), "rb") as reader:
+        fcntl.flock(reader, fcntl.LOCK_SH)
+        sample = HOST.path(1, "last").read_bytes()
+        agent.serve(host=LATER, matrix=[PAIR])
+        begun = host.time + 2
+        control.send(control.VIEWING, HOST.code, 1)
+        processes.wait_until(lambda: HOST.path(1, "delta").stat().st_size == 0)
+        control.send(control.VIEWING, 0, 99)
+        processes.wait_until(lambda: processes.asleep(own_daemon.pid))
+        assert log.peek() == [], "the message waits for the poll"
+    log.wait(NOT_THERE.format(0, 99), WARNING)
+    host.judge_next(records(LATER), sample, begun)
     with open(HOST.path(1, "delta"), "rb") as reader:
         fcntl.flock(reader, fcntl.LOCK_SH)
         sample = HOST.path(1, "last").read_bytes()
@@ -90,7 +104,7 @@ def test_reader_that_never_lets_go(own_daemon, agent, log):
         log.wait(LOCK_FAILED[1], LOCK_FAILED[0], timeout=CALL + 15)
         own_daemon.settle()
         assert HOST.path(1, "last").read_bytes() == sample
-        processes.wait_until(lambda: MATRIX.read(1, "last").header.time > before)
+        processes.wait_until(lambda: own_daemon.settle() or MATRIX.read(1, "last").header.time > before)
     assert own_daemon.stop() == 0
     log.take_all(LOCK_FAILED[1])
 
