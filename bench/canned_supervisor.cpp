@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <stdexcept>
 #include <system_error>
 #include <unordered_map>
@@ -155,11 +156,18 @@ class Supervisor {
     return {to, end};
   }
 
-  void advance() {
+  // advance returns how many requests were served in the epoch that ends.
+  std::uint32_t advance() {
     ++epoch_;
     for (auto& [asked, exchange] : exchanges_) make_answer(exchange);
+    return static_cast<std::uint32_t>(std::exchange(served_, {}).size());
   }
-  std::vector<std::string> take_served() { return std::exchange(served_, {}); }
+  std::string take_served() {
+    if (served_.empty()) return {};
+    std::string message = std::move(served_.front());
+    served_.pop_front();
+    return message;
+  }
 
  private:
   struct Exchange {
@@ -189,7 +197,7 @@ class Supervisor {
   std::uint32_t rows_;
   std::uint32_t epoch_ = 0;
   std::unordered_map<std::string, Exchange> exchanges_;
-  std::vector<std::string> served_;
+  std::deque<std::string> served_;
 };
 
 }  // namespace
@@ -228,12 +236,13 @@ void serve_snmp(int socket, std::uint32_t rows) {
       send(answer.data(), answer.size());
       continue;
     }
-    const std::vector<std::string> served = supervisor.take_served();
-    const auto count = static_cast<std::uint32_t>(served.size());
-    if (buffer[0] == kAdvance) supervisor.advance();
-    send(&count, sizeof count);
-    if (buffer[0] != kReport) continue;
-    for (const std::string& message : served) send(message.data(), message.size());
+    if (buffer[0] == kReport) {
+      const std::string message = supervisor.take_served();
+      send(message.data(), message.size());
+    } else {
+      const std::uint32_t count = supervisor.advance();
+      send(&count, sizeof count);
+    }
   }
 }
 

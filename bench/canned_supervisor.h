@@ -28,10 +28,11 @@ struct Request {
 // read_request takes a message apart. Throws when it cannot.
 Request read_request(Bytes message);
 
-// Orders, each a datagram of one byte. Both are answered, by how many requests have been served
-// since the last order (32 bits, in host byte order) and then, to kReport, by these requests, one
-// in a datagram.
-inline constexpr std::uint8_t kAdvance = 'a';  // counters move to the next epoch
+// Orders, each a datagram of one byte. kAdvance moves the counters to the next epoch and is
+// answered by how many requests have been served since the last one (32 bits, in host byte order).
+// kReport is answered by the oldest of these requests, which is then forgotten; by nothing when
+// none is left.
+inline constexpr std::uint8_t kAdvance = 'a';
 inline constexpr std::uint8_t kReport = 'r';
 
 // serve_snmp answers on a bound socket until its process ends.

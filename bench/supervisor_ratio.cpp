@@ -68,25 +68,30 @@ class Orders {
  public:
   explicit Orders(int fd) : fd_(fd) {}
 
-  // Returns how many requests have been served since the last order.
-  std::uint32_t give(std::uint8_t order) const {
+  // Begins the next epoch, and returns how many requests were served in the one that ends.
+  std::uint32_t advance() const {
     std::uint32_t count = 0;
-    must(send(fd_, &order, 1, 0) == 1 && recv(fd_, &count, sizeof count, 0) == sizeof count,
-         "the canned supervisor does not obey");
+    must(order(kAdvance, &count, sizeof count) == sizeof count, "the supervisor does not count");
     return count;
   }
+  // Returns the requests of this epoch.
   std::vector<std::string> served() const {
-    std::vector<std::string> messages(give(kReport));
-    for (std::string& message : messages) {
-      message.resize(2048);
-      const ssize_t got = recv(fd_, message.data(), message.size(), 0);
-      must(got > 0, "the canned supervisor does not report");
-      message.resize(static_cast<std::size_t>(got));
+    std::vector<std::string> messages;
+    char bytes[2048];
+    while (const std::size_t size = order(kReport, bytes, sizeof bytes)) {
+      messages.emplace_back(bytes, size);
     }
     return messages;
   }
 
  private:
+  std::size_t order(std::uint8_t order, void* answer, std::size_t room) const {
+    must(send(fd_, &order, 1, 0) == 1, "the canned supervisor is gone");
+    const ssize_t got = recv(fd_, answer, room, 0);
+    must(got >= 0, "the canned supervisor does not obey");
+    return static_cast<std::size_t>(got);
+  }
+
   int fd_;
 };
 
@@ -181,7 +186,7 @@ void run(const Options& options) {
   const Orders orders(fd);
 
   const PolledKind kind(options);
-  (void)orders.give(kAdvance);  // forgets what was asked for to find the rows
+  (void)orders.advance();  // forgets what was asked for to find the rows
   kind.prepare();
   kind.run();
   kind.expect_rates(options.rows);
@@ -197,7 +202,7 @@ void run(const Options& options) {
   LibsnmpClient libsnmp(kPort, requests);
   std::optional<std::size_t> expected;  // of the contender before
   const auto prepare = [&] {
-    const std::uint32_t served = orders.give(kAdvance);
+    const std::uint32_t served = orders.advance();
     must(!expected || served == *expected, "a contender asks for something else");
     expected = requests.size();
     kind.prepare();
