@@ -88,13 +88,10 @@ def test_where_tables_end(layout, daemon, agent):
         agent.serve(replies={ROWS[layout.stem]: replies})
         collection.first_sample(returned(layout, served))
         assert len(agent.calls(ROWS[layout.stem])) == len(replies)
-
-
-def test_batch_that_ends_with_the_same_key_of_another(daemon, agent):
-    """It is used as far as its rows belong to the collection."""
-    first, second = rows(HOST, {1: 4, 2: 5}), rows(HOST, {9: 6}) + rows(HOST, {2: 5}, index=INDEX + 1)
-    agent.serve(replies={ROWS["host"]: [first, second]})
-    Collection(daemon, HOST, INDEX).first_sample(returned(HOST, first + second))
+    if batched:  # but one that ends with the same key of another collection is used as far as that
+        second = rows(layout, {9: 6}) + rows(layout, {2: 5}, index=INDEX + 1)
+        agent.serve(replies={ROWS[layout.stem]: [served, second]})
+        collection.first_sample(returned(layout, served + second))
 
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
