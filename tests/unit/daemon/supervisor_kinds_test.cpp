@@ -1,4 +1,4 @@
-// When the main loop next looks at the supervisor kinds, and what settings mean.
+// When the main loop next polls a supervisor kind, and what settings mean.
 #include "daemon/supervisor_kinds.h"
 
 #include <gtest/gtest.h>
@@ -55,6 +55,29 @@ TEST(SupervisorKinds, NextTimeout) {
     }
     EXPECT_EQ(next_timeout(kinds, 1000), test.timeout) << &test - cases;
   }
+}
+
+// One is due now, one later, one is due and disabled.
+TEST(SupervisorKinds, PollsWhatIsEnabledAndDue) {
+  static std::vector<std::string> calls;
+  KindHooks hooks{};
+  hooks.refresh_rows = [](Schedule&) {
+    calls.emplace_back("rows");
+    return 4U;
+  };
+  hooks.poll = [](std::int32_t now, std::int32_t previous) {
+    calls.push_back(std::to_string(now) + " after " + std::to_string(previous));
+    return 1;
+  };
+  enabled[0] = enabled[1] = true;
+  enabled[2] = false;
+  auto kinds = test_kinds();
+  for (auto& kind : kinds) kind.schedule = {970, 900, 1000, kViewed};
+  for (auto& kind : kinds) kind.hooks = hooks;
+  kinds[1].schedule.next_due = 1001;
+  poll_due_kinds(kinds, 1000, 60);
+  EXPECT_EQ(calls, (std::vector<std::string>{"rows", "1000 after 900"}));
+  EXPECT_EQ(kinds[0].schedule.next_due, 1060);
 }
 
 TEST(Settings, OpensAtOnceAndReadsTexts) {
