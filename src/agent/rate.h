@@ -7,7 +7,6 @@
 #pragma once
 
 #include <bit>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -44,7 +43,8 @@ inline double rate_of_change(Uint128 change, std::uint32_t seconds) {
   auto quotient = static_cast<std::uint64_t>(long_dividend / divisor);
   const auto rest = static_cast<std::uint64_t>(long_dividend % divisor);
   if (rest > divisor - rest) ++quotient;
-  return std::ldexp(static_cast<double>(quotient), seconds_shift - change_shift - more);
+  const Uint128 scale = Uint128{1} << (more + change_shift - seconds_shift);
+  return static_cast<double>(quotient) / static_cast<double>(scale);
 }
 
 // rate_between returns the rate, per second, between two samples of a counter:
