@@ -42,7 +42,9 @@ class TALLY_CAPABILITY("mutex") Mutex {
     return pthread_mutex_clocklock(&mutex_, CLOCK_MONOTONIC, &when) == 0;
 #endif
   }
-  void unlock() TALLY_RELEASE() { pthread_mutex_unlock(&mutex_); }
+  void unlock() TALLY_RELEASE() {
+    pthread_mutex_unlock(&mutex_);
+  }
 
  private:
   friend class Condition;
