@@ -127,7 +127,7 @@ class PolledKind {
   }
 
   void run() const {
-    const std::int32_t now = tally::now_seconds();
+    const std::int32_t now = tally::schedule_seconds();
     must(subject().hooks.poll(now, now - kInterval) == 1, "the poll failed");
   }
 

@@ -7,6 +7,7 @@
 #include "agent/smon_types.h"
 #include "daemon/base/log.h"
 #include "daemon/base/paths.h"
+#include "daemon/base/stop.h"
 
 namespace tally {
 
@@ -26,6 +27,7 @@ bool TapdAgent::connect() {
 
 bool TapdAgent::check_connection() {
   if (client_ && agent_null(*client_, {})) return true;
+  if (stopping()) return false;  // the call was not made
   log_debug("RPC connection died, reopening!");
   return connect();
 }

@@ -3,10 +3,10 @@
 // There are no options; arguments are ignored. Exit status: 0 after a terminate message or when
 // another copy is running, 255 (-1) after any fatal error.
 
-#include <unistd.h>
-
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <thread>
 
 #include "agent/tapd_agent.h"
 #include "daemon/base/log.h"
@@ -24,7 +24,7 @@
 namespace tally {
 namespace {
 
-constexpr unsigned kAgentHeadStart = 2;  // seconds for the poll task to reach the agent
+constexpr std::chrono::milliseconds kAgentHeadStart{2000};  // for the poll task to connect
 
 [[noreturn]] void terminate(int status) {
   log_warning("Terminating tallyd.");
@@ -36,7 +36,9 @@ int serve(ControlPipe& pipe, Registry& registry) {
   if (!pipe.make()) return -1;
   watch_for_stop([](void* where) { return static_cast<ControlPipe*>(where)->terminate_waits(); },
                  &pipe);
-  sleep(kAgentHeadStart);
+  for (auto left = kAgentHeadStart; left.count() > 0 && !stopping(); left -= kStopCheck) {
+    std::this_thread::sleep_for(kStopCheck);
+  }
   const std::int32_t refresh = read_interval();
   registry.set_interval(refresh == 0 ? kDefaultInterval : refresh);
   scan_control_tables(registry);

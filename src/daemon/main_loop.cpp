@@ -2,6 +2,7 @@
 
 #include "daemon/base/clock.h"
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 #include "daemon/messages.h"
 #include "daemon/supervisor_kinds.h"
 
@@ -10,8 +11,12 @@ namespace tally {
 int run_main_loop(ControlPipe& pipe, Registry& registry) {
   for (;;) {
     const auto timeout = next_timeout(supervisor_kinds(), schedule_seconds());
-    const int ready = pipe.wait(timeout.value_or(-1));
-    if (ready < 0) continue;  // an interrupted wait is not fatal
+    const int ready = pipe.wait(stopping() ? 0 : timeout.value_or(-1));
+    if (ready < 0) continue;         // an interrupted wait is not fatal
+    if (ready == 0 && stopping()) {  // somebody else has read the terminate message that was seen
+      handle_message(registry, {static_cast<std::uint32_t>(MessageType::terminate), 0, 0});
+      return 0;
+    }
     if (ready == 0) {
       poll_due_kinds(supervisor_kinds(), schedule_seconds(), registry.interval());
       continue;

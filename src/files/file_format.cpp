@@ -95,7 +95,7 @@ PreviousSample set_sample_aside(const CollectionPaths& paths) {
     FileHeader header{};
     const ssize_t got = retry_interrupted([&] { return read(last.get(), &header, sizeof header); });
     if (got == 0 || (got == sizeof header && header.sample_time == 0)) {
-      log_debug("%s was never finished; the sample before it is used.", paths.last.text);
+      log_debug("%s was never finished; a sample before it is used in its place.", paths.last.text);
       return file_exists(paths.prev.text) ? PreviousSample::kept : PreviousSample::none;
     }
   }

@@ -61,16 +61,16 @@ void wait_for_retry(ThreadEntry& entry) {
 }  // namespace
 
 // The registry lock is held while a collection is polled, and a hanging agent may take 25 seconds a
-// call. To keep that from adding up over thousands of collections, the pass ends: messages get
-// their turn, and the connection is checked before the next pass.
+// call. To keep that from adding up over thousands of collections, the pass ends after such a poll:
+// messages get their turn, and the connection is checked before the next pass.
 void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest) {
-  const auto end = std::chrono::steady_clock::now() + longest;
   bool in_time = true;
   const std::int32_t interval = collections.interval();
   collections.begin_pass();
   const auto poll = [&](const CollectionRecord& collection) {
+    const auto begun = std::chrono::steady_clock::now();
     (void)poll_tapd_collection(agent, collection);  // a failed one has put the old sample back
-    in_time = std::chrono::steady_clock::now() < end;
+    in_time = std::chrono::steady_clock::now() - begun < longest;
     return in_time;
   };
   // A collection may have become due while the others were polled.

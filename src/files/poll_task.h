@@ -48,11 +48,11 @@ struct PollTask {
 // agent is away it keeps every sample, skips the polls and tries again.
 void* tapd_poll_task(void* entry);
 
-// A pass starts no further poll once it has lasted as long as a call to the agent may.
-inline constexpr std::chrono::seconds kLongestPass{25};
+// A pass ends with a poll that took as long as a call to the agent may.
+inline constexpr std::chrono::seconds kLongestPoll{25};
 
-// poll_pass polls every collection that is due, or as many as it can start within `longest`. The
-// others stay due, ahead of those that it polled.
-void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest = kLongestPass);
+// poll_pass polls every collection that is due, or those up to one that took `longest`. The others
+// stay due, ahead of those that it polled.
+void poll_pass(DueList& collections, Agent& agent, std::chrono::seconds longest = kLongestPoll);
 
 }  // namespace tally

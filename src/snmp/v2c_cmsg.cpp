@@ -12,7 +12,7 @@ SnmpMessage* ZnCreateV2cSnmpMessage(OctetString* community, void* context) {
     ZN_LOG(APWARN, "%s:  snmp_msg malloc\n", "ZnCreateV2cSnmpMessage");
     return nullptr;
   }
-  if (context == nullptr) {
+  if (context == nullptr && (community == nullptr || !community->in_binding)) {
     message->community = community;
   } else {
     message->community = CloneOctetString(community);

@@ -36,7 +36,7 @@ bool rename(VarBind& binding, SubIds object, std::initializer_list<std::uint32_t
       !std::equal(object.begin(), object.end(), name.begin())) {
     return false;
   }
-  std::copy(last.begin(), last.end(), name.begin() + object.size());
+  std::copy(last.begin(), last.end(), name.last(last.size()).begin());
   binding.name_size = FindLenOID(binding.name);
   return true;
 }

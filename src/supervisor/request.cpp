@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 #include "snmp/make_lib.h"
 #include "snmp/prse_pkt.h"
 #include "snmp/snmpio.h"
@@ -69,7 +70,7 @@ PduPtr snmp_request(const Pdu& request, const char* community, std::int32_t& sta
     // A trap has its enterprise where other PDUs have their request id.
     if (response->type != TRAP_PDU && response->request_id == request.request_id) return response;
     log_debug("Error 8 performing SNMP request.");
-    if (monotonic_seconds() - started >= kLongestWait) break;
+    if (stopping() || monotonic_seconds() - started >= kLongestWait) break;
   }
   log_debug("Timeout error performing SNMP request.");
   status = kRequestTimedOut;

@@ -127,7 +127,7 @@ def test_killed_before_a_sample_is_finished(own_daemon, agent, supervisor, log):
     log.take_all()
     next_second()
     own_daemon.start()
-    assert (DEBUG, f"{vlans.path('last')} was never finished; the sample before it is used.") in log.take_all()
+    assert (DEBUG, f"{vlans.path('last')} was never finished; a sample before it is used in its place.") in log.take_all()
     assert vlans.path("prev").read_bytes() == whole
     interval, _, now, _ = vlans.read("delta").header
     assert now - interval == VLANS.unpack(whole).header.time

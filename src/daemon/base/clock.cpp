@@ -17,9 +17,15 @@ std::int64_t read(clockid_t clock) {
   return std::int64_t{now.tv_sec} * kSecond + now.tv_nsec;
 }
 
+// From 1: a sample time of 0 is that of a file which is not finished.
 std::int32_t clamped(std::int64_t seconds) {
-  return static_cast<std::int32_t>(std::clamp<std::int64_t>(seconds, 0, kEndOfTime));
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(seconds, 1, kEndOfTime));
 }
+
+// Where the schedule clock starts, whatever the date is: a machine that boots beyond the end of
+// 32-bit time, and is put right then, must not be stuck there. Far above the 0 of a collection that
+// was never polled, and half of the range is left.
+constexpr std::int64_t kScheduleStart = 1'000'000'000;
 
 // Smaller steps are ignored, so that the schedule clock ticks together with the time of day, whose
 // whole seconds the samples carry.
@@ -46,12 +52,22 @@ Clocks read_clocks() {
   }
 }
 
+const Clocks& start() {
+  static const Clocks begun = read_clocks();
+  return begun;
+}
+
+// What the time of day was ahead of the schedule clock when that started, in whole seconds.
+std::int64_t start_offset() {
+  return start().real / kSecond - kScheduleStart;
+}
+
 // Nobody sets the monotonic clock, and both clocks are slewed alike (adjtime(3), NTP): when they
 // part, the time of day was set.
 Reading read_schedule() {
-  static const Clocks begun = read_clocks();
-  const auto [monotonic, real] = read_clocks();
+  const Clocks& begun = start();
   const std::int64_t known = stepped.load();
+  const auto [monotonic, real] = read_clocks();
   const std::int64_t parted = real - begun.real - (monotonic - begun.monotonic) - known * kSecond;
   const std::int64_t more = std::abs(parted) < kShortestStep
                                 ? 0
@@ -61,7 +77,7 @@ Reading read_schedule() {
     log_debug("The clock was set %d seconds %s; the times of the next polls move with it.",
               static_cast<int>(std::abs(more)), more > 0 ? "ahead" : "back");
   }
-  return {monotonic, real - (known + more) * kSecond};
+  return {monotonic, real - (known + more + start_offset()) * kSecond};
 }
 
 }  // namespace
@@ -75,7 +91,7 @@ std::int32_t schedule_seconds() {
 }
 
 std::int32_t time_of_day(std::int32_t schedule_second) {
-  return clamped(schedule_second + stepped.load());
+  return clamped(schedule_second + start_offset() + stepped.load());
 }
 
 // Counted from now: 32-bit times end before the clocks do.

@@ -2,8 +2,8 @@
 //
 // The time of day may be set at any moment: an appliance boots with the wrong date and corrects it
 // once the network is up. Samples carry the time of day. Due times are seconds of the schedule
-// clock, which starts as the time of day and then ignores the whole seconds by which that is set,
-// so a step moves no poll.
+// clock, which starts at a second of its own and ticks with the time of day, but ignores the whole
+// seconds by which that is set. So a step moves no poll.
 #pragma once
 
 #include <cstdint>

@@ -14,6 +14,8 @@ struct Theirs {
   using Type = T;
   bool_t (*xdr)(XDR*, T*);
 };
+template <class T>
+Theirs(bool_t (*)(XDR*, T*)) -> Theirs<T>;
 
 // for_each_procedure calls a function with every procedure and rpcgen's type for its result.
 template <class Function>
