@@ -3,6 +3,7 @@
 
 #include "agent/table_walk.h"
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 
 namespace tally {
 
@@ -39,7 +40,7 @@ const unsigned char* batch_getnext(RowIterator& rows) {
     rows.reply.reset();
     auto batch = Type::kRowProcedure(*rows.client, key);
     if (!batch) {
-      log_debug("%s", Type::kTexts.getnext_failed);
+      if (!stopping()) log_debug("%s", Type::kTexts.getnext_failed);
       return nullptr;
     }
     const bool ended = batch->rows.size() == 0 ||

@@ -3,6 +3,7 @@
 
 #include "agent/table_walk.h"
 #include "daemon/base/log.h"
+#include "daemon/base/stop.h"
 
 namespace tally {
 
@@ -37,7 +38,7 @@ const unsigned char* single_getnext(RowIterator& rows) {
     row = Type::kRowProcedure(*rows.client, key);
   }
   if (!row) {
-    log_debug("%s", Type::kTexts.getnext_failed);
+    if (!stopping()) log_debug("%s", Type::kTexts.getnext_failed);
     return nullptr;
   }
   if (row->status != 0 || !belongs<Type>(rows, *row) ||
