@@ -1,4 +1,5 @@
 """The documents, believed to the letter: what they have people type is typed, what they show is what comes."""
+import fcntl
 import json
 import os
 import pathlib
@@ -16,7 +17,7 @@ from harness.agent import BINARY as MINITAPD
 from harness.agent import SCRIPT, TRACE
 from harness.collection import Collection
 from harness.files import FORMATS, HOST, MATRIX, PDIST, PRIO
-from harness.paths import DATA, NMP_SETTINGS, PIPE, PREFERENCES, REPOSITORY, program
+from harness.paths import DATA, NMP_SETTINGS, PID_FILE, PIPE, PREFERENCES, REPOSITORY, program
 
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
@@ -82,6 +83,17 @@ TYPED = [
 ]
 
 
+def no_daemon():
+    """Whether the pipe is gone and nobody holds the PID file's lock."""
+    if PIPE.exists():
+        return False
+    with open(PID_FILE, "a", encoding="ascii") as file:
+        try:
+            return fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB) is None
+        except BlockingIOError:
+            return False
+
+
 @pytest.mark.parametrize("name, before, edits, after, seen", TYPED, ids=[page for page, *_ in TYPED])
 def test_commands(log, name, before, edits, after, seen):
     script = "\n".join([before, *examples(name, "sh"), after])
@@ -96,7 +108,7 @@ def test_commands(log, name, before, edits, after, seen):
     for text in seen:
         at = told.find(text, at)
         assert at >= 0, f"{text} missing: {told}"
-    processes.wait_until(lambda: not PIPE.exists())
+    processes.wait_until(no_daemon)
     log.take_all()
 
 
