@@ -68,9 +68,8 @@ std::optional<VlanRecord> vlan_record(const SupVlanRecord& row) {
     name = answer.name();
     record.counters[i] = static_cast<double>(answer.counter64());
   }
-  const std::uint32_t wanted[] = {row.control_index, row.vlan_id};
-  const bool is_about_it = name.size() >= std::size(wanted) &&
-                           std::equal(name.end() - std::size(wanted), name.end(), wanted);
+  const bool is_about_it =
+      name.size() >= 2 && name[name.size() - 2] == row.control_index && name.back() == row.vlan_id;
   return answer.ok() && is_about_it ? std::optional(record) : std::nullopt;
 }
 

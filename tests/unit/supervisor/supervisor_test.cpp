@@ -75,39 +75,31 @@ TEST(AnswerReader, ReadsAValueAsItIsStored) {
       [](AnswerReader& answer) { return answer.octets().size() == 2; },
       [&](AnswerReader& answer) { return answer.last_sub_id() == sub_ids[2]; },
   };
-  const auto octets = [] { return MakeOctetString(nullptr, 2); };
-  const struct {
-    std::int16_t type;
-    void* value;
-    std::size_t reader;  // the one that takes it, if any
-  } cases[] = {
-      {INTEGER_TYPE, &word, 0},
-      {COUNTER_32_TYPE, &word, 0},
-      {GAUGE_32_TYPE, &word, 0},
-      {TIME_TICKS_TYPE, &word, 0},
-      {COUNTER_64_TYPE, MakeCounter64(1, 2), 1},
-      {OCTET_STRING_TYPE, octets(), 2},
-      {IP_ADDR_PRIM_TYPE, octets(), 2},
-      {OPAQUE_TYPE, octets(), 2},
-      {OBJECT_ID_TYPE, MakeOID(sub_ids, 3), 3},
-      {NULL_TYPE, nullptr, 4},
-      {NO_SUCH_OBJECT_TYPE, nullptr, 4},
-      {NO_SUCH_INSTANCE_TYPE, nullptr, 4},
-      {END_OF_MIB_VIEW_TYPE, nullptr, 4},
+  const std::vector<std::int16_t> types[] = {
+      // by the reader that takes them; the last: none
+      {INTEGER_TYPE, COUNTER_32_TYPE, GAUGE_32_TYPE, TIME_TICKS_TYPE},
+      {COUNTER_64_TYPE},
+      {OCTET_STRING_TYPE, IP_ADDR_PRIM_TYPE, OPAQUE_TYPE},
+      {OBJECT_ID_TYPE},
+      {NULL_TYPE, NO_SUCH_OBJECT_TYPE, NO_SUCH_INSTANCE_TYPE, END_OF_MIB_VIEW_TYPE},
   };
+  const std::function<void*()> values[] = {
+      [&] { return &word; }, [] { return MakeCounter64(1, 2); },
+      [] { return MakeOctetString(nullptr, 2); }, [&] { return MakeOID(sub_ids, 3); },
+      [] { return nullptr; }};
   const OidPtr name(MakeOID(sub_ids, 3));
-  for (const auto& each : cases) {
-    const PduPtr pdu(MakePdu(RESPONSE_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
-    ASSERT_EQ(
-        LinkVarBind(pdu.get(), MakeVarBindWithValue(name.get(), nullptr, each.type, each.value)),
-        0);
-    for (std::size_t reader = 0; reader < std::size(readers); ++reader) {
-      AnswerReader answer(*pdu);
-      const bool fits = reader == each.reader;
-      EXPECT_EQ(readers[reader](answer), fits) << each.type << " by reader " << reader;
-      EXPECT_EQ(answer.ok(), fits);
-      (void)answer.word();  // there is only one binding
-      EXPECT_FALSE(answer.ok());
+  for (std::size_t wanted = 0; wanted < std::size(types); ++wanted) {
+    for (const std::int16_t type : types[wanted]) {
+      const PduPtr pdu(MakePdu(RESPONSE_PDU, 1, 0, 0, nullptr, nullptr, 0, 0, 0));
+      VarBind* const binding = MakeVarBindWithValue(name.get(), nullptr, type, values[wanted]());
+      ASSERT_EQ(LinkVarBind(pdu.get(), binding), 0);
+      for (std::size_t reader = 0; reader < std::size(readers); ++reader) {
+        AnswerReader answer(*pdu);
+        EXPECT_EQ(readers[reader](answer), reader == wanted) << type << " by reader " << reader;
+        EXPECT_EQ(answer.ok(), reader == wanted);
+        (void)answer.word();  // there is only one binding
+        EXPECT_FALSE(answer.ok());
+      }
     }
   }
 }
