@@ -182,6 +182,8 @@ def test_never_a_part_of_a_file(pipe):
         over.set()
         writer.join()
     assert seen <= {("good", 16_000), ("empty", None), ("being-written", None)}
+    status = json.loads(run("status --json").stdout)["collections"][0]
+    assert (status["delta"], status["rates"]) == ("good", 16_000)
 
 
 def test_viewing(pipe):
