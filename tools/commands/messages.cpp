@@ -23,7 +23,7 @@ ExitCode send(const ToolPaths& paths, const ControlMessage& message) {
 
 ExitCode keep_viewing(const ToolPaths& paths, const std::vector<Collection>& collections,
                       std::chrono::seconds period) {
-  const Signals signals;
+  Signals signals;
   std::string trouble;  // the last that was told
   for (;;) {
     PipeAnswer answer;

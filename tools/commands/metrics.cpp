@@ -51,7 +51,7 @@ ExitCode serve(const ToolPaths& paths, const MetricsOptions& options) {
     complain(error);
     return kAbsent;
   }
-  const Signals signals;
+  Signals signals;
   complain(fmt::format("metrics are at {}/metrics", server.address()));
   for (;;) {
     server.serve_once(signals.fd());

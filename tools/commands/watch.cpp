@@ -231,7 +231,7 @@ ExitCode Watcher::verdict() const {
 }
 
 ExitCode Watcher::run() {
-  const Signals signals;
+  Signals signals;
   const FileEvents events(paths_.data_directory);
   const Deadline deadline(options_.duration);
   (void)tell_daemon();

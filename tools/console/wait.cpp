@@ -19,16 +19,17 @@ Signals::Signals() {
 
 Signals::~Signals() {
   take();  // what came meanwhile must not end the process after all
-  sigprocmask(SIG_SETMASK, &before_, nullptr);
+  if (!ended_) sigprocmask(SIG_SETMASK, &before_, nullptr);
 }
 
-Signals::Taken Signals::take() const {
+Signals::Taken Signals::take() {
   Taken taken;
   signalfd_siginfo info{};
   while (read(fd_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
     if (info.ssi_signo == SIGWINCH) continue;
     (info.ssi_signo == SIGTSTP ? taken.stop : taken.end) = true;
   }
+  ended_ = ended_ || taken.end;
   return taken;
 }
 

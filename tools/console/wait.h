@@ -13,7 +13,9 @@ namespace tally {
 
 // Signals holds back the signals that end a command (SIGINT, SIGTERM, SIGHUP), that stop it
 // (SIGTSTP) and that tell of another terminal size (SIGWINCH, which just wakes it up), so that the
-// command can act in its own way. For single-threaded programs.
+// command can act in its own way. Once a signal has ended the command they stay held back: a second
+// one, as timeout(1) sends to the whole process group, must not change how the process exits. For
+// single-threaded programs.
 class Signals {
  public:
   Signals();
@@ -27,10 +29,11 @@ class Signals {
     bool end = false;
     bool stop = false;
   };
-  Taken take() const;  // never waits
+  Taken take();  // never waits
 
  private:
   sigset_t before_;
+  bool ended_ = false;
   UniqueFd fd_;
 };
 
