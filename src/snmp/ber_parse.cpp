@@ -97,13 +97,13 @@ bool parse_unsigned(BerReader& in, const Element& element, std::int32_t length, 
   return true;
 }
 
-// Reads the rest of a sub-identifier whose first byte, with bit 7 set, is before `next`; `next`
-// moves behind it. Returns false for one that is too big, by the count of its continuation bytes:
-// up to four are let pass whatever they hold, a fifth only when the first has no bit above 3, a
-// sixth never. `complete` is false when the content ends before it does.
+// Reads a sub-identifier whose first byte, with bit 7 set, is at `next`, which moves behind it.
+// Returns false for one that is too big, by the count of its continuation bytes: up to four are let
+// pass whatever they hold, a fifth only when the first has no bit above 3, a sixth never.
+// `complete` is false when the content ends before it does.
 bool parse_long_subid(const unsigned char*& next, const unsigned char* end, std::uint32_t& subid,
                       bool& complete) {
-  const unsigned char first = next[-1];
+  const unsigned char first = *next++;
   subid = first & 0x7F;
   for (int continuations = 1; next != end; ++continuations) {
     const unsigned char byte = *next++;
@@ -137,13 +137,16 @@ std::int32_t parse_sids(BerReader& in, std::uint32_t (&sids)[kMaxSubIds]) {
     sids[count++] = *next++ % 40U;
   }
   while (next != end && count < kMaxSubIds) {
-    std::uint32_t subid = *next++;
+    if (*next <= 0x7F) [[likely]] {
+      sids[count++] = *next++;
+      continue;
+    }
     bool complete = true;
-    if (subid > 0x7F && !parse_long_subid(next, end, subid, complete)) {
+    if (!parse_long_subid(next, end, sids[count], complete)) {
       ZN_LOG(APERROR, "ParseOID, sid value too big.\n");
       return 0;
     }
-    if (complete) sids[count++] = subid;
+    if (complete) ++count;
   }
   if (count == kMaxSubIds && (next != end || missing)) {
     ZN_LOG(APERROR, "ParseOID, Bad oid string length, length > 128\n");

@@ -105,13 +105,14 @@ int SendToIO(int socket_fd, const unsigned char* bytes, std::int32_t length) {
     ZN_LOG(APERROR, "%s:  send.\n", imagename);
     return 0;
   }
+  // As long as the datagram only: for a block of zn_pkt_size bytes malloc tidies up all small ones.
+  const auto size = static_cast<std::size_t>(length);
   const std::unique_ptr<unsigned char, FreeBytes> buffer(
-      static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(zn_pkt_size))));
+      static_cast<unsigned char*>(std::malloc(size)));
   if (buffer == nullptr) {
     ZN_LOG(APWARN, "%s:  couldn't get send buffer\n", imagename);
     return 0;
   }
-  const auto size = static_cast<std::size_t>(length);
   std::memcpy(buffer.get(), bytes, size);
   ssize_t sent = 0;
   do {

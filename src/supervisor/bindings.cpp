@@ -8,7 +8,6 @@
 
 #include "daemon/base/log.h"
 #include "daemon/base/paths.h"
-#include "snmp/findlen.h"
 #include "snmp/free_lib.h"
 #include "snmp/make_lib.h"
 
@@ -28,7 +27,8 @@ std::optional<std::uint32_t> take_number(std::string_view& text) {
   return number;
 }
 
-// Gives a binding of this object new numbers. False when it names another object.
+// Gives a binding of this object new numbers; BuildPdu measures it. False when it names another
+// object.
 bool rename(VarBind& binding, SubIds object, std::initializer_list<std::uint32_t> last) {
   const std::span<std::uint32_t> name(binding.name->oid_ptr,
                                       static_cast<std::size_t>(binding.name->length));
@@ -37,7 +37,6 @@ bool rename(VarBind& binding, SubIds object, std::initializer_list<std::uint32_t
     return false;
   }
   std::copy(last.begin(), last.end(), name.last(last.size()).begin());
-  binding.name_size = FindLenOID(binding.name);
   return true;
 }
 
