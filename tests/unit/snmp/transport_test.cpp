@@ -1,10 +1,7 @@
-// The transport on loopback. The ports, which a process keeps for its life, are looked up in a
-// child. Silence, stale and foreign answers and unknown hosts are in the end-to-end tests of the
-// supervisor.
+// The transport on loopback. The end-to-end tests of the supervisor cover silence, stale and
+// foreign answers, and unknown hosts.
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,6 +21,25 @@ namespace {
 using namespace snmpio;
 
 const std::string kName(127, 'p');
+
+// A process looks its ports up once, so this test comes first. Traps are received one port above.
+TEST(Ports, AreLookedUpOnceByAProcess) {
+  RecordedLog log;
+  for (const char* port : {"51161", "99"}) {
+    setenv("ZN_SNMP_TEST_PORT", port, 1);
+    EXPECT_EQ(GetSNMPPort(), 51161);
+    EXPECT_EQ(GetSNMPTrapPort(), 51162);
+  }
+  unsetenv("ZN_SNMP_TEST_PORT");
+  const int first = OpenTrapSocket();
+  EXPECT_GE(first, 0);
+  EXPECT_EQ(OpenTrapSocket(), -1);
+  close(first);
+  EXPECT_EQ(log.take(),
+            "80 GetSNMPPort: snmp port is 51161 from getenv(\"ZN_SNMP_TEST_PORT\")|"
+            "40000 GetSNMPTrapPort: trap port is 51162 from getenv(\"ZN_SNMP_TEST_PORT\") + 1|"
+            "2000 traprcv:  bind");
+}
 
 // The library's socket is its own agent: what is sent comes back.
 class Transport : public testing::Test {
@@ -121,51 +137,6 @@ TEST_F(Transport, WhatCannotBeSentOrReceived) {
   faults = {};
   EXPECT_EQ(packet, nullptr);
   expect_none(EINTR);
-}
-
-// Prints what a process of its own finds for ports, then ends for want of a socket.
-void look_up(const char* snmp_port, const char* trap_port, bool with_files) {
-  RecordedLog log;
-  snmp_port ? setenv("ZN_SNMP_TEST_PORT", snmp_port, 1) : unsetenv("ZN_SNMP_TEST_PORT");
-  trap_port ? setenv("ZN_TRAP_TEST_PORT", trap_port, 1) : unsetenv("ZN_TRAP_TEST_PORT");
-  static rlimit usual;
-  getrlimit(RLIMIT_NOFILE, &usual);
-  std::atexit([] { setrlimit(RLIMIT_NOFILE, &usual); });  // the leak check at the end opens some
-  const rlimit none = {0, usual.rlim_max};
-  if (!with_files) setrlimit(RLIMIT_NOFILE, &none);
-  for (int i = 0; i < 2; ++i) {
-    std::fprintf(stderr, "%d|", GetSNMPPort());
-    std::fprintf(stderr, "%d|", GetSNMPTrapPort());
-    setenv("ZN_SNMP_TEST_PORT", "99", 1);  // too late
-    setenv("ZN_TRAP_TEST_PORT", "99", 1);
-  }
-  const int first = OpenTrapSocket();
-  std::fprintf(stderr, "%d %d|", first >= 0, OpenTrapSocket());
-  std::fprintf(stderr, "%s", log.take().c_str());
-  close(first);
-  setrlimit(RLIMIT_NOFILE, &none);
-  InitializeIO("tallyd", "127.0.0.1");
-}
-
-TEST(Ports, AreLookedUpOnceByAProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(look_up("51161", "51162", true), testing::ExitedWithCode(255),
-              testing::HasSubstr(
-                  "51161|51162|51161|51162|1 -1|"
-                  "80 GetSNMPPort: snmp port is 51161 from getenv(\"ZN_SNMP_TEST_PORT\")|"
-                  "40000 GetSNMPTrapPort: trap port is 51162 from getenv(\"ZN_TRAP_TEST_PORT\")|"
-                  "2000 traprcv:  bind"));
-  EXPECT_EXIT(
-      look_up("51163", nullptr, true), testing::ExitedWithCode(255),
-      testing::HasSubstr(
-          "|40000 GetSNMPTrapPort: trap port is 51164 from getenv(\"ZN_SNMP_TEST_PORT\") + 1|"));
-  EXPECT_EXIT(look_up(nullptr, nullptr, false), testing::ExitedWithCode(255),
-              testing::HasSubstr("161|162|161|162|0 -1|"
-                                 "1000 GetSNMPPort: no snmp entry in /etc/services; |"
-                                 "1000 snmp port is 161 from #define SNMP_PORT|"
-                                 "40000 GetSNMPTrapPort: no snmp-trap entry in /etc/services; |"
-                                 "40000 trap port is 162 from #define SNMP_TRAP_PORT|"
-                                 "2000 OpenTrapSocket: socket() failed"));
 }
 
 }  // namespace
