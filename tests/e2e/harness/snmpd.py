@@ -9,8 +9,6 @@ import subprocess
 from . import processes
 from .paths import REPOSITORY
 
-TABLE = pathlib.Path("/tmp/supervisor-table.json")
-
 
 def get(*names):
     """Values as snmpget prints them, numbers without their type."""
@@ -19,16 +17,10 @@ def get(*names):
     return found.stdout.split("\n")[:-1] if found.returncode == 0 else None
 
 
-def write(**table):
-    new = TABLE.with_suffix(".new")
-    new.write_text(json.dumps(table))
-    new.rename(TABLE)
-
-
 @contextlib.contextmanager
-def running(*options):
+def running():
     """Serves on its address and port as long as the context lasts."""
-    process = subprocess.Popen([REPOSITORY / "scripts" / "snmpd-supervisor", *options], stdin=subprocess.DEVNULL)
+    process = subprocess.Popen([REPOSITORY / "scripts" / "snmpd-supervisor"], stdin=subprocess.DEVNULL)
     try:
         processes.wait_until(lambda: get(".1.3.6.1.2.1.1.3.0"))
         yield

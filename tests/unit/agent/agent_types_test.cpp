@@ -1,6 +1,5 @@
-// The operations of all agent types, where the end-to-end tests do not come: rates of any interval,
-// null arguments, scans and polls of an agent that does not go on, and dsmatrix, which no message
-// creates.
+// The operations of all agent types, where the end-to-end tests do not reach: rates over any
+// interval, scans and polls of an agent that does not go on, and dsmatrix, which no message creates.
 #include <gtest/gtest.h>
 #include <minitapd/tapd.h>
 
@@ -26,23 +25,22 @@ struct TypeFacts {
   std::string name;
   std::uint32_t key_size;
   std::uint32_t counters;
-  // Who complains of null arguments and of an empty interval: other types in places.
-  std::string delta_null, rate_null, delta_zero;
+  std::string delta_null, delta_zero;  // whose name these texts have: another type's in places
 };
 
 // By their codes.
 const TypeFacts kTypes[] = {
-    {"host", 6, 7, "host_calc_delta", "host_calc_rate", "host"},
-    {"matrix", 12, 3, "matrix_calc_delta", "matrix_calc_rate", "matrix"},
-    {"pdist", 8, 2, "pdistcalc_delta2", "pdist_calc_rate", "pdist"},
-    {"nlhost", 24, 5, "nlhost_calc_delta2", "nlhost_calc_rate", "nlhost"},
-    {"nlmatrix", 44, 2, "nlmatrixt_calc_delta", "nlmatrixt_calc_rate", "nlmatrix"},
-    {"vlan", 4, 4, "pdistcalc_delta2", "vlan_calc_rate", "host"},
-    {"prio", 4, 2, "pdistcalc_delta", "prio_calc_rate", "host"},
-    {"dsstats", 4, 4, "nlhost_calc_delta", "dsstats_calc_rate", "dsstats"},
-    {"dspdist", 8, 2, "nlhost_calc_delta2", "dspdist_calc_rate", "dspdist"},
-    {"dshost", 28, 4, "nlhost_calc_delta", "dshost_calc_rate", "dshost"},
-    {"dsmatrix", 52, 2, "nlhost_calc_delta", "dsmatrix_calc_rate", "dsmatrix"},
+    {"host", 6, 7, "host_calc_delta", "host"},
+    {"matrix", 12, 3, "matrix_calc_delta", "matrix"},
+    {"pdist", 8, 2, "pdistcalc_delta2", "pdist"},
+    {"nlhost", 24, 5, "nlhost_calc_delta2", "nlhost"},
+    {"nlmatrix", 44, 2, "nlmatrixt_calc_delta", "nlmatrix"},
+    {"vlan", 4, 4, "pdistcalc_delta2", "host"},
+    {"prio", 4, 2, "pdistcalc_delta", "host"},
+    {"dsstats", 4, 4, "nlhost_calc_delta", "dsstats"},
+    {"dspdist", 8, 2, "nlhost_calc_delta2", "dspdist"},
+    {"dshost", 28, 4, "nlhost_calc_delta", "dshost"},
+    {"dsmatrix", 52, 2, "nlhost_calc_delta", "dsmatrix"},
 };
 
 const CollectionOps& ops_of(const TypeFacts& type) {
@@ -96,15 +94,13 @@ TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
   for (const TypeFacts& type : kTypes) {
     const CollectionOps& ops = ops_of(type);
     std::string last = record(type, 'k', 0, 7, 7);
-    std::string out = record(type, 'o', 0, 1, 1);
+    std::string out = last;
     take_log();
     EXPECT_EQ(ops.calc_delta(nullptr, in(last), in(out), 0), -1);
-    EXPECT_EQ(ops.calc_rate(nullptr, in(out), 0), 0);
     EXPECT_EQ(ops.calc_delta(in(last), in(last), in(out), 0), 0);
     EXPECT_EQ(ops.calc_rate(in(last), in(out), 0), 1);
     EXPECT_EQ(take_log(),
               (std::vector{warning_line(type.delta_null + ": NULL pointer!"),
-                           warning_line(type.rate_null + ": NULL pointer!"),
                            debug_line(type.delta_zero + "_calc_delta() found a 0-length interval."),
                            debug_line(type.name + "_calc_rate() found a 0-length interval.")}));
   }

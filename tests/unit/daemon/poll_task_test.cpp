@@ -1,5 +1,5 @@
-// The poll task as a thread, with a real registry and a fake agent, for faults between two of its
-// steps. The end-to-end tests cover the rest.
+// The poll task as a thread, with a list and an agent of the test's own, for faults between two of
+// its steps. The end-to-end tests cover the rest.
 #include "files/poll_task.h"
 
 #include <gtest/gtest.h>
@@ -9,16 +9,13 @@
 #include <csignal>
 #include <thread>
 
-#include "daemon/base/collection_types.h"
-#include "daemon/registry.h"
+#include "daemon/base/thread_entry.h"
 
 namespace tally {
 namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-
-constexpr std::uint32_t kFarIndex = 4'000'000'000;  // no such files
 
 class FakeAgent final : public Agent {
  public:
@@ -44,34 +41,33 @@ class FakeAgent final : public Agent {
   CollectionOps none_;
 };
 
-// The registry, counting the polls that it asks for. They find no files and no operations.
-class CountingList final : public DueList {
+// A list of collections that are due until they have been polled, which finds no files and no
+// operations.
+class FakeList final : public DueList {
  public:
-  explicit CountingList(Registry& registry) : registry_(registry) {}
   std::optional<std::int32_t> earliest_due() const override {
-    const auto due = registry_.earliest_due();
+    const bool any = due > 0;
     if (calls_to_pause > 0 && --calls_to_pause == 0) {
       pausing = true;
       std::this_thread::sleep_for(100ms);
     }
-    return due;
+    return any ? std::optional(0) : std::nullopt;
   }
-  std::int32_t interval() const override { return registry_.interval(); }
-  void begin_pass() override { registry_.begin_pass(); }
-  unsigned sweep(std::int32_t interval,
+  std::int32_t interval() const override { return 60; }
+  void begin_pass() override {}
+  unsigned sweep(std::int32_t /*interval*/,
                  const std::function<bool(const CollectionRecord&)>& poll) override {
-    return registry_.sweep(interval, [&](const CollectionRecord& record) {
-      polls += 1;
-      return poll(record);
-    });
+    CollectionRecord record{};
+    record.index = 4'000'000'000;
+    unsigned polled = 0;
+    for (bool more = true; more && due > 0; ++polled, ++polls, --due) more = poll(record);
+    return polled;
   }
 
+  std::atomic<int> due{0};
+  std::atomic<int> polls{0};
   mutable std::atomic<int> calls_to_pause{0};
   mutable std::atomic<bool> pausing{false};
-  std::atomic<int> polls{0};
-
- private:
-  Registry& registry_;
 };
 
 class PollTaskTest : public testing::Test {
@@ -82,14 +78,9 @@ class PollTaskTest : public testing::Test {
   }
   void TearDown() override {
     agent_.ending = true;
-    create(1);  // something due, so that it looks at the agent
-    registry_.wake_poll_task();
+    list_.due = 1;  // so that it looks at the agent
+    entry_.wake();
     pthread_join(entry_.thread, nullptr);
-    registry_.free_all();
-  }
-  void create(std::uint32_t number) {
-    const RegistryLock lock(registry_);
-    ASSERT_NE(registry_.new_collection(kHost, kFarIndex + number), nullptr);
   }
   template <class Condition>
   static bool soon(Condition condition) {
@@ -102,8 +93,7 @@ class PollTaskTest : public testing::Test {
   }
 
   ThreadEntry entry_;
-  Registry registry_{entry_};
-  CountingList list_{registry_};
+  FakeList list_;
   FakeAgent agent_;
   PollTask task_{list_, agent_};
 };
@@ -112,9 +102,10 @@ class PollTaskTest : public testing::Test {
 TEST_F(PollTaskTest, LosesNoWakeUpBeforeTheWait) {
   std::this_thread::sleep_for(50ms);  // the task waits
   list_.calls_to_pause = 2;           // it checks for work, then for how long to wait
-  registry_.wake_poll_task();
+  entry_.wake();
   ASSERT_TRUE(soon([&] { return list_.pausing.load(); }));
-  create(1);
+  list_.due = 1;
+  entry_.wake();
   EXPECT_TRUE(soon([&] { return list_.polls > 0; }));
   EXPECT_TRUE(agent_.alarms_blocked);
 }
@@ -123,13 +114,14 @@ TEST_F(PollTaskTest, LosesNoWakeUpBeforeTheWait) {
 // often somebody signals, and not before the pause is over if nobody does.
 TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
   agent_.reachable = false;
-  create(1);
+  list_.due = 1;
+  entry_.wake();
   ASSERT_TRUE(soon([&] { return agent_.checks > 0; }));
   const auto first = Clock::now();
   std::this_thread::sleep_for(1500ms);
   EXPECT_EQ(agent_.checks, 1);
   for (int i = 0; i < 250; ++i) {
-    registry_.wake_poll_task();
+    entry_.wake();
     std::this_thread::sleep_for(10ms);
   }
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - first);
@@ -137,25 +129,19 @@ TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
   EXPECT_LE(agent_.checks, 1 + seconds.count());
   EXPECT_EQ(list_.polls, 0);
   agent_.reachable = true;
-  registry_.wake_poll_task();
+  entry_.wake();
   EXPECT_TRUE(soon([&] { return list_.polls == 1; }));
 }
 
 // A hanging agent must not keep everybody waiting until all collections have been tried.
 TEST(PollPass, EndsInTimeAndLeavesTheOthersDue) {
-  ThreadEntry nobody;
-  Registry registry(nobody);
-  CountingList list(registry);
+  FakeList list;
   FakeAgent agent;
-  for (std::uint32_t number = 1; number <= 3; ++number) {
-    const RegistryLock lock(registry);
-    ASSERT_NE(registry.new_collection(kHost, kFarIndex + number), nullptr);
-  }
+  list.due = 3;
   for (const int polled : {1, 2, 3, 3}) {
     poll_pass(list, agent, 0s);
     EXPECT_EQ(list.polls, polled);
   }
-  registry.free_all();
 }
 
 }  // namespace

@@ -144,6 +144,7 @@ TEST_F(Refusals, OfAPduThatWasBuilt) {
       [](Pdu& p, VarBind&) { FreeOctetString(std::exchange(p.agent_addr, nullptr)); },
       [](Pdu&, VarBind& b) { FreeOctetString(std::exchange(b.value.os_value, nullptr)); },
       [](Pdu&, VarBind& b) { b.name->length = 1; },
+      [](Pdu&, VarBind& b) { b.name->oid_ptr[1] = 40; },
       [](Pdu&, VarBind& b) { b.value.os_value->length = 2048; },  // no packet is as long
       [](Pdu& p, VarBind& b) {                                    // one by one they can be measured
         LinkVarBind(&p, CloneVarBind(&b));
