@@ -1,10 +1,10 @@
-"""Replies that are spoilt at any call of a poll, and replies that are only unusual."""
+"""Replies that are spoilt at any call of a poll. The unit tests of the codec see to hostile ones."""
 import pytest
 
-from harness import model, processes, samples
+from harness import model, samples
 from harness.agent import ROWS
 from harness.collection import Collection
-from harness.daemon import DIED, SANITIZED
+from harness.daemon import DIED
 from harness.files import DSSTATS, HOST, LAYOUTS, SINGLE
 from harness.samples import HOSTS, LATER, records
 from harness.syslog import DEBUG
@@ -22,8 +22,6 @@ SPOILT = {
     "no results": ({"action": "truncate", "bytes": 24}, False),
     "rows cut short": ({"action": "truncate", "bytes": 100}, False),
     "4294967295 rows": ({"action": "raw", "hex": "ffffffff"}, False),
-    "a million rows": ({"action": "raw", "hex": "000f4240" + "00" * 400}, False),
-    "an address of 1073741824 bytes": ({"action": "raw", "hex": "00000001 00000001 40000000" + "00" * 4000}, False),
 }
 # (label, call that is spoilt): every way at the first batch, the plain ones at later calls, too.
 POINTS = [(label, 1) for label in SPOILT] + [
@@ -37,7 +35,6 @@ def test_row_call_fails(label, call, daemon, agent, log):
     fault, lost = SPOILT[label]
     spoilt = [{"procedure": HOST_ROWS, "call": call, **fault}]
     collection = Collection(daemon, HOST)
-    peak = processes.status_field(daemon.pid, "VmHWM")
     for rows, sample in ((HOSTS, collection.first_sample), (LATER, collection.next_sample)):
         agent.serve(host=rows, faults=spoilt)
         sample(records(rows[:100 * (call - 1)]))
@@ -46,7 +43,6 @@ def test_row_call_fails(label, call, daemon, agent, log):
         agent.serve(host=rows)
         sample(records(rows))
         assert len(log.take_all(DIED)) == lost
-    assert SANITIZED or processes.status_field(daemon.pid, "VmHWM") - peak < 8 * 1024, "KiB for a reply that was not there"
 
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)

@@ -1,14 +1,11 @@
-"""When the supervisor kinds are polled, and a long run."""
-import contextlib
+"""When the supervisor kinds are polled."""
 import fcntl
-import os
 import time
 
 import pytest
 
 from harness import control, processes
 from harness.collection import next_second
-from harness.daemon import SANITIZED
 from harness.kinds import ETHER, PORTS, VLANS, Kind
 from harness.supervisor import rows, silence
 from harness.syslog import DEBUG, WARNING
@@ -100,29 +97,3 @@ def test_schedule(brisk, supervisor):
     time.sleep(3)
     ether.daemon.answer()
     assert supervisor.take_asked() == []
-
-
-def test_long_run(daemon, supervisor, log):
-    """A thousand rounds of refreshes and polls; every fourth finds other rows."""
-    kinds = [Kind(daemon, layout).create() for layout in (ETHER, VLANS, PORTS)]
-    scenes = [rows(1, 2), rows(2), rows(2, 3)]
-
-    def rounds(count):
-        for number in range(count):
-            if number % 4 == 0:
-                daemon.answer(timeout=30)
-                supervisor.serve(*scenes[number // 4 % len(scenes)])
-            for kind in kinds:
-                with contextlib.suppress(FileNotFoundError):
-                    os.unlink(kind.path("delta"))
-                control.send(control.VIEWING, kind.layout.code)
-        daemon.answer(timeout=30)
-        log.take_all("host_calc_delta() found a 0-length interval.")
-        log.take_all("iface_calc_delta() found a 0-length interval.")
-
-    rounds(200)
-    before, memory = daemon.measure(), processes.status_field(daemon.pid, "VmRSS")
-    rounds(800)
-    assert daemon.measure() == before
-    assert SANITIZED or processes.status_field(daemon.pid, "VmRSS") <= memory + 128  # KiB
-    assert len(supervisor.take_asked()) > 3500

@@ -11,6 +11,7 @@ import time
 from fractions import Fraction
 
 from . import control
+from .collection import set_sample_time
 from .files import ETHER, PORTS, VLANS  # with the rest of what a scenario of the kinds needs
 from .model import DOUBLE, EXTENDED, change_of, divisor, rate, rounded
 from .syslog import DEBUG
@@ -131,7 +132,4 @@ class Kind:
         return self.layout.read(0, kind)
 
     def set_sample_time(self, moment):
-        """Make the last sample one of this moment, so that the next interval is what we want."""
-        with open(self.path("last"), "r+b") as file:
-            file.seek(8)
-            file.write(struct.pack("<i", moment))
+        set_sample_time(self.path("last"), moment)
