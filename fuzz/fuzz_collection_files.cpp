@@ -44,11 +44,14 @@ void check_views(const OpenFiles& files) {
     const std::size_t kept = load_view(files, RowFilter(layout, {}), few, nullptr).view.rows.size();
     demand(kept <= 3, "no more than asked for and the totals");
     if (column != 0) continue;
-    const std::string text = table_text(loaded.view, {NumberStyle::si, false, 0});
-    const auto lines = static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
-    demand(lines == 1 + loaded.view.notes.size() + (count == 0 ? 0 : count + 1),
-           "one line per row and note");
-    demand(is_plain(text), "plain text");
+    for (const TableStyle& style :
+         {TableStyle{}, TableStyle{.wide = true}, TableStyle{.width = 80}}) {
+      const std::string text = table_text(loaded.view, style);
+      const auto lines = static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+      demand(lines >= 1 + loaded.view.notes.size() + (count == 0 ? 0 : count + 1),
+             "one line per row and note");
+      demand(is_plain(text), "plain text");
+    }
     for (const Row& row : loaded.view.rows) {
       demand(row_file_name(layout, row.record).find('/') == std::string::npos, "no path");
     }

@@ -81,7 +81,7 @@ SAID = (
     ("create host 4294967296", 2, "", "is not a control index"), ("create host 1 2", 2, "", "needs a control index"),
     ("create 11 1", 2, "", "unknown collection type"), ("viewing host 1 --keep 0", 2, "", "--keep"),
     ("watch host 1 --sort frob", 2, "", "no column 'frob'"), ("--help", 0, "tallyctl", ""),
-    ("show host 1 --sort HOSTINPKTS", 0, "rows 2  by hostInPkts", ""), ("show host 2", 0, "rows 0", "only a header"),
+    ("show host 1 --sort HOSTINPKTS", 0, "2 rows by In, pkt/s", ""), ("show host 2", 0, "  0 rows\n", "only a header"),
     ("show host 1 --csv --no-notes", 0, "\n00:00:00:00:00:00,0,0,0,0,0,0,0,\n", ""),
     ("show host 1 --csv", 0, "hostOutMulticastPkts,notes\n", "note: rows are not compared"),
     ("show host 9 --file last", 0, "last sample  up-time 0", ""),
@@ -98,7 +98,7 @@ SAID = (
     ("check", 1, "nobody holds the lock", ""), ("check", 1, "host 1               2 rates, ", ""),
     ("check", 1, "the agent has no rows for it", ""), ("check", 1, "does not exist: defaults apply", ""),
     ("show host 7 --wait 0", 1, "", "the daemon is writing it"), ("show host 8", 1, "", "not a regular file"),
-    ("watch --no-viewing host 2 --seconds 1", 1, "rows 0", "host 2: no rates were shown"))
+    ("watch --no-viewing host 2 --seconds 1", 1, "0 rows", "host 2: no rates were shown"))
 
 
 def test_what_is_sent_and_said(pipe):
@@ -155,7 +155,7 @@ def test_show_waits_for_the_whole_file(pipe):
             if made_anew:
                 path.unlink()
             put("host_1", 0, bytes(2 * 62))
-        assert "rows 2" in show.communicate(timeout=60)[0]
+        assert "2 rows" in show.communicate(timeout=60)[0]
 
 
 def test_never_a_part_of_a_file(pipe):
@@ -198,7 +198,7 @@ def test_viewing(pipe):
     put("pdist_1", 2, bytes(3 * 24))
     out, words = watch.communicate(timeout=60)
     assert watch.returncode == 0 and "pdist 1: no such file yet" in words
-    assert "host 1  interval 60 s" in out and "rows 3" in out
+    assert "host 1  interval 60 s" in out and "3 rows" in out
     messages(pipe)
     for number in (signal.SIGINT, signal.SIGTERM):
         viewing = begin("viewing nlhost 2 --keep 1")
@@ -313,12 +313,19 @@ def test_screen(pipe):
     put("vlan_1", 5, bytes(30 * 36))
     put("prio_1", 6, bytes(30 * 20))
     put("host_1", 0, bytes(30 * 62))
-    put("pdist_1", 2, struct.pack("<II2dII2dII2d", 1, 3, 1.25, 12.5, 1, 70000, 1e9, 1e10, 132, 2**32 - 1, 2, 20))
-    assert tallyctl("show pdist 1 --no-notes --si --sort protocolDistStatsPkts").splitlines()[1:] == [
-        "protocol_tag  protocolDirLocalIndex  protocolDistStatsPkts  protocolDistStatsOctets",
-        "           1                  70000                  1.00G                    10.0G",
-        "           1                      3                   1.25                     12.5",
-        "         132                  total                      2                       20"]
+    put("pdist_1", 2, struct.pack("<II2dII2dII2d", 1, 3, 0.00025, 12.5, 1, 70000, 4e5, 1e10, 132, 2**32 - 1, 2, 1.2e10))
+    for options, table in (("", ["Protocol  bit/s    Share   pkt/s",
+                                 "70000     80.0G   83.3 %    400k",
+                                 "3           100  <0.01 %  <0.001",
+                                 "total     96.0G    100 %       2"]),
+                           (" --wide", ["protocol_tag  protocolDirLocalIndex  protocolDistStatsPkts  protocolDistStatsOctets",
+                                        "           1                  70000                 400000              10000000000",
+                                        "           1                      3                0.00025                     12.5",
+                                        "         132                  total                      2              12000000000"])):
+        lines = tallyctl(f"show pdist 1 --no-notes --sort protocolDistStatsPkts{options}").splitlines()
+        assert "2 rows by" in lines[0] and lines[1:] == table
+    screen = on_screen("show host 1 --color never").replace("\r", "").splitlines()
+    assert max(map(len, screen)) <= 40 and "Host               In, bit/s  Out, bit/s" in screen and screen[-1].endswith("(--wide)"), screen
     show, watch = "show vlan 1 --top 1", "watch --no-viewing vlan 1 prio 1 --count 1"
     assert "\x1b[1mvlan 1" in on_screen(show)
     for plain in (tallyctl(show), on_screen(show, no_color="1"), on_screen(show + " --color never"),

@@ -2,6 +2,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <ctime>
+
 #include "commands/tallyctl.h"
 #include "console/output.h"
 #include "console/terminal.h"
@@ -47,9 +49,13 @@ ExitCode export_rows(const OpenFiles& files, const ViewOptions& options, const R
 
 ExitCode print_table(const OpenFiles& files, const ViewOptions& options, const RowFilter& filter,
                      const RowOrder& order, const AnnotateOptions& annotate) {
-  const LoadedView loaded = load_view(files, filter, order, options.notes ? &annotate : nullptr);
-  const TableStyle style{options.si ? NumberStyle::si : NumberStyle::exact,
-                         look_at_terminal().colour && !options.no_colour, 0};
+  LoadedView loaded = load_view(files, filter, order, options.notes ? &annotate : nullptr);
+  loaded.view.now = std::time(nullptr);
+  const Terminal terminal = look_at_terminal();
+  const TableStyle style{.wide = options.wide,
+                         .numbers = options.si ? NumberStyle::si : NumberStyle::exact,
+                         .colour = terminal.colour && !options.no_colour,
+                         .width = options.wide ? 0 : terminal.columns};
   Output output(STDOUT_FILENO);
   output << table_text(loaded.view, style);
   output.flush();

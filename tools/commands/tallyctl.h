@@ -35,7 +35,8 @@ struct ViewOptions {
   std::vector<std::string> where;
   bool notes = true;
   double line_speed = 0;  // bits per second of the source of an agent's rows; 0: unknown
-  bool si = false;
+  bool wide = false;      // the table with all columns, by the names of the MIB objects
+  bool si = false;        // its values rounded
   bool no_colour = false;
 };
 

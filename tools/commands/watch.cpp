@@ -87,7 +87,7 @@ class Watcher {
   bool show_news(Screen* screen);
   bool obey(const std::string& keys);
   std::string frame(const Terminal& terminal);
-  std::string table(Watched& watched, const TableStyle& style, std::size_t room) const;
+  std::string table(Watched& watched, TableStyle style) const;
   void load(Watched& watched, std::size_t room) const;
   ExitCode verdict() const;
 
@@ -146,38 +146,42 @@ void Watcher::load(Watched& watched, std::size_t room) const {
   watched.loaded_room = room;
   watched.loaded.emplace(
       load_view(*watched.files, watched.filter, order, options_.view.notes ? &annotate_ : nullptr));
-  if (room == 0) return;
-  // Notes take the room of rows, but some rows are always shown.
-  TableView& view = watched.loaded->view;
-  view.notes.resize(std::min(view.notes.size(), room / 2));
-  view.rows.resize(std::min(view.rows.size(), room - view.notes.size() + 1));
 }
 
-std::string Watcher::table(Watched& watched, const TableStyle& style, std::size_t room) const {
+// table writes one collection, in as many lines as the style allows.
+std::string Watcher::table(Watched& watched, TableStyle style) const {
   if (!watched.files) return fmt::format("{}  {}\n", title(watched.collection), watched.remark);
-  if (!watched.loaded || watched.loaded_room != room) load(watched, room);
-  if (room != 0) watched.loaded->view.now = std::time(nullptr);
-  return table_text(watched.loaded->view, style);
+  if (!watched.loaded || watched.loaded_room != style.lines) load(watched, style.lines);
+  if (style.lines != 0) {
+    // Notes take the room of rows, but some rows are always shown.
+    std::vector<FileNote>& notes = watched.loaded->view.notes;
+    notes.resize(std::min(notes.size(), style.lines / 2));
+  }
+  watched.loaded->view.now = std::time(nullptr);
+  style.wide = options_.view.wide;
+  style.numbers = options_.view.si || style.lines != 0 ? NumberStyle::si : NumberStyle::exact;
+  std::string text = table_text(watched.loaded->view, style);
+  if (style.lines != 0) keep_lines(text, style.lines);
+  return text;
 }
 
 // frame writes all collections for a terminal.
 std::string Watcher::frame(const Terminal& terminal) {
-  const TableStyle style{NumberStyle::si, terminal.colour && !options_.view.no_colour,
-                         terminal.columns};
   const auto cut = [&](std::string text) {
     if (terminal.columns != 0 && text.size() > terminal.columns) text.resize(terminal.columns);
     return text;
   };
-  // A headline, the column names, perhaps a totals row, and a blank line go with each table; the
-  // first line of the screen is for the keys, the last one for trouble.
-  constexpr std::size_t kExtraLines = 4;
+  // A blank line goes with each table; the first line of the screen is for the keys, the last one
+  // for trouble.
   const std::size_t share = (std::max<std::size_t>(terminal.lines, 2) - 2) / all_.size();
-  const std::size_t room = share > kExtraLines ? share - kExtraLines : 1;
+  const TableStyle style{.colour = terminal.colour && !options_.view.no_colour,
+                         .width = terminal.columns,
+                         .lines = std::max<std::size_t>(share, 2) - 1};
   std::string text =
       cut(fmt::format("tallyctl watch  {}  q quit, s sort by the next column, r reverse",
                       time_text(std::time(nullptr)))) +
       '\n';
-  for (Watched& watched : all_) text += table(watched, style, room) + '\n';
+  for (Watched& watched : all_) text += table(watched, style) + '\n';
   // A terminal of a few lines gets what fits.
   if (terminal.lines != 0) keep_lines(text, terminal.lines - 1);
   return text + cut(trouble_);
@@ -195,7 +199,7 @@ bool Watcher::obey(const std::string& keys) {
       std::size_t column = watched.order.column.value_or(layout.rank);
       do {
         column = (column + 1) % layout.columns.size();
-      } while (!is_visible(layout.columns[column].kind));
+      } while (!is_visible(layout.columns[column].kind) || layout.columns[column].detail);
       watched.order.column = column;
     }
   }
@@ -212,8 +216,7 @@ bool Watcher::show_news(Screen* screen) {
       complain(fmt::format("{}: {}", title(watched.collection), watched.remark));
       continue;
     }
-    const TableStyle style{options_.view.si ? NumberStyle::si : NumberStyle::exact, false, 0};
-    if (!put(table(watched, style, 0) + '\n')) return false;
+    if (!put(table(watched, {}) + '\n')) return false;
   }
   return screen == nullptr || screen->draw(frame(look_at_terminal()));
 }

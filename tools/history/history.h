@@ -54,9 +54,4 @@ std::string rrd_source_name(const Column& column);
 // row_file_name makes a file name of a row's key; no two keys of a type have the same.
 std::string row_file_name(const RecordLayout& layout, const unsigned char* record);
 
-// is_rate tells whether the values of a row are what they are called.
-constexpr bool is_rate(RowNotes notes) {
-  return (notes & (kReset | kNegative)) == 0;
-}
-
 }  // namespace tally

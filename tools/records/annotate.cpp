@@ -204,7 +204,7 @@ RowNotes Annotator::rate_notes(const unsigned char* shown, const unsigned char* 
     const double value = value_of(shown_, shown, i);
     const bool cut = column.kind == ColumnKind::percent && value >= 100;
     const bool above = speed > 0 && column.kind == ColumnKind::counter &&
-                       std::strcmp(column.unit, "octets") == 0 && value * 8 > speed;
+                       column.unit == Unit::octets && value * 8 > speed;
     if ((cut && (notes & kSpeedUnknown) == 0) || above) notes |= kAboveSpeed;
     if (value < 0) notes |= kNegative;
   }

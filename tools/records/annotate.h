@@ -33,6 +33,11 @@ enum RowNote : RowNotes {
 };
 inline constexpr std::size_t kRowNoteCount = 8;
 
+// is_rate tells whether the values of a row are what they are called.
+constexpr bool is_rate(RowNotes notes) {
+  return (notes & (kReset | kNegative)) == 0;
+}
+
 struct RowNoteText {
   const char* code;
   const char* meaning;  // of one row

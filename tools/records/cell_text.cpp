@@ -11,11 +11,11 @@
 namespace tally {
 namespace {
 
-std::string exact_text(double value) {
-  char buffer[32];  // the longest shortest decimal of a double has 24 characters
-  char* const end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
-  return {buffer, end};
-}
+// Whole numbers from here on are written with an exponent: they are no counts.
+constexpr double kLargeNumber = 1e21;
+
+// Bits of an octet: what people read a rate of octets in.
+constexpr double kBits = 8;
 
 std::string si_text(double value) {
   constexpr const char* kPrefixes[] = {"", "k", "M", "G", "T", "P", "E"};
@@ -39,8 +39,52 @@ std::string hex_text(std::span<const unsigned char> octets) {
 
 }  // namespace
 
+void append_exact(std::string& text, double value) {
+  if (value == 0) {  // most rates of most rows; also what -0 is written as
+    text += '0';
+    return;
+  }
+  char digits[32];  // the longest shortest decimal of a double has 24 characters
+  char* const end = digits + sizeof digits;
+  const bool whole = value == std::floor(value) && std::fabs(value) < kLargeNumber;
+  text.append(digits, whole ? std::to_chars(digits, end, value, std::chars_format::fixed).ptr
+                            : std::to_chars(digits, end, value).ptr);
+}
+
 std::string number_text(double value, NumberStyle style) {
-  return style == NumberStyle::si ? si_text(value) : exact_text(value);
+  if (style == NumberStyle::si) return si_text(value);
+  std::string text;
+  append_exact(text, value);
+  return text;
+}
+
+std::string rate_text(double value) {
+  return value > 0 && value < 0.001 ? "<0.001" : si_text(value);
+}
+
+std::string percent_text(double value) {
+  if (value > 0 && value < 0.01) return "<0.01 %";
+  const int decimals = value == std::floor(value) || value >= 99.95 ? 0 : value >= 9.995 ? 1 : 2;
+  return fmt::format("{:.{}f} %", value, decimals);
+}
+
+std::string heading_text(const Column& column, FileKind kind) {
+  const bool rates = kind == FileKind::delta;
+  std::string_view unit;
+  if (column.unit == Unit::octets) unit = rates ? "bit/s" : "octets";
+  if (column.unit == Unit::packets) unit = rates ? "pkt/s" : "packets";
+  if (column.unit == Unit::bits) unit = "bit/s";
+  std::string text = column.heading;
+  if (!text.empty() && !unit.empty()) text += ", ";
+  return text.append(unit);
+}
+
+std::string people_text(const Column& column, double value, FileKind kind) {
+  if (column.unit == Unit::percent) return percent_text(value);
+  if (column.unit != Unit::bits && kind != FileKind::delta) {
+    return number_text(value, NumberStyle::exact);
+  }
+  return rate_text(column.unit == Unit::octets ? value * kBits : value);
 }
 
 std::string mac_text(std::span<const unsigned char> octets) {

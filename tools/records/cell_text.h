@@ -1,4 +1,4 @@
-// How values of a record are written for people.
+// How values of a record are written.
 #pragma once
 
 #include <cstdint>
@@ -10,11 +10,14 @@
 namespace tally {
 
 enum class NumberStyle {
-  exact,  // the shortest decimal that reads back as the same double
+  exact,  // the shortest decimal that reads back as the same double; whole numbers have no exponent
   si,     // three digits and a decimal prefix: 1.23M
 };
 
 std::string number_text(double value, NumberStyle style);
+
+// append_exact adds a number in the exact style to a text.
+void append_exact(std::string& text, double value);
 
 // mac_text: lower case, separated by colons.
 std::string mac_text(std::span<const unsigned char> octets);
@@ -33,6 +36,20 @@ std::string name_text(const Octets& name);
 // "total".
 std::string cell_text(const RecordLayout& layout, const unsigned char* record, std::size_t column,
                       NumberStyle style);
+
+// rate_text writes a rate for people: three digits and a decimal prefix; "<0.001" for what is less.
+std::string rate_text(double value);
+
+// percent_text: three digits, of which at most two are decimals: "12.5 %", "<0.01 %".
+std::string percent_text(double value);
+
+// heading_text gives the heading of a column in people's words, with what its values are in: "Out,
+// bit/s" in a delta file, "Out, octets" in the samples, "Errors" in both.
+std::string heading_text(const Column& column, FileKind kind);
+
+// people_text writes a value for people under that heading: rates of octets are bits per second,
+// counts stay whole.
+std::string people_text(const Column& column, double value, FileKind kind);
 
 // time_text: ISO 8601 with the offset of the local time zone, "2026-08-01T12:00:00+02:00".
 std::string time_text(std::int64_t seconds_since_epoch);

@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "files/file_format.h"
 
@@ -31,11 +32,28 @@ enum class ColumnKind {
   unused,   // double that is always 0; not a column to a reader
 };
 
+// What a value counts or measures.
+enum class Unit {
+  none,    // of a key, and of a column that nobody is shown
+  octets,  // people read them as bits per second
+  packets,
+  events,  // what the heading names: errors, collisions, packets of one size
+  percent,
+  bits,  // per second
+};
+
+// Where the names of a key's values come from; see names/names.h.
+enum class NameKind { none, protocol, station, vlan, priority, group };
+
 struct Column {
-  const char* name;
+  const char* name;     // of the MIB object
+  const char* heading;  // in people's words, without the unit; see people_text.h
   ColumnKind kind;
-  const char* unit;    // of a counter: "octets", "packets", "errors", "events"; else empty
+  Unit unit;
   const char* metric;  // label of a key, or what a metric's name says of a value
+  NameKind names = NameKind::none;
+  bool detail =
+      false;  // a part of the key that says nothing to people: shown with all columns only
 };
 
 // Index of the row of all traffic in a number_or_total column.
@@ -49,6 +67,13 @@ struct KeyRule {
   std::size_t words;  // numbers from there; 0: all octets before the first value, as bytes
 };
 
+// What the rows of a type are parts of.
+enum class TotalRule {
+  none,  // they overlap, or add up to nothing: protocols nest, a packet crosses two ports
+  sum,   // each packet counts for one row
+  row,   // they overlap, but one row of the file sums up the others
+};
+
 struct RecordLayout {
   std::span<const Column> columns;
   std::array<std::uint16_t, kMostColumns> offsets;  // of each column
@@ -57,6 +82,8 @@ struct RecordLayout {
   std::size_t key_size;                             // and the first so many octets
   std::size_t rank;  // number of the column by which the busiest rows are found
   KeyRule key_rule;
+  const char* title = "";  // what the rows are
+  TotalRule total = TotalRule::none;
 };
 
 // record_layout returns the layout of a type's records, or null for an illegal type and for files
@@ -76,6 +103,10 @@ constexpr bool is_value(ColumnKind kind) {
 // find_column returns the number of a column that a reader can ask for by name (letter case does
 // not matter), or nothing.
 std::optional<std::size_t> find_column(const RecordLayout& layout, const std::string& name);
+
+// people_columns gives the columns that people are shown, in their order: the key without its
+// details, then what is measured: percent, octets, packets, the rest.
+std::vector<std::size_t> people_columns(const RecordLayout& layout);
 
 // column_names lists the names that find_column knows, separated by commas.
 std::string column_names(const RecordLayout& layout);

@@ -12,15 +12,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-void append(std::string& text, double value) {
-  if (value == 0) {  // most rates of most rows; also what -0 is written as
-    text += '0';
-    return;
-  }
-  char digits[32];  // the longest shortest decimal of a double has 24 characters
-  text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
-}
-
 void append(std::string& text, std::uint32_t number) {
   char digits[16];
   text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
@@ -94,7 +85,7 @@ class JsonExport final : public RowExport {
     if (is_value(kind)) {
       const double value = value_of(layout_, record, column);
       if (std::isfinite(value)) {
-        append(text, value);
+        append_exact(text, value);
       } else {
         text += "null";
       }
@@ -144,7 +135,7 @@ class CsvExport final : public RowExport {
       const ColumnKind kind = layout_.columns[i].kind;
       if (!is_visible(kind)) continue;
       if (is_value(kind)) {
-        append(text, value_of(layout_, record, i));
+        append_exact(text, value_of(layout_, record, i));
       } else {
         std::string cell = cell_text(layout_, record, i, NumberStyle::exact);
         text += kind == ColumnKind::name ? quoted(std::move(cell)) : cell;

@@ -11,12 +11,60 @@ namespace tally {
 namespace {
 
 constexpr std::string_view kGap = "  ";
+constexpr std::int64_t kDay = 86400;
 
-bool is_left_aligned(ColumnKind kind) {
-  return kind == ColumnKind::mac || kind == ColumnKind::address || kind == ColumnKind::name;
+// TextColumn is a column of the table: its heading, then a cell for each line.
+struct TextColumn {
+  std::vector<std::string> cells;
+  bool left_aligned;
+  bool needed;  // stays where others are left out
+
+  std::size_t width() const {
+    return std::ranges::max_element(cells, {}, &std::string::size)->size();
+  }
+};
+
+bool is_left_aligned(const Column& column) {
+  return column.kind == ColumnKind::mac || column.kind == ColumnKind::address ||
+         column.kind == ColumnKind::name;
 }
 
-std::string headline(const TableView& view) {
+// wrapped breaks a text between words, or between its parts where it has some; what goes on in the
+// next line is indented.
+std::string wrapped(std::string text, std::size_t width) {
+  std::size_t begin = 0;
+  while (width > kGap.size() && text.size() - begin > width) {
+    const std::size_t least = begin + kGap.size();  // behind the indentation
+    std::size_t end = text.rfind(kGap, begin + width);
+    if (end == std::string::npos || end < least) end = text.rfind(' ', begin + width);
+    if (end == std::string::npos || end < least) end = begin + width;
+    const std::size_t next = std::min(text.find_first_not_of(' ', end), text.size());
+    text.replace(end, next - end, "\n  ");
+    begin = end + 1;
+  }
+  return text;
+}
+
+std::string styled(const std::string& text, const TableStyle& style, fmt::text_style text_style) {
+  return (style.colour ? fmt::format(text_style, "{}", text) : text) + '\n';
+}
+
+std::string sampled_text(const TableView& view, const TableStyle& style) {
+  const std::int32_t time = view.header.sample_time;
+  std::string text = time_text(time);
+  if (style.wide && !view.now) return text;
+  const std::int64_t age = view.now.value_or(time) - time;
+  // "2026-08-01T12:00:00+02:00": people know their zone, and which day it is.
+  if (!style.wide) text = text.substr(0, 10) + ' ' + text.substr(11, 8);
+  if (!style.wide && view.now && age >= 0 && age < kDay / 2) text = text.substr(11);
+  if (!view.now) return text;
+  // The daemon's clock may be a second ahead of the coarser one that is read here.
+  return text + (age < -1
+                     ? " (in the future)"
+                     : fmt::format(" ({} ago)", duration_text(std::max<std::int64_t>(age, 0))));
+}
+
+std::string headline(const TableView& view, const TableStyle& style, std::size_t shown) {
   std::string line = title(view.collection);
   if (view.kind == FileKind::delta) {
     line += fmt::format("  interval {} s", view.header.interval);
@@ -26,83 +74,170 @@ std::string headline(const TableView& view) {
       line += fmt::format("  up-time {}", view.header.up_time);
     }
   }
-  line += "  sampled " + time_text(view.header.sample_time);
-  if (view.now) {
-    const std::int64_t age = *view.now - view.header.sample_time;
-    // The daemon's clock may be a second ahead of the coarser one that is read here.
-    line += age < -1 ? " (in the future)"
-                     : fmt::format(" ({} ago)", duration_text(std::max<std::int64_t>(age, 0)));
-  }
-  line += fmt::format("  rows {}", view.count);
-  if (view.accepted < view.count) line += fmt::format("  matching {}", view.accepted);
-  if (view.rows.size() < view.accepted) line += fmt::format("  shown {}", view.rows.size());
-  if (view.order.column && !view.rows.empty()) {
-    line += fmt::format("  by {}", view.layout->columns[*view.order.column].name);
+  line += "  sampled " + sampled_text(view, style) + "  ";
+  if (shown < view.count) line += fmt::format("{} of ", shown);
+  line += fmt::format("{} row{}", view.count, view.count == 1 ? "" : "s");
+  if (view.accepted < view.count) line += fmt::format(", {} matching", view.accepted);
+  if (view.order.column && shown != 0) {
+    const Column& column = view.layout->columns[*view.order.column];
+    line += " by " + (style.wide ? column.name : heading_text(column, view.kind));
   }
   return line;
 }
 
-// finish cuts a line to the width, takes off blanks at its end and adds colour and newline.
-std::string finish(std::string line, const TableStyle& style, fmt::text_style text_style) {
-  if (style.width != 0 && line.size() > style.width) line.resize(style.width);
-  line.erase(line.find_last_not_of(' ') + 1);
-  if (style.colour && (text_style.has_emphasis() || text_style.has_foreground()))
-    line = fmt::format(text_style, "{}", line);
-  return line + '\n';
+std::string head_text(const TableView& view, const TableStyle& style, std::size_t shown) {
+  std::string text =
+      styled(wrapped(headline(view, style, shown), style.width), style, fmt::emphasis::bold);
+  for (const FileNote& note : view.notes) {
+    text += styled(wrapped("! " + note.text, style.width), style, fg(fmt::terminal_color::yellow));
+  }
+  return text;
 }
 
-// Lines collects the columns of a table side by side.
-class Lines {
- public:
-  explicit Lines(std::size_t count) : lines_(count) {}
+std::size_t lines_of(const std::string& text) {
+  return static_cast<std::size_t>(std::ranges::count(text, '\n'));
+}
 
-  void add(const std::vector<std::string>& cells, bool left_aligned) {
-    std::size_t width = 0;
-    for (const std::string& cell : cells) width = std::max(width, cell.size());
-    for (std::size_t i = 0; i < lines_.size(); ++i) {
-      if (!lines_[i].empty()) lines_[i] += kGap;
-      const std::size_t missing = width - cells[i].size();
-      if (!left_aligned) lines_[i].append(missing, ' ');
-      lines_[i] += cells[i];
-      if (left_aligned) lines_[i].append(missing, ' ');
+// Table makes the columns of some rows.
+class Table {
+ public:
+  Table(const TableView& view, const TableStyle& style, const std::vector<Row>& rows)
+      : view_(view), style_(style), layout_(*view.layout), rows_(rows) {}
+
+  std::vector<TextColumn> columns() const {
+    std::vector<TextColumn> all;
+    for (std::size_t i = 0; style_.wide && i < layout_.columns.size(); ++i) {
+      if (is_visible(layout_.columns[i].kind)) all.push_back(wide(i));
     }
+    for (const std::size_t i : style_.wide ? std::vector<std::size_t>() : people_columns(layout_)) {
+      all.push_back(people(i));
+      if (i == layout_.rank && !view_.totals.empty() && view_.totals[i] > 0) {
+        all.push_back(shares());
+      }
+    }
+    if (has_sum()) all.front().cells.back() = "total";
+    if (std::ranges::any_of(rows_, [](const Row& row) { return row.notes != 0; })) {
+      all.push_back(column("Notes", true, true,
+                           [](const Row& row) { return row_note_codes(row.notes, " "); }));
+      if (has_sum()) all.back().cells.emplace_back();
+    }
+    return all;
   }
 
-  std::vector<std::string>& all() { return lines_; }
+  // A line for the sum of all rows, where no row of the file is that, and more than one are summed
+  // up.
+  bool has_sum() const {
+    return !style_.wide && layout_.total == TotalRule::sum && !view_.totals.empty() &&
+           view_.count > 1;
+  }
 
  private:
-  std::vector<std::string> lines_;
+  template <class Cell>
+  TextColumn column(std::string heading, bool left_aligned, bool needed, const Cell& cell) const {
+    TextColumn made{{std::move(heading)}, left_aligned, needed};
+    for (const Row& row : rows_) made.cells.push_back(cell(row));
+    return made;
+  }
+
+  TextColumn wide(std::size_t i) const {
+    const Column& what = layout_.columns[i];
+    return column(what.name, is_left_aligned(what), !is_value(what.kind), [&](const Row& row) {
+      return cell_text(layout_, row.record, i, style_.numbers);
+    });
+  }
+
+  TextColumn people(std::size_t i) const {
+    const Column& what = layout_.columns[i];
+    const bool value = is_value(what.kind);
+    TextColumn made =
+        column(heading_text(what, view_.kind), !value,
+               !value || i == view_.order.column.value_or(0), [&](const Row& row) {
+                 return value ? people_text(what, value_of(layout_, row.record, i), view_.kind)
+                              : cell_text(layout_, row.record, i, NumberStyle::exact);
+               });
+    if (has_sum()) {
+      made.cells.push_back(value ? people_text(what, view_.totals[i], view_.kind) : "");
+    }
+    return made;
+  }
+
+  TextColumn shares() const {
+    const std::size_t i = layout_.rank;
+    const double total = view_.totals[i];
+    TextColumn made = column("Share", false, false, [&](const Row& row) {
+      return is_rate(row.notes) ? percent_text(value_of(layout_, row.record, i) / total * 100)
+                                : "-";
+    });
+    if (has_sum()) made.cells.push_back(percent_text(100));
+    return made;
+  }
+
+  const TableView& view_;
+  const TableStyle& style_;
+  const RecordLayout& layout_;
+  const std::vector<Row>& rows_;
 };
+
+// fit takes out columns that have no room side by side, and returns their headings.
+std::string fit(std::vector<TextColumn>& columns, std::size_t room) {
+  std::size_t width = 0;
+  for (const TextColumn& each : columns) width += each.needed ? each.width() + kGap.size() : 0;
+  std::string left_out;
+  std::erase_if(columns, [&](const TextColumn& each) {
+    if (each.needed) return false;
+    width += each.width() + kGap.size();
+    // Once a column is out, so are all behind it.
+    if (left_out.empty() && width <= room + kGap.size()) return false;
+    left_out += (left_out.empty() ? "" : "; ") + each.cells.front();
+    return true;
+  });
+  return left_out;
+}
+
+// joined writes the columns side by side. A line that the needed ones alone make too long is cut.
+std::string joined(const std::vector<TextColumn>& columns, const TableStyle& style) {
+  std::string text;
+  for (std::size_t line = 0; line < columns.front().cells.size(); ++line) {
+    std::string cells;
+    for (const TextColumn& each : columns) {
+      if (&each != &columns.front()) cells += kGap;
+      const std::size_t missing = each.width() - each.cells[line].size();
+      if (!each.left_aligned) cells.append(missing, ' ');
+      cells += each.cells[line];
+      if (each.left_aligned) cells.append(missing, ' ');
+    }
+    if (style.width != 0 && cells.size() > style.width) cells.resize(style.width);
+    cells.erase(cells.find_last_not_of(' ') + 1);
+    text += styled(cells, style, line == 0 ? fmt::emphasis::underline : fmt::text_style{});
+  }
+  return text;
+}
 
 }  // namespace
 
 std::string table_text(const TableView& view, const TableStyle& style) {
-  std::string text = finish(headline(view), style, fmt::emphasis::bold);
-  for (const FileNote& note : view.notes) {
-    text += finish("! " + note.text, style, fg(fmt::terminal_color::yellow));
-  }
-  if (view.rows.empty()) return text;
+  const auto is_part = [&](const Row& row) { return !is_total(*view.layout, row.record); };
+  std::vector<Row> rows = view.rows;
+  auto shown = static_cast<std::size_t>(std::ranges::count_if(rows, is_part));
+  std::string text = head_text(view, style, shown);
+  if (rows.empty()) return text;
 
-  Lines lines(view.rows.size() + 1);
-  for (std::size_t column = 0; column < view.layout->columns.size(); ++column) {
-    const Column& what = view.layout->columns[column];
-    if (!is_visible(what.kind)) continue;
-    std::vector<std::string> cells{what.name};
-    for (const Row& row : view.rows) {
-      cells.push_back(cell_text(*view.layout, row.record, column, style.numbers));
-    }
-    lines.add(cells, is_left_aligned(what.kind));
+  // Headings, and perhaps a total, go with the rows.
+  const std::size_t others =
+      lines_of(text) + 1 + (rows.size() - shown) + (Table(view, style, rows).has_sum() ? 1U : 0U);
+  if (style.lines != 0 && shown + others > style.lines) {
+    const std::size_t room = style.lines > others ? style.lines - others : 1;
+    rows.erase(rows.begin() + static_cast<std::ptrdiff_t>(room),
+               rows.begin() + static_cast<std::ptrdiff_t>(shown));
+    shown = room;
+    text = head_text(view, style, shown);
   }
-  if (std::any_of(view.rows.begin(), view.rows.end(),
-                  [](const Row& row) { return row.notes != 0; })) {
-    std::vector<std::string> cells{"notes"};
-    for (const Row& row : view.rows) cells.push_back(row_note_codes(row.notes, " "));
-    lines.add(cells, true);
-  }
-  bool names = true;
-  for (std::string& line : lines.all()) {
-    text += finish(std::move(line), style, names ? fmt::emphasis::underline : fmt::text_style{});
-    names = false;
+  std::vector<TextColumn> columns = Table(view, style, rows).columns();
+  const std::string left_out = style.width == 0 ? "" : fit(columns, style.width);
+  text += joined(columns, style);
+  if (!left_out.empty() && style.lines == 0) {
+    text += styled(wrapped("no room for: " + left_out + " (--wide)", style.width), style,
+                   fmt::emphasis::faint);
   }
   return text;
 }

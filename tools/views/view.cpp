@@ -2,7 +2,28 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
+
+#include "records/record_cell.h"
+
 namespace tally {
+namespace {
+
+// add_to_totals counts a row of the file in, where the type has a total.
+void add_to_totals(TableView& view, const unsigned char* record, RowNotes notes) {
+  const RecordLayout& layout = *view.layout;
+  const bool total = is_total(layout, record);
+  const bool counts = layout.total == TotalRule::row ? total : layout.total == TotalRule::sum;
+  if (total) --view.count;
+  if (!counts || !is_rate(notes)) return;
+  view.totals.resize(layout.columns.size(), 0);
+  for (std::size_t i = layout.key_columns; i < layout.columns.size(); ++i) {
+    const double value = value_of(layout, record, i);
+    if (std::isfinite(value)) view.totals[i] += value;
+  }
+}
+
+}  // namespace
 
 RowOrder order_for(const RecordLayout& layout, const std::string& column, bool reversed,
                    std::size_t top) {
@@ -34,8 +55,9 @@ LoadedView load_view(const OpenFiles& files, const RowFilter& filter, const RowO
   Records records = files.main.records();
   while (const unsigned char* record = records.next()) {
     const RowNotes notes = annotator ? annotator->next(record) : RowNotes{0};
+    add_to_totals(view, record, notes);
     if (!filter.empty() && !filter.accepts(record)) continue;
-    ++view.accepted;
+    if (!is_total(*view.layout, record)) ++view.accepted;
     loaded.selection.add(record, notes);
   }
   if (annotator) view.notes = annotator->finish();

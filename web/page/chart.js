@@ -1,5 +1,5 @@
 // Lines over time, drawn by Chart.js, and their legend, which is also their text.
-import { clock, duration, short } from "./text.js";
+import { amount, clock, duration } from "./text.js";
 
 const MIN_SPAN = 900;   // seconds that the chart shows at least, when there is history
 const INTERVALS = 40;   // or as many of the newest interval
@@ -25,8 +25,8 @@ export class LineChart {
   }
 
   // show draws the lines of one column, up to a sample that covers `interval` seconds.
-  show(series, metric, interval) {
-    this.#last = [series, metric, interval];
+  show(series, column, interval) {
+    this.#last = [series, column, interval];
     const style = getComputedStyle(this.#canvas);
     const colour = (name) => style.getPropertyValue(name).trim();
     this.#legend.replaceChildren(...series.map(({ label, points }, at) => {
@@ -34,11 +34,11 @@ export class LineChart {
       const swatch = document.createElement("span");
       swatch.className = "swatch";
       swatch.style.background = colour(`--line-${at}`);
-      item.append(swatch, `${label}: ${short(points.at(-1)?.y ?? NaN)}`);
+      item.append(swatch, `${label}: ${amount(column, points.at(-1)?.y ?? NaN)}`);
       return item;
     }));
     this.#canvas.setAttribute("aria-label",
-      `${metric} over time, ${series.length} lines; the list below has their newest values.`);
+      `${column.heading} over time, ${series.length} lines; the list below has their newest values.`);
     if (!LineChart.available) return;
     const end = Math.max(...series.map(({ points }) => points.at(-1)?.x ?? 0));
     const begin = Math.min(...series.map(({ points }) => points[0]?.x ?? end));
@@ -47,7 +47,7 @@ export class LineChart {
       label, data: points, yAxisID: whole ? "whole" : "y", borderColor: colour(`--line-${at}`), borderWidth: at === 0 ? 2.5 : 1.5,
       borderDash: at === 0 ? [] : [[], [6, 3], [2, 2], [8, 3, 2, 3], [3, 3], [12, 4]][at],
     }));
-    const options = this.#options(colour("--text"), colour("--grid"), metric);
+    const options = this.#options(colour("--text"), colour("--grid"), column);
     options.scales.x.min = Math.max(begin, end - Math.max(MIN_SPAN, INTERVALS * Math.max(interval, 1)));
     options.scales.x.max = end;
     options.scales.whole.display = series.some(({ whole }) => whole);
@@ -61,11 +61,11 @@ export class LineChart {
     }
   }
 
-  #options(text, grid, metric) {
+  #options(text, grid, column) {
     const axis = (title) => ({
       type: "linear", grid: { color: grid }, title: { display: true, text: title, color: text },
     });
-    const values = { beginAtZero: true, ticks: { color: text, maxTicksLimit: 6, callback: (y) => short(y) } };
+    const values = { beginAtZero: true, ticks: { color: text, maxTicksLimit: 6, callback: (y) => amount(column, y) } };
     return {
       animation: false, parsing: false, normalized: true, spanGaps: false, maintainAspectRatio: false,
       interaction: { mode: "nearest", axis: "x", intersect: false },
@@ -75,13 +75,13 @@ export class LineChart {
         tooltip: {
           callbacks: {
             title: ([item]) => (item ? clock(item.parsed.x) : ""),
-            label: ({ dataset, parsed }) => `${dataset.label}: ${short(parsed.y)}`,
+            label: ({ dataset, parsed }) => `${dataset.label}: ${amount(column, parsed.y)}`,
           },
         },
       },
       scales: {
         x: { ...axis("time"), ticks: { color: text, maxRotation: 0, maxTicksLimit: 6, callback: (x) => clock(x) } },
-        y: { ...axis(/Percent$/.test(metric) ? "percent" : "rows, per second"), ...values },
+        y: { ...axis(column.heading), ...values },
         whole: { ...axis(""), ...values, position: "right", grid: { display: false } },
       },
     };

@@ -58,11 +58,12 @@ export class Table {
   // positive.
   compare(row, other, otherRow) {
     const here = this.start(row), there = other.start(otherRow);
-    for (const offset of this.layout.order ?? []) {
+    const { order, keySize } = this.layout;
+    for (const offset of order) {
       const difference = this.view.getUint32(here + offset, true) - other.view.getUint32(there + offset, true);
       if (difference !== 0) return difference;
     }
-    for (let at = 0; !this.layout.order && at < this.layout.keySize; at++) {
+    for (let at = 0; order.length === 0 && at < keySize; at++) {
       const difference = this.bytes[here + at] - other.bytes[there + at];
       if (difference !== 0) return difference;
     }
@@ -78,7 +79,7 @@ export class Table {
       case "name": return text.name(this.octets(row, column, 16), before());
       case "total": return this.isTotal(row) ? "total" : String(this.number(row, column));
       case "number": return String(this.number(row, column));
-      default: return text.rate(this.number(row, column));
+      default: return text.amount(column, text.shownIn(column, this.number(row, column)));
     }
   }
 

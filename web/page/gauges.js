@@ -1,5 +1,5 @@
 // Utilisation of interfaces: one meter for each percent column of each row.
-import { rate } from "./text.js";
+import { percent } from "./text.js";
 
 // show fills a list with the rows of a table.
 export function show(list, table, rows) {
@@ -23,9 +23,9 @@ function gauge(table, row, column, name) {
   const value = table.number(row, column);
   const label = document.createElement("label");
   const meter = document.createElement("meter");
-  const what = { inUtilisationPercent: "in", outUtilisationPercent: "out" }[column.name] ?? "use";
+  const what = column.heading;
   Object.assign(meter, { min: 0, max: 100, low: 60, high: 85, optimum: 0, value: value || 0 });
   meter.setAttribute("aria-label", `${name} ${what}`);
-  label.append(what, meter, `${rate(value)} %`);
+  label.append(what, meter, percent(value));
   return label;
 }

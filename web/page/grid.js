@@ -44,10 +44,8 @@ export class Grid {
     this.#table.createCaption().textContent = caption;
     this.#head.replaceChildren(...layout.shown.map((column) => {
       const cell = element("th", { scope: "col", className: column.kind });
-      const button = element("button", { type: "button" });
-      // Long names break where a word begins; read out, they are one word.
-      button.setAttribute("aria-label", column.name);
-      button.append(...column.name.split(/(?=[A-Z])/).flatMap((word) => [element("wbr"), word]));
+      const button = element("button", { type: "button", textContent: column.heading, title: column.name });
+      button.setAttribute("aria-label", column.heading);  // without the arrow
       button.addEventListener("click", () => {
         const again = this.#sort.column === column.name;
         this.#onSort(column.name, again ? !this.#sort.descending : column.isRate);
@@ -123,11 +121,13 @@ export class Grid {
     if (note) line.cells[0].append(element("span", { className: "mark", textContent: ` (${note.split(":")[0]})` }));
   }
 
-  // tell gives a cell under the pointer its exact value: one attribute less for each cell of a frame.
+  // tell gives a cell under the pointer its exact value, as the file has it: one attribute less for each
+  // cell of a frame.
   #tell(cell) {
     const column = this.#layout.shown[cell?.cellIndex];
     if (!column?.isRate) return;
-    cell.title = String(this.#data.number(this.#order[cell.parentNode.ariaRowIndex - 2], column));
+    const value = this.#data.number(this.#order[cell.parentNode.ariaRowIndex - 2], column);
+    cell.title = column.kind === "percent" ? `${value} %` : `${value} ${column.unit} per second`;
   }
 
   #newRow() {

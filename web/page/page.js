@@ -6,7 +6,7 @@ import { Grid } from "./grid.js";
 import { HEADER_SIZE, LAYOUTS } from "./layouts.js";
 import { health, notesOf } from "./notes.js";
 import { send } from "./server.js";
-import { count, duration, moment, rate } from "./text.js";
+import { count, duration, grouped, moment } from "./text.js";
 import { Watcher, find } from "./watcher.js";
 
 const $ = (id) => document.getElementById(id);
@@ -63,7 +63,7 @@ function open(collection) {
   document.title = `${titleOf(collection)} - tallyd`;
   say("title", `${titleOf(collection)} \u2013 ${layout.title}`);
   $("collection").hidden = false;
-  $("metric").replaceChildren(...layout.rates.map(({ name }) => new Option(name, name)));
+  $("metric").replaceChildren(...layout.rates.map(({ heading, name }) => new Option(heading, name)));
   $("metric").value = layout.rank.name;
   $("search").value = "";
   say("found", "");
@@ -128,15 +128,15 @@ function showRows() {
   const { shown, answer, query, layout } = view;
   const metric = layout.columns.find(({ name }) => name === query.metric);
   grid.show(shown, answer.order, query, metric, answer.top, view.marks);
-  say("found", query.search ? `${rate(answer.order.length)} of ${count(shown.count, "row")}` : "");
+  say("found", query.search ? `${grouped(answer.order.length)} of ${count(shown.count, "row")}` : "");
   if (layout.percents.length) {
     gauges.show($("gauge-list"), shown, answer.gauges);
-    say("gauges-count", shown.count > answer.gauges.length ? `of the ${answer.gauges.length} busiest of ${rate(shown.count)}` : "");
+    say("gauges-count", shown.count > answer.gauges.length ? `of the ${answer.gauges.length} busiest of ${grouped(shown.count)}` : "");
   }
   const drawn = `${answer.answered} ${query.metric} ${query.search}`;
   if (drawn === view.drawn) return;  // another order of the rows changes nothing below
   view.drawn = drawn;
-  chart.show(answer.series, query.metric, shown.header.interval);
+  chart.show(answer.series, metric, shown.header.interval);
   const covered = `The chart covers ${span(answer.series)}: what this page has seen; the files keep no history.`;
   const five = "Its lines are the five busiest rows that the search finds; a row that a file leaves out counts as 0.";
   say("chart-note", LineChart.available ? `${covered} ${five}` :
@@ -168,7 +168,7 @@ function showFacts() {
   say("fact-time", header ? moment(header.time) : "\u2013");
   say("fact-age", header ? duration(listing.now - header.time) : "\u2013");
   say("fact-interval", header ? `${header.interval} s` : "\u2013");
-  say("fact-rows", table ? rate(table.count) : "\u2013");
+  say("fact-rows", table ? grouped(table.count) : "\u2013");
   const notes = view.sample ? notesOf(known) : [];
   const text = notes.map(({ level, text }) => `${level} ${text}`).join("\n");
   if ($("notes").dataset.text === text) return;

@@ -53,7 +53,7 @@ function markReset(found, delta, row, prev, old, last, now) {
   });
   if (reset.length === 0) return;
   found.raw++;
-  found.marks.set(row, `raw count: ${reset.map(({ name }) => name).join(", ")}`);
+  found.marks.set(row, `raw count: ${reset.map(({ heading }) => heading).join(", ")}`);
 }
 
 // hasRate tells whether the daemon finds a rate other than 0; old is -1 for a new row. A counter

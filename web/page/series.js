@@ -1,6 +1,8 @@
 // History for the charts: the last files as they came, so that any column of any row can be drawn
 // afterwards. Bounded in number and in bytes, whatever the files hold.
 
+import { shownIn } from "./text.js";
+
 const MAX_SAMPLES = 720;
 const MAX_BYTES = 64 << 20;
 
@@ -17,29 +19,31 @@ export class History {
     }
   }
 
-  // series gives for each of these rows of the newest table the rates of one column over time, and
-  // before them that of all rows (`whole`) where it means something: {label, whole, points: [{x, y}]}. A rate
-  // holds for its whole interval, so each sample has two points; where no sample is known the line
-  // is broken by a NaN. A row that a file leaves out is drawn as 0. After a sample that could not be
+  // series gives for each of these rows of the newest table the values of one column over time, in what its
+  // heading says, and before them that of all rows (`whole`) where the type has a total: {label, whole,
+  // points: [{x, y}]}. A rate holds for its whole interval, so each sample has two points; where no
+  // sample is known the line is broken by a NaN. A row that a file leaves out is drawn as 0. After a sample that could not be
   // kept the next interval begins before the last one ended; what was drawn stays.
   series(column, rows) {
     const newest = this.#tables.at(-1);
     const named = rows.map((row) => ({ row, label: newest.label(row), points: [] }));
+    const summed = newest.layout.total !== "none" && column.kind !== "percent";
     const all = { label: newest.layout.totals ? "total" : "sum of all rows", whole: true, points: [] };
     let end = null;
     for (const table of this.#tables) {
       const { time, interval } = table.header;
       const begin = Math.max(time - Math.max(interval, 1), end ?? -Infinity);
-      const draw = ({ points }, y) => {
+      const draw = ({ points }, value) => {
+        const y = shownIn(column, value);
         if (end !== null && begin > end) points.push({ x: begin, y: NaN });
         points.push({ x: begin, y }, { x: time, y });
       };
       const found = findRows(table, newest, rows);
       named.forEach((line, at) => draw(line, found[at] < 0 ? 0 : table.number(found[at], column)));
-      if (column.kind !== "percent") draw(all, total(table, column));
+      if (summed) draw(all, total(table, column));
       end = time;
     }
-    return column.kind === "percent" ? named : [all, ...named];
+    return summed ? [all, ...named] : named;
   }
 }
 

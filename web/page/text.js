@@ -35,14 +35,37 @@ export function name(bytes, length) {
   return text.join("") || "-";
 }
 
-const plain = new Intl.NumberFormat("en", { maximumSignificantDigits: 6 });
-const compact = new Intl.NumberFormat("en", { notation: "compact", maximumSignificantDigits: 3 });
+const PREFIXES = ["", "k", "M", "G", "T", "P", "E"];
+const BITS = 8;  // people read octets per second as bits per second
 
-// rate: six digits, grouped by thousands; the exact value is String(value).
-export const rate = (value) => (Number.isFinite(value) ? plain.format(value) : String(value));
+// rate: three digits and a decimal prefix, as tallyctl writes it; the exact value is String(value).
+export function rate(value) {
+  if (value > 0 && value < 0.001) return "<0.001";
+  let scaled = value, prefix = 0;
+  while (Math.abs(scaled) >= 999.5 && prefix + 1 < PREFIXES.length) {
+    scaled /= 1000;
+    prefix++;
+  }
+  const size = Math.abs(scaled);
+  if (!(size >= 0.9995 && size < 999.5)) return String(Number(value.toPrecision(3)));
+  const whole = prefix === 0 && Number.isInteger(scaled);
+  return scaled.toFixed(whole || size >= 99.95 ? 0 : size >= 9.995 ? 1 : 2) + PREFIXES[prefix];
+}
 
-// short: three digits and a prefix, for axes and legends.
-export const short = (value) => (Number.isFinite(value) ? compact.format(value) : String(value));
+// percent: three digits, of which at most two are decimals.
+export function percent(value) {
+  if (value > 0 && value < 0.01) return "<0.01 %";
+  return `${value.toFixed(Number.isInteger(value) || value >= 99.95 ? 0 : value >= 9.995 ? 1 : 2)} %`;
+}
+
+// shownIn turns a value of a column into what its heading says that it is in.
+export const shownIn = (column, value) => (column.unit === "octets" ? value * BITS : value);
+
+// amount writes what shownIn gives.
+export const amount = (column, value) => (column.kind === "percent" ? percent(value) : rate(value));
+
+// grouped: a number of rows, with commas between the thousands.
+export const grouped = (number) => number.toLocaleString("en");
 
 export const clock = (seconds) => new Date(seconds * 1000).toLocaleTimeString("en-GB");
 
@@ -61,4 +84,4 @@ export function duration(seconds) {
   return whole < 7200 ? `${Math.round(whole / 60)} min` : `${Math.round(whole / 3600)} h`;
 }
 
-export const count = (number, noun) => `${rate(number)} ${noun}${number === 1 ? "" : "s"}`;
+export const count = (number, noun) => `${grouped(number)} ${noun}${number === 1 ? "" : "s"}`;

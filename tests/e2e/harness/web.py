@@ -53,6 +53,7 @@ class WebServer:
         root.chmod(0o777)  # where any user of a server may read what is installed
         shutil.copy(CGI, root)
         shutil.copytree(REPOSITORY / "web" / "page", root / "page")
+        shutil.copy(CGI.parents[1] / "page" / "columns.js", root / "page")
         config = root / "tallyd.conf"
         shipped = (CGI.parents[1] / f"{kind}-tallyd.conf").read_text()
         for installed in ("libexec/tallyd", "share/tallyd"):

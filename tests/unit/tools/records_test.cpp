@@ -41,14 +41,28 @@ TEST(RecordColumns, HaveAnRrdNameEach) {
 }
 
 TEST(CellText, Numbers) {
-  EXPECT_EQ(number_text(1.0 / 3, NumberStyle::exact), "0.3333333333333333");
-  const std::pair<double, const char*> cases[] = {
-      {0, "0"},         {1.0 / 3, "0.333"},    {0.9996, "1.00"},
-      {9.996, "10.0"},  {99.96, "100"},        {999.4, "999"},
-      {999.5, "1.00k"}, {-1234567, "-1.23M"},  {18446744073709551616.0, "18.4E"},
-      {1e30, "1e+30"},  {std::nan(""), "nan"},
+  const struct {
+    double value;
+    const char *exact, *rate, *percent;
+  } cases[] = {
+      {0, "0", "0", "0 %"},
+      {1.0 / 3, "0.3333333333333333", "0.333", "0.33 %"},
+      {0.00012, "0.00012", "<0.001", "<0.01 %"},
+      {0.9996, "0.9996", "1.00", "1.00 %"},
+      {9.996, "9.996", "10.0", "10.0 %"},
+      {99.96, "99.96", "100", "100 %"},
+      {4e5, "400000", "400k", "400000 %"},
+      {999.5, "999.5", "1.00k", "1000 %"},
+      {-1234567, "-1234567", "-1.23M", "-1234567 %"},
+      {18446744073709551616.0, "18446744073709551616", "18.4E", "18446744073709551616 %"},
+      {1e30, "1e+30", "1e+30", "1000000000000000019884624838656 %"},
+      {std::nan(""), "nan", "nan", "nan %"},
   };
-  for (const auto& [value, si] : cases) EXPECT_EQ(number_text(value, NumberStyle::si), si);
+  for (const auto& [value, exact, rate, percent] : cases) {
+    EXPECT_EQ(number_text(value, NumberStyle::exact), exact);
+    EXPECT_EQ(rate_text(value), rate);
+    EXPECT_EQ(percent_text(value), percent);
+  }
 }
 
 // No two keys look alike, and no name drives the terminal.
