@@ -358,6 +358,7 @@ def test_with_a_daemon(agent, daemon):
     assert [(row["hostAddress"], row["notes"]) for row in last["rows"]] == [("02:00:00:00:00:03", ["unchanged"])]
     findings = {each["subject"]: each["level"] for each in json.loads(tallyctl("check --json"))}
     assert {findings[name] for name in ("daemon", "pipe", "space", "preferences", "agent", "host 1")} == {"ok"}
+    assert "  access               open to all users: the collection files, the control pipe, the PID file's lock\n" in tallyctl("check")
     away = PIPE.rename(PIPE.with_suffix(".away"))
     assert "makes its pipe only when it starts" in tallyctl("check", status=1)
     away.rename(PIPE)

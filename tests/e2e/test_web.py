@@ -171,7 +171,7 @@ def test_requests(either_server, pipe):
     if either_server.kind == "apache":  # the one that gives up root's powers
         PIPE.chmod(0o755)
         status, answer = either_server.send(VIEWING)
-        assert status == 500 and "rights have to be mended" in answer["error"]
+        assert status == 500 and "has no access to" in answer["error"]
     for method, wanted in (("PUT", 405), ("DELETE", 405), ("HEAD", 200)):
         assert either_server.request(method, "/tally/control", {"Content-Length": "0"})[0] == wanted, method
     status, headers, _ = either_server.request("GET", "/tally")

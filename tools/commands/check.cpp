@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "commands/tallyctl.h"
@@ -124,6 +125,26 @@ void check_directory(const ToolPaths& paths, const DaemonState& daemon, Report& 
                   number_text(static_cast<double>(bytes), NumberStyle::si), directory,
                   inodes ? "" : ", but no file can be added"),
       enough ? "" : "free some space: a poll that runs out of it puts the previous sample back");
+}
+
+// Files and pipe have mode 0777, so it is their directories that keep strangers out. Whoever may
+// open the PID file may hold its lock, and then no daemon starts.
+void check_access(const ToolPaths& paths, Report& report) {
+  const auto open_to_all = [](const std::string& path, mode_t right) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && (status.st_mode & right) != 0;
+  };
+  std::vector<std::string> open;
+  if (open_to_all(paths.data_directory, S_IXOTH)) open.emplace_back("the collection files");
+  const std::string pipe_directory = std::filesystem::path(paths.control_pipe).parent_path();
+  if (open_to_all(pipe_directory, S_IXOTH) && open_to_all(paths.control_pipe, S_IROTH | S_IWOTH)) {
+    open.emplace_back("the control pipe");
+  }
+  if (open_to_all(paths.pid_file, S_IROTH | S_IWOTH)) open.emplace_back("the PID file's lock");
+  if (open.empty()) return;
+  report.add(Level::warning, "access", fmt::format("open to all users: {}", fmt::join(open, ", ")),
+             "nothing, if all users are trusted; else see 'Who may do what' in the page on "
+             "integration");
 }
 
 // What others may read is out of reach of this process, not necessarily of the daemon.
@@ -289,6 +310,11 @@ bool has_no_rows(const ToolPaths& paths, const Collection& collection) {
 void check_collections(const ToolPaths& paths, const SupervisorSettings& settings, Report& report) {
   std::string error;
   const auto collections = present_collections(paths.data_directory, error);
+  if (!error.empty()) {
+    return report.add(Level::problem, "collections",
+                      fmt::format("{} cannot be read: {}", paths.data_directory, error),
+                      "run this as root, or become a member of the directory's group");
+  }
   if (collections.empty()) {
     return report.add(Level::warning, "collections", "there are no collection files",
                       "'tallyctl create host 1' starts one; its first rates come with the second "
@@ -377,6 +403,7 @@ ExitCode check(const ToolPaths& paths, bool json) {
   check_daemon(paths, daemon, report);
   check_pipe(paths, daemon.running, report);
   check_directory(paths, daemon, report);
+  check_access(paths, report);
   check_preferences(paths, report);
   check_agent(report);
   check_supervisor(paths, settings, target, report);

@@ -42,9 +42,8 @@ PipeAnswer answer(PipeState state, const std::string& pipe, int error = 0) {
       return {state, "not a FIFO", pipe + " is not a FIFO, so nothing is written to it", kMakeAnew};
     case PipeState::forbidden:
       return {state, "not accessible",
-              "user " + std::to_string(geteuid()) + " may not write to " + pipe +
-                  ": its rights have to be mended",
-              kMakeAnew};
+              "user " + std::to_string(geteuid()) + " has no access to " + pipe,
+              "run this as root, or become a member of the directory's group"};
     case PipeState::failed:
       break;
   }
