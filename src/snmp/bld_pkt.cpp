@@ -58,7 +58,8 @@ unsigned char* put_uint64(unsigned char* out, std::int16_t tag, const UInt64* va
 }
 
 unsigned char* put_octet_string(unsigned char* out, std::int16_t tag, const OctetString* string) {
-  if (string == nullptr || DoLenLen(string->length) < 0) {
+  if (string == nullptr || DoLenLen(string->length) < 0 ||
+      (string->octet_ptr == nullptr && string->length > 0)) {
     ZN_LOG(APPACKET, "AddOctetString,lenlen\n");
     return nullptr;
   }
@@ -70,7 +71,7 @@ unsigned char* put_octet_string(unsigned char* out, std::int16_t tag, const Octe
 
 // Writes an OID whose content has `content` bytes; -1 stands for one that cannot be measured.
 unsigned char* put_oid(unsigned char* out, std::int16_t tag, const OID* oid, std::int32_t content) {
-  if (oid == nullptr || oid->length < 2) {
+  if (oid == nullptr || oid->oid_ptr == nullptr || oid->length < 2) {
     ZN_LOG(APWARN, "%s: Attempting to encode oid with length < 2\n", "AddOID");
     return nullptr;
   }

@@ -51,7 +51,7 @@ std::int16_t FindLenOctetString(const OctetString* string) {
 
 std::int32_t oid_content(const OID* oid) {
   if (oid == nullptr || oid->length > INT16_MAX) return -1;
-  if (oid->length < 3) return 1;
+  if (oid->length < 3 || oid->oid_ptr == nullptr) return 1;
   std::int32_t content = oid->length - 1;  // one for the first two, at least one for each other
   for (const std::uint32_t subid : std::span(oid->oid_ptr + 2, oid->oid_ptr + oid->length)) {
     if (subid > 0x7F) content += subid_size(subid) - 1;

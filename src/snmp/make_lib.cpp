@@ -103,12 +103,12 @@ Record* adopted(Record* record, Record* (*clone)(const Record*)) {
 }
 
 // Sets the sizes of a binding once it has its value. Returns null when name or value has no
-// encoding (logs); the value then stays the caller's.
-VarBind* measured(VarBindPtr binding) {
+// encoding (logs); `value`, if it was adopted, then stays the caller's.
+VarBind* measured(VarBindPtr binding, const void* value) {
   binding->name_size = FindLenOID(binding->name);
   binding->value_size = value_size(*binding);
   if (binding->name_size < 0 || binding->value_size < 0) {
-    binding->type = NULL_TYPE;
+    if (binding->value.os_value == value) binding->type = NULL_TYPE;
     return nullptr;
   }
   binding->data_length = binding->name_size + binding->value_size;
@@ -265,7 +265,7 @@ VarBind* MakeVarBindWithValue(const OID* object, const OID* instance, std::int16
       return nullptr;
   }
   binding->type = type;
-  return measured(std::move(binding));
+  return measured(std::move(binding), value);
 }
 
 VarBind* MakeVarBindWithNull(const OID* object, const OID* instance) {
@@ -273,7 +273,7 @@ VarBind* MakeVarBindWithNull(const OID* object, const OID* instance) {
       named_binding(object, instance, "MakeVarBindWithNull", "MakeVarBindWithNull, vb malloc\n");
   if (binding == nullptr) return nullptr;
   binding->type = NULL_TYPE;
-  return measured(std::move(binding));
+  return measured(std::move(binding), nullptr);
 }
 
 VarBind* CloneVarBind(const VarBind* binding) {
@@ -340,6 +340,11 @@ Pdu* MakePdu(std::int16_t type, std::int32_t request_id, std::int32_t error_stat
       }
       pdu->enterprise = adopted(enterprise, CloneOID);
       pdu->agent_addr = adopted(agent_addr, CloneOctetString);
+      if (pdu->enterprise == nullptr || pdu->agent_addr == nullptr) {  // no memory for a copy
+        if (pdu->enterprise != enterprise) FreeOID(pdu->enterprise);
+        if (pdu->agent_addr != agent_addr) FreeOctetString(pdu->agent_addr);
+        return nullptr;
+      }
       pdu->generic_trap = generic_trap;
       pdu->specific_trap = specific_trap;
       pdu->time_ticks = time_ticks;

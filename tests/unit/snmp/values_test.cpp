@@ -100,11 +100,20 @@ TEST_F(Refusals, OfFreeingWhatIsNotSeparate) {
   for (const bool separate : {false, true}) {
     OctetString* const string = MakeOctetString(nullptr, 1);
     string->octet_ptr = separate ? static_cast<unsigned char*>(std::malloc(9)) : nullptr;
+    unsigned char* out = nullptr;  // nothing is written from a null pointer
+    if (!separate) {
+      EXPECT_EQ(AddOctetString(&out, OCTET_STRING_TYPE, string), -1);
+      logged("20000 AddOctetString,lenlen");
+    }
     FreeOctetString(string);
     logged(separate ? "1000 freed octet string with separate octet_ptr" : "");
     OID* const name = MakeOID(nullptr, 1);
     name->oid_ptr = separate ? static_cast<std::uint32_t*>(std::malloc(12)) : nullptr;
     name->length = 20;
+    if (!separate) {
+      EXPECT_EQ(AddOID(&out, OBJECT_ID_TYPE, name), -1);
+      logged("1000 AddOID: Attempting to encode oid with length < 2");
+    }
     FreeOID(name);
     logged(separate ? "1000 freed oid with separate oid_ptr" : "");
     const OidPtr whole(MakeOID(nullptr, 20));  // has a block of its own size
