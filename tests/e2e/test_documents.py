@@ -73,7 +73,7 @@ COUNTING = example("tutorial.md", "minitapd --interface", "sh")  # a daemon, and
 TYPED = [
     ("tutorial.md", "", {}, "", (
         "pdist 1  interval", '"row_count":', "protocol_tag,protocolDirLocalIndex", "last sample", "running, process",
-        "answers at", "protocolDistStatsPkts", "tallyd_pdist_packets_total{")),
+        "answers at", "one value in", "protocolDistStatsPkts", "tallyd_pdist_packets_total{")),
     ("../README.md", COUNTING, {"watch host 1": "watch host 1 --count 2", "tallyctl check": "tallyctl check || true"}, "tallyctl stop", (
         "host 1  interval", '"row_count":', "running, process", "answers at")),
     ("settings.md", "", {}, "tallyctl status --json || tallyctl check || true", ('"planned_interval": 30', "10.0.0.2")),

@@ -31,8 +31,8 @@ def needs(judge):
     return pytest.mark.skipif(shutil.which(judge) is None, reason=f"{judge} is not there to judge")
 
 
-def run(line, **how):
-    return subprocess.run([TALLYCTL, *line.split()], capture_output=True, text=True, timeout=60, check=False, **how)
+def run(line, *words, **how):
+    return subprocess.run([TALLYCTL, *line.split(), *words], capture_output=True, text=True, timeout=60, check=False, **how)
 
 
 def tallyctl(line, status=0):
@@ -212,30 +212,33 @@ def test_record(pipe, tmp_path):
     """Each interval once; what was polled while nobody recorded, and what is not a rate, is unknown afterwards."""
     def poll(end, packets):
         put("nlhost_1", 3, struct.pack("<II4s12x5d", 7, 4, b"\x7f\0\0\1", packets, 0, 0, 0, 8), time=end)
+    base = int(time.time()) // 60 * 60 - 600
     file = tmp_path / "csv" / "nlhost_1.csv"
     csv, rrd = (f"record nlhost 1 --{kind} {tmp_path}/{kind}" for kind in ("csv", "rrd"))
-    poll(1_700_000_060, 1.5)
+    poll(base + 60, 1.5)
     tallyctl(csv + " --seconds 1")
     tallyctl(rrd + " --seconds 1")
     recorder = begin(csv)
     processes.wait_until(lambda: "inotify" in str(processes.descriptors(recorder.pid)))
-    poll(1_700_000_300, 2.5)
-    processes.wait_until(lambda: "1700000300" in file.read_text())
+    poll(base + 300, 2.5)
+    processes.wait_until(lambda: f"{base + 300}," in file.read_text())
     recorder.terminate()
     assert recorder.wait(60) == 0
-    tallyctl(rrd + " --seconds 1")
+    (tmp_path / "rrd/nlhost_1/8_127.0.0.2.rrd").write_bytes(b"makes room")
+    tallyctl(rrd + " --rows 1 --seconds 1")
     assert file.read_text().splitlines()[1:] == [
-        "1700000060,60,7,127.0.0.1,1.5,0,0,0,8,", "1700000240,180,,,,,,,,gap", "1700000300,60,7,127.0.0.1,2.5,0,0,0,8,"]
-    fetched = subprocess.run(["rrdtool", "fetch", tmp_path / "rrd/nlhost_1/7_127.0.0.1.rrd", "AVERAGE", "-s", "1700000040",
-                              "-e", "1700000300"], capture_output=True, text=True, check=True).stdout
-    values = [float(value) for value in re.findall(r"^\d+: (\S+)", fetched, re.MULTILINE)]
-    assert str(values[:4]) == "[1.5, nan, nan, 2.5]"
+        f"{base + 60},60,7,127.0.0.1,1.5,0,0,0,8,", f"{base + 240},180,,,,,,,,gap", f"{base + 300},60,7,127.0.0.1,2.5,0,0,0,8,"]
+    history = f"history nlhost 1 --rrd {tmp_path}/rrd --since 15min "
+    assert tallyctl(history + "--csv").splitlines()[1:] == [f"{base + 60},7 127.0.0.1,1.5,0,0,0,8", f"{base + 300},7 127.0.0.1,2.5,0,0,0,8"]
+    shown = run(history, env=dict(os.environ, LANG="C", LC_ALL="")).stdout.splitlines()
+    assert re.fullmatch(r"nlHostOutOctets +mean +most +last", shown[1]) and re.search(r"^7 127.0.0.1 +0 +0 +0 +_   _", shown[2])
+    assert re.search(r"\nnlHostInPkts +2 +2.50 +2.50 +\S   \S", run(history + "--column nlHostInPkts --key", "7 127.0.0.1").stdout)
     before = file.read_text()
 
     def full_disk():
         signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
         resource.setrlimit(resource.RLIMIT_FSIZE, (len(before) + 5, len(before) + 5))
-    poll(1_700_000_360, 3)
+    poll(base + 360, 3)
     assert "this interval is missing there" in run(csv + " --seconds 1", preexec_fn=full_disk).stderr
     assert file.read_text() == before
 

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <functional>
 
@@ -36,7 +37,9 @@ struct Words {
   bool no_notes = false;
   bool no_viewing = false;
   ViewOptions view;
+  std::string since = "1d";
   RecordOptions record;
+  HistoryOptions history;
   MetricsOptions metrics;
 };
 
@@ -266,7 +269,47 @@ void add_record(const Builder& builder) {
       ->type_name("DIR");
   sub.add_option("--top", options.top, "Only the N busiest rows of each interval; 0: all")
       ->type_name("N");
+  sub.add_option("--rows", options.rows,
+                 "Databases of each collection at most; default 1000, of some 200 kB each")
+      ->check(CLI::Range(1, 1'000'000))
+      ->type_name("N");
   add_duration(sub, builder.words);
+}
+
+// 90, 90s, 30min, 6h, 7d or 2w.
+seconds parse_period(const std::string& text) {
+  constexpr std::pair<const char*, int> kUnits[] = {{"", 1},     {"s", 1},      {"min", 60},
+                                                    {"h", 3600}, {"d", 86'400}, {"w", 604'800}};
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  for (const auto& [unit, factor] : kUnits) {
+    if (error == std::errc{} && number > 0 && number < 100'000 && std::string_view(end) == unit) {
+      return seconds{std::int64_t{number} * factor};
+    }
+  }
+  throw UsageError(fmt::format("'{}' is no period: write 90s, 30min, 6h, 7d or 2w", text));
+}
+
+void add_history(const Builder& builder) {
+  Words& words = builder.words;
+  HistoryOptions& options = words.history;
+  CLI::App& sub = builder.add("history", "Show the rates that 'record --rrd' has kept", [&builder] {
+    HistoryOptions read = builder.words.history;
+    read.collection = parse_collection(builder.words.collections);
+    read.since = parse_period(builder.words.since);
+    read.format = view_of(builder.words).format;
+    return history(builder.paths, read);
+  });
+  add_collection(sub, words, "The collection");
+  sub.add_option("--since", words.since, "How far back: 90s, 30min, 6h, 7d or 2w; default 1d")
+      ->type_name("PERIOD");
+  sub.add_option("--key", options.key, "One row, with all its counters")->type_name("KEY");
+  sub.add_option("--column", options.column, "Which rate of all rows; default: the main one")
+      ->type_name("COLUMN");
+  sub.add_option("--top", options.top, "Only the N busiest rows; 0: all")->type_name("N");
+  sub.add_option("--rrd", options.directory, "The directory that record was given")
+      ->type_name("DIR");
+  sub.add_flag("--csv", words.csv, "As CSV")->excludes(add_json(sub, words, "As one JSON object"));
 }
 
 void add_metrics(const Builder& builder) {
@@ -305,6 +348,7 @@ int tallyctl(int argc, const char* const* argv, const ToolPaths& paths) {
   add_watch(builder);
   add_status_and_check(builder);
   add_record(builder);
+  add_history(builder);
   add_metrics(builder);
   try {
     app.parse(argc, argv);

@@ -18,7 +18,7 @@ _tallyctl() {
     --file) words="delta last prev" ;;
     --color) words="auto never" ;;
     --rrd | --csv)
-      if [[ ${COMP_WORDS[1]} == record ]]; then
+      if [[ ${COMP_WORDS[1]} == record || $prev == --rrd ]]; then
         mapfile -t COMPREPLY < <(compgen -d -- "$cur")
         return
       fi
@@ -32,7 +32,7 @@ _tallyctl() {
       ;;
   esac
   if [[ -z $words && $COMP_CWORD -eq 1 ]]; then
-    words="create destroy viewing view interval reload rescan stop show watch status check record metrics --help --version"
+    words="create destroy viewing view interval reload rescan stop show watch status check record history metrics --help --version"
   elif [[ -z $words ]]; then
     case ${COMP_WORDS[1]} in
       create | destroy) words=$_tallyctl_types ;;
@@ -41,7 +41,8 @@ _tallyctl() {
       show) words="$_tallyctl_types --file --json --csv --top --sort --reverse --where --line-speed --no-notes --wide --si --color --wait" ;;
       watch) words="$_tallyctl_types --top --sort --reverse --where --line-speed --no-notes --wide --si --color --every --no-viewing --count --seconds" ;;
       status | check) words="--json" ;;
-      record) words="$_tallyctl_types --rrd --csv --top --seconds" ;;
+      record) words="$_tallyctl_types --rrd --csv --top --rows --seconds" ;;
+      history) words="$_tallyctl_types --since --key --column --top --rrd --json --csv" ;;
       metrics) words="$_tallyctl_types --top --textfile --listen" ;;
     esac
     [[ $cur == -* || ${COMP_WORDS[1]} == status || ${COMP_WORDS[1]} == check ]] && words+=" --help"

@@ -53,8 +53,19 @@ struct RecordOptions {
   std::vector<Collection> collections;  // none: every collection that has files
   std::string rrd_directory;            // one of the two
   std::string csv_directory;
-  std::size_t top = 0;  // rows of each collection at most, by its main rate; 0: all
+  std::size_t top = 0;      // rows of each collection at most, by its main rate; 0: all
+  std::size_t rows = 1000;  // databases of each collection at most
   std::optional<std::chrono::seconds> duration;
+};
+
+struct HistoryOptions {
+  Collection collection;
+  std::string directory;  // empty: the recording unit's
+  Format format = Format::table;
+  std::string key;      // one row: its key columns, separated by blanks; empty: all rows
+  std::string column;   // of all rows, which rate; empty: the type's main rate
+  std::size_t top = 0;  // the busiest rows only; 0: all
+  std::chrono::seconds since{86'400};  // how far back
 };
 
 struct MetricsOptions {
@@ -75,6 +86,7 @@ ExitCode watch(const ToolPaths& paths, const WatchOptions& options);
 ExitCode status(const ToolPaths& paths, bool json);
 ExitCode check(const ToolPaths& paths, bool json);
 ExitCode record(const ToolPaths& paths, const RecordOptions& options);
+ExitCode history(const ToolPaths& paths, const HistoryOptions& options);
 ExitCode metrics(const ToolPaths& paths, const MetricsOptions& options);
 
 // tallyctl understands the command line and runs one command. The process ignores SIGPIPE

@@ -44,9 +44,17 @@ class History {
 std::unique_ptr<History> make_csv_history(const std::string& directory);
 
 // make_rrd_history updates one round robin database per row, DIR/host_3/KEY.rrd, with a GAUGE for
-// each value: a day of single steps, a week of 10 steps each, two months of 60 steps each, the last
-// also as maximum.
-std::unique_ptr<History> make_rrd_history(const std::string& directory, std::int32_t step);
+// each value: a day of single steps, eight days of ten minutes, 32 days of hours and 400 of days,
+// the last two also as maxima. Of a collection's databases at most `rows` are kept: the one that
+// was updated longest ago makes room.
+std::unique_ptr<History> make_rrd_history(const std::string& directory, std::int32_t step,
+                                          std::size_t rows);
+
+// rrd_directory returns where a collection's databases lie.
+std::string rrd_directory(const std::string& directory, const Collection& collection);
+
+// rrd_error returns what librrd says of its last failure, and clears it.
+std::string rrd_error();
 
 // rrd_source_name shortens a column's name to what librrd takes (at most 19 of A-Z a-z 0-9 _).
 std::string rrd_source_name(const Column& column);

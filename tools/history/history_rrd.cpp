@@ -2,9 +2,11 @@
 #include <rrd.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 #include "daemon/base/collection_types.h"
 #include "history/history.h"
@@ -20,22 +22,21 @@ constexpr int kHeartbeat = 7200;
 // How many octets of a data source's name librrd stores.
 constexpr std::size_t kLongestName = 19;
 
-std::string take_error() {
-  std::string error = rrd_get_error() != nullptr ? rrd_get_error() : "unknown";
-  rrd_clear_error();
-  return error;
-}
-
-std::string directory_of(const std::string& directory, const Collection& collection) {
-  return is_agent_type(collection.type)
-             ? fmt::format("{}/{}_{}", directory, type_stem(collection.type), collection.index)
-             : fmt::format("{}/{}", directory, type_stem(collection.type));
-}
+struct Archive {
+  const char* kind;
+  std::int32_t span;  // seconds
+  std::int32_t step;  // seconds of one value; 0: the database's own
+};
+constexpr std::int32_t kHour = 3600;
+constexpr std::int32_t kDay = 24 * kHour;
+constexpr Archive kArchives[] = {{"AVERAGE", kDay, 0},          {"AVERAGE", 8 * kDay, 600},
+                                 {"AVERAGE", 32 * kDay, kHour}, {"AVERAGE", 400 * kDay, kDay},
+                                 {"MAX", 32 * kDay, kHour},     {"MAX", 400 * kDay, kDay}};
 
 class RrdHistory final : public History {
  public:
-  RrdHistory(std::string directory, std::int32_t step)
-      : directory_(std::move(directory)), step_(step) {}
+  RrdHistory(std::string directory, std::int32_t step, std::size_t rows)
+      : directory_(std::move(directory)), step_(step), rows_(rows) {}
 
   std::int64_t last_end(const Collection& collection) override;
   std::string keep(const Interval& interval) override;
@@ -43,16 +44,18 @@ class RrdHistory final : public History {
  private:
   std::string create(const std::string& file, const Interval& interval) const;
   std::string update(const std::string& file, const Interval& interval, const Row& row) const;
+  void make_room(const std::string& directory, const std::set<std::string>& files) const;
 
   std::string directory_;
   std::int32_t step_;
+  std::size_t rows_;
 };
 
 // last_end is that of the database which was updated last.
 std::int64_t RrdHistory::last_end(const Collection& collection) {
   std::int64_t end = 0;
   std::error_code code;
-  const std::filesystem::directory_iterator files(directory_of(directory_, collection), code);
+  const std::filesystem::directory_iterator files(rrd_directory(directory_, collection), code);
   for (const auto& file : files) {
     if (file.path().extension() != ".rrd") continue;
     const std::int64_t last = rrd_last_r(file.path().c_str());
@@ -67,9 +70,10 @@ std::string RrdHistory::create(const std::string& file, const Interval& interval
   for (const Column& column : interval.layout.columns.subspan(interval.layout.key_columns)) {
     words.push_back(fmt::format("DS:{}:GAUGE:{}:U:U", rrd_source_name(column), kHeartbeat));
   }
-  for (const char* archive : {"RRA:AVERAGE:0.5:1:1440", "RRA:AVERAGE:0.5:10:1008",
-                              "RRA:AVERAGE:0.5:60:1488", "RRA:MAX:0.5:60:1488"}) {
-    words.emplace_back(archive);
+  for (const Archive& archive : kArchives) {
+    const std::int32_t steps = std::max(archive.step / step_, 1);
+    words.push_back(
+        fmt::format("RRA:{}:0.5:{}:{}", archive.kind, steps, archive.span / (steps * step_) + 1));
   }
   std::vector<const char*> pointers;
   pointers.reserve(words.size());
@@ -77,7 +81,7 @@ std::string RrdHistory::create(const std::string& file, const Interval& interval
   const auto begin = static_cast<time_t>(interval.end - interval.seconds);
   if (rrd_create_r(file.c_str(), static_cast<unsigned long>(step_), begin,
                    static_cast<int>(pointers.size()), pointers.data()) != 0) {
-    return take_error();
+    return rrd_error();
   }
   return {};
 }
@@ -85,7 +89,7 @@ std::string RrdHistory::create(const std::string& file, const Interval& interval
 std::string RrdHistory::update(const std::string& file, const Interval& interval,
                                const Row& row) const {
   const std::int64_t last = rrd_last_r(file.c_str());
-  if (last < 0) return take_error();
+  if (last < 0) return rrd_error();
   if (last >= interval.end) return {};
   // A value counts since the update before it: so much of it as the interval does not cover is
   // made unknown first.
@@ -102,21 +106,40 @@ std::string RrdHistory::update(const std::string& file, const Interval& interval
   if (last < interval.end - interval.seconds) updates.push_back(gap.c_str());
   updates.push_back(values.c_str());
   if (rrd_update_r(file.c_str(), nullptr, static_cast<int>(updates.size()), updates.data()) != 0) {
-    return take_error();
+    return rrd_error();
   }
   return {};
 }
 
+// Removes the databases above the limit, those first that were updated longest ago; never one of
+// `files`, which have just been.
+void RrdHistory::make_room(const std::string& directory, const std::set<std::string>& files) const {
+  std::vector<std::pair<std::filesystem::file_time_type, std::string>> others;
+  std::error_code code;
+  for (const auto& file : std::filesystem::directory_iterator(directory, code)) {
+    if (file.path().extension() != ".rrd" || files.contains(file.path())) continue;
+    others.emplace_back(file.last_write_time(code), file.path());
+  }
+  const std::size_t room = rows_ - files.size();
+  if (others.size() <= room) return;
+  std::sort(others.begin(), others.end());
+  others.resize(others.size() - room);
+  for (const auto& [time, file] : others) std::filesystem::remove(file, code);
+}
+
 std::string RrdHistory::keep(const Interval& interval) {
-  const std::string directory = directory_of(directory_, interval.collection);
+  const std::string directory = rrd_directory(directory_, interval.collection);
   if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) {
     return fmt::format("{}: {}", directory, std::strerror(errno));
   }
+  std::set<std::string> files;
   std::size_t failures = 0;
   std::string first;
   for (const Row& row : interval.rows) {
+    if (files.size() == rows_) break;
     const std::string file =
         fmt::format("{}/{}.rrd", directory, row_file_name(interval.layout, row.record));
+    files.insert(file);
     std::string error;
     std::error_code code;
     if (!std::filesystem::exists(file, code)) error = create(file, interval);
@@ -124,12 +147,25 @@ std::string RrdHistory::keep(const Interval& interval) {
     if (error.empty()) continue;
     if (++failures == 1) first = error;
   }
+  make_room(directory, files);
   if (failures == 0) return {};
   return fmt::format("{}: {} of {} rows could not be kept; the first: {}", directory, failures,
                      interval.rows.size(), first);
 }
 
 }  // namespace
+
+std::string rrd_error() {
+  std::string error = rrd_get_error() != nullptr ? rrd_get_error() : "unknown";
+  rrd_clear_error();
+  return error;
+}
+
+std::string rrd_directory(const std::string& directory, const Collection& collection) {
+  return is_agent_type(collection.type)
+             ? fmt::format("{}/{}_{}", directory, type_stem(collection.type), collection.index)
+             : fmt::format("{}/{}", directory, type_stem(collection.type));
+}
 
 std::string rrd_source_name(const Column& column) {
   constexpr std::pair<const char*, const char*> kShorter[] = {
@@ -167,8 +203,9 @@ std::string row_file_name(const RecordLayout& layout, const unsigned char* recor
   return file;
 }
 
-std::unique_ptr<History> make_rrd_history(const std::string& directory, std::int32_t step) {
-  return std::make_unique<RrdHistory>(directory, step);
+std::unique_ptr<History> make_rrd_history(const std::string& directory, std::int32_t step,
+                                          std::size_t rows) {
+  return std::make_unique<RrdHistory>(directory, step, rows);
 }
 
 }  // namespace tally

@@ -1,0 +1,210 @@
+// history: what record has kept in round robin databases, as lines of small bars, JSON or CSV.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "commands/tallyctl.h"
+#include "console/output.h"
+#include "console/terminal.h"
+#include "history/history_reader.h"
+#include "records/cell_text.h"
+#include "views/sparkline.h"
+#include "views/view.h"
+
+namespace tally {
+namespace {
+
+constexpr std::size_t kWidestChart = 60;
+constexpr std::size_t kLineWithoutTerminal = 120;
+
+// Chosen is a row with its rates.
+struct Chosen {
+  std::string key;  // its key columns, separated by blanks
+  Series series;
+  double mean = NAN;  // of the rate that the rows are compared by
+};
+
+// Figures are what stands beside the bars of a rate; NaN when all of it is unknown.
+struct Figures {
+  double mean = NAN;
+  double most = NAN;
+  double last = NAN;
+};
+
+Figures figures_of(const std::vector<double>& values) {
+  Figures figures;
+  double sum = 0;
+  double count = 0;
+  for (const double value : values) {
+    if (std::isnan(value)) continue;
+    sum += value;
+    ++count;
+    figures.most = count == 1 ? value : std::max(figures.most, value);
+    figures.last = value;
+  }
+  if (count > 0) figures.mean = sum / count;
+  return figures;
+}
+
+std::string joined(const std::vector<std::string>& key) {
+  return fmt::format("{}", fmt::join(key, " "));
+}
+
+const std::vector<double>* values_of(const Series& series, std::size_t column) {
+  const auto at = std::find(series.columns.begin(), series.columns.end(), column);
+  if (at == series.columns.end()) return nullptr;
+  return &series.values[static_cast<std::size_t>(at - series.columns.begin())];
+}
+
+std::string figure_text(double value) {
+  return std::isnan(value) ? "-" : number_text(value, NumberStyle::si);
+}
+
+// Line is one line of the table: what it is of, figures, bars.
+struct Line {
+  std::string name;
+  const std::vector<double>* values;
+};
+
+void print_lines(Output& output, const std::string& heading, const std::vector<Line>& lines) {
+  std::size_t width = heading.size();
+  for (const Line& line : lines) width = std::max(width, line.name.size());
+  const Terminal terminal = look_at_terminal();
+  const std::size_t columns = terminal.columns != 0 ? terminal.columns : kLineWithoutTerminal;
+  const std::size_t taken = width + 3 * 9 + 2;
+  const std::size_t room = columns > taken + 10 ? columns - taken : 10;
+  output << fmt::format("{:<{}}{:>9}{:>9}{:>9}\n", heading, width, "mean", "most", "last");
+  for (const Line& line : lines) {
+    const Figures figures = figures_of(*line.values);
+    output << fmt::format(
+        "{:<{}}{:>9}{:>9}{:>9}  {}\n", line.name, width, figure_text(figures.mean),
+        figure_text(figures.most), figure_text(figures.last),
+        sparkline(*line.values, std::min(room, kWidestChart), locale_has_blocks()));
+  }
+}
+
+void print_table(Output& output, const HistoryOptions& options, const RecordLayout& layout,
+                 std::size_t column, const std::vector<Chosen>& rows) {
+  const Series& first = rows.front().series;
+  const std::size_t count = first.values.empty() ? 0 : first.values.front().size();
+  output << fmt::format("{}  {} to {}  one value in {}  rows {}\n", title(options.collection),
+                        time_text(first.begin),
+                        time_text(first.begin + first.step * static_cast<std::int64_t>(count)),
+                        duration_text(first.step), rows.size());
+  std::vector<Line> lines;
+  if (!options.key.empty()) {
+    for (std::size_t i = 0; i < first.columns.size(); ++i) {
+      lines.push_back({layout.columns[first.columns[i]].name, &first.values[i]});
+    }
+    return print_lines(output, rows.front().key, lines);
+  }
+  for (const Chosen& row : rows) {
+    if (const auto* values = values_of(row.series, column)) lines.push_back({row.key, values});
+  }
+  print_lines(output, layout.columns[column].name, lines);
+}
+
+// One line for each row and step, with all counters; nothing where all are unknown.
+void print_csv(Output& output, const RecordLayout& layout, const std::vector<Chosen>& rows) {
+  output << "time,key";
+  for (const std::size_t column : rows.front().series.columns) {
+    output << ',' << layout.columns[column].name;
+  }
+  output << '\n';
+  for (const Chosen& row : rows) {
+    const Series& series = row.series;
+    for (std::size_t i = 0; !series.values.empty() && i < series.values.front().size(); ++i) {
+      std::string values;
+      bool known = false;
+      for (const std::vector<double>& of : series.values) {
+        values += ',';
+        if (std::isnan(of[i])) continue;
+        known = true;
+        values += number_text(of[i], NumberStyle::exact);
+      }
+      if (!known) continue;
+      output << fmt::format("{},{}{}\n",
+                            series.begin + series.step * static_cast<std::int64_t>(i + 1), row.key,
+                            values);
+      (void)output.flush_full();  // report_output tells
+    }
+  }
+}
+
+void print_json(Output& output, const HistoryOptions& options, const RecordLayout& layout,
+                const std::vector<Chosen>& rows) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const Chosen& row : rows) {
+    nlohmann::ordered_json rates = nlohmann::ordered_json::object();
+    for (std::size_t i = 0; i < row.series.columns.size(); ++i) {
+      auto& values = rates[layout.columns[row.series.columns[i]].name] =
+          nlohmann::ordered_json::array();
+      for (const double value : row.series.values[i]) {
+        values.push_back(std::isfinite(value) ? nlohmann::ordered_json(value)
+                                              : nlohmann::ordered_json());
+      }
+    }
+    list.push_back({{"key", row.key},
+                    {"begin", row.series.begin},
+                    {"step", row.series.step},
+                    {"rates", std::move(rates)}});
+  }
+  output << nlohmann::ordered_json{{"collection", title(options.collection)},
+                                   {"rows", std::move(list)}}
+                .dump()
+         << '\n';
+}
+
+}  // namespace
+
+ExitCode history(const ToolPaths& paths, const HistoryOptions& options) {
+  const RecordLayout& layout = *record_layout(options.collection.type);
+  const std::size_t column =
+      order_for(layout, options.column, false, 1).column.value_or(layout.rank);
+  if (column < layout.key_columns) {
+    throw UsageError(fmt::format("{} is a part of the key, not a rate", options.column));
+  }
+  const std::string& directory = options.directory.empty() ? paths.history : options.directory;
+  std::string error;
+  std::vector<KeptRow> kept = kept_rows(directory, options.collection, layout, error);
+  if (!options.key.empty()) {
+    std::erase_if(kept, [&](const KeptRow& row) { return joined(row.key) != options.key; });
+  }
+  const std::int64_t now = std::time(nullptr);
+  std::vector<Chosen> rows;
+  for (const KeptRow& row : kept) {
+    auto series = read_series(row, layout, now - options.since.count(), now, error);
+    if (!series) continue;
+    const auto* values = values_of(*series, column);
+    const double mean = values != nullptr ? figures_of(*values).mean : NAN;
+    rows.push_back({joined(row.key), std::move(*series), mean});
+  }
+  if (!error.empty()) complain(fmt::format("{}: {}", directory, error));
+  if (rows.empty()) {
+    complain(fmt::format("{}: {} has no history{}; 'tallyctl record --rrd {}' keeps one", directory,
+                         title(options.collection), options.key.empty() ? "" : " of " + options.key,
+                         directory));
+    return kAbsent;
+  }
+  // The busiest first, those without a known rate last.
+  std::stable_sort(rows.begin(), rows.end(), [](const Chosen& left, const Chosen& right) {
+    return !std::isnan(left.mean) && (std::isnan(right.mean) || left.mean > right.mean);
+  });
+  if (options.top != 0 && rows.size() > options.top) rows.resize(options.top);
+  Output output(STDOUT_FILENO);
+  if (options.format == Format::csv) {
+    print_csv(output, layout, rows);
+  } else if (options.format == Format::json) {
+    print_json(output, options, layout, rows);
+  } else {
+    print_table(output, options, layout, column, rows);
+  }
+  output.flush();
+  return report_output(output) && error.empty() ? kDone : kAbsent;
+}
+
+}  // namespace tally
