@@ -115,8 +115,9 @@ ExitCode record(const ToolPaths& paths, const RecordOptions& options) {
     return kAbsent;
   }
   const std::int32_t step = std::max(planned_interval(paths.preferences).value_or(60), 1);
-  Recorder recorder(paths, options,
-                    csv ? make_csv_history(directory) : make_rrd_history(directory, step, options.rows));
+  Recorder recorder(
+      paths, options,
+      csv ? make_csv_history(directory) : make_rrd_history(directory, step, options.rows));
   Signals signals;
   const FileEvents events(paths.data_directory);  // before the first look, so that nothing is lost
   const Deadline deadline(options.duration);
