@@ -231,8 +231,8 @@ def test_record(pipe, tmp_path):
     history = f"history nlhost 1 --rrd {tmp_path}/rrd --since 15min "
     assert tallyctl(history + "--csv").splitlines()[1:] == [f"{base + 60},7 127.0.0.1,1.5,0,0,0,8", f"{base + 300},7 127.0.0.1,2.5,0,0,0,8"]
     shown = run(history, env=dict(os.environ, LANG="C", LC_ALL="")).stdout.splitlines()
-    assert re.fullmatch(r"nlHostOutOctets +mean +most +last", shown[1]) and re.search(r"^7 127.0.0.1 +0 +0 +0 +_   _", shown[2])
-    assert re.search(r"\nnlHostInPkts +2 +2.50 +2.50 +\S   \S", run(history + "--column nlHostInPkts --key", "7 127.0.0.1").stdout)
+    assert re.fullmatch(r"Out, bit/s +mean +most +last", shown[1]) and re.search(r"^7 127.0.0.1 +0 +0 +0 +_   _", shown[2])
+    assert re.search(r"\nIn, pkt/s +2 +2.50 +2.50 +\S   \S", run(history + "--column nlHostInPkts --key", "7 127.0.0.1").stdout)
     before = file.read_text()
 
     def full_disk():

@@ -60,13 +60,14 @@ const std::vector<double>* values_of(const Series& series, std::size_t column) {
   return &series.values[static_cast<std::size_t>(at - series.columns.begin())];
 }
 
-std::string figure_text(double value) {
-  return std::isnan(value) ? "-" : number_text(value, NumberStyle::si);
+std::string figure_text(const Column& column, double value) {
+  return std::isnan(value) ? "-" : people_text(column, value, FileKind::delta);
 }
 
 // Line is one line of the table: what it is of, figures, bars.
 struct Line {
   std::string name;
+  const Column* column;
   const std::vector<double>* values;
 };
 
@@ -81,8 +82,8 @@ void print_lines(Output& output, const std::string& heading, const std::vector<L
   for (const Line& line : lines) {
     const Figures figures = figures_of(*line.values);
     output << fmt::format(
-        "{:<{}}{:>9}{:>9}{:>9}  {}\n", line.name, width, figure_text(figures.mean),
-        figure_text(figures.most), figure_text(figures.last),
+        "{:<{}}{:>9}{:>9}{:>9}  {}\n", line.name, width, figure_text(*line.column, figures.mean),
+        figure_text(*line.column, figures.most), figure_text(*line.column, figures.last),
         sparkline(*line.values, std::min(room, kWidestChart), locale_has_blocks()));
   }
 }
@@ -98,14 +99,16 @@ void print_table(Output& output, const HistoryOptions& options, const RecordLayo
   std::vector<Line> lines;
   if (!options.key.empty()) {
     for (std::size_t i = 0; i < first.columns.size(); ++i) {
-      lines.push_back({layout.columns[first.columns[i]].name, &first.values[i]});
+      const Column& column_of = layout.columns[first.columns[i]];
+      lines.push_back({heading_text(column_of, FileKind::delta), &column_of, &first.values[i]});
     }
     return print_lines(output, rows.front().key, lines);
   }
   for (const Chosen& row : rows) {
-    if (const auto* values = values_of(row.series, column)) lines.push_back({row.key, values});
+    const auto* values = values_of(row.series, column);
+    if (values != nullptr) lines.push_back({row.key, &layout.columns[column], values});
   }
-  print_lines(output, layout.columns[column].name, lines);
+  print_lines(output, heading_text(layout.columns[column], FileKind::delta), lines);
 }
 
 // One line for each row and step, with all counters; nothing where all are unknown.
