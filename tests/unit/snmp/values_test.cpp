@@ -172,6 +172,25 @@ TEST_F(Refusals, OfAPduThatWasBuilt) {
   }
 }
 
+TEST(Values, EachIsWrittenByItself) {
+  unsigned char bytes[64];
+  unsigned char* out = bytes;
+  const OidPtr name = oid({1, 3, 128});
+  const OctetStringPtr string(MakeOctetStringFromText("ab"));
+  const UInt64Ptr counter(MakeCounter64(0x80, 1));
+  const VarBindPtr binding(MakeVarBindWithNull(name.get(), nullptr));
+  EXPECT_EQ(AddInt(&out, INTEGER_TYPE, -129), 0);
+  EXPECT_EQ(AddUInt(&out, GAUGE_32_TYPE, 0x80000000), 0);
+  EXPECT_EQ(AddUInt64(&out, COUNTER_64_TYPE, counter.get()), 0);
+  EXPECT_EQ(AddOctetString(&out, OPAQUE_TYPE, string.get()), 0);
+  EXPECT_EQ(AddNull(&out, NULL_TYPE), 0);
+  EXPECT_EQ(AddOID(&out, OBJECT_ID_TYPE, name.get()), 0);
+  EXPECT_EQ(AddVarBind(&out, binding.get(), nullptr), 0);
+  EXPECT_EQ(text_of(bytes, static_cast<std::size_t>(out - bytes)),
+            "02 02 FF 7F 42 05 00 80 00 00 00 46 06 00 80 00 00 00 01 44 02 61 62 05 00 "
+            "06 03 2B 81 00 30 07 06 03 2B 81 00 05 00");
+}
+
 TEST(Values, ALargerPacketRaisesTheLimitOfStrings) {
   zn_pkt_size = 4000;
   EXPECT_NE(OctetStringPtr(MakeOctetString(nullptr, 4000)), nullptr);

@@ -1,8 +1,7 @@
-// Runs every vector of tests/data/ber.txt: reads its bytes, writes the value again, compares what
-// is seen with the lines of the file.
+// Runs every vector of tests/data/ber.txt: reads its bytes and compares what is seen with the lines
+// of the file. The test against libsnmp sees to what is written.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -20,39 +19,19 @@ struct Reader {
   const unsigned char* end = cursor + bytes.size();
   RecordedLog log = {};
 
-  // `add` writes the value at a cursor.
-  template <typename Add>
-  std::string value(const std::string& text, Add add) {
-    log_context = nullptr;  // what writers log is not in the file
-    Bytes room(4096);
-    unsigned char* out = room.data();
-    const bool written = add(&out) == 0;
-    room.resize(static_cast<std::size_t>(out - room.data()));
-    const bool same = written && room == bytes;
-    std::string outcome = (same ? "==" : "=") + (text.empty() ? "" : " " + text);
-    if (written && !same) outcome += "|write " + text_of(room.data(), room.size());
-    return outcome;
-  }
-
-  std::string part(const std::string& text, bool good) {
-    return good ? value(text, [](auto) { return -1; }) : "";
-  }
-
-  template <typename T, typename Free, typename Add>
-  std::string record(T* parsed, Free free, Add add) {
+  template <typename T, typename Free>
+  std::string record(T* parsed, Free free) {
     const std::unique_ptr<T, Free> kept(parsed, free);
-    return parsed ? value(text_of(parsed), [=](auto out) { return add(out, parsed); }) : "";
+    return parsed ? value(text_of(parsed)) : "";
   }
 
   // Those that set a type set it to -1 when they refuse, and return 0.
   template <typename Number>
-  std::string number(Number (*parse)(const unsigned char**, const unsigned char*, std::int16_t*),
-                     int (*add)(unsigned char**, std::int16_t, Number)) {
+  std::string number(Number (*parse)(const unsigned char**, const unsigned char*, std::int16_t*)) {
     std::int16_t type = 0;
     const Number parsed = parse(&cursor, end, &type);
     EXPECT_TRUE(type > 0 || (type == -1 && parsed == 0));
-    if (type < 0) return "";
-    return value(std::to_string(parsed), [=](auto out) { return add(out, type, parsed); });
+    return type < 0 ? "" : value(std::to_string(parsed));
   }
 
   template <typename Parse>
@@ -60,7 +39,7 @@ struct Reader {
     std::int16_t type = wanted;
     const std::int32_t length = parse(&cursor, end, &type);
     EXPECT_EQ(type, length < 0 ? -1 : wanted);
-    return part(std::to_string(length), length >= 0);
+    return length < 0 ? "" : value(std::to_string(length));
   }
 
   std::string read(const std::string& parser) {
@@ -68,62 +47,39 @@ struct Reader {
     if (parser == "message" || parser == "pdu") {
       const auto* const all = std::exchange(cursor, end);
       const auto size = static_cast<std::int32_t>(bytes.size());
-      if (parser == "pdu") return record(ZnParsePdu(all, size), FreePdu, write_pdu);
-      return record(ZnParseSnmpMessage(&kV2cOnly, nullptr, nullptr, all, size), ZnFreeSnmpMessage,
-                    write_message);
+      if (parser == "pdu") return record(ZnParsePdu(all, size), FreePdu);
+      return record(ZnParseSnmpMessage(&kV2cOnly, nullptr, nullptr, all, size), ZnFreeSnmpMessage);
     }
-    if (parser == "binding") return record(ParseVarBind(&cursor, end), FreeVarBind, write_binding);
+    if (parser == "binding") return record(ParseVarBind(&cursor, end), FreeVarBind);
     if (parser == "type") {
       const int tag = ParseType(&cursor, end);
       const auto byte = static_cast<unsigned char>(tag);
-      return part(text_of(&byte, 1), tag >= 0);
+      return tag < 0 ? "" : value(text_of(&byte, 1));
     }
     if (parser == "length") {
       const std::int32_t length = ParseLength(&cursor, end);
-      return part(std::to_string(length), length >= 0);
+      return length < 0 ? "" : value(std::to_string(length));
     }
     if (parser == "sequence") return sequence(ParseSequence, SEQUENCE_TYPE);
     if (parser == "implicit/A2") return sequence(ParseImplicitSequence, RESPONSE_PDU);
-    if (parser == "int") return number(ParseInt, AddInt);
-    if (parser == "uint") return number(ParseUInt, AddUInt);
-    if (parser == "uint64") {
-      return record(ParseUInt64(&cursor, end), FreeUInt64,
-                    [](auto out, auto value) { return AddUInt64(out, COUNTER_64_TYPE, value); });
-    }
+    if (parser == "int") return number(ParseInt);
+    if (parser == "uint") return number(ParseUInt);
+    if (parser == "uint64") return record(ParseUInt64(&cursor, end), FreeUInt64);
     if (parser == "octets") {
       OctetString* const string = ParseOctetString(&cursor, end, &type);
       EXPECT_EQ(type == -1, string == nullptr);
-      return record(string, FreeOctetString,
-                    [=](auto out, auto value) { return AddOctetString(out, type, value); });
+      return record(string, FreeOctetString);
     }
     if (parser == "null") {
       const int result = ParseNull(&cursor, end, &type);
       EXPECT_EQ(result, type == -1 ? -1 : 0);
-      if (result != 0) return "";
-      return value(std::to_string(type), [=](auto out) { return AddNull(out, type); });
+      return result != 0 ? "" : value(std::to_string(type));
     }
     EXPECT_EQ(parser, "oid");
-    return record(ParseOID(&cursor, end), FreeOID,
-                  [](auto out, auto value) { return AddOID(out, OBJECT_ID_TYPE, value); });
+    return record(ParseOID(&cursor, end), FreeOID);
   }
 
-  static int copy(unsigned char** out, const OctetString& built) {
-    *out = std::copy_n(built.octet_ptr, built.length, *out);
-    return 0;
-  }
-  static int write_pdu(unsigned char** out, Pdu* pdu) {
-    return BuildPdu(pdu) != 0 ? -1 : copy(out, *pdu->packlet);
-  }
-  static int write_message(unsigned char** out, SnmpMessage* message) {
-    const OctetStringPtr packlet(std::exchange(message->packlet, nullptr));
-    if (packlet == nullptr || packlet->length == 0) return -1;  // nothing to send
-    Pdu pdu = {};
-    pdu.packlet = packlet.get();
-    return ZnBuildSnmpMessage(message, &pdu, &kV2cOnly) != 0 ? -1 : copy(out, *message->packlet);
-  }
-  static int write_binding(unsigned char** out, VarBind* binding) {
-    return FindLenVarBind(binding) < 0 ? -1 : AddVarBind(out, binding, nullptr);
-  }
+  static std::string value(const std::string& text) { return text.empty() ? "=" : "= " + text; }
 };
 
 // What is seen of the first `size` bytes of a vector.
@@ -140,11 +96,12 @@ std::string seen(const BerVector& vector, std::ptrdiff_t size) {
   return outcome;
 }
 
-TEST(Vectors, ReadWrittenAndCut) {
+TEST(Vectors, ReadAndCut) {
   for (const BerVector& vector : read_vectors(TEST_DATA "/ber.txt")) {
     SCOPED_TRACE(vector.name);
     const auto size = static_cast<std::ptrdiff_t>(vector.bytes.size());
-    EXPECT_EQ(seen(vector, size), vector.outcome);
+    const bool whole = vector.outcome.starts_with("==");
+    EXPECT_EQ(seen(vector, size), vector.outcome.substr(whole ? 1 : 0));
     if (vector.parser != "pdu" && vector.parser != "message") {
       Bytes behind = vector.bytes;
       behind.insert(behind.begin(), 0);
@@ -153,8 +110,8 @@ TEST(Vectors, ReadWrittenAndCut) {
       EXPECT_EQ(beyond.read(vector.parser), "");
       EXPECT_EQ(beyond.cursor, beyond.end + 1);
     }
-    // A shorter input is refused. What comes of changed bytes is for the fuzzer to find.
-    for (std::ptrdiff_t cut = 0; vector.outcome.starts_with("==") && cut < size; ++cut) {
+    // What comes of changed bytes is for the fuzzer to find.
+    for (std::ptrdiff_t cut = 0; whole && cut < size; ++cut) {
       const std::string outcome = seen(vector, cut);
       EXPECT_TRUE(!outcome.starts_with("=") || outcome.starts_with("= status 9")) << outcome;
     }
