@@ -55,15 +55,11 @@ def port_columns(number, which, wide):
     return speed, wide_columns, spread(low or 0, 10, WORD)
 
 
-def vlan_key(vlan):
-    return vlan.to_bytes(4, "little")
-
-
 def serve_vlans(supervisor, which):
     rows = {number: spread(values[which], 4, TOP) for number, values in enumerate(WIDE.values(), 1)
             if values[which] is not None}
     supervisor.serve(*[vlan_row(number, number * 300, counters) for number, counters in rows.items()])
-    return [(vlan_key(number * 300), tuple(map(float, counters))) for number, counters in rows.items()]
+    return [(VLANS.pack_key(number * 300), tuple(map(float, counters))) for number, counters in rows.items()]
 
 
 def serve_ports(supervisor, which, wide=True):
@@ -140,7 +136,7 @@ def test_which_vlans(daemon, supervisor):
     serve((2, 5), (3, 5), (7, 1, b"someone"), (8, 5), (9, 4))
     vlans.view()
     assert found() == [(9, 4), (2, 5), (3, 5), (8, 5)]
-    assert [row[0] for row in vlans.read("delta").rows] == [vlan_key(vlan) for vlan in (4, 5)]
+    assert [row[0] for row in vlans.read("delta").rows] == [VLANS.pack_key(vlan) for vlan in (4, 5)]
     serve((9, 4))
     vlans.view()
     assert found() == [(9, 4)]

@@ -6,7 +6,7 @@ import time
 import pytest
 
 from harness import settings, snmpd
-from harness.kinds import ETHER, PORTS, VLANS, Kind, text
+from harness.kinds import ETHER, PORTS, VLANS, Kind
 from harness.paths import program
 from harness.processes import wait_until
 
@@ -52,7 +52,7 @@ def test_traffic(own_daemon, agent, log):
 
         last = by_index(ports.read("last").rows)
         key, counters = last[left]
-        assert key == left.to_bytes(4, "little") + text(b"left")
+        assert key == PORTS.pack_key(left, b"left")
         answers = snmpd.get(f"{IF}.5.{left}", *[f"{IFX}.{column}.{left}" for column in WIDE])
         assert list(map(float, answers)) == [counters[0], *counters[2:6]]
         header, rows = ports.read("delta")

@@ -6,7 +6,6 @@ end, so the model rounds exact fractions twice, after each step to 64 bits and o
 """
 import itertools
 import os
-import struct
 import time
 from fractions import Fraction
 
@@ -38,11 +37,6 @@ def percent(used, room):
     return min(max(double(rounded(used / room, EXTENDED)), 0.0), 100.0)
 
 
-def text(name):
-    """An interface name as records hold it: its length, at most 16, and a field of 16 bytes."""
-    return struct.pack("<I", len(name[:16])) + name[:16].ljust(16, b"\0")
-
-
 def ether_record(index, port, name, before, now, speed, duplex, interval):
     """A row of the Ethernet statistics: what went down counts as nothing."""
     changes = [max(Fraction(float(new)) - Fraction(float(old)), 0) for old, new in zip(before, now)]
@@ -51,7 +45,7 @@ def ether_record(index, port, name, before, now, speed, duplex, interval):
     if speed:
         used = steps(changes[1] * 800, ("+", steps(changes[2], ("*", 16000))))
         usage = percent(used, steps(speed, ("*", duplex), ("*", interval)))
-    return struct.pack("<II", port, index) + text(name), (usage, *rates)
+    return ETHER.pack_key(port, index, name), (usage, *rates)
 
 
 def port_sample(index, name, speed, wide=None, narrow=None):
@@ -62,7 +56,7 @@ def port_sample(index, name, speed, wide=None, narrow=None):
         inputs, outputs = narrow[0:3], narrow[5:8]
     traffic = itertools.chain.from_iterable(zip(inputs, outputs))
     discards_errors = narrow[3], narrow[8], narrow[4], narrow[9]
-    return struct.pack("<I", index) + text(name), tuple(map(float, (speed, 0, *traffic, *discards_errors)))
+    return PORTS.pack_key(index, name), tuple(map(float, (speed, 0, *traffic, *discards_errors)))
 
 
 def narrow_rate(old, new, interval):
