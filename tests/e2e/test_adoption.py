@@ -5,7 +5,7 @@ from harness.daemon import NO_PREFERENCES, STARTED
 from harness.files import DSSTATS, LAYOUTS, MATRIX, PRIO, VLAN, listing, wait_for_listing
 from harness.paths import DATA
 
-# (owner, status) of rows: those that every kind adopts, those that some do, and one that none does.
+# (owner, status) of rows that every type adopts, that some types adopt, and that no type adopts.
 LOCAL_ROW, AGENTS_OWN, NOT_READY = (LOCAL, 1), ("monitor", 1), (LOCAL, 3)
 ENTRIES = [(10 * at, *entry) for at, entry in enumerate(
     [(LOCAL + "2", 1), LOCAL_ROW, ("x" * 255, 1), ("monitor", 2), LOCAL_ROW, AGENTS_OWN, NOT_READY], start=1)]
@@ -17,12 +17,12 @@ def adopted(layout):
 
 
 def scan_calls(entries):
-    """A scan asks for the row after each row, to the end."""
+    """The calls of a scan, which asks for the row after each row until there are no more."""
     return [f"index={index} request=2" for index in (0, *(entry[0] for entry in entries))]
 
 
 def test_adoption_at_the_start(own_daemon, agent, log):
-    """Every kind by its own rule; dsmatrix has none, whatever the agent holds."""
+    """Each type adopts by its own rule. No dsmatrix row is ever adopted."""
     mine = {layout: adopted(layout) for layout in LAYOUTS}
     agent.serve(control={layout.stem: ENTRIES for layout in LAYOUTS},
                 dsmatrix=[(20, (1, 5, 4, b"\1" * 20, 4, b"\2" * 20, 0, 3, 4))],
@@ -40,7 +40,7 @@ def test_adoption_at_the_start(own_daemon, agent, log):
             served = [samples.row(layout, 1, 5, index)]
             assert layout.read(index, "last").rows == model.returned(layout, served, index)
 
-    # Once more: what is known already stays as it is, and is not polled for it.
+    # A second scan leaves known collections alone and does not poll them.
     before = {name: (DATA / name).read_bytes() for name in wanted}
     added = [*ENTRIES, (999, *LOCAL_ROW)]
     agent.serve(control={"matrix": added}, matrix=[samples.row(MATRIX, 1, 5, 999)])

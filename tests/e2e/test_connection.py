@@ -16,7 +16,7 @@ from harness.syslog import DEBUG
     {"action": "close"}, {"action": "truncate", "bytes": 24}, None],
     ids=lambda fault: fault["action"] if fault else "agent gone")
 def test_connection_check_fails(fault, daemon, agent, log):
-    """A new connection is made; while that is refused, the polls are put off and no sample is lost."""
+    """The daemon connects anew. While the agent refuses that, polls wait and no sample is lost."""
     collection = Collection(daemon, HOST)
     agent.serve(host=HOSTS)
     collection.first_sample(records(HOSTS))
@@ -40,7 +40,7 @@ def test_connection_check_fails(fault, daemon, agent, log):
 
 
 def test_agent_that_comes_late(own_daemon, agent, log):
-    """Absent at the start: nothing is said while it is waited for, and what was asked for is kept."""
+    """Absent at the start: the daemon waits silently and remembers what was asked for."""
     agent.stop()
     try:
         own_daemon.start()

@@ -20,7 +20,7 @@ def illegal(name):
     return (WARNING, f"Illegal collection type in TALLYD_{name}_COLL message.")
 
 
-# What is written into the pipe in one piece, and all that is logged about it.
+# What is written into the pipe at once, and everything that is then logged.
 BYTES = {
     "5 bytes": (b"\3\0\0\0\0", [SIZE]),
     "13 bytes": (message(8) + b"\0", [TYPE, SIZE]),
@@ -56,7 +56,7 @@ def test_messages(daemon, log):
 
 @pytest.mark.parametrize("kind, name", [(12, "etherstats"), (13, "supvlanstats"), (14, "Ifstats")])
 def test_supervisor_kind(kind, name, daemon, log):
-    """The settings disable it. Only a message that changes that is logged."""
+    """The settings disable it. Only messages that change this are logged."""
     nobody_answers = (DEBUG, "Timeout error performing SNMP request.")  # asked twice
     for send, texts in (
             (VIEWING, [(DEBUG, f"{name} is disabled. VIEW message discarded.")]), (DESTROY, []),

@@ -29,8 +29,8 @@ COUNTERS = [(0, 0), (0, 1), (5, 5), (10, 4), (3, TOP), (TOP, TOP), (TOP, 0), (2*
             (12345678901234567, 12345678901999999), (2**62, 2**62 - 1)]
 
 
-# Stem: what the first request says behind the control index, and the request behind row 100 in
-# place of {}.
+# Stem: the members of a request behind the control index; what stands for {} in the first request,
+# and in the one behind row 100.
 KEYS_ASKED = {
     "host": ("address={} count=100 mode=3", [""], ["02:00:00:00:00:64"]),
     "matrix": ("source={} dest={} count=100 mode=3 direction=0", ["", ""], ["02:00:00:00:00:00", "02:00:00:00:00:64"]),
@@ -51,7 +51,7 @@ KEYS_ASKED = {
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_where_tables_end(layout, daemon, agent):
     """At a row of another collection, at one with a time mark, and when the agent does not advance:
-    a batch that ends with the key that was asked for is dropped. The requests are seen whole."""
+    a batch that ends with the key that was asked for is dropped."""
     batched = layout in BATCHED
     collection = Collection(daemon, layout, INDEX)
     for own in (3, 99, 100, 0):
@@ -86,8 +86,8 @@ def test_where_tables_end(layout, daemon, agent):
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=lambda layout: layout.stem)
 def test_any_rows_come_and_go(layout, daemon, agent):
-    """In any mixture, in the order of their whole keys, and at last all go. The batched types have so many that
-    they take several blocks of the record cache."""
+    """Rows come and go at random, sorted by their whole keys, and at last all go. The batched types have
+    enough rows for several blocks of the record cache."""
     chance = random.Random(layout.code)
     most = 900 if layout in BATCHED else 60
 
@@ -95,7 +95,7 @@ def test_any_rows_come_and_go(layout, daemon, agent):
         return [chance.randbytes(len(part)) if isinstance(part, bytes) else chance.getrandbits(31)
                 for part in samples.key(layout, 1)]
     order = lambda key: layout.order(layout.pack_key(*key))
-    # Every other one differs from its neighbour in one place only.
+    # Every other key differs from its neighbour in only one part.
     keys = [any_key() for _ in range(most // 2)]
     for key in keys[:]:
         at = chance.randrange(len(key))
@@ -128,7 +128,7 @@ def test_group_zero_is_asked_for(daemon, agent):
 
 
 def test_addresses_that_differ_behind_the_record(daemon, agent):
-    """Requests carry 20 bytes, records 16: the rows have one key in the files, and all are there."""
+    """Requests carry 20 bytes, records 16: all rows are in the files, under the same key."""
     served = [(INDEX, (1, 5, 4, b"\7" * 16 + bytes([0, 0, 0, last]), last, 2, 3, 4)) for last in range(1, 6)]
     collection = Collection(daemon, DSHOST, INDEX)
     for sample in (collection.first_sample, collection.next_sample):
@@ -158,7 +158,7 @@ def mac(text):
 # longest is of no use for network addresses: they are asked after whole, and requests have their limit.
 ADDRESSES = [b"", mac("01"), mac("01020304"), mac("020304050607"), mac("03040506070809"),
              bytes(range(4, 20)), b"\5" * 17, b"\6" * 255, b"\7" * 65536]
-# How a row of these types begins that has such an address.
+# The beginning of a row with such an address.
 ADDRESSED = {HOST: lambda address: (address,), MATRIX: lambda address: (b"\2\0\0\0\0\1", address),
              NLHOST: lambda address: (5, address), NLMATRIX: lambda address: (5, address, b"\x0a\0\0\1")}
 

@@ -54,7 +54,7 @@ def test_looked_at_left_alone_and_destroyed(own_daemon, agent, log):
 
 
 def test_new_interval_does_not_wake_the_task(daemon, agent, log):
-    """The task sleeps on as planned, as the whole daemon does; the new interval counts from its next wake-up."""
+    """The daemon sleeps on as planned; the new interval counts from the task's next wake-up."""
     agent.serve(host=[(1, ROW[HOST])])
     collection = Collection(daemon, HOST)
     collection.create()

@@ -1,4 +1,4 @@
-"""Replies that are spoilt at any call of a poll. The unit tests of the codec see to hostile ones."""
+"""Replies that are spoilt at any call of a poll. The unit tests of the codec cover hostile ones."""
 import pytest
 
 from harness import model, samples

@@ -124,7 +124,7 @@ PREFERENCES_SEEN = {
 
 
 def test_preferences(own_daemon, agent, log):
-    """The daemon starts whatever they hold. Without an interval, collections are not polled every second."""
+    """The daemon starts whatever the preferences hold. An interval of 0 does not mean a poll every second."""
     for label, (prepare, texts) in PREFERENCES_SEEN.items():
         settings.refresh(1)
         held = prepare()

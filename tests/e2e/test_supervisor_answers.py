@@ -55,7 +55,7 @@ def foreign(answer):
 
 
 # Label: (step, what is logged). A query's own texts are given by name, with the number in them; they mean
-# that it has failed. Of messages that cannot be read the unit tests have every kind.
+# that it has failed. The unit tests cover every other kind of message that cannot be read.
 FAULTS = {
     "nothing wrong": (lambda answer: [answer], []),
     "an error status": (changed(error=5, index=1), [("error", 5)]),
@@ -183,7 +183,7 @@ def test_each_binding(scene, supervisor, log):
 
 
 def test_silence(scene, supervisor, log):
-    """Each query is tried twice; a stream of foreign answers keeps none of them busy for ever."""
+    """Each query is tried twice; a stream of foreign answers does not keep it busy for ever."""
     scene.judge("vlan counters", "silence once", silence, [TIMED_OUT])
     supervisor.misbehave("ether walk", silence, silence)
     scene.act("ether walk")

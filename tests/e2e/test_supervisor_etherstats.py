@@ -83,7 +83,7 @@ def test_numbers(daemon, supervisor):
     assert not ether.path("delta").exists(), "no poll within one second"
 
 
-# What a row's owner is, and whether it is used.
+# Owners of rows, and whether such a row is used.
 OWNERS = {b"monitor": True, b"monitor\0": False, b"monitors": False, b"Monitor": False, b"": False}
 
 
@@ -123,12 +123,12 @@ def test_states(daemon, supervisor, log):
     next_second()
     round_of(up, [*walk(0), *new(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3)], None, act=ether.create)
     round_of(up, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
-    # Down is polled once more when that is news, and not again until something changes.
+    # An interface that has gone down is polled once more, and then not until something changes.
     for status in (2, 7):
         round_of({**up, 2: (status, status * 10)}, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])
         round_of({**up, 2: (status, status * 10)}, [*all_seen, *polled(3, 1)], [3, 1])
     round_of({**up, 2: (4, 70)}, [*all_seen, *polled(3, 2, 1)], [3, 2, 1])  # unknown counts as up
-    # A row whose interface cannot be asked about is dropped, and new when it can.
+    # A row is dropped while its interface cannot be asked about, and new afterwards.
     without_1 = {2: (1, 0), 3: (1, 0)}
     round_of(without_1, [*all_seen, *polled(3, 2)], [3, 2])
     round_of(without_1, [*walk(0), ("name", 101), *all_seen[2:], *polled(3, 2)], [3, 2])
@@ -147,7 +147,7 @@ def test_states(daemon, supervisor, log):
     # A new row that is down is not polled at first.
     down_2 = {**up, 2: (2, 0)}
     round_of(down_2, [*walk(0), *seen(1), *walk(1), *new(2), *walk(2), *new(3), *walk(3), *polled(3, 1)], [3, 1])
-    # A row whose counters cannot be had is missing once and keeps its baseline.
+    # A row without an answer about its counters is missing once and keeps its baseline.
     missing = (*COLUMNS, 3, 3)
     rows[3] = {name: value for name, value in rows[3].items() if name != missing}
     round_of(down_2, [*all_seen, *polled(3, 1)], [1])

@@ -47,7 +47,7 @@ def assert_cut_short(kind, count, size):
 
 @pytest.mark.parametrize("layout", FULL, ids=lambda layout: layout.stem)
 def test_full_disk(layout, daemon, supervisor, log):
-    """One page more each time. A failed write leaves the old sample, or a delta file without a sample time."""
+    """With one more page each time: a failed write leaves the old sample, or a delta file without a sample time."""
     count, sample_failures, delta_failures = FULL[layout]
     serve(supervisor, layout, count)
     with small():

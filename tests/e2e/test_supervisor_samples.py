@@ -122,7 +122,7 @@ def test_numbers(layout, serve, change, wide, fresh_daemon, supervisor, log):
 
 
 def test_which_vlans(daemon, supervisor):
-    """Rows of others and those that are not valid are stepped over; equal ids keep their order."""
+    """Rows of other owners and invalid rows are skipped; equal ids keep their order."""
     serve = lambda *rows: supervisor.serve(*[vlan_row(*row[:2], (row[0],) * 4, *row[2:]) for row in rows])
     serve((1, 9), (2, 5), (3, 5), (4, 1, b"monitors"), (5, 2, b"monitor", 2), (6, 3, b"monitor", 3), (7, 1))
     supervisor.table[(*CONTROL, 2, 4)] = NO_INSTANCE, None  # what others' rows say does not matter
@@ -132,7 +132,7 @@ def test_which_vlans(daemon, supervisor):
                                        *[("vlan counters", *row) for row in in_order]]
     found = lambda: [(int(counters[0]), int.from_bytes(key, "little")) for key, counters in vlans.read("last").rows]
     assert found() == in_order
-    # A row keeps its VLAN while it lives, and is another one after it was gone.
+    # A row keeps its VLAN while it exists, and may come back with another one.
     serve((2, 5), (3, 5), (7, 1, b"someone"), (8, 5), (9, 4))
     vlans.view()
     assert found() == [(9, 4), (2, 5), (3, 5), (8, 5)]
@@ -181,7 +181,7 @@ def test_which_ports(daemon, supervisor):
 
 
 def test_fall_back(fresh_daemon, supervisor, log):
-    """Every way to lack a 64-bit counter makes it ask for 32 bits; once that works, for good."""
+    """Whenever a 64-bit counter is missing it asks for 32 bits; once that has worked, for good."""
     ports = Kind(fresh_daemon, PORTS).create()
     before = {number: (2**40 * number,) * 8 for number in (1, 2)}
     supervisor.serve(*[port(number, wide=wide) for number, wide in before.items()])
@@ -197,7 +197,7 @@ def test_fall_back(fresh_daemon, supervisor, log):
         assert asked() == fallen, (at, kind)
         log.wait("ifTableEntry response packet had error 5", DEBUG)
     assert [key for key, _ in ports.read("last").rows] == [port_sample(2, b"port2", 0, (0,) * 8, (0,) * 10)[0]]
-    # Whatever else is not usable, or missing, is no reason to ask for 32 bits.
+    # Nothing else that is unusable or missing makes it ask for 32 bits.
     for step in (*[bound(at, (None, NO_OBJECT, None)) for at in (0, 9, 10, 11, 12)], *map(cut, range(13))):
         supervisor.misbehave("wide counters", step)
         ports.view(seconds=0)

@@ -26,7 +26,7 @@ def brisk_kinds(fresh_daemon, supervisor, log):
 
 
 def test_reader_holds_a_poll_up(brisk):
-    """Under a reader's lock the file stays as it is, and messages wait, too."""
+    """While a reader holds the lock, the file does not change, and messages wait."""
     ether = brisk[ETHER]
     ether.view()
     with open(ether.path("delta"), "rb") as delta:
@@ -47,7 +47,7 @@ def test_reader_holds_a_poll_up(brisk):
     (ETHER, "ether counters", []), (VLANS, "vlan counters", ["Error 7 polling vlan collection."]),
     (PORTS, "port walk", [])], ids=["etherstats", "supvlan", "ifstats"])
 def test_terminate(layout, query, texts, own_daemon, agent, supervisor, log):
-    """A silent supervisor is not waited for: what it was asked fails, and the old sample stays."""
+    """The daemon does not wait for a silent supervisor: the query fails, and the old sample stays."""
     supervisor.serve(*rows(*range(1, 30)))
     own_daemon.start()
     kind = Kind(own_daemon, layout).create()

@@ -84,7 +84,7 @@ def test_databases(own_daemon, agent, supervisor, log):
         if BOTH[0] in texts or NO_DATABASE in texts:
             ether.view(seconds=0)
             assert [place for place, each in supervisors.items() if each.take_asked()] == [address], number
-    # Of a damaged one some may be read; none of it ends the daemon.
+    # Some of a damaged database may be readable; the daemon survives it.
     settings.write(NMP_SETTINGS, **HOME)
     whole = NMP_SETTINGS.read_bytes()
     known = {NO_DATABASE, NO_ADDRESS, NO_COMMUNITY, *switches(False, False), *map(no_setting, ("etherstats", "vlanstats"))}
@@ -116,7 +116,7 @@ APPLIANCES = [
 
 
 def test_targets(own_daemon, log):
-    """Target 7 has interface statistics and nothing else, the others all but these."""
+    """Target 7 has only interface statistics, all others everything else."""
     for content, is_7 in APPLIANCES:
         APPLIANCE_SETTINGS.write_bytes(content)
         own_daemon.start(serve=False)
@@ -170,7 +170,7 @@ def test_defaults_and_no_agent(own_daemon, agent, supervisor, log):
 
 
 def test_absent_and_found_again(own_daemon, agent, scripted_supervisor, log):
-    """What is sent while nobody answers is served afterwards."""
+    """Messages that arrive while the supervisor is silent are handled afterwards."""
     here, there = scripted_supervisor, Supervisor(OTHER)
     here.restart()
     here.stop()

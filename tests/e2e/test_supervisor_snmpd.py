@@ -62,7 +62,7 @@ def test_traffic(own_daemon, agent, log):
                                             packets_in / header.interval, packets_out / header.interval], rel=1e-12)
         assert rates[:2] == pytest.approx([rate * 800 / speed for rate in rates[2:4]], rel=1e-12)
 
-        # The Ethernet statistics count both directions, and are no older than the moment.
+        # The Ethernet statistics count both directions, and are up to date.
         header, rows = ether.read("delta")
         (usage, *rates), = [counters for key, counters in rows if int.from_bytes(key[:4], "little") == left]
         assert [rate * header.interval for rate in rates[1:3]] == pytest.approx([octets_in + octets_out, 3700])

@@ -8,7 +8,7 @@ from . import control, model, processes
 
 
 def set_sample_time(path, moment):
-    """Make a last sample one of this moment, so that the next interval is what we want."""
+    """Give a last sample this time, so that the next interval is what the scenario wants."""
     with open(path, "r+b") as file:
         file.seek(8)
         file.write(struct.pack("<i", moment))

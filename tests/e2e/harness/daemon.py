@@ -28,7 +28,7 @@ ERROR_STATUS = 255  # what the shell sees of -1
 
 
 def environment(traced=False):
-    # Leaks cannot be looked for in a process that is being traced.
+    # The leak checker does not work in a traced process.
     options = f"log_path={REPORTS}/tallyd:detect_leaks={int(not traced)}:verify_asan_link_order=0"
     return dict(os.environ, ASAN_OPTIONS=options, UBSAN_OPTIONS=options + ":print_stacktrace=1",
                 TSAN_OPTIONS=options)
@@ -111,7 +111,7 @@ class Daemon:
 
 @contextlib.contextmanager
 def injected(daemon, path, fault, *more):
-    """As long as the context lasts, its system calls on this path fail, as strace's inject= says."""
+    """Within this context, its system calls on this path fail as strace's inject= says."""
     trace = subprocess.Popen([*STRACE, "-p", str(daemon.pid), "-P", str(path), "-e", f"inject={fault}", *more])
     try:
         threads = [f"{daemon.pid}/task/{thread}" for thread in os.listdir(f"/proc/{daemon.pid}/task")]
@@ -123,7 +123,7 @@ def injected(daemon, path, fault, *more):
 
 
 def sanitizer_reports():
-    """What sanitizers found in any daemon so far; emptied by reading."""
+    """The new reports of sanitizers about any daemon, which are then removed."""
     texts = []
     for path in sorted(REPORTS.glob("*")):
         texts.append(f"{path.name}:\n{path.read_text(errors='replace')}")

@@ -23,7 +23,7 @@ def small():
 
 def resize(pages):
     """Of `small`. At least one page: 0 would lift the limit."""
-    # With its source named, it is changed in its size alone: an ordinary user may not repeat the owner.
+    # Naming the source changes only the size: an ordinary user may not repeat the owner.
     subprocess.run(["mount", "-o", f"remount,size={pages * PAGE}", "tmpfs", str(DATA)], check=True)
 
 

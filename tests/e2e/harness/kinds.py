@@ -112,7 +112,7 @@ class Kind:
         self.daemon.answer(timeout)
 
     def view(self, seconds=1, **how):
-        """Have it polled, in that many seconds from this one: somebody looks and there is no delta."""
+        """Have it polled that many seconds from now, by a viewing message while there is no delta file."""
         if seconds:
             time.sleep(seconds + 0.02 - time.time() % 1)
         self.path("delta").unlink(missing_ok=True)
