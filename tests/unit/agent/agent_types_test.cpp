@@ -1,5 +1,6 @@
 // The operations of all agent types, where the end-to-end tests do not reach: rates over any
-// interval, scans and polls of an agent that does not go on, and dsmatrix, which no message creates.
+// interval, scans and polls of an agent that does not go on, and dsmatrix, which no message
+// creates.
 #include <gtest/gtest.h>
 #include <minitapd/tapd.h>
 
