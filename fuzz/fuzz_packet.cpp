@@ -29,27 +29,27 @@ void check_packet(const Packet& packet) {
   demand(network.dscp < 64, "six bits of DSCP");
 }
 
-// A cut frame lies in memory of its exact size, so that a sanitizer sees a read past its end.
+// One cut, whose place the last byte says: all of them would take a hundred times as long. The cut
+// frame lies in memory of its exact size, so that a sanitizer sees a read past its end.
 void check_cut(Bytes frame, const Packet& whole) {
-  for (std::size_t size = 0; size < frame.size(); ++size) {
-    const auto cut = std::make_unique<std::uint8_t[]>(size);
-    std::copy_n(frame.begin(), size, cut.get());
-    const auto packet = parse_frame({cut.get(), size}, 60);
-    demand(packet.has_value() == (size >= 14), "an Ethernet header is 14 bytes");
-    if (!packet) continue;
-    check_packet(*packet);
-    demand(packet->protocol_count <= whole.protocol_count &&
-               std::ranges::equal(packet->stack(), whole.stack().first(packet->protocol_count)),
-           "a cut frame shows a part of the whole one");
-    demand(!packet->network || (whole.network && packet->network->source == whole.network->source),
-           "a cut frame has no other addresses");
-  }
+  const std::size_t size = frame.back() % frame.size();
+  const auto cut = std::make_unique<std::uint8_t[]>(size);
+  std::copy_n(frame.begin(), size, cut.get());
+  const auto packet = parse_frame({cut.get(), size}, 60);
+  demand(packet.has_value() == (size >= 14), "an Ethernet header is 14 bytes");
+  if (!packet) return;
+  check_packet(*packet);
+  demand(packet->protocol_count <= whole.protocol_count &&
+             std::ranges::equal(packet->stack(), whole.stack().first(packet->protocol_count)),
+         "a cut frame shows a part of the whole one");
+  demand(!packet->network || (whole.network && packet->network->source == whole.network->source),
+         "a cut frame has no other addresses");
 }
 
-// The agent's own tests compare the tables' counts with tshark's.
+// The agent's own tests compare the tables' counts with tshark's. Here the tables, which are large,
+// stay from frame to frame: full ones drop rows.
 void count(Bytes frame) {
-  LiveSource source({.max_rows = 4, .max_frame_octets = 0, .descr = "", .own_address = {}});
-  for (std::size_t i = 0; i < kTableCount; ++i) source.add_control(static_cast<Table>(i), 1, "");
+  static LiveSource source({.max_rows = 4, .max_frame_octets = 0, .descr = "", .own_address = {}});
   source.count_frame(frame, 60);
 }
 
