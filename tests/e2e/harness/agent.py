@@ -68,11 +68,11 @@ class Agent:
         new.rename(SCRIPT)
         self.forget_calls()
 
-    def start(self):
+    def start(self, timeout=10):
         self._may_exit = False
         self._process = subprocess.Popen([BINARY, "--script", SCRIPT, "--trace", TRACE],
                                          stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
-        processes.wait_until(self.answers)
+        processes.wait_until(self.answers, timeout)
         return self
 
     @staticmethod
@@ -90,6 +90,10 @@ class Agent:
     def stop(self):
         self._process.terminate()
         assert self._process.wait(10) == 0
+
+    def kill(self):
+        self._process.kill()
+        self._process.wait()
 
     def bring_back(self):
         """Start it again if it has ended, or will because its script says so."""

@@ -10,6 +10,7 @@ from . import processes
 from .paths import DATA
 
 Header = collections.namedtuple("Header", "interval up_time time type")
+HEADER = struct.Struct("<iIiI")
 Sample = collections.namedtuple("Sample", "header rows")
 
 NUMBER, MAC, TEXT, COUNTED = "I", "6s", "16s", "I16s"  # formats of struct; COUNTED has its length in front
@@ -49,13 +50,13 @@ class Layout:
         return [self.path(index, kind) for kind in ("prev", "last", "delta")]
 
     def pack(self, header, rows):
-        return struct.pack("<iIiI", *header) + b"".join(
+        return HEADER.pack(*header) + b"".join(
             key + self._tail.pack(*counters) for key, counters in rows)
 
     def unpack(self, data):
         header, body = data[:16], data[16:]
         assert len(header) == 16 and len(body) % self.size == 0, f"{len(data)} bytes"
-        return Sample(Header(*struct.unpack("<iIiI", header)), [
+        return Sample(Header(*HEADER.unpack(header)), [
             (body[at:at + self.key], self._tail.unpack_from(body, at + self.key))
             for at in range(0, len(body), self.size)])
 

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""Computes the rate cases of agent_types_test.cpp, when it is built: make_rate_cases.py END_TO_END_TESTS
+"""Computes the rate cases of agent_types_test.cpp, when it is built: make_rate_cases.py END_TO_END_TESTS [SEED COUNT]
 
-The arithmetic is that of the end-to-end tests, in whole numbers and fractions. Columns: interval,
+With a seed, that many random cases. The arithmetic is that of the end-to-end tests, in whole numbers and fractions. Columns: interval,
 previous count, new count, rate, rate of a new row.
 """
 import random
@@ -16,8 +16,21 @@ from harness.model import DOUBLE, rate, rate_of_new, rounded
 def line(interval, old, new):
     columns = [float(old), float(new), rate(old, new, interval), rate_of_new(new, interval)]
     assert columns[:2] == [old, new]
-    print("{%du, %s}," % (interval, ", ".join(float(column).hex() for column in columns)))
+    print(interval, *(float(column).hex() for column in columns))
 
+
+def random_cases(seed, count):
+    random.seed(seed)
+    for _ in range(count):
+        old, new = (int(float(random.getrandbits(random.randint(1, 64)))) for _ in range(2))
+        if random.random() < 0.5:
+            new = min(int(float(old + random.getrandbits(random.randint(1, 40)))), 2**64)
+        line(random.getrandbits(random.randint(1, 32)) or 1, old, new)
+
+
+if len(sys.argv) > 2:
+    random_cases(*map(int, sys.argv[2:]))
+    sys.exit()
 
 COUNTS = [0, 1, 101, 2**53, 2**53 + 2, 2**63, 2**63 + 2048, 2**64 - 4096, 2**64]
 INTERVALS = [0, 1, 3, 10, 60, 2047, 2048, 3600, 2**31 + 1, 2**32 - 60, 2**32 - 1]

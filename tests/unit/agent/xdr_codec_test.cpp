@@ -4,9 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
+#include <string>
 
 #include "support/allocations.h"
 #include "support/wire_peers.h"
@@ -57,6 +61,28 @@ TEST(XdrCodec, HoldsThePropertyOfTheFuzzer) {
     check(number, with_many_rows<T>(reply), reply.size() % 9);  // longer than the codec's window
     for (; !reply.empty(); reply.pop_back()) check(number, reply);
   });
+}
+
+// Replies of which a few words are random, as many as PEER_ROUNDS says. The property includes
+// rpcgen's reading.
+TEST(Peer, RpcgenAgrees) {
+  std::vector<Bytes> replies;
+  for_each_message([&]<class T>(std::uint8_t number, Bytes reply) {
+    reply.insert(reply.begin(), number);
+    replies.push_back(std::move(reply));
+  });
+  const char* const wanted = std::getenv("PEER_ROUNDS");
+  const unsigned long rounds = wanted == nullptr ? 3000 : std::stoul(wanted);
+  for (unsigned round = 0; round < rounds; ++round) {
+    std::mt19937 random(round);
+    Bytes reply = replies[random() % replies.size()];
+    for (std::size_t words = 1 + random() % 8; words > 0 && reply.size() > 4; --words) {
+      std::generate_n(
+          reply.begin() + 1 + static_cast<std::ptrdiff_t>(random() % (reply.size() / 4) * 4), 4,
+          [&] { return static_cast<std::uint8_t>(random() >> (random() % 25)); });
+    }
+    LLVMFuzzerTestOneInput(reply.data(), reply.size());
+  }
 }
 
 // Any word may be a count, and a hostile one must cost no more than the bytes that came with it.
