@@ -6,6 +6,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+FAKETIME = ("env", "LD_PRELOAD=/usr/$LIB/faketime/libfaketime.so.1", "FAKETIME_NO_CACHE=1")  # a command's start
 
 
 def sandboxed(kind, **options):

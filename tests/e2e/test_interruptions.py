@@ -1,9 +1,7 @@
-"""Polls that somebody breaks off or puts off: a terminate message, a kill, a reader, the clock."""
+"""Polls that somebody breaks off or puts off: a terminate message, a kill, a reader."""
 import fcntl
-import pathlib
 import signal
 import struct
-import time
 
 import pytest
 
@@ -18,7 +16,6 @@ from harness.supervisor import silence, vlan_row
 from harness.syslog import DEBUG, WARNING
 
 PAIR = (1, (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3))
-ZERO_INTERVAL = "host_calc_delta() found a 0-length interval."
 LOCK_FAILED = (WARNING, "poll_coll_delta: Error locking delta file.")
 
 
@@ -132,42 +129,4 @@ def test_killed_before_a_sample_is_finished(own_daemon, agent, supervisor, log):
     interval, _, now, _ = vlans.read("delta").header
     assert now - interval == VLANS.unpack(whole).header.time
     assert vlans.read("delta").rows == [(whole[16:20], (8000 / interval,) * 4)]
-    assert own_daemon.stop() == 0
-
-
-def test_clock_is_set(own_daemon, agent, log):
-    """Polls go on as they were planned, whichever way the time of day moves."""
-    offset = pathlib.Path("/tmp/clock-offset")
-    offset.write_text("+1d\n")
-    fake = ("env", "LD_PRELOAD=/usr/$LIB/faketime/libfaketime.so.1", "DONT_FAKE_MONOTONIC=1",
-            "FAKETIME_NO_CACHE=1", f"FAKETIME_TIMESTAMP_FILE={offset}")
-    settings.refresh(2)
-    agent.serve(host=HOSTS, matrix=[PAIR])
-    own_daemon.start(fake)
-    log.expect(*STARTED)
-    for layout in (MATRIX, HOST):
-        control.send(control.CREATE, layout.code, 1)
-    processes.wait_until(HOST.path(1, "last").exists)
-
-    def sample_time():
-        control.send(control.VIEWING, HOST.code, 1)
-        own_daemon.settle()
-        while len(data := HOST.path(1, "last").read_bytes()) < 16 or not HOST.unpack(data).header.time:
-            time.sleep(0.01)  # the next poll is writing it
-        return HOST.unpack(data).header.time
-
-    def polled(times):
-        for _ in range(times):
-            before = sample_time()
-            processes.wait_until(lambda: sample_time() != before, pause=0.1)
-        return sample_time()
-
-    assert abs(polled(2) - time.time() - 86400) < 60
-    agent.forget_calls()
-    for text, days, way in (("+0", 0, "back"), ("+1d", 1, "ahead")):
-        offset.write_text(text + "\n")
-        assert abs(polled(3) - time.time() - 86400 * days) < 60
-        log.wait(f"The clock was set 86400 seconds {way}; the times of the next polls move with it.", DEBUG)
-    log.take_all(ZERO_INTERVAL)
-    assert agent.calls(ROWS["matrix"]) == [], "nobody looks at it, and its hour has not passed"
     assert own_daemon.stop() == 0
