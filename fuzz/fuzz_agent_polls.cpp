@@ -126,7 +126,9 @@ void check_merge(const CollectionOps& ops, std::uint32_t type, std::size_t befor
 void check(Span input) {
   const Span head = take(input, 2);
   if (head.size() < 2) return;
-  const CollectionRecord collection{.type = head[0] % (kDsMatrix + 1), .index = 1};
+  CollectionRecord collection;
+  collection.type = head[0] % (kDsMatrix + 1);
+  collection.index = 1;
   const Span before = take(input, take_word(input));
   to_come = input;
   InputAgent agent;

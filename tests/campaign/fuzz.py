@@ -26,7 +26,7 @@ def fuzz(name, seconds):
     options = "quarantine_size_mb=64:malloc_context_size=2"
     with open(report, "w", encoding="ascii") as output:
         process = subprocess.Popen(
-            [BUILD / "fuzz" / f"fuzz_{name}", f"-max_total_time={seconds}", "-entropic=0", "-timeout=5",
+            [BUILD / "fuzz" / f"fuzz_{name}", f"-max_total_time={seconds}", "-entropic=0", "-timeout=60",
              "-rss_limit_mb=512", "-print_final_stats=1", f"-artifact_prefix={found}/", found,
              ROOT / "fuzz" / "corpus" / name],
             env={**os.environ, "ASAN_OPTIONS": options}, stdout=output, stderr=subprocess.STDOUT)

@@ -17,7 +17,7 @@ ROWS = 250
 
 
 def run(share, case):
-    yield from sandboxed("readers", reads=GOAL // 10 if share else GOAL)
+    yield from sandboxed("readers", reads=GOAL // 50 if share else GOAL)
 
 
 def read_whole(path):
