@@ -65,7 +65,6 @@ FAULTS = {
     "from elsewhere": (lambda answer: [Elsewhere(answer)], []),
     "another community": (lambda answer: [message(answer, b"public")], []),
     "more bindings": (lambda answer: [answer._replace(bindings=[*answer.bindings, (UP_TIME, TICKS, 1)])], []),
-    "more behind it": (lambda answer: [message(answer) + b"\0\1\2"], []),
     "version 1": (lambda answer: [message(answer, version=0)], NO_PACKLET),
     "garbage": (lambda _: [b"\0garbage"], NO_PACKLET),
     "more than 2048 bytes": (changed(bindings=[(UP_TIME, OCTETS, bytes(2048))]), NO_PACKLET),

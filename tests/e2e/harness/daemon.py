@@ -12,8 +12,6 @@ from .syslog import DEBUG, WARNING
 BINARY = program("TALLYD_BIN", "src/tallyd")
 REPORTS = pathlib.Path("/tmp/sanitizer-reports")  # of a binary that was built with sanitizers
 
-SANITIZED = b"__asan_init" in pathlib.Path(BINARY).read_bytes()  # its memory says nothing about ours
-
 # What the log says first where the settings let no supervisor kind be.
 STARTED = ((DEBUG, "Starting tallyd."), (DEBUG, "etherstats disabled"), (DEBUG, "supvlanstats disabled"),
            (DEBUG, "ifstats disabled"))
