@@ -139,12 +139,12 @@ def test_lines_of_the_chart(browser):
         const modules = ["delta", "layouts", "series"].map(name => import(`./${name}.js`));
         Promise.all(modules).then(([{decode}, {LAYOUTS}, {History}]) => {
           const layout = LAYOUTS.get("prio"), history = new History();
-          for (const bytes of files) history.add(decode(new Uint8Array(bytes).buffer, layout).table);
-          done(history.series(layout.rates.at(-1), [1]).map(({label, points}) =>
-            [label, points.map(({x, y}) => [x, String(y)])]));
+          for (const bytes of files) history.add(decode(new Uint8Array(bytes).buffer, layout).table, 1e6);
+          const column = layout.rates.at(-1), {times, values} = history.lines([null, history.keyOf("1")].map(key => ({key, column})));
+          done([times, ...values.map(line => line.map(String))]);
         });""", [list(data) for data in files])
-    assert found == [["sum of all rows", [[25, "5"], [40, "5"], [40, "6"], [55, "6"], [70, "NaN"], [70, "3"], [80, "3"]]],
-                     ["1", [[25, "4"], [40, "4"], [40, "0"], [55, "0"], [70, "NaN"], [70, "2"], [80, "2"]]]]
+    assert found == [[25, 40, 40, 55, 70, 70, 80], ["5", "5", "6", "6", "NaN", "3", "3"],
+                     ["4", "4", "0", "0", "NaN", "2", "2"]]
 
 
 # What a request is changed in, and its answer; nothing reaches the pipe but with status 200. Everything
@@ -267,7 +267,7 @@ def test_states(browser, server, files):
             wanted in text for wanted, text in zip(notes, found)))
         wait_for(browser, "#grid tbody tr:not(.pad)", lambda found, rows=rows: len(found) == rows)
     show(browser, server, f"host/{list(STATES).index('reset and new')}")
-    wait_for(browser, "#grid tbody .mark", [" (raw count)", " (raw count)", " (new)"])
+    wait_for(browser, "#grid tbody .mark:not(:empty)", [" (raw count)", " (raw count)", " (new)"])
     # What changes under the eyes: a half-written file leaves the rows before it on show.
     files(host_0_delta=header(0, 15) + hosts(4))
     show(browser, server, "host/0")
@@ -312,38 +312,56 @@ def test_redraw_of_10000_rows(browser, server, files):
     assert 10 < browser.execute_script("return most") < 100
 
 
-def test_by_keyboard_and_on_a_phone(browser, server, files):
-    """Order, columns and search without a mouse; what a screen reader is told; nothing sticks out of
-    a phone's screen; gauges of the interfaces, of which one stood elsewhere in the sample before."""
+def test_from_the_overview_to_a_row(browser, server, files):
+    """On a phone and by keyboard: tiles of the interfaces, of which one stood elsewhere in the sample before, each with
+    a page of its own; order, search and columns as the address says; what a screen reader is told; nothing sticks out."""
     interfaces = [(1, 5, b"Gi1/1", 12.5, 100, *[3.0] * 10), (2, 5, b"Gi1/2", 0, 99.5, *[2.0] * 10)]
     rows = [struct.pack("<II16s12d", *row) for row in interfaces]
     files(ifstats_prev=header(14, 0, 60) + rows[1] + rows[0], ifstats_last=header(14, 0) + rows[0] + rows[1],
-          ifstats_delta=header(14) + b"".join(rows))
+          ifstats_delta=header(14) + b"".join(rows), host_1_delta=header(0, 60, 300) + hosts(9), host_2_delta=b"x",
+          prio_1_last=header(6, 0))
     browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                             {"width": 360, "height": 740, "deviceScaleFactor": 2, "mobile": True})
     browser.execute_cdp_cmd("Emulation.setEmulatedMedia",
                             {"features": [{"name": "prefers-reduced-motion", "value": "reduce"}]})
+    read = lambda: {(node["role"]["value"], node.get("name", {}).get("value")) for node in
+                    browser.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"] if not node["ignored"]}
     try:
-        show(browser, server, "ifstats")
+        show(browser, server, "")
         browser.refresh()
-        wait_for(browser, "#gauge-list li", ["Gi1/1In use12.5 %Out use100 %", "Gi1/2In use0 %Out use99.5 %"])
+        wait_for(browser, ".card .pill", ["Stale", "Failing", "Waiting", "Live"])
+        wait_for(browser, ".card .big", lambda found: "24" in found)  # 3 octets a second of the busiest
+        wait_for(browser, "#port-list li", ["Gi1/1in12.5 %out100 %", "Gi1/2in0 %out99.5 %"])
+        assert ("meter", "Gi1/1 in") in read()
+        browser.find_element(By.CSS_SELECTOR, "#port-list a").send_keys(Keys.ENTER)
+        wait_for(browser, "#title", ["Gi1/1"])
+        wait_for(browser, "#row-charts h3", ["Traffic", "Utilisation", "Packets by kind and errors"])
+        assert "24 bit/s" in texts(browser, "#counters dd")
+        browser.find_element(By.ID, "above").send_keys(Keys.ENTER)
         assert "1 row at 100 %" in texts(browser, "#notes li")[0]
+        wait_for(browser, "#grid tbody th", ["Gi1/1 (new)", "Gi1/2"])
         width, moving = browser.execute_script("""return [document.documentElement.scrollWidth,
             [...document.querySelectorAll("*")].filter(e => parseFloat(getComputedStyle(e).transitionDuration) > 0).length];""")
         assert (width, moving) == (360, 0)
-        buttons = browser.find_elements(By.CSS_SELECTOR, "#grid thead button")
+        browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
         for presses, order in ((1, "ascending"), (2, "descending")):
-            buttons[0].send_keys(Keys.ENTER)
-            wait_for(browser, "#grid tbody th", [["1 (new)", "2"], ["2", "1 (new)"]][presses - 1])
+            browser.find_element(By.CSS_SELECTOR, "#grid thead button").send_keys(Keys.ENTER)
+            wait_for(browser, "#grid tbody th", [["Gi1/1 (new)", "Gi1/2"], ["Gi1/2", "Gi1/1 (new)"]][presses - 1])
             assert browser.find_element(By.CSS_SELECTOR, "#grid thead th").get_attribute("aria-sort") == order
         browser.find_element(By.ID, "search").send_keys("gi1/2")
-        wait_for(browser, "#grid tbody th", ["2"])
-        tree = browser.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]
-        said = {(node["role"]["value"], node.get("name", {}).get("value")) for node in tree if not node["ignored"]}
-        for wanted in (("meter", "Gi1/1 In use"), ("columnheader", "Interface"), ("rowheader", "2"), ("searchbox", "Search"),
-                       ("region", "Table of rows"), ("status", ""), ("image", None),
-                       ("heading", "ifstats \u2013 Interfaces of the switch")):
-            assert wanted in said or (wanted[1] is None and any(role == wanted[0] for role, _ in said)), (wanted, said)
+        wait_for(browser, "#grid tbody th", ["Gi1/2"])
+        assert browser.current_url.endswith("#ifstats?sort=-ifIndex&q=gi1%2F2")
+        for wanted in (("columnheader", "Interface"), ("rowheader", "Gi1/2"), ("searchbox", "Search"),
+                       ("region", "Table of rows"), ("status", ""), ("heading", "ifstats \u2013 Interfaces of the switch")):
+            assert wanted in read(), wanted
+        show(browser, server, "ifstats?q=1&columns=ifOutOctets,ifInErrors")  # as somebody else was given it
+        wait_for(browser, "#grid thead th", ["Index", "Interface", "Out, bit/s", "In errors"])
+        wait_for(browser, "#chart .who", ["Gi1/1", "Gi1/2"])
+        wait_for(browser, ".dygraph-axis-label-y", lambda found: "20 bit/s" in found)
+        show(browser, server, "ifstats?q=nothing")
+        browser.refresh()
+        wait_for(browser, "#no-hit:not([hidden])", lambda found: len(found) == 1)
+        assert not [entry for entry in browser.get_log("browser") if "Content Security" in entry["message"]]
     finally:
         browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
         browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})

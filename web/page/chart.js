@@ -1,96 +1,177 @@
-// Lines over time, drawn by Chart.js, and their legend, which is also their text.
-import { amount, clock, duration } from "./text.js";
+// Rates over time, drawn by dygraphs, with a legend that is also their text.
+import { drawing, element, say } from "./dom.js";
+import { clock, duration, shownIn } from "./text.js";
+import { quantity, tick } from "./units.js";
 
 const MIN_SPAN = 900;   // seconds that the chart shows at least, when there is history
 const INTERVALS = 40;   // or as many of the newest interval
+const FIRST_SPAN = 60;  // seconds that it shows when there is hardly any
+const COLOURS = 12;     // of style.css
+const DASHES = [null, [7, 3], [2, 3]];  // what tells rows apart that have the same colour
+const JUST_AFTER = 1;   // milliseconds between the end of an interval and the next: dygraphs stacks by time
 
-export class LineChart {
-  #canvas; #legend; #chart = null; #last = null;
+// The library comes with the first chart, not with the page; `library` says whether it is there.
+let loading = null;
+function library() {
+  loading ??= Promise.all([
+    new Promise((resolve, reject) => document.head.append(element("script", { src: "chart/dygraph.min.js", onload: resolve, onerror: reject }))),
+    new Promise((resolve) => document.head.append(element("link", { rel: "stylesheet", href: "chart/dygraph.min.css", onload: resolve, onerror: resolve }))),
+  ]).then(() => {
+    // Its legend sets styles in a way that the page's Content-Security-Policy forbids.
+    Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
+    return true;
+  }, () => false);
+  return loading;
+}
 
-  // The canvas and a list that becomes the legend. Without the library nothing is drawn.
-  constructor(canvas, legend) {
-    this.#canvas = canvas;
-    this.#legend = legend;
+// A row keeps its style for as long as the page is open; styles are given in turn. Lines that have a
+// style of their own keep that.
+const styles = new Map();  // by owner, the id of a collection: Map of label to number
+function styleOf(line, owner, colours) {
+  if (line.others) return { color: colours("--others"), strokePattern: null };
+  if (!styles.has(owner)) styles.set(owner, new Map());
+  const given = styles.get(owner);
+  if (line.style === undefined && !given.has(line.label)) given.set(line.label, given.size);
+  const number = line.style ?? given.get(line.label);
+  return { color: colours(`--line-${number % COLOURS}`), strokePattern: DASHES[Math.floor(number / COLOURS) % DASHES.length] };
+}
+
+export class Chart {
+  #box; #legend; #note; #plot; #cursor; #graph = null; #last = null; #at = null; #items = [];
+
+  // box gets the chart and legend the newest values, or those under the cursor.
+  constructor(box) {
+    this.#plot = element("div", { className: "plot", tabIndex: 0 });
+    this.#plot.setAttribute("role", "group");
+    this.#plot.setAttribute("aria-roledescription", "chart");
+    this.#cursor = element("div", { className: "cursor", hidden: true });
+    this.#legend = element("ol", { className: "legend" });
+    this.#note = element("p", { className: "moment" });
+    this.#note.setAttribute("aria-live", "polite");
+    this.#box = box;
+    box.classList.add("chart");
+    box.replaceChildren(element("div", { className: "plot-box" }, this.#plot, this.#cursor), element("div", { className: "beside" }, this.#note, this.#legend));
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#last && this.show(...this.#last));
-  }
-
-  static get available() {
-    return typeof Chart !== "undefined";
+    // Also when it comes back into sight: what was resized while it was hidden has no size.
+    new ResizeObserver(() => this.#plot.clientWidth > 0 && this.#graph?.resize()).observe(this.#plot);
+    this.#plot.addEventListener("keydown", (event) => this.#key(event));
+    this.#plot.addEventListener("blur", () => this.#leave());
   }
 
   clear() {
-    this.#chart?.destroy();
-    this.#chart = this.#last = null;
+    this.#graph?.destroy();
+    this.#graph = this.#last = this.#at = null;
     this.#legend.replaceChildren();
+    say(this.#note, "");
   }
 
-  // show draws the lines of one column, up to a sample that covers `interval` seconds.
-  show(series, column, interval) {
-    this.#last = [series, column, interval];
-    const style = getComputedStyle(this.#canvas);
+  // show draws what the engine's chartOf gives and whose it is (`owner`), of a layout's column, up to a sample that covers
+  // `interval` seconds. link(line) is the address of a line's row, or null.
+  async show(data, column, interval, link) {
+    this.#last = [data, column, interval, link];
+    const style = getComputedStyle(this.#box);
     const colour = (name) => style.getPropertyValue(name).trim();
-    this.#legend.replaceChildren(...series.map(({ label, points }, at) => {
-      const item = document.createElement("li");
-      const swatch = document.createElement("span");
-      swatch.className = "swatch";
-      swatch.style.background = colour(`--line-${at}`);
-      item.append(swatch, `${label}: ${amount(column, points.at(-1)?.y ?? NaN)}`);
-      return item;
-    }));
-    this.#canvas.setAttribute("aria-label",
-      `${column.heading} over time, ${series.length} lines; the list below has their newest values.`);
-    if (!LineChart.available) return;
-    const end = Math.max(...series.map(({ points }) => points.at(-1)?.x ?? 0));
-    const begin = Math.min(...series.map(({ points }) => points[0]?.x ?? end));
-    // All rows together would press the single ones to the ground: they have an axis of their own.
-    const datasets = series.map(({ label, whole, points }, at) => ({
-      label, data: points, yAxisID: whole ? "whole" : "y", borderColor: colour(`--line-${at}`), borderWidth: at === 0 ? 2.5 : 1.5,
-      borderDash: at === 0 ? [] : [[], [6, 3], [2, 2], [8, 3, 2, 3], [3, 3], [12, 4]][at],
-    }));
-    const options = this.#options(colour("--text"), colour("--grid"), column);
-    options.scales.x.min = Math.max(begin, end - Math.max(MIN_SPAN, INTERVALS * Math.max(interval, 1)));
-    options.scales.x.max = end;
-    options.scales.whole.display = series.some(({ whole }) => whole);
-    options.scales.whole.title.text = series.find(({ whole }) => whole)?.label ?? "";
-    if (this.#chart === null) {
-      this.#chart = new Chart(this.#canvas, { type: "line", data: { datasets }, options });
-    } else {
-      this.#chart.data.datasets = datasets;
-      this.#chart.options = options;
-      this.#chart.update("none");
-    }
+    this.#drawLegend(data, link, colour);
+    this.#plot.setAttribute("aria-label", `${data.lines.length} ${data.stacked ? "shares" : "lines"} over time; arrow keys lead from one moment to another`);
+    const there = await library();
+    this.#box.classList.toggle("undrawn", !there);
+    if (!there || this.#last?.[0] !== data) return;
+    const end = data.times.at(-1);
+    const begin = Math.max(data.times[0], end - Math.max(MIN_SPAN, INTERVALS * Math.max(interval, 1)));
+    // dygraphs stacks the last series first: the busiest lies at the bottom.
+    const drawn = data.lines.map((_, at) => at).reverse();
+    const rows = data.times.map((time, point) => [
+      new Date(time * 1000 + (point > 0 && data.times[point - 1] === time ? JUST_AFTER : 0)),
+      ...drawn.map((at) => shownIn(column, data.lines[at].values[point]))]);
+    const options = {
+      labels: ["time", ...drawn.map(String)],
+      series: Object.fromEntries(drawn.map((at) => [String(at), styleOf(data.lines[at], data.owner, colour)])),
+      stackedGraph: data.stacked, stackedGraphNaNFill: "none", fillAlpha: 0.55,
+      dateWindow: [Math.min(begin, end - FIRST_SPAN) * 1000, end * 1000],
+      highlightSeriesBackgroundColor: colour("--card"), axisLineColor: colour("--grid"), gridLineColor: colour("--grid"),
+    };
+    if (this.#graph) this.#graph.updateOptions({ file: rows, ...options });
+    else this.#graph = new Dygraph(this.#plot, rows, { ...options, ...this.#fixed(column) });
+    if (this.#at !== null) this.#select(this.#at);
   }
 
-  #options(text, grid, column) {
-    const axis = (title) => ({
-      type: "linear", grid: { color: grid }, title: { display: true, text: title, color: text },
-    });
-    const values = { beginAtZero: true, ticks: { color: text, maxTicksLimit: 6, callback: (y) => amount(column, y) } };
+  #fixed(column) {
     return {
-      animation: false, parsing: false, normalized: true, spanGaps: false, maintainAspectRatio: false,
-      interaction: { mode: "nearest", axis: "x", intersect: false },
-      elements: { point: { radius: 0, hitRadius: 8 } },
-      plugins: {
-        legend: { display: false },
-        tooltip: {
-          callbacks: {
-            title: ([item]) => (item ? clock(item.parsed.x) : ""),
-            label: ({ dataset, parsed }) => `${dataset.label}: ${amount(column, parsed.y)}`,
-          },
-        },
-      },
-      scales: {
-        x: { ...axis("time"), ticks: { color: text, maxRotation: 0, maxTicksLimit: 6, callback: (x) => clock(x) } },
-        y: { ...axis(column.heading), ...values },
-        whole: { ...axis(""), ...values, position: "right", grid: { display: false } },
-      },
+      legend: "never", includeZero: true, strokeWidth: 1.6, highlightCircleSize: 3, interactionModel: {},
+      gridLineWidth: 1, axisLabelFontSize: 12, xRangePad: 0, rightGap: 8,
+      highlightSeriesOpts: { strokeWidth: 2.6 }, highlightSeriesBackgroundAlpha: 0.45,
+      axes: { x: { drawGrid: false, pixelsPerLabel: 90 }, y: { axisLabelWidth: 78, pixelsPerLabel: 42, axisLabelFormatter: (value) => tick(column, value) } },
+      highlightCallback: (event, x, points, row, name) => this.#point(points[0].canvasx, row, name),
+      unhighlightCallback: () => this.#leave(),
     };
   }
+
+  #drawLegend({ lines, stacked, owner }, link, colour) {
+    this.#items = lines.map((line, at) => {
+      const { color, strokePattern } = styleOf(line, owner, colour);
+      const attributes = stacked ? { "stroke-width": 10, "stroke-opacity": 0.75 } : { "stroke-width": 2.5, "stroke-dasharray": strokePattern?.join(" ") ?? "none" };
+      const swatch = drawing("svg", { class: "swatch", viewBox: "0 0 22 10", "aria-hidden": "true" },
+        drawing("line", { x1: 0, y1: 5, x2: 22, y2: 5, stroke: color, ...attributes }));
+      const href = link(line);
+      const name = element(href ? "a" : "span", { className: "who", textContent: line.title, title: line.title, ...(href && { href }) });
+      const value = element("span", { className: "value" }), part = element("span", { className: "part" });
+      const item = element("li", {}, swatch, name, value, part);
+      item.addEventListener("mouseenter", () => this.#graph?.setSelection(this.#at ?? this.#final(), String(at)));
+      item.addEventListener("mouseleave", () => this.#leave());
+      return { item, value, part };
+    });
+    this.#legend.replaceChildren(...this.#items.map(({ item }) => item));
+    this.#values(this.#final());
+  }
+
+  #final() {
+    return this.#last[0].times.length - 1;
+  }
+
+  // values writes those of one point into the legend.
+  #values(point) {
+    const [{ lines, times, total }, column] = this.#last;
+    this.#items.forEach(({ value, part }, at) => {
+      const rate = lines[at].values[point];
+      say(value, Number.isNaN(rate) ? "\u2013" : quantity(column, rate));
+      say(part, total?.[point] > 0 && rate >= 0 ? `${(rate / total[point] * 100).toFixed(1)} %` : "");
+    });
+    const sum = total && !Number.isNaN(total[point]) ? `, total ${quantity(column, total[point])}` : "";
+    say(this.#note, `${point === this.#final() ? "Newest sample" : "At"} ${clock(times[point])}${sum}`);
+  }
+
+  // point moves the cursor to a sample; name is that of the line under the pointer.
+  #point(left, point, name) {
+    this.#cursor.hidden = false;
+    this.#cursor.style.left = `${left}px`;
+    this.#values(point);
+    this.#items.forEach(({ item }, at) => item.classList.toggle("chosen", String(at) === name));
+  }
+
+  #leave() {
+    this.#at = null;
+    this.#cursor.hidden = true;
+    this.#graph?.clearSelection();
+    this.#items.forEach(({ item }) => item.classList.remove("chosen"));
+    if (this.#last) this.#values(this.#final());
+  }
+
+  // By keyboard from one sample to another; each has two points.
+  #key(event) {
+    const step = { ArrowLeft: -2, ArrowRight: 2, Home: -Infinity, End: Infinity }[event.key];
+    if (!step || !this.#graph) return;
+    event.preventDefault();
+    const final = this.#final();
+    this.#select(Math.max(0, Math.min(final, (this.#at ?? final) + step)));
+  }
+
+  #select(point) {
+    this.#at = point;
+    this.#graph.setSelection(point);
+    const [left] = this.#graph.toDomCoords(this.#last[0].times[point] * 1000, 0);
+    this.#point(left, point, null);
+  }
 }
 
-// span tells how much of the time the lines cover.
-export function span(series) {
-  const { points } = series[0] ?? { points: [] };
-  if (points.length === 0) return "";
-  return duration(points.at(-1).x - points[0].x);
-}
+// span tells how much of the time a chart covers.
+export const span = ({ times }) => (times.length === 0 ? "" : duration(times.at(-1) - times[0]));

@@ -1,6 +1,7 @@
 // Collection files, decoded where they lie: a table reads its values out of the file's own bytes.
 import { HEADER_SIZE, TOTAL } from "./layouts.js";
 import * as text from "./text.js";
+import { wordsOf } from "./units.js";
 
 // What the bytes of a file are. Only "rows" has any.
 //   absent       there is no such file
@@ -87,6 +88,26 @@ export class Table {
   label(row) {
     return this.layout.shown.filter((column) => !column.isRate)
       .map((column) => this.text(row, column)).join(" ");
+  }
+
+  // title names a row as people would: addresses, names, and numbers with what they count.
+  title(row) {
+    if (this.isTotal(row)) return "Total";
+    const keys = this.layout.shown.filter((column) => !column.isRate);
+    const name = keys.find(({ kind }) => kind === "name");
+    if (name && this.text(row, name) !== "-") return this.text(row, name);
+    const addresses = keys.filter(({ kind }) => kind === "mac" || kind === "address");
+    // Besides its address a host needs no protocol.
+    const numbers = keys.filter(({ kind, name }) => (kind === "number" || kind === "total") &&
+      !(addresses.length && name === "protocolDirLocalIndex"));
+    return [...(addresses.length ? [addresses.map((column) => this.text(row, column)).join(" \u2192 ")] : []),
+      ...numbers.map((column) => `${wordsOf(column)} ${this.text(row, column)}`)].join(", ");
+  }
+
+  // key gives the octets of a row's key as a string.
+  key(row) {
+    const at = this.start(row);
+    return String.fromCharCode(...this.bytes.subarray(at, at + this.layout.keySize));
   }
 
   isTotal(row) {

@@ -2,19 +2,24 @@
 //
 // It is a real table: headers with aria-sort and a button each, aria-rowcount for all of it and
 // aria-rowindex on the rows that are there. The region around it scrolls by the keyboard as every
-// scrolling region does.
+// scrolling region does. Roles are set all the same, because a narrow screen gets each row as a card
+// (style.css), and a browser takes what is not laid out as a table for none.
+import { element } from "./dom.js";
+import { parts } from "./units.js";
 
 const SPARE = 10;                // rows kept above and below those in sight
 const MAX_HEIGHT = 30_000_000;   // pixels; browsers know no taller boxes
 
-const element = (name, properties) => Object.assign(document.createElement(name), properties);
+const ON_CARD = 4;               // rates of a row where the screen is too narrow for a table
 
 export class Grid {
   #region; #table; #head; #body; #above; #below;
   #rows = [];       // the <tr> in use, from the first in sight on
   #data = null;     // a delta Table
   #order = [];      // its rows, as they are to be shown
-  #layout = null;
+  #shown = [];      // columns
+  #named = 0;       // which of them names a row best, and leads to its own page
+  #linkOf = null;
   #sort = { column: "", descending: true };
   #metric = null;   // the column whose cells have a bar
   #top = 0;         // its largest value, which has the longest bar
@@ -27,6 +32,7 @@ export class Grid {
     this.#region = region;
     this.#onSort = onSort;
     this.#table = element("table");
+    this.#table.setAttribute("role", "table");
     this.#head = this.#table.createTHead().insertRow();
     this.#body = this.#table.createTBody();
     this.#above = this.#pad();
@@ -37,26 +43,42 @@ export class Grid {
     new ResizeObserver(() => this.#draw()).observe(region);
   }
 
-  // open empties the table and gives it the columns of another type.
-  open(layout, caption) {
-    this.#layout = layout;
+  // open empties the table and gives it these columns of another type. linkOf(label) is the address
+  // of a row's own page.
+  open(layout, shown, caption, linkOf) {
+    this.#shown = shown;
+    this.#linkOf = linkOf;
+    this.#named = Math.max(0, shown.findIndex(({ kind }) => kind === "name" || kind === "mac" || kind === "address"));
+    this.#table.classList.toggle("paired", shown.filter(({ kind }) => kind === "mac" || kind === "address").length > 1);
+    this.#table.classList.toggle("short", shown.filter(({ isRate }) => isRate).length <= 2);
     this.#table.caption?.remove();
     this.#table.createCaption().textContent = caption;
-    this.#head.replaceChildren(...layout.shown.map((column) => {
-      const cell = element("th", { scope: "col", className: column.kind });
+    this.#head.replaceChildren(...shown.map((column) => {
       const button = element("button", { type: "button", textContent: column.heading, title: column.name });
       button.setAttribute("aria-label", column.heading);  // without the arrow
       button.addEventListener("click", () => {
         const again = this.#sort.column === column.name;
         this.#onSort(column.name, again ? !this.#sort.descending : column.isRate);
       });
-      cell.append(button);
+      const cell = element("th", { scope: "col", className: column.kind }, button);
+      cell.setAttribute("role", "columnheader");
       return cell;
     }));
     this.#rows.forEach((row) => row.remove());
     this.#rows = [];
+    this.#freeze();
     this.#region.scrollTo(0, 0);
     this.show(null, [], this.#sort, null, 0, new Map());
+  }
+
+  // freeze keeps the key at the left: each of its columns stays where it is.
+  #freeze() {
+    let left = 0;
+    this.#shown.forEach((column, at) => {
+      if (column.isRate) return;
+      this.#table.style.setProperty(`--left-${at}`, `${left}px`);
+      left += this.#head.cells[at].offsetWidth;
+    });
   }
 
   // show puts these rows of a table in sight, sorted already; metric is the column that gets bars,
@@ -69,7 +91,7 @@ export class Grid {
     this.#notes = notes;
     this.#top = top;
     this.#table.setAttribute("aria-rowcount", order.length + 1);
-    this.#layout.shown.forEach((column, at) => {
+    this.#shown.forEach((column, at) => {
       const chosen = column.name === sort.column;
       const order = sort.descending ? "descending" : "ascending";
       if (chosen) this.#head.cells[at].setAttribute("aria-sort", order);
@@ -108,33 +130,57 @@ export class Grid {
     line.setAttribute("aria-rowindex", place + 2);
     line.classList.toggle("noted", note !== undefined);
     line.title = note ?? "";
-    this.#layout.shown.forEach((column, at) => {
+    this.#shown.forEach((column, at) => {
       const cell = line.cells[at];
-      const text = this.#data.text(row, column);
-      if (cell.textContent !== text) cell.textContent = text;
-      if (column === this.#metric) {
-        const part = this.#data.isTotal(row) ? 0 : this.#data.number(row, column) / this.#top || 0;
-        cell.style.setProperty("--part", `${Math.max(0, Math.min(100, part * 100))}%`);
-      }
-      cell.classList.toggle("bar", column === this.#metric);
+      if (column.isRate) this.#fillRate(cell, row, column);
+      else if (at !== this.#named) setText(cell.firstChild, this.#data.text(row, column));
     });
-    if (note) line.cells[0].append(element("span", { className: "mark", textContent: ` (${note.split(":")[0]})` }));
+    const key = line.cells[this.#named];
+    setText(key.firstChild, this.#data.text(row, this.#shown[this.#named]));
+    if (!this.#data.isTotal(row)) key.firstChild.href = this.#linkOf(this.#data.label(row));
+    else key.firstChild.removeAttribute("href");
+    setText(key.lastChild, note ? ` (${note.split(":")[0]})` : "");
   }
 
-  // tell gives a cell under the pointer its exact value, as the file has it: one attribute less for each
-  // cell of a frame.
+  // A rate has its digits, aligned on the point, and its prefix.
+  #fillRate(cell, row, column) {
+    const value = this.#data.number(row, column);
+    const [digits, prefix] = parts(column, value);
+    setText(cell.firstChild, digits);
+    setText(cell.childNodes[1], roomBehind(digits));
+    setText(cell.lastChild, prefix);
+    cell.classList.toggle("bar", column === this.#metric);
+    if (column !== this.#metric) return;
+    const part = this.#data.isTotal(row) ? 0 : value / this.#top || 0;
+    cell.style.setProperty("--part", `${Math.max(0, Math.min(100, part * 100))}%`);
+  }
+
+  // tell gives a cell under the pointer its exact value: one attribute less for each cell of a frame.
   #tell(cell) {
-    const column = this.#layout.shown[cell?.cellIndex];
+    const column = this.#shown[cell?.cellIndex];
     if (!column?.isRate) return;
-    const value = this.#data.number(this.#order[cell.parentNode.ariaRowIndex - 2], column);
-    cell.title = column.kind === "percent" ? `${value} %` : `${value} ${column.unit} per second`;
+    cell.title = exact(column, this.#data.number(this.#order[cell.parentNode.ariaRowIndex - 2], column));
   }
 
   #newRow() {
     const row = element("tr");
-    this.#layout.shown.forEach((column, at) => {
-      row.append(at === 0 ? element("th", { scope: "row", className: column.kind })
-        : element("td", { className: column.kind }));
+    row.setAttribute("role", "row");
+    let rates = 0;
+    this.#shown.forEach((column, at) => {
+      const cell = element(at === this.#named ? "th" : "td", { className: column.kind });
+      cell.setAttribute("role", at === this.#named ? "rowheader" : "cell");
+      cell.dataset.heading = column.heading;
+      if (at === this.#named) {
+        cell.scope = "row";
+        cell.append(element("a"), element("span", { className: "mark" }));
+      } else if (column.isRate) {
+        cell.append(element("span"), element("span", { className: "room" }), element("i"));
+        cell.classList.toggle("more", ++rates > ON_CARD);
+      } else {
+        cell.append(element("span"));
+      }
+      if (!column.isRate) cell.style.left = `var(--left-${at})`;
+      row.append(cell);
     });
     this.#below.before(row);
     return row;
@@ -147,4 +193,18 @@ export class Grid {
     row.className = "pad";
     return row;
   }
+}
+
+// exact writes a value as the file has it.
+export const exact = (column, value) => (column.kind === "percent" ? `${value} %` : `${value} ${column.unit} per second`);
+
+// roomBehind gives spaces as wide as the point and the figures that a number lacks to three behind it.
+function roomBehind(digits) {
+  const point = digits.indexOf(".");
+  const figures = point < 0 ? 0 : digits.length - 1 - point;
+  return (point < 0 ? "\u2008" : "") + "\u2007".repeat(Math.max(0, 3 - figures));
+}
+
+function setText(node, text) {
+  if (node.textContent !== text) node.textContent = text;
 }

@@ -13,6 +13,9 @@ const late = (interval) => interval * 1.5 + 5;
 const DEFAULT_INTERVAL = 60;
 const expected = ({ usual, header }) => usual || Math.max(header.interval, DEFAULT_INTERVAL);
 
+// isLate tells whether a newer sample should be there by now.
+export const isLate = (facts) => facts.header !== undefined && facts.now - facts.header.time > late(expected(facts));
+
 // A table may well grow by a few rows at its end; by so many at once it hardly does.
 const MANY_NEW = 10;
 
@@ -50,7 +53,7 @@ const NOTES = [
   ["warn", (f) => f.kept, () => "The rows below are those of the sample before."],
   ["info", (f) => f.state === "header-only",
     () => "No rates: no counter changed in the interval."],
-  ["bad", (f) => f.header && f.now - f.header.time > late(expected(f)),
+  ["bad", isLate,
     (f) => `Late: the sample is ${duration(f.now - f.header.time)} old, and ${f.usual ? "usually one comes" : "one is expected"} every ${duration(expected(f))}. Is tallyd running, does the agent answer?`],
   ["warn", (f) => f.header && f.header.time > f.now + 2,
     (f) => `The sample lies ${duration(f.header.time - f.now)} ahead of the server's clock: the clock was set back.`],

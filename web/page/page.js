@@ -1,184 +1,163 @@
-// The live page: what the watcher brings goes to the engine, and what the engine answers is shown.
-import { LineChart, span } from "./chart.js";
-import { decode } from "./delta.js";
-import * as gauges from "./gauges.js";
-import { Grid } from "./grid.js";
-import { HEADER_SIZE, LAYOUTS } from "./layouts.js";
-import { health, notesOf } from "./notes.js";
-import { send } from "./server.js";
-import { count, duration, grouped, moment } from "./text.js";
+// The live page: the watcher brings files, the engine makes sense of them, and one of three views -
+// the overview, a collection, a row - shows what the address says.
+import { idOf, read, titleOf, write } from "./address.js";
+import { CollectionView } from "./collection.js";
+import * as messages from "./messages.js";
+import { $, element, say } from "./dom.js";
+import { Known } from "./known.js";
+import { LAYOUTS } from "./layouts.js";
+import { health } from "./notes.js";
+import * as overview from "./overview.js";
+import { RowView } from "./row.js";
+import { duration, grouped, moment } from "./text.js";
 import { Watcher, find } from "./watcher.js";
 
-const $ = (id) => document.getElementById(id);
-const say = (id, text) => { if ($(id).textContent !== text) $(id).textContent = text; };
-const TYPING = 150;  // milliseconds without a key before a search begins
+const FOLLOWED = 40;  // collections that the overview keeps up to date, at most
+const TICK = 1000;    // milliseconds between two looks at the age of things
+const NARROW = matchMedia("(max-width: 50rem)");
 
-const INTERVALS = 9;  // of which the usual one is found
-
-const titleOf = ({ stem, index }) => (LAYOUTS.get(stem).supervisor ? stem : `${stem} ${index}`);
-const hashOf = (collection) => `#${titleOf(collection).replace(" ", "/")}`;
-
-// fromHash reads "#host/3" or "#ifstats"; null for everything else.
-function fromHash() {
-  const [, stem, index] = /^#([a-z]+)(?:\/(\d{1,10}))?$/.exec(location.hash) ?? [];
-  const layout = LAYOUTS.get(stem);
-  if (!layout || layout.supervisor !== (index === undefined)) return null;
-  return { stem, index: Number(index ?? 0) };
-}
-
-let listing = null;
-let selected = null;     // {stem, index}
-let view = null;         // what is known of the selected collection: see open()
-const created = new Set();  // titles of what this page asked for; it may have no file yet
+let listing = null, listed = 0;  // the newest list, and when it came
+let place = read(location.hash);  // what the address says; null: the overview
+let leaving = null;               // a collection that is being destroyed: not viewed until it has no file
+const known = new Map();          // by id
+const created = new Set();        // ids of what this page asked for; it may have no file yet
 
 const engine = new Worker(new URL("engine.js", import.meta.url), { type: "module" });
-let posted = 0;          // samples that the engine was given
-let leaving = null;      // a collection that is being destroyed: not viewed until it has no file
-const grid = new Grid($("grid"), (column, descending) => ask({ column, descending }));
-const chart = new LineChart($("chart"), $("legend"));
+const views = { collection: new CollectionView(change), row: new RowView() };
 const watcher = new Watcher({
-  list: showList,
+  list: takeList,
   file: takeFile,
-  trouble: (error) => fault("trouble", error),
-  messageTrouble: (error) => fault("message-trouble", error),
+  trouble: (error) => messages.fault("trouble", error),
+  messageTrouble: (error) => messages.fault("message-trouble", error),
 });
 
-function open(collection) {
-  selected = collection;
-  const layout = LAYOUTS.get(collection.stem);
-  view = {
-    layout,
-    sample: null,        // what decode() made of the newest file; null until there is one
-    unsettled: false,
-    pending: new Map(),  // tables that the engine has and has not answered for, by their number
-    shown: null,         // the table whose rows are on show
-    shownTime: null,
-    answer: null,        // the engine's newest
-    drawn: "",           // what of it the chart shows
-    intervals: [],       // of the newest samples
-    names: new Map(),    // interface name: the ifIndex that it had
-    marks: new Map(),    // row on show: what is to be known of it
-    query: { column: layout.rank.name, descending: true, search: "", metric: layout.rank.name },
-  };
-  document.title = `${titleOf(collection)} - tallyd`;
-  say("title", `${titleOf(collection)} \u2013 ${layout.title}`);
-  $("collection").hidden = false;
-  $("metric").replaceChildren(...layout.rates.map(({ heading, name }) => new Option(heading, name)));
-  $("metric").value = layout.rank.name;
-  $("search").value = "";
-  say("found", "");
-  $("destroy").hidden = !layout.creatable;
-  $("gauges").hidden = layout.percents.length === 0;
-  $("gauge-list").replaceChildren();
-  grid.open(layout, `Rates per second of ${titleOf(collection)}`);
-  chart.clear();
-  say("chart-note", "");
-  say("state", "");
-  engine.postMessage({ open: collection.stem });
-  ask({});
-  watcher.select({ ...collection, asked: created.has(titleOf(collection)) });
-  showFacts();
+const viewed = () => (place === null ? null : place.row ? views.row : views.collection);
+const serverTime = () => listing.now + (performance.now() - listed) / 1000;
+
+function knownOf(collection) {
+  const id = idOf(collection);
+  if (!known.has(id)) known.set(id, new Known(collection));
+  return known.get(id);
+}
+
+// go shows what the address says.
+function go() {
+  place = read(location.hash);
+  $("overview").hidden = place !== null;
+  $("collection").hidden = place === null;
+  $("whole").hidden = Boolean(place?.row);
+  $("row").hidden = !place?.row;
+  if (place === null) {
+    document.title = "tallyd";
+    engine.postMessage({ query: null });
+  } else {
+    const { title, creatable } = LAYOUTS.get(place.stem);
+    document.title = `${place.row || titleOf(place)} \u2013 tallyd`;
+    say("title", place.row || `${titleOf(place)} \u2013 ${title}`);
+    $("above").textContent = place.row ? `${titleOf(place)} \u2013 ${title}` : "Overview";
+    $("above").href = place.row ? write({ ...place, row: "" }) : "#";
+    $("destroy").hidden = !creatable || Boolean(place.row);
+    viewed().open(place, knownOf(place));
+    engine.postMessage({ query: viewed().query() });
+  }
+  follow();
+  showAll();
   markCurrent();
 }
 
-// ask changes a part of what the engine is asked for.
-function ask(change) {
-  Object.assign(view.query, change);
-  engine.postMessage({ query: view.query });
+// change shows something else of the same collection, at another address.
+function change(wanted) {
+  place = wanted;
+  history.replaceState(null, "", write(place));
+  views.collection.open(place, knownOf(place));
+  engine.postMessage({ query: views.collection.query() });
 }
 
-function takeFile(buffer, unsettled, samples) {
-  view.sample = decode(buffer, view.layout);
-  view.unsettled = unsettled;
-  const { table, header } = view.sample;
-  if (table && !unsettled) {
-    view.intervals = [header.interval, ...view.intervals].slice(0, INTERVALS);
-    view.pending.set(++posted, table);
-    engine.postMessage({ sample: { delta: buffer, samples } });
+// follow tells the watcher what to keep up to date: the collection on show, or all of the overview.
+function follow() {
+  const all = place ? [place] : collections().slice(0, FOLLOWED);
+  const samples = place !== null;
+  const wanted = all.filter((each) => leaving === null || idOf(each) !== idOf(leaving));
+  watcher.follow(wanted.map(({ stem, index }) => ({ stem, index, samples, asked: created.has(idOf({ stem, index })) })));
+}
+
+// collections gives {stem, index} of all that have files, and of the one on show.
+function collections() {
+  const all = (listing?.collections ?? []).map(({ type, index }) => ({ stem: type, index }));
+  return place && listing && !find(listing, place) ? [...all, place] : all;
+}
+
+function takeList(json) {
+  listing = json;
+  listed = performance.now();
+  $("truncated").hidden = !json.truncated;
+  if (leaving && !find(json, leaving)) {
+    known.delete(idOf(leaving));
+    overview.forget(leaving);
+    leaving = null;
+    go();
   }
-  showFacts();
+  const all = collections();
+  const names = all.map(idOf).join();
+  if (names !== $("collections").dataset.names) {
+    $("collections").dataset.names = names;
+    $("collections").replaceChildren(...all.map((collection) => element("li", {}, element("a", { href: write({ stem: collection.stem, index: collection.index }) },
+      element("span", { className: "dot" }), titleOf(collection), element("small", { textContent: LAYOUTS.get(collection.stem).title })))));
+    markCurrent();
+    follow();
+  }
+  showAll();
 }
 
-engine.onmessage = ({ data }) => {
-  const table = view.pending.get(data.answered) ?? (data.answered === view.answer?.answered ? view.shown : null);
-  if (table === null || table.layout !== view.layout) return;  // of the collection before
-  for (const number of view.pending.keys()) if (number <= data.answered) view.pending.delete(number);
-  if (table !== view.shown) view.marks = new Map([...data.findings.marks, ...movedNames(table)]);
-  view.shown = table;
-  view.answer = data;
-  showRows();
-  showFacts();
+function takeFile(collection, buffer, unsettled, samples) {
+  const sample = knownOf(collection).take(buffer, unsettled, samples);
+  if (sample) engine.postMessage({ sample });
+  showAll();
+}
+
+engine.onmessage = ({ data: { summary, answer } }) => {
+  const each = known.get((summary ?? answer).id);
+  if (!each) return;
+  if (summary) each.summary = summary;
+  if (answer) each.takeAnswer(answer);
+  if (answer && place && idOf(place) === answer.id) viewed().show();
+  showAll();
 };
 
-// movedNames notes the rows whose interface name stood at another index in the sample before.
-function movedNames(table) {
-  const notes = new Map();
-  if (view.layout.percents.length === 0) return notes;
-  for (let row = 0; row < table.count; row++) {
-    const name = gauges.interfaceName(table, row);
-    const index = table.number(row, view.layout.columns[0]);
-    const before = view.names.get(name);
-    if (before !== undefined && before !== index) notes.set(row, `was ifIndex ${before}`);
-    view.names.set(name, index);
-  }
-  return notes;
+// showAll shows the states of everything as of now.
+function showAll() {
+  if (!listing) return;
+  say("now", `server time ${moment(serverTime())}`);
+  const all = collections();
+  $("loading").hidden = true;
+  $("welcome").hidden = all.length > 0 || place !== null;
+  all.forEach((each, at) => {
+    const { state, word } = knownOf(each).condition(listing, serverTime());
+    const dot = $("collections").children[at]?.querySelector(".dot");
+    if (!dot) return;
+    dot.dataset.state = place === null || idOf(each) === idOf(place) ? state : "";
+    dot.title = dot.dataset.state && word;
+  });
+  if (place === null) overview.show(all.map(knownOf), listing, serverTime());
+  else showFacts();
 }
-
-function showRows() {
-  const { shown, answer, query, layout } = view;
-  const metric = layout.columns.find(({ name }) => name === query.metric);
-  grid.show(shown, answer.order, query, metric, answer.top, view.marks);
-  say("found", query.search ? `${grouped(answer.order.length)} of ${count(shown.count, "row")}` : "");
-  if (layout.percents.length) {
-    gauges.show($("gauge-list"), shown, answer.gauges);
-    say("gauges-count", shown.count > answer.gauges.length ? `of the ${answer.gauges.length} busiest of ${grouped(shown.count)}` : "");
-  }
-  const drawn = `${answer.answered} ${query.metric} ${query.search}`;
-  if (drawn === view.drawn) return;  // another order of the rows changes nothing below
-  view.drawn = drawn;
-  chart.show(answer.series, metric, shown.header.interval);
-  const covered = `The chart covers ${span(answer.series)}: what this page has seen; the files keep no history.`;
-  const five = "Its lines are the five busiest rows that the search finds; a row that a file leaves out counts as 0.";
-  say("chart-note", LineChart.available ? `${covered} ${five}` :
-    "Charts need the package libjs-chart.js at chart/ on the server. The newest values:");
-}
-
-// facts gathers what notes.js judges.
-function facts() {
-  const files = (listing && find(listing, selected)?.files) ?? {};
-  const { shown, sample, layout } = view;
-  return {
-    stem: selected.stem, file: files.delta, last: files.last, prev: files.prev, files: Object.keys(files).length,
-    ...sample, ...view.answer?.findings, now: listing.now, usual: usual(view.intervals), unsettled: view.unsettled,
-    silent: sample?.table && files.last?.header?.time === sample.header.time ?
-      (files.last.size - HEADER_SIZE) / layout.size - sample.table.count : 0,
-    kept: shown !== null && sample !== null && (view.unsettled || sample.table === undefined),
-  };
-}
-
-// usual gives the median of enough intervals, else 0. Polls out of turn have shorter ones, and the
-// first after a pause a longer one.
-const usual = (intervals) =>
-  (intervals.length < 3 ? 0 : intervals.toSorted((a, b) => a - b)[Math.floor(intervals.length / 2)]);
 
 function showFacts() {
-  if (!view || !listing) return;
-  const known = facts();
-  const { header, table } = view.sample ?? {};
-  say("fact-time", header ? moment(header.time) : "\u2013");
-  say("fact-age", header ? duration(listing.now - header.time) : "\u2013");
+  const shown = knownOf(place);
+  const { state, word, notes } = shown.condition(listing, serverTime());
+  const { header, table } = shown.sample ?? {};
+  say("fact-state", word);
+  $("fact-state").dataset.state = state;
+  say("fact-time", header ? moment(header.time).replace(/ [+-]\d\d:\d\d$/, "") : "\u2013");
+  say("fact-age", header ? duration(serverTime() - header.time) : "\u2013");
   say("fact-interval", header ? `${header.interval} s` : "\u2013");
   say("fact-rows", table ? grouped(table.count) : "\u2013");
-  const notes = view.sample ? notesOf(known) : [];
+  $("panels").hidden = shown.answer === null;
   const text = notes.map(({ level, text }) => `${level} ${text}`).join("\n");
   if ($("notes").dataset.text === text) return;
   $("notes").dataset.text = text;
-  $("notes").replaceChildren(...notes.map(({ level, text }) => {
-    const item = Object.assign(document.createElement("li"), { className: `note ${level}` });
-    const word = Object.assign(document.createElement("b"), { textContent: { bad: "Fault", warn: "Note", info: "Info" }[level] });
-    item.append(word, text);
-    return item;
-  }));
+  $("notes").replaceChildren(...notes.map(({ level, text }) => element("li", { className: `note ${level}` },
+    element("b", { textContent: { bad: "Fault", warn: "Note", info: "Info" }[level] }), text)));
   // A screen reader hears of a change of health, not of every sample that comes in.
   const now = health(notes);
   if (now === $("state").dataset.health) return;
@@ -186,106 +165,42 @@ function showFacts() {
   say("state", now === "good" ? "The sample is as it should be." : notes.filter(({ level }) => level !== "info").map((note) => note.text).join(" "));
 }
 
-function showList(json) {
-  listing = json;
-  say("now", `server time ${moment(json.now)}`);
-  $("truncated").hidden = !json.truncated;
-  const known = json.collections.map(({ type, index }) => ({ stem: type, index }));
-  const all = [...known, ...(selected && !find(json, selected) ? [selected] : [])];
-  $("welcome").hidden = all.length > 0;
-  const names = all.map(titleOf).join();
-  if (names !== $("collections").dataset.names) {
-    $("collections").dataset.names = names;
-    $("collections").replaceChildren(...all.map((collection) => {
-      const link = Object.assign(document.createElement("a"), { href: hashOf(collection) });
-      link.append(titleOf(collection), Object.assign(document.createElement("small"), { textContent: LAYOUTS.get(collection.stem).title }));
-      const item = document.createElement("li");
-      item.append(link);
-      return item;
-    }));
-    markCurrent();
-  }
-  if (leaving && !find(json, leaving)) {
-    if (leaving === selected) watcher.select(leaving);
-    leaving = null;
-  }
-  if (selected === null && known.length > 0) open(fromHash() ?? known[0]);
-  showFacts();
-}
-
 function markCurrent() {
-  for (const link of $("collections").querySelectorAll("a")) {
-    if (selected && link.getAttribute("href") === hashOf(selected)) link.setAttribute("aria-current", "page");
+  const current = place ? write({ stem: place.stem, index: place.index }) : "#";
+  for (const link of $("navigation").querySelectorAll("nav a")) {
+    if (link.getAttribute("href") === current) link.setAttribute("aria-current", "page");
     else link.removeAttribute("aria-current");
   }
 }
 
-// fault shows an error, or clears it (null).
-function fault(id, error) {
-  say(id, error?.message ?? "");
-  $(id).hidden = error === null;
-}
-
-async function confirmed(text, yes) {
-  say("confirm-text", text);
-  say("confirm-yes", yes);
-  $("confirm").returnValue = "no";
-  $("confirm").showModal();
-  await new Promise((resolve) => $("confirm").addEventListener("close", resolve, { once: true }));
-  return $("confirm").returnValue === "yes";
-}
-
-async function order(message, collection, done) {
-  try {
-    await send(message, collection);
-    fault("message-trouble", null);
-    say("message", `${done} tallyd's log says what became of it.`);
-    return true;
-  } catch (error) {
-    fault("message-trouble", error);
-    return false;
-  }
-}
-
-function setUp() {
-  const types = [...LAYOUTS.values()].filter(({ creatable }) => creatable);
-  $("create-type").replaceChildren(...types.map(({ stem, title }) => new Option(`${stem} \u2013 ${title}`, stem)));
-  $("create-type").onchange = () => { $("create-index").disabled = LAYOUTS.get($("create-type").value).supervisor; };
-  $("create").onsubmit = async (event) => {
-    event.preventDefault();
-    const stem = $("create-type").value;
-    const wanted = { stem, index: LAYOUTS.get(stem).supervisor ? 0 : $("create-index").valueAsNumber };
-    const title = titleOf(wanted);
-    if (find(listing ?? { collections: [] }, wanted) && !LAYOUTS.get(stem).supervisor &&
-        !await confirmed(`${title} exists. Creating it again removes its files, and it starts anew.`, "Start anew")) return;
-    if (!await order("create", wanted, `Asked for ${title}.`)) return;
-    created.add(title);
-    if (location.hash === hashOf(wanted)) open(wanted);
-    else location.hash = hashOf(wanted);
-  };
-  $("destroy").onclick = async () => {
-    const gone = selected;
-    if (!await confirmed(`Destroy ${titleOf(gone)}? Its files are removed, for everybody.`, "Destroy")) return;
-    created.delete(titleOf(gone));
-    watcher.select(null);
-    if (await order("destroy", gone, `Asked to destroy ${titleOf(gone)}.`)) leaving = gone;
-    else watcher.select(gone);
-  };
-  $("metric").onchange = () => ask({ metric: $("metric").value });
-  let typing;
-  $("search").oninput = () => {
-    clearTimeout(typing);
-    typing = setTimeout(() => ask({ search: $("search").value }), TYPING);
-  };
-  addEventListener("hashchange", () => {
-    const wanted = fromHash();
-    if (!wanted) return;
-    open(wanted);
-    if (matchMedia("(max-width: 50rem)").matches) $("navigation").open = false;
-    $("title").focus();
+messages.setUp((wanted) => find(listing ?? { collections: [] }, wanted) !== undefined, (wanted) => {
+  created.add(idOf(wanted));
+  known.delete(idOf(wanted));
+  if (location.hash === write(wanted)) go();
+  else location.hash = write(wanted);
+});
+$("destroy").onclick = async () => {
+  const gone = place;
+  const asked = await messages.destroy(gone, () => {
+    created.delete(idOf(gone));
+    leaving = gone;
+    follow();
   });
-  if (matchMedia("(max-width: 50rem)").matches) $("navigation").open = false;
-  if (fromHash()) open(fromHash());
-}
-
-setUp();
+  if (asked !== false) return;
+  leaving = null;
+  follow();
+};
+addEventListener("hashchange", () => {
+  go();
+  if (NARROW.matches) $("navigation").open = false;
+  scrollTo(0, 0);
+  (place ? $("title") : $("overview-title")).focus();
+});
+document.querySelector(".skip").onclick = (event) => {
+  event.preventDefault();
+  $("main").focus();
+};
+NARROW.onchange = () => { $("navigation").open = !NARROW.matches; };
+NARROW.onchange();
+setInterval(showAll, TICK);
+go();

@@ -1,53 +1,102 @@
 // History for the charts: the last files as they came, so that any column of any row can be drawn
 // afterwards. Bounded in number and in bytes, whatever the files hold.
 
-import { shownIn } from "./text.js";
-
 const MAX_SAMPLES = 720;
-const MAX_BYTES = 64 << 20;
+const BRIDGED = 5;  // seconds; the page looks every two, so it misses samples of intervals that short
 
 export class History {
   #tables = [];
+  #places = new WeakMap();  // table: Map of key to row, of the rows that were looked for
+  #totals = new WeakMap();  // table: Map of column to its total
 
-  add(table) {
+  // add takes a table, and lets go of the oldest ones until at most maxBytes are held.
+  add(table, maxBytes) {
     // A new poll of the same second, or a clock that was set back, replaces what it overlaps.
     this.#tables = this.#tables.filter((older) => older.header.time < table.header.time);
     this.#tables.push(table);
     let bytes = this.#tables.reduce((sum, each) => sum + each.buffer.byteLength, 0);
-    while (this.#tables.length > MAX_SAMPLES || (bytes > MAX_BYTES && this.#tables.length > 1)) {
+    while (this.#tables.length > MAX_SAMPLES || (bytes > maxBytes && this.#tables.length > 1)) {
       bytes -= this.#tables.shift().buffer.byteLength;
     }
   }
 
-  // series gives for each of these rows of the newest table the values of one column over time, in what its
-  // heading says, and before them that of all rows (`whole`) where the type has a total: {label, whole,
-  // points: [{x, y}]}. A rate holds for its whole interval, so each sample has two points; where no
-  // sample is known the line is broken by a NaN. A row that a file leaves out is drawn as 0. After a sample that could not be
-  // kept the next interval begins before the last one ended; what was drawn stays.
-  series(column, rows) {
-    const newest = this.#tables.at(-1);
-    const named = rows.map((row) => ({ row, label: newest.label(row), points: [] }));
-    const summed = newest.layout.total !== "none" && column.kind !== "percent";
-    const all = { label: newest.layout.totals ? "total" : "sum of all rows", whole: true, points: [] };
+  // lines gives rates over time: {times, values}, with an array of values for each of the wanted
+  // {key, column}; the key null means the total of all rows. A rate holds for its whole interval, so
+  // each sample has two points; where no sample is known a point of NaN breaks the lines. A row that
+  // a file leaves out is 0. After a sample that could not be kept the next interval begins before the
+  // last one ended; what was drawn stays.
+  lines(wanted) {
+    const keys = [...new Set(wanted.map(({ key }) => key))].filter((key) => key !== null);
+    const times = [], values = wanted.map(() => []);
+    const add = (time, point) => {
+      times.push(time);
+      values.forEach((line, at) => line.push(point(wanted[at])));
+    };
     let end = null;
     for (const table of this.#tables) {
       const { time, interval } = table.header;
-      const begin = Math.max(time - Math.max(interval, 1), end ?? -Infinity);
-      const draw = ({ points }, value) => {
-        const y = shownIn(column, value);
-        if (end !== null && begin > end) points.push({ x: begin, y: NaN });
-        points.push({ x: begin, y }, { x: time, y });
+      let begin = Math.max(time - Math.max(interval, 1), end ?? -Infinity);
+      if (end !== null && begin > end && begin - end <= BRIDGED) begin = end;
+      if (end !== null && begin > end) add(begin, () => NaN);
+      const places = this.#find(table, keys);
+      const rate = ({ key, column }) => {
+        if (key === null) return this.total(table, column);
+        return places.get(key) < 0 ? 0 : table.number(places.get(key), column);
       };
-      const found = findRows(table, newest, rows);
-      named.forEach((line, at) => draw(line, found[at] < 0 ? 0 : table.number(found[at], column)));
-      if (summed) draw(all, total(table, column));
+      add(begin, rate);
+      add(time, rate);
       end = time;
     }
-    return summed ? [all, ...named] : named;
+    return { times, values };
+  }
+
+  // keyOf finds the key of a row by its label, in the newest table that has it; null if none has.
+  keyOf(label) {
+    for (const table of this.#tables.toReversed()) {
+      for (let row = 0; row < table.count; row++) if (table.label(row) === label) return table.key(row);
+    }
+    return null;
+  }
+
+  titleOf(key) {
+    for (const table of this.#tables.toReversed()) {
+      const row = this.#find(table, [key]).get(key);
+      if (row >= 0) return table.title(row);
+    }
+    return "";
+  }
+
+  // total sums up a column, or reads it from the row that holds the total already.
+  total(table, column) {
+    if (!this.#totals.has(table)) this.#totals.set(table, new Map());
+    const known = this.#totals.get(table);
+    if (!known.has(column)) known.set(column, totalOf(table, column));
+    return known.get(column);
+  }
+
+  // find gives the place of each key in a table, -1 where it has none. What was found is remembered:
+  // after a sample only the newest table has to be searched.
+  #find(table, keys) {
+    if (!this.#places.has(table)) this.#places.set(table, new Map());
+    const places = this.#places.get(table);
+    const unknown = keys.filter((key) => !places.has(key));
+    if (unknown.length === 0) return places;
+    for (const key of unknown) places.set(key, -1);
+    const octets = unknown.map((key) => Uint8Array.from(key, (letter) => letter.charCodeAt(0)));
+    for (let row = 0; row < table.count; row++) {
+      const start = table.start(row);
+      for (let wanted = 0; wanted < octets.length; wanted++) {
+        // From the end: the beginnings of keys are alike.
+        let byte = octets[wanted].length - 1;
+        while (byte >= 0 && table.bytes[start + byte] === octets[wanted][byte]) byte--;
+        if (byte < 0) places.set(unknown[wanted], row);
+      }
+    }
+    return places;
   }
 }
 
-function total(table, column) {
+function totalOf(table, column) {
   let sum = 0;
   for (let row = 0; row < table.count; row++) {
     const value = table.number(row, column);
@@ -55,22 +104,4 @@ function total(table, column) {
     sum += value;
   }
   return table.layout.totals ? 0 : sum;
-}
-
-// findRows finds rows of the newest table in an older one by their keys; -1 where there is none.
-function findRows(table, newest, rows) {
-  if (table === newest) return rows;
-  const { keySize } = table.layout;
-  const starts = rows.map((row) => newest.start(row));
-  const found = rows.map(() => -1);
-  for (let row = 0; row < table.count; row++) {
-    const at = table.start(row);
-    for (let wanted = 0; wanted < starts.length; wanted++) {
-      // From the end: the beginnings of keys are alike.
-      let byte = keySize - 1;
-      while (byte >= 0 && table.bytes[at + byte] === newest.bytes[starts[wanted] + byte]) byte--;
-      if (byte < 0) found[wanted] = row;
-    }
-  }
-  return found;
 }

@@ -1,10 +1,11 @@
-// Follows one collection: looks at the list every two seconds, fetches the files when they
-// changed, and keeps the collection viewed.
+// Follows collections: looks at the list every two seconds, fetches the files that changed, and keeps
+// the collections viewed.
 //
 // A web server takes no lock, so a file may be seen while it is written. Bytes are believed only
 // when the list says the same of the file before and after they were read - size, time of the last
-// change to the nanosecond, and nobody writing. The two samples come along when they are those that
-// the rates were made of, and not too large to be fetched with every poll.
+// change to the nanosecond, and nobody writing. The two samples come along when they are wanted, are
+// those that the rates were made of, and not too large to be fetched with every poll.
+import { idOf } from "./address.js";
 import { list, read, send } from "./server.js";
 
 const LOOK = 2000;      // milliseconds between two looks at the list
@@ -14,25 +15,30 @@ export const MAX_SAMPLES = 16 << 20;  // bytes of both
 const TRIES = 3;        // readings of a file that goes on changing, each look
 
 export class Watcher {
-  #selected = null;   // {stem, index, asked}: asked when this page created it
-  #stamp = null;      // of the file as it was last given
-  #viewed = -Infinity;
+  #followed = [];         // {stem, index, asked, samples}
+  #stamps = new Map();    // by id: of the files as they were last given
+  #viewed = new Map();    // by id: when
+  #sending = false;
   #on;
 
-  // on.list(json), on.file(buffer or null, unsettled, samples), on.trouble(error or null),
+  // on.list(json), on.file(collection, buffer or null, unsettled, samples), on.trouble(error or null),
   // on.messageTrouble(error or null); samples is null or {prev, last}, of buffers
   constructor(on) {
     this.#on = on;
     this.#run();
   }
 
-  // select turns to another collection, or to none (null).
-  select(collection) {
-    this.#selected = collection;
-    this.#stamp = null;
-    // Not at once after a create: two polls in one second have no interval between them.
-    this.#viewed = collection?.asked ? performance.now() - VIEWING + APART : -Infinity;
-    this.look();
+  // follow turns to other collections: {stem, index}, `asked` when this page created it, `samples`
+  // when the samples are wanted too. What is followed anew is given anew.
+  follow(collections) {
+    const before = new Map(this.#followed.map((each) => [idOf(each), each]));
+    for (const each of collections) {
+      const old = before.get(idOf(each));
+      if (!old || old.samples !== each.samples) this.#stamps.delete(idOf(each));
+      // Not at once after a create: two polls in one second have no interval between them.
+      if (!old && each.asked) this.#viewed.set(idOf(each), performance.now() - VIEWING + APART);
+    }
+    this.#followed = collections;
   }
 
   async #run() {
@@ -43,61 +49,80 @@ export class Watcher {
   }
 
   async look() {
-    const selected = this.#selected;
     try {
-      let json = await list();
+      const json = await list();
       this.#on.trouble(null);
       this.#on.list(json);
-      if (selected === null || selected !== this.#selected) return;
-      this.#keepViewed(json);
-      const before = stampOf(json, selected);
-      if (before === this.#stamp) return;
-      await this.#fetch(json, selected);
+      const followed = this.#followed;
+      this.#keepViewed(json, followed);
+      await this.#fetch(json, followed.filter((each) => stampOf(json, each) !== this.#stamps.get(idOf(each))));
     } catch (error) {
       this.#on.trouble(error);
     }
   }
 
-  async #fetch(json, selected) {
-    let buffer, samples, settled;
-    for (let attempt = 0; attempt < TRIES && !settled; attempt++) {
-      const before = stampOf(json, selected);
-      const { delta, prev, last } = find(json, selected)?.files ?? {};
-      buffer = delta && !delta.error ? await read(delta.name) : null;
-      samples = madeOf(delta, prev, last) ?
-        { prev: await read(prev.name), last: await read(last.name) } : null;
+  // fetch reads the files of these collections until the list says the same before and after.
+  async #fetch(json, pending) {
+    for (let attempt = 1; pending.length > 0; attempt++) {
+      const before = json;
+      const taken = new Map();
+      for (const each of pending) {
+        if (!this.#followed.includes(each)) continue;
+        taken.set(each, await readFiles(find(before, each)?.files ?? {}, each.samples));
+      }
       json = await list();
-      if (selected !== this.#selected) return;
-      settled = before === stampOf(json, selected) && !delta?.writing && whole(buffer, delta) &&
-        (samples === null || (whole(samples.prev, prev) && whole(samples.last, last)));
+      this.#on.list(json);
+      pending = [];
+      for (const [each, { buffer, samples, whole }] of taken) {
+        if (!this.#followed.includes(each)) continue;
+        const stamp = stampOf(json, each);
+        const settled = whole && stamp === stampOf(before, each) && !find(json, each)?.files.delta?.writing;
+        if (!settled && attempt < TRIES) {
+          pending.push(each);
+          continue;
+        }
+        this.#stamps.set(idOf(each), settled ? stamp : null);
+        this.#on.file(each, buffer, !settled, settled ? samples : null);
+      }
     }
-    this.#on.list(json);
-    this.#stamp = settled ? stampOf(json, selected) : null;
-    this.#on.file(buffer, !settled, settled ? samples : null);
   }
 
-  // Only what exists is viewed: the daemon logs a warning for everything else.
-  #keepViewed(json) {
-    const selected = this.#selected;
-    if (!selected.asked && !find(json, selected)) return;
-    if (performance.now() - this.#viewed < VIEWING) return;
-    this.#viewed = performance.now();
-    send("viewing", selected).then(() => this.#on.messageTrouble(null), (error) => {
-      this.#viewed = -Infinity;
+  // Only what exists is viewed: the daemon logs a warning for everything else. One message at a time,
+  // and after one that failed the others wait for the next look.
+  async #keepViewed(json, followed) {
+    if (this.#sending) return;
+    this.#sending = true;
+    try {
+      for (const each of followed) {
+        if (!this.#followed.includes(each) || (!each.asked && !find(json, each))) continue;
+        if (performance.now() - (this.#viewed.get(idOf(each)) ?? -Infinity) < VIEWING) continue;
+        await send("viewing", each);
+        this.#viewed.set(idOf(each), performance.now());
+        this.#on.messageTrouble(null);
+      }
+    } catch (error) {
       this.#on.messageTrouble(error);
-    });
+    } finally {
+      this.#sending = false;
+    }
   }
 }
 
 export const find = (json, { stem, index }) =>
   json.collections.find((each) => each.type === stem && each.index === index);
 
-const whole = (buffer, file) => (buffer?.byteLength ?? 0) === (file?.size ?? 0);
-
 // stampOf tells one state of a collection's files from another.
-function stampOf(json, selected) {
-  const { delta, prev, last } = find(json, selected)?.files ?? {};
+function stampOf(json, collection) {
+  const { delta, prev, last } = find(json, collection)?.files ?? {};
   return [delta, prev, last].map((file) => `${file?.size} ${file?.mtime} ${file?.writing}`).join();
+}
+
+async function readFiles({ delta, prev, last }, wanted) {
+  const whole = (buffer, file) => (buffer?.byteLength ?? 0) === (file?.size ?? 0);
+  const buffer = delta && !delta.error ? await read(delta.name) : null;
+  if (!wanted || !madeOf(delta, prev, last)) return { buffer, samples: null, whole: whole(buffer, delta) };
+  const samples = { prev: await read(prev.name), last: await read(last.name) };
+  return { buffer, samples, whole: whole(buffer, delta) && whole(samples.prev, prev) && whole(samples.last, last) };
 }
 
 function madeOf(delta, prev, last) {

@@ -1,0 +1,57 @@
+// What the reader may ask of the daemon: to create a collection, and to destroy one.
+import { titleOf } from "./address.js";
+import { $, element, say } from "./dom.js";
+import { LAYOUTS } from "./layouts.js";
+import { send } from "./server.js";
+
+// fault shows an error, or clears it (null).
+export function fault(id, error) {
+  say(id, error?.message ?? "");
+  $(id).hidden = error === null;
+}
+
+async function confirmed(text, yes) {
+  say("confirm-text", text);
+  say("confirm-yes", yes);
+  $("confirm").returnValue = "no";
+  $("confirm").showModal();
+  await new Promise((resolve) => $("confirm").addEventListener("close", resolve, { once: true }));
+  return $("confirm").returnValue === "yes";
+}
+
+async function order(message, collection, done) {
+  try {
+    await send(message, collection);
+    fault("message-trouble", null);
+    say("message", `${done} tallyd's log says what became of it.`);
+    return true;
+  } catch (error) {
+    fault("message-trouble", error);
+    return false;
+  }
+}
+
+// setUp makes the form work: exists(collection) tells whether there is one, created(collection) is
+// called when the daemon was asked for it.
+export function setUp(exists, created) {
+  const types = [...LAYOUTS.values()].filter(({ creatable }) => creatable);
+  $("create-type").replaceChildren(...types.map(({ stem, title }) => element("option", { value: stem, textContent: `${title} (${stem})` })));
+  const chosen = () => LAYOUTS.get($("create-type").value);
+  $("create-type").onchange = () => { $("create-index").disabled = chosen().supervisor; };
+  $("create").onsubmit = async (event) => {
+    event.preventDefault();
+    const { stem, supervisor } = chosen();
+    const wanted = { stem, index: supervisor ? 0 : $("create-index").valueAsNumber };
+    const title = titleOf(wanted);
+    if (exists(wanted) && !supervisor &&
+        !await confirmed(`${title} exists. Creating it again removes its files, and it starts anew.`, "Start anew")) return;
+    if (await order("create", wanted, `Asked for ${title}.`)) created(wanted);
+  };
+}
+
+// destroy asks, and tells whether the daemon was asked to; leave() comes before the message.
+export async function destroy(collection, leave) {
+  if (!await confirmed(`Destroy ${titleOf(collection)}? Its files are removed, for everybody.`, "Destroy")) return null;
+  leave();
+  return order("destroy", collection, `Asked to destroy ${titleOf(collection)}.`);
+}
