@@ -1,6 +1,6 @@
 // Rates over time, drawn by dygraphs, with a legend that is also their text.
 import { drawing, element, say } from "./dom.js";
-import { clock, duration, shownIn } from "./text.js";
+import { clock, duration, percent, shownIn } from "./text.js";
 import { quantity, tick } from "./units.js";
 
 const MIN_SPAN = 900;   // seconds that the chart shows at least, when there is history
@@ -71,6 +71,7 @@ export class Chart {
     this.#last = [data, column, interval, link];
     const style = getComputedStyle(this.#box);
     const colour = (name) => style.getPropertyValue(name).trim();
+    this.#box.hidden = data.lines.length === 0;
     this.#drawLegend(data, link, colour);
     this.#plot.setAttribute("aria-label", `${data.lines.length} ${data.stacked ? "shares" : "lines"} over time; arrow keys lead from one moment to another`);
     const there = await library();
@@ -134,7 +135,7 @@ export class Chart {
     this.#items.forEach(({ value, part }, at) => {
       const rate = lines[at].values[point];
       say(value, Number.isNaN(rate) ? "\u2013" : quantity(column, rate));
-      say(part, total?.[point] > 0 && rate >= 0 ? `${(rate / total[point] * 100).toFixed(1)} %` : "");
+      say(part, total?.[point] > 0 && rate >= 0 ? percent(rate / total[point] * 100) : "");
     });
     const sum = total && !Number.isNaN(total[point]) ? `, total ${quantity(column, total[point])}` : "";
     say(this.#note, `${point === this.#final() ? "Newest sample" : "At"} ${clock(times[point])}${sum}`);

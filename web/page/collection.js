@@ -93,7 +93,7 @@ export class CollectionView {
     this.#drawn = drawn;
     this.#chart.show({ ...answer.chart, owner: this.#known.id }, metric, shown.header.interval,
       ({ label }) => (label === undefined ? null : write({ ...this.#place, row: label, q: "", sort: "", columns: "", chart: "" })));
-    say("chart-note", `${answer.chart.stacked ? "Shares of the total" : "The busiest rows"}, the last ${span(answer.chart)}: as long as this page has watched.`);
+    say("chart-note", answer.chart.lines.length === 0 ? "There is nothing to draw." : `${answer.chart.stacked ? "Shares of the total" : "The busiest rows"}, the last ${span(answer.chart)}: as long as this page has watched.`);
   }
 }
 

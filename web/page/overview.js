@@ -2,7 +2,7 @@
 import { idOf, titleOf, write } from "./address.js";
 import { $, element, say } from "./dom.js";
 import { spark } from "./spark.js";
-import { count, duration } from "./text.js";
+import { count, duration, percent } from "./text.js";
 import * as tiles from "./tiles.js";
 import { quantity, wordsOf } from "./units.js";
 
@@ -56,7 +56,7 @@ function fill(card, known, listing, now) {
     element("span", { className: "who", textContent: busiest.title, title: busiest.title }), element("span", { textContent: `${quantity(layout.rank, busiest.value)}${share(busiest.value, total)}` })] : ["No row had traffic."]));
 }
 
-const share = (value, total) => (total > 0 && value <= total ? `, ${(value / total * 100).toFixed(1)} %` : "");
+const share = (value, total) => (total > 0 && value <= total ? `, ${percent(value / total * 100)}` : "");
 
 // forget lets go of the card of a collection that is gone.
 export const forget = (collection) => cards.delete(idOf(collection));

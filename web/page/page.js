@@ -28,7 +28,8 @@ const watcher = new Watcher({
   list: takeList,
   file: takeFile,
   trouble: (error) => messages.fault("trouble", error),
-  messageTrouble: (error) => messages.fault("message-trouble", error),
+  // Where nothing answers it is said once.
+  messageTrouble: (error) => messages.fault("message-trouble", $("trouble").hidden ? error : null),
 });
 
 const viewed = () => (place === null ? null : place.row ? views.row : views.collection);
