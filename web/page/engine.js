@@ -5,7 +5,8 @@
 //                     rows, and null or the files {prev, last} that it was made of
 //                   {query: {id, column, descending, search, metric, row}}   names of columns; row is
 //                     the label of one, or "". null: nothing but summaries is wanted
-//   engine -> page  {summary: {id, total, busiest, spark, tiles}}  after each sample; of the column
+//                   {forget: id}   the collection is gone
+//   engine -> page  {summary: {id, number, total, busiest, spark, tiles}}  after each sample; of the column
 //                     that the type is ranked by: total of all rows or null, {title, label, value}, the
 //                     course of the total or else of the busiest, [{title, label, values}] of interfaces
 //                   {answer: {id, search, number, order, top, chart, findings, row, title, charts}}  the sample's number;
@@ -32,6 +33,8 @@ onmessage = ({ data }) => {
   if (data.sample) {
     take(data.sample);
     if (query?.id === data.sample.id) answer(collections.get(query.id));
+  } else if (data.forget) {
+    collections.delete(data.forget);
   } else {
     query = data.query;
     if (query && collections.has(query.id)) answer(collections.get(query.id));
@@ -45,7 +48,7 @@ function take({ id, stem, number, delta, samples }) {
   const { table } = decode(delta, layout);
   known.history.add(table, MAX_BYTES / collections.size);
   Object.assign(known, { table, number, findings: { ...countFlaws(table), ...marks(table, samples) } });
-  postMessage({ summary: { id, ...summaryOf(known) } });
+  postMessage({ summary: { id, number, ...summaryOf(known) } });
 }
 
 const columnOf = (layout, name) => layout.columns.find((column) => column.name === name) ?? layout.rank;

@@ -17,6 +17,8 @@ const STATES = [
   ["live", "Live", () => true],
 ];
 
+let given = 0;  // samples of all collections
+
 export class Known {
   sample = null;         // what decode() made of the newest file; null until there is one
   unsettled = false;
@@ -24,8 +26,8 @@ export class Known {
   summary = null;
   shown = null;          // the table whose rows the answer is about
   marks = new Map();     // row of it: what is to be known of it
-  number = 0;            // of the newest sample that the engine was given
-  #tables = new Map();   // by number, those that the engine was given and has not answered for
+  number = 0;            // of the newest sample that the engine was given; no other has it
+  #tables = new Map();   // by number, the newest that the engine has summed up, and those since
   #intervals = [];       // of the newest samples
   #names = new Map();    // interface name: the ifIndex that it had
 
@@ -42,13 +44,20 @@ export class Known {
     const { table, header } = this.sample;
     if (!table || unsettled) return null;
     this.#intervals = [header.interval, ...this.#intervals].slice(0, INTERVALS);
-    this.#tables.set(++this.number, table);
+    this.number = ++given;
+    this.#tables.set(this.number, table);
     return { id: this.id, stem: this.collection.stem, number: this.number, delta: buffer, samples };
+  }
+
+  // What comes after a summary is about the same table or a newer one.
+  takeSummary(summary) {
+    this.summary = summary;
+    for (const number of this.#tables.keys()) if (number < summary.number) this.#tables.delete(number);
   }
 
   takeAnswer(answer) {
     const table = this.#tables.get(answer.number);
-    for (const number of this.#tables.keys()) if (number < answer.number) this.#tables.delete(number);
+    if (table === undefined) return;  // of a collection that was destroyed and created again
     if (table !== this.shown) this.marks = new Map([...answer.findings.marks, ...this.#movedNames(table)]);
     this.shown = table;
     this.answer = answer;

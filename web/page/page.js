@@ -41,6 +41,13 @@ function knownOf(collection) {
   return known.get(id);
 }
 
+// forget lets go of what is known of a collection that is gone, or begins anew.
+function forget(collection) {
+  known.delete(idOf(collection));
+  overview.forget(collection);
+  engine.postMessage({ forget: idOf(collection) });
+}
+
 // go shows what the address says.
 function go() {
   place = read(location.hash);
@@ -93,8 +100,7 @@ function takeList(json) {
   listed = performance.now();
   $("truncated").hidden = !json.truncated;
   if (leaving && !find(json, leaving)) {
-    known.delete(idOf(leaving));
-    overview.forget(leaving);
+    forget(leaving);
     leaving = null;
     go();
   }
@@ -119,9 +125,9 @@ function takeFile(collection, buffer, unsettled, samples) {
 engine.onmessage = ({ data: { summary, answer } }) => {
   const each = known.get((summary ?? answer).id);
   if (!each) return;
-  if (summary) each.summary = summary;
+  if (summary) each.takeSummary(summary);
   if (answer) each.takeAnswer(answer);
-  if (answer && place && idOf(place) === answer.id) viewed().show();
+  if (answer && each.answer && place && idOf(place) === answer.id) viewed().show();
   showAll();
 };
 
@@ -176,7 +182,7 @@ function markCurrent() {
 
 messages.setUp((wanted) => find(listing ?? { collections: [] }, wanted) !== undefined, (wanted) => {
   created.add(idOf(wanted));
-  known.delete(idOf(wanted));
+  forget(wanted);
   if (location.hash === write(wanted)) go();
   else location.hash = write(wanted);
 });
