@@ -80,7 +80,7 @@ def longest_task(url, ready, work):
     begin, = (event for event in events if event.get("name") == "begin")
     tasks = [event for event in events if event.get("name") == "ThreadControllerImpl::RunTask"
              and (event["pid"], event["tid"]) == (begin["pid"], begin["tid"]) and event["ts"] > begin["ts"]]
-    return {"cpu_ms": max(task.get("tdur", 0) for task in tasks) / 1000, "ms": max(task["dur"] for task in tasks) / 1000}
+    return {"cpu_ms": max(task.get("tdur", 0) for task in tasks) / 1000, "ms": max(task.get("dur", 0) for task in tasks) / 1000}
 
 
 def main():
