@@ -20,7 +20,8 @@ namespace {
 constexpr char kExtension[] = ".bin";
 
 UniqueFd open_to_read(const char* path) {
-  return UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+  return UniqueFd(retry_interrupted(
+      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW); }));
 }
 
 }  // namespace

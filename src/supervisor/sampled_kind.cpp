@@ -30,7 +30,8 @@ bool write_sample(const SampledKind& kind, const char* last_path, RecordCache& c
 
 int poll_sampled_kind(const SampledKind& kind) {
   const CollectionPaths paths = collection_paths(kind.type, 0);
-  if (set_sample_aside(paths) == PreviousSample::stuck) {
+  const PreviousSample previous = set_sample_aside(paths);
+  if (previous == PreviousSample::stuck) {
     log_warning("Unable to set %s aside for a new sample.", paths.last.text);
     return 0;
   }
@@ -39,7 +40,7 @@ int poll_sampled_kind(const SampledKind& kind) {
     restore_sample(paths);
     return 0;
   }
-  if (!file_exists(paths.prev.text)) return 1;
+  if (previous == PreviousSample::none && !file_exists(paths.prev.text)) return 1;
   return create_delta_file(paths.last.text, paths.prev.text, paths.delta.text, kind.routines,
                            cache);
 }
