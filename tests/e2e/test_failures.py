@@ -1,38 +1,15 @@
-"""Calls that fail or are not answered; a daemon that is killed."""
+"""Calls that are not answered."""
 import time
 
 from harness import control, processes
 from harness.agent import CONTROL, LOCAL, ROWS, SYSTEM_INFO
 from harness.collection import Collection, next_second
-from harness.daemon import CALL, injected
+from harness.daemon import CALL
 from harness.files import HOST, LAYOUTS, PRIO
 from harness.samples import HOSTS, LATER, records
 from harness.syslog import DEBUG
 
 FAILED = "host_rpc_getnext: RPC failed"
-
-
-# System calls of a poll on its files: which one, and its number among its kind.
-STEPS = [("rename", 1), ("openat", 3), ("openat", 4), ("flock", 1), ("write", 1), ("write", 2), ("write", 4), ("flock", 2)]
-
-
-def test_killed_at_any_step(own_daemon, agent, log):
-    """SIGKILL in the middle of a poll leaves whole rows, and nothing that keeps the next daemon from starting."""
-    for call, number in STEPS:
-        agent.serve(host=HOSTS)
-        own_daemon.start()
-        Collection(own_daemon, HOST).create()
-        agent.serve(host=LATER)
-        next_second()
-        prev, last, delta = HOST.paths(1)
-        with injected(own_daemon, last, f"{call}:signal=KILL:when={number}", "-P", prev, "-P", delta):
-            control.send(control.VIEWING, HOST.code, 1)
-            processes.wait_until(lambda: not own_daemon.running())
-        own_daemon.kill()
-        for path in HOST.paths(1):
-            if path.exists() and len(data := path.read_bytes()) >= 16:
-                HOST.unpack(data)
-        log.take_all()
 
 
 def test_calls_that_are_not_answered(daemon, agent, log):

@@ -1,14 +1,12 @@
-"""Polls that somebody breaks off or puts off: a terminate message, a kill, a reader."""
+"""Polls that somebody breaks off or puts off: a terminate message, a reader."""
 import fcntl
-import signal
-import struct
 
 import pytest
 
 from harness import control, processes, settings
 from harness.agent import CONTROL, ROWS, SYSTEM_INFO
-from harness.collection import Collection, next_second
-from harness.daemon import CALL, NOT_THERE, STARTED, injected
+from harness.collection import Collection
+from harness.daemon import CALL, NOT_THERE, STARTED
 from harness.files import HOST, MATRIX
 from harness.kinds import VLANS, Kind
 from harness.samples import HOSTS, LATER, records
@@ -104,29 +102,3 @@ def test_reader_holds_a_poll_up(own_daemon, agent, log):
         processes.wait_until(lambda: own_daemon.settle() or MATRIX.read(1, "last").header.time > before)
     assert own_daemon.stop() == 0
     log.take_all(LOCK_FAILED[1])
-
-
-def test_killed_before_a_sample_is_finished(own_daemon, agent, supervisor, log):
-    """What stands under the name of a sample is not used until all of it does."""
-    agent.serve()
-    supervisor.serve(vlan_row(1, 300, (1000,) * 4))
-    settings.supervisor(NMP_ETHERSTATS=b"disable")
-    own_daemon.start()
-    vlans = Kind(own_daemon, VLANS)
-    whole = vlans.path("last").read_bytes()
-    supervisor.serve(vlan_row(1, 300, (9000,) * 4))
-    with injected(own_daemon, vlans.path("last"), "pwrite64:signal=KILL"):
-        control.send(control.VIEWING, VLANS.code)
-        assert own_daemon.exit_status() == -signal.SIGKILL
-    assert vlans.path("prev").read_bytes() == whole
-    half = vlans.path("last").read_bytes()
-    assert struct.unpack_from("<iIiI", half) == (0, 0, 0, VLANS.code) and len(half) == len(whole)
-    log.take_all()
-    next_second()
-    own_daemon.start()
-    assert (DEBUG, f"{vlans.path('last')} was never finished; a sample before it is used in its place.") in log.take_all()
-    assert vlans.path("prev").read_bytes() == whole
-    interval, _, now, _ = vlans.read("delta").header
-    assert now - interval == VLANS.unpack(whole).header.time
-    assert vlans.read("delta").rows == [(whole[16:20], (8000 / interval,) * 4)]
-    assert own_daemon.stop() == 0

@@ -1,5 +1,4 @@
 """The daemon under test: the shipped binary, run as shipped, at its true paths."""
-import contextlib
 import os
 import pathlib
 import signal
@@ -105,19 +104,6 @@ class Daemon:
         if self.pid is not None:
             os.kill(self.pid, signal.SIGKILL)
             self.exit_status()
-
-
-@contextlib.contextmanager
-def injected(daemon, path, fault, *more):
-    """Within this context, its system calls on this path fail as strace's inject= says."""
-    trace = subprocess.Popen([*STRACE, "-p", str(daemon.pid), "-P", str(path), "-e", f"inject={fault}", *more])
-    try:
-        threads = [f"{daemon.pid}/task/{thread}" for thread in os.listdir(f"/proc/{daemon.pid}/task")]
-        processes.wait_until(lambda: all(processes.status_field(thread, "TracerPid") for thread in threads))
-        yield
-    finally:
-        trace.kill()  # it would wait for a daemon that the fault has killed
-        trace.wait()
 
 
 def sanitizer_reports():

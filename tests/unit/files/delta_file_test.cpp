@@ -1,4 +1,5 @@
-// Every numbered error of the generic delta file, and its lock. End-to-end tests check the merge.
+// What the generic delta file does to a file that is there, and its lock. End-to-end tests check
+// the merge, scripts/campaign its failures.
 #include "files/delta_file.h"
 
 #include <fcntl.h>
@@ -78,50 +79,6 @@ class DeltaFileTest : public testing::Test {
   TemporaryDirectory directory_;
   RecordCache last_;
 };
-
-TEST_F(DeltaFileTest, ShortHeadersLeaveAnEmptyFile) {
-  const std::string good = header() + record({1, 1});
-  for (const std::string file : {"prev", "last"}) {
-    write(file == "prev" ? good.substr(0, 15) : good, file == "last" ? good.substr(0, 15) : good);
-    write_file(delta_path, "of old");
-    EXPECT_EQ(create(), 1);
-    EXPECT_TRUE(std::filesystem::is_empty(delta_path));
-    EXPECT_EQ(take_log(),
-              std::vector{debug_line("Unable to read file header from " + file + " file!")});
-  }
-}
-
-TEST_F(DeltaFileTest, NumbersItsErrorsAndRemovesTheFile) {
-  const std::string head = header();
-  std::string full = head;  // two buffers
-  for (std::uint32_t key = 1; key <= 272; ++key) full += record({key, 1});
-  const std::string cut_record = "Error 2 reading to fill file cache.";
-  const struct {
-    int number;
-    std::string prev;
-    std::string last;
-    std::string also;
-    std::size_t limit = 1 << 20;  // of the delta file's size
-  } cases[] = {
-      {15, full, head + "x", cut_record},
-      {16, head + "x", full, cut_record},
-      {19, full + "x", full, cut_record},
-      {19, full + "x", head + record({9999, 1}), cut_record},
-      {20, full, full + "x", cut_record},
-      {17, head, full, "Unable to write poll cache to file.", 0},
-      {21, head, head + record({1, 1}), "Unable to flush poll cache to file.", 0},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.number);
-    write(test.prev, test.last);
-    {
-      const FileSizeLimit limit(test.limit);
-      EXPECT_EQ(create(), 0);
-    }
-    EXPECT_EQ(take_log(), (std::vector{warning_line(test.also), error(test.number)}));
-    EXPECT_FALSE(std::filesystem::exists(delta_path));
-  }
-}
 
 TEST_F(DeltaFileTest, OpensBeforeItEmpties) {
   const auto expect_error = [this](int number) {

@@ -51,23 +51,4 @@ std::string bytes_of(const T& value) {
   return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 
-// FileSizeLimit makes every write that would extend a file past `bytes` stop there, and fail if
-// nothing fits: a disk that is full at that very byte.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(std::size_t bytes) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    getrlimit(RLIMIT_FSIZE, &before_);
-    rlimit limit = before_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit before_{};
-};
-
 }  // namespace tally
