@@ -33,10 +33,11 @@ void serve_script(const Options& options) {
   server.run({.poll_fd = [] { return -1; }, .work = [] {}});
 }
 
+// print_protocols writes the form of protocols(5), which tallyctl reads.
 void print_protocols() {
   for (const Protocol& protocol : protocols()) {
-    (void)std::printf("%3u %u %s\n", unsigned{protocol.local_index},
-                      static_cast<unsigned>(protocol.layer), path_of(protocol).c_str());
+    (void)std::printf("%-28s %3u  # layer %u\n", path_of(protocol).c_str(),
+                      unsigned{protocol.local_index}, static_cast<unsigned>(protocol.layer));
   }
 }
 

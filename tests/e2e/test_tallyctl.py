@@ -4,6 +4,7 @@ import fcntl
 import http.client
 import json
 import os
+import pathlib
 import pty
 import random
 import re
@@ -18,6 +19,7 @@ import threading
 import time
 
 import pytest
+from scapy.layers.dns import DNS, DNSRR
 
 from harness import processes, samples
 from harness.collection import Collection
@@ -82,8 +84,8 @@ SAID = (
     ("create 11 1", 2, "", "unknown collection type"), ("viewing host 1 --keep 0", 2, "", "--keep"),
     ("watch host 1 --sort frob", 2, "", "no column 'frob'"), ("--help", 0, "tallyctl", ""),
     ("show host 1 --sort HOSTINPKTS", 0, "2 rows by In, pkt/s", ""), ("show host 2", 0, "  0 rows\n", "only a header"),
-    ("show host 1 --csv --no-notes", 0, "\n00:00:00:00:00:00,0,0,0,0,0,0,0,\n", ""),
-    ("show host 1 --csv", 0, "hostOutMulticastPkts,notes\n", "note: rows are not compared"),
+    ("show host 1 --csv --no-notes", 0, "\n00:00:00:00:00:00,0,0,0,0,0,0,0,,", ""),
+    ("show host 1 --csv", 0, "hostOutMulticastPkts,notes,hostAddress_name\n", "note: rows are not compared"),
     ("show host 9 --file last", 0, "last sample  up-time 0", ""),
     ("show host 9 --file prev", 1, "", "no such file yet"), ("show etherstats --file last", 2, "", "in memory"),
     ("show host 1 --json --csv", 2, "", "excludes"), ("view host 1 pdist", 2, "", "needs a control index"),
@@ -315,7 +317,7 @@ def test_screen(pipe):
     """Only a terminal is coloured and redrawn; watch takes its other screen and gives all back."""
     put("vlan_1", 5, bytes(30 * 36))
     put("prio_1", 6, bytes(30 * 20))
-    put("host_1", 0, bytes(30 * 62))
+    put("host_1", 0, 30 * (b"\2" + bytes(61)))
     put("pdist_1", 2, struct.pack("<II2dII2dII2d", 1, 3, 0.00025, 12.5, 1, 70000, 4e5, 1e10, 132, 2**32 - 1, 2, 1.2e10))
     for options, table in (("", ["Protocol  bit/s    Share   pkt/s",
                                  "70000     80.0G   83.3 %    400k",
@@ -338,6 +340,39 @@ def test_screen(pipe):
         frame = on_screen(line)
         assert frame.startswith("\x1b[?1049h\x1b[?25l") and frame.endswith("\x1b[?25h\x1b[?1049l")
         assert "\x1b[H" in frame and last + "  interval 60 s" in frame and frame.count("\n") < 10  # it does not scroll
+
+
+def test_names(pipe, tmp_path):
+    """Of files and of DNS, which one address gets no answer from; numbers stay beside them."""
+    (tmp_path / "protocols").write_text("ether2.ip 11\nether2.ip6 12 ip6\n")
+    (tmp_path / "hosts").write_text('10.0.0.1 "a",b\n')
+    rows = ((11, 1), (12, 2), (13, 3))
+    records = b"".join(struct.pack("<II4s12x5d", tag, 4, bytes((10, 0, 0, last)), 1, 1, 1, 1, 0) for tag, last in rows)
+    for kind in ("nlhost_1", "nlhost_1_last"):
+        put(kind, 3, records)
+    server = re.search(r"^nameserver (\S+)", pathlib.Path("/etc/resolv.conf").read_text(), re.MULTILINE)[1]
+    subprocess.run(["ip", "address", "add", server, "dev", "lo"], check=True)
+    dns = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    dns.bind((server, 53))
+
+    def answer():
+        while True:
+            data, sender = dns.recvfrom(512)
+            query = DNS(data)
+            if query.qd.qname == b"2.0.0.10.in-addr.arpa.":
+                dns.sendto(bytes(DNS(id=query.id, qr=1, qd=query.qd, an=DNSRR(
+                    rrname=query.qd.qname, type="PTR", rdata="two.example"))), sender)
+    threading.Thread(target=answer, daemon=True).start()
+    how = {"env": {**os.environ, "TALLYD_NAMES": str(tmp_path)}}
+    shown = json.loads(run("show nlhost 1 --no-notes --json --resolve", **how).stdout)["rows"]
+    assert [(row["protocolDirLocalIndex"], row.get("protocolDirLocalIndex_name"), row["nlHostAddress"], row.get("nlHostAddress_name"))
+            for row in shown] == [(11, "ether2.ip", "10.0.0.1", '"a",b'), (12, "ether2.ip6", "10.0.0.2", "two.example"), (13, None, "10.0.0.3", None)]
+    lines = run("show nlhost 1 --no-notes --csv --top 1", **how).stdout.splitlines()
+    assert lines[0].endswith(",notes,protocolDirLocalIndex_name,nlHostAddress_name") and lines[1].endswith(',,ether2.ip,"""a"",b"')
+    assert run('show nlhost 1 --no-notes --where nlHostAddress=*b', **how).stdout.splitlines()[1:3] == [
+        "Protocol   Host   In, bit/s  Out, bit/s   Share  In, pkt/s  Out, pkt/s  Out non-unicast",
+        'ether2.ip  "a",b          8           8  33.3 %          1           1                0']
+    assert '\ntallyd_address_name{address="10.0.0.1",address_name="\\"a\\",b"} 1\n' in run("metrics", **how).stdout
 
 
 def test_view_outlives_the_daemon(pipe):

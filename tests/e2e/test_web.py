@@ -2,6 +2,7 @@
 import fcntl
 import json
 import os
+import pathlib
 import random
 import re
 import struct
@@ -17,6 +18,7 @@ from harness.collection import next_second
 from harness.files import FORMATS, HOST
 from harness.paths import DATA, PIPE, program
 
+NAMES = pathlib.Path("/tmp/names")
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
 
@@ -29,7 +31,11 @@ def either_server(request):
 
 @pytest.fixture(scope="module")
 def server():
-    server = web.WebServer("lighttpd", 8080)
+    NAMES.mkdir(exist_ok=True)
+    for file, text in (("protocols", "ether2.ip.udp.dns 5 dns\nother 6 x y # comment\n"), ("vlans", "voice 4"), ("groups", "EF 2"),
+                       ("hosts", "10.0.0.1 router\n0001:0:0:2::3 six"), ("priorities", "best 0\n")):
+        (NAMES / file).write_text(text)
+    server = web.WebServer("lighttpd", 8080, f'setenv.set-environment = ("TALLYD_NAMES" => "{NAMES}")\n')
     yield server
     server.stop()
 
@@ -93,8 +99,8 @@ OCTETS = [octets.ljust(16, b"\0") for octets in (
 
 
 def test_every_type_is_read(browser, files):
-    """tallyctl finds each value under its name, as struct has packed it; the page writes all of them as tallyctl's
-    table does."""
+    """tallyctl finds each value under its name, as struct has packed it; the page, with the names that
+    its program tells, writes all of them as tallyctl's table does."""
     numbers = random.Random(7)
 
     def draw(blank):
@@ -115,13 +121,16 @@ def test_every_type_is_read(browser, files):
             assert [cell for cell in cells.values() if re.fullmatch("(..:){5}..", str(cell))] == [
                 value.hex(":") for value in row if isinstance(value, bytes) and len(value) == 6], stem
         page = browser.execute_async_script("""
-            const [stem, octets, done] = arguments;
-            Promise.all([import("./delta.js"), import("./layouts.js")]).then(([{decode}, {LAYOUTS}]) => {
-              const layout = LAYOUTS.get(stem), { table } = decode(new Uint8Array(octets).buffer, layout);
-              done([layout.shown.map(({heading}) => heading),
-                    ...Array.from({length: table.count}, (_, row) => layout.shown.map(column => table.text(row, column)))]);
-            });""", stem, list(data))
-        _, headings, *lines = subprocess.check_output(command, text=True).splitlines()
+            const [stem, index, octets, done] = arguments;
+            Promise.all(["delta", "layouts"].map(name => import(`./${name}.js`))).then(
+              async ([{decode}, {LAYOUTS}]) => {
+                const layout = LAYOUTS.get(stem), { table } = decode(new Uint8Array(octets).buffer, layout);
+                const { names } = await (await fetch(`control?names=${stem}/${index}`)).json();
+                const named = (column, text) => names[column.name]?.[text] ?? text;
+                done([layout.shown.map(({heading}) => heading), ...Array.from({length: table.count}, (_, row) =>
+                  layout.shown.map(column => named(column, table.text(row, column))))]);
+              });""", stem, int(command[3]), list(data))
+        _, headings, *lines = subprocess.check_output(command, text=True, env={**os.environ, "TALLYD_NAMES": str(NAMES)}).splitlines()
         assert re.split("  +", headings.replace("  Share", "").strip()) == page[0], stem
         share = re.compile(r"  [\d.<]+ %(?=  )" if "Share" in headings else "$")  # which the page does not show yet
         assert [share.sub("", line, count=1).split() for line in lines[:200]] == [

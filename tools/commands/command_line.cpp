@@ -172,6 +172,7 @@ void add_view_options(CLI::App& command, Words& words) {
   command.add_flag("-w,--wide", view.wide,
                    "All columns, by the names of their MIB objects and in their units");
   command.add_flag("--si", view.si, "Round the values of --wide, with a prefix: 1.23M");
+  command.add_flag("--resolve", view.resolve, "Ask DNS for the names of network addresses");
   command.add_option("--color", words.colour, "auto: on a terminal without NO_COLOR; or never")
       ->check(CLI::IsMember({"auto", "never"}))
       ->type_name("WHEN");

@@ -38,8 +38,8 @@ _tallyctl() {
       create | destroy) words=$_tallyctl_types ;;
       viewing) words="$_tallyctl_types --keep" ;;
       view) words="$_tallyctl_types --every" ;;
-      show) words="$_tallyctl_types --file --json --csv --top --sort --reverse --where --line-speed --no-notes --wide --si --color --wait" ;;
-      watch) words="$_tallyctl_types --top --sort --reverse --where --line-speed --no-notes --wide --si --color --every --no-viewing --count --seconds" ;;
+      show) words="$_tallyctl_types --file --json --csv --top --sort --reverse --where --line-speed --no-notes --wide --si --resolve --color --wait" ;;
+      watch) words="$_tallyctl_types --top --sort --reverse --where --line-speed --no-notes --wide --si --resolve --color --every --no-viewing --count --seconds" ;;
       status | check) words="--json" ;;
       record) words="$_tallyctl_types --rrd --csv --top --rows --seconds" ;;
       history) words="$_tallyctl_types --since --key --column --top --rrd --json --csv" ;;

@@ -16,11 +16,11 @@ namespace {
 
 // export_rows streams the rows, unless they have to be put in order first.
 ExitCode export_rows(const OpenFiles& files, const ViewOptions& options, const RowFilter& filter,
-                     const RowOrder& order, const AnnotateOptions& annotate) {
+                     const RowOrder& order, const AnnotateOptions& annotate, const Names& names) {
   const RecordLayout& layout = *files.main.layout;
   Output output(STDOUT_FILENO);
-  const auto document = options.format == Format::json ? make_json_export(layout, output)
-                                                       : make_csv_export(layout, output);
+  const auto document = options.format == Format::json ? make_json_export(layout, output, &names)
+                                                       : make_csv_export(layout, output, &names);
   document->begin(files, annotate);
   std::vector<FileNote> notes;
   if (order.column || order.top != 0) {
@@ -48,14 +48,15 @@ ExitCode export_rows(const OpenFiles& files, const ViewOptions& options, const R
 }
 
 ExitCode print_table(const OpenFiles& files, const ViewOptions& options, const RowFilter& filter,
-                     const RowOrder& order, const AnnotateOptions& annotate) {
+                     const RowOrder& order, const AnnotateOptions& annotate, const Names& names) {
   LoadedView loaded = load_view(files, filter, order, options.notes ? &annotate : nullptr);
   loaded.view.now = std::time(nullptr);
   const Terminal terminal = look_at_terminal();
   const TableStyle style{.wide = options.wide,
                          .numbers = options.si ? NumberStyle::si : NumberStyle::exact,
                          .colour = terminal.colour && !options.no_colour,
-                         .width = options.wide ? 0 : terminal.columns};
+                         .width = options.wide ? 0 : terminal.columns,
+                         .names = &names};
   Output output(STDOUT_FILENO);
   output << table_text(loaded.view, style);
   output.flush();
@@ -72,7 +73,10 @@ ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOp
     throw UsageError(fmt::format("{} has no {} file: the daemon keeps its samples in memory", name,
                                  file_kind_name(options.file)));
   }
-  const RowFilter filter(*layout, options.where);
+  Names names;
+  names.refresh();
+  if (options.resolve) names.resolve();
+  const RowFilter filter(*layout, options.where, &names);
   const RowOrder order = order_for(*layout, options.sort, options.reversed, options.top);
   const std::string path = file_path(paths.data_directory, collection, options.file);
   const OpenFiles files =
@@ -92,9 +96,14 @@ ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOp
     return kAbsent;
   }
   const AnnotateOptions annotate{planned_interval(paths.preferences), options.line_speed};
+  if (names.resolves()) {
+    Records records = files.main.records();
+    while (const unsigned char* record = records.next()) names.expect(*layout, record);
+    names.await();
+  }
   const ExitCode code = options.format == Format::table
-                            ? print_table(files, options, filter, order, annotate)
-                            : export_rows(files, options, filter, order, annotate);
+                            ? print_table(files, options, filter, order, annotate, names)
+                            : export_rows(files, options, filter, order, annotate, names);
   if (code == kDone && files.main.count() == 0) {
     complain(fmt::format("{}: only a header: {}", name,
                          options.file == FileKind::delta

@@ -37,6 +37,7 @@ struct ViewOptions {
   double line_speed = 0;  // bits per second of the source of an agent's rows; 0: unknown
   bool wide = false;      // the table with all columns, by the names of the MIB objects
   bool si = false;        // its values rounded
+  bool resolve = false;   // ask DNS for names of addresses
   bool no_colour = false;
 };
 

@@ -71,9 +71,10 @@ class Watcher {
       : paths_(paths),
         options_(options),
         annotate_{planned_interval(paths.preferences), options.view.line_speed} {
+    if (options.view.resolve) names_.resolve();
     for (const Collection& collection : options.collections) {
       Watched watched{collection, file_path(paths.data_directory, collection, FileKind::delta),
-                      RowFilter(*record_layout(collection.type), options.view.where),
+                      RowFilter(*record_layout(collection.type), options.view.where, &names_),
                       sorted_by(collection, options)};
       all_.push_back(std::move(watched));
     }
@@ -94,6 +95,7 @@ class Watcher {
   const ToolPaths& paths_;
   const WatchOptions& options_;
   const AnnotateOptions annotate_;
+  Names names_;
   std::vector<Watched> all_;
   std::string trouble_;
   Clock::time_point next_viewing_ = Clock::now();
@@ -159,6 +161,7 @@ std::string Watcher::table(Watched& watched, TableStyle style) const {
   }
   watched.loaded->view.now = std::time(nullptr);
   style.wide = options_.view.wide;
+  style.names = &names_;
   style.numbers = options_.view.si || style.lines != 0 ? NumberStyle::si : NumberStyle::exact;
   std::string text = table_text(watched.loaded->view, style);
   if (style.lines != 0) keep_lines(text, style.lines);
@@ -209,6 +212,7 @@ bool Watcher::obey(const std::string& keys) {
 // show_news looks at all files and shows what is new. Returns false when standard output takes no
 // more.
 bool Watcher::show_news(Screen* screen) {
+  names_.refresh();
   if (tell_daemon() && screen == nullptr && !trouble_.empty()) complain(trouble_);
   for (Watched& watched : all_) {
     if (!look(watched) || screen != nullptr) continue;

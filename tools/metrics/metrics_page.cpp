@@ -8,6 +8,7 @@
 #include <chrono>
 #include <ctime>
 #include <map>
+#include <set>
 #include <unordered_map>
 
 #include "daemon/base/collection_types.h"
@@ -35,6 +36,9 @@ struct Series {
   double value(std::size_t row, std::size_t column) const { return values[row * width + column]; }
 };
 
+// NamesByLabel has a line of labels for each value that has a name, by the label of the value.
+using NamesByLabel = std::map<std::string, std::set<std::string>>;
+
 // Gathered is one collection as the page shows it.
 struct Gathered {
   Collection collection{};
@@ -51,6 +55,7 @@ struct Gathered {
   std::vector<double> all;
   std::vector<double> rest;
   std::vector<double> source_totals;  // the row that the agent itself sums up
+  NamesByLabel names;
 };
 
 std::string collection_labels(const Collection& collection) {
@@ -81,8 +86,19 @@ void add_to(double* sums, std::size_t count, const RecordLayout& layout,
     sums[i] += value_of(layout, record, layout.key_columns + i);
 }
 
+void add_names(const RecordLayout& layout, const unsigned char* record, const Names& names,
+               NamesByLabel& found) {
+  for (std::size_t i = 0; i < layout.key_columns; ++i) {
+    const std::string name = names.name_of(layout, record, i);
+    if (name.empty()) continue;
+    const std::string of = layout.columns[i].metric;
+    found[of].insert(label(of, cell_text(layout, record, i, NumberStyle::exact)) + "," +
+                     label(of + "_name", name));
+  }
+}
+
 // gather_rows picks the rows with series of their own and sums up the rest.
-void gather_rows(const OpenFile& file, std::size_t top, Gathered& gathered) {
+void gather_rows(const OpenFile& file, std::size_t top, const Names& names, Gathered& gathered) {
   const RecordLayout& layout = *file.layout;
   const std::size_t width = layout.columns.size() - layout.key_columns;
   gathered.all.assign(width, 0);
@@ -122,6 +138,7 @@ void gather_rows(const OpenFile& file, std::size_t top, Gathered& gathered) {
       series.values.resize(series.values.size() + width);
     }
     add_to(&series.values[place * width], width, layout, row.record);
+    add_names(layout, row.record, names, gathered.names);
     for (std::size_t i = 0; i < width; ++i) {
       gathered.rest[i] -= value_of(layout, row.record, layout.key_columns + i);
     }
@@ -131,7 +148,7 @@ void gather_rows(const OpenFile& file, std::size_t top, Gathered& gathered) {
 }
 
 Gathered gather(const ToolPaths& paths, const Collection& collection,
-                const AnnotateOptions& annotate, std::size_t top) {
+                const AnnotateOptions& annotate, std::size_t top, const Names& names) {
   Gathered gathered;
   gathered.collection = collection;
   gathered.labels = collection_labels(collection);
@@ -151,7 +168,7 @@ Gathered gather(const ToolPaths& paths, const Collection& collection,
     if (kFileKinds[i] != gathered.source) continue;
     gathered.good = true;
     gathered.header = files.main.header;
-    gather_rows(files.main, top, gathered);
+    gather_rows(files.main, top, names, gathered);
   }
   return gathered;
 }
@@ -254,6 +271,18 @@ void add_collections(const std::vector<Gathered>& all, Exposition& page) {
   }
 }
 
+// add_named writes a family for each label whose values have names, to be joined to the series.
+void add_named(std::vector<Gathered>& all, Exposition& page) {
+  NamesByLabel found;
+  for (Gathered& each : all) {
+    for (auto& [of, lines] : each.names) found[of].merge(lines);
+  }
+  for (const auto& [of, lines] : found) {
+    page.family("tallyd_" + of + "_name", "gauge", "1 for each name of a value of the label " + of);
+    for (const std::string& line : lines) page.sample(line, 1);
+  }
+}
+
 void add_daemon(const ToolPaths& paths, const std::optional<std::int32_t>& planned,
                 Exposition& page) {
   page.family("tallyd_up", "gauge", "1 when tallyd runs");
@@ -285,16 +314,18 @@ void add_own_health(std::chrono::steady_clock::time_point begun, bool listed, Ex
 
 }  // namespace
 
-void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Output& output) {
+void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Names& names,
+                        Output& output) {
   const auto begun = std::chrono::steady_clock::now();
   const auto planned = planned_interval(paths.preferences);
   std::string error;
   std::vector<Collection> wanted = present_collections(paths.data_directory, error);
   if (!scope.collections.empty()) wanted = scope.collections;
+  names.refresh();
   std::vector<Gathered> all;
   all.reserve(wanted.size());
   for (const Collection& collection : wanted) {
-    all.push_back(gather(paths, collection, {planned, 0}, scope.top));
+    all.push_back(gather(paths, collection, {planned, 0}, scope.top, names));
   }
   Exposition page(output);
   add_daemon(paths, planned, page);
@@ -304,6 +335,7 @@ void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Outpu
     if (each.good) by_type[each.collection.type].push_back(&each);
   }
   for (const auto& [type, collections] : by_type) add_rows(collections, page);
+  add_named(all, page);
   add_own_health(begun, error.empty(), page);
 }
 

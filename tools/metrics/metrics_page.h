@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "console/output.h"
+#include "names/names.h"
 #include "probes/tool_paths.h"
 #include "records/collection_name.h"
 
@@ -20,7 +21,9 @@ struct MetricsScope {
   std::size_t top = 50;                 // rows of each collection; the rest is summed up
 };
 
-// write_metrics_page never fails: what cannot be read is told by the page itself.
-void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Output& output);
+// write_metrics_page never fails: what cannot be read is told by the page itself. `names` are read
+// again when their files have changed.
+void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Names& names,
+                        Output& output);
 
 }  // namespace tally

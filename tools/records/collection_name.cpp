@@ -12,14 +12,6 @@
 namespace tally {
 namespace {
 
-std::optional<std::uint32_t> parse_number(std::string_view word) {
-  std::uint32_t number = 0;
-  const char* end = word.data() + word.size();
-  const auto [stop, error] = std::from_chars(word.data(), end, number);
-  if (error != std::errc{} || stop != end) return std::nullopt;
-  return number;
-}
-
 std::string all_types() {
   std::string list;
   for (std::uint32_t type = 0; type < kTypeSlots; ++type) {
@@ -41,6 +33,14 @@ std::uint32_t parse_type(const std::string& word) {
 }
 
 }  // namespace
+
+std::optional<std::uint32_t> parse_number(std::string_view word) {
+  std::uint32_t number = 0;
+  const char* end = word.data() + word.size();
+  const auto [stop, error] = std::from_chars(word.data(), end, number);
+  if (error != std::errc{} || stop != end) return std::nullopt;
+  return number;
+}
 
 std::vector<Collection> parse_collections(const std::vector<std::string>& words) {
   std::vector<Collection> collections;

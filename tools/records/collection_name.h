@@ -24,6 +24,9 @@ struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// parse_number reads a decimal number, and nothing else.
+std::optional<std::uint32_t> parse_number(std::string_view word);
+
 // parse_collections reads a list of TYPE INDEX pairs; the type is a file stem or a code. An agent
 // type is followed by its control index, a supervisor kind (12 to 14) is not. Throws UsageError.
 std::vector<Collection> parse_collections(const std::vector<std::string>& words);

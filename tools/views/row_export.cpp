@@ -19,7 +19,8 @@ void append(std::string& text, std::uint32_t number) {
 
 class JsonExport final : public RowExport {
  public:
-  JsonExport(const RecordLayout& layout, Output& output) : layout_(layout), output_(output) {
+  JsonExport(const RecordLayout& layout, Output& output, const Names* names)
+      : layout_(layout), output_(output), names_(names) {
     bool first = true;
     for (std::size_t i = 0; i < layout.columns.size(); ++i) {
       if (!is_visible(layout.columns[i].kind)) continue;
@@ -57,6 +58,11 @@ class JsonExport final : public RowExport {
     for (const Field& field : fields_) {
       text += field.opening;
       append_cell(text, record, field.column);
+      if (names_ == nullptr || layout_.columns[field.column].names == NameKind::none) continue;
+      const std::string name = names_->name_of(layout_, record, field.column);
+      if (name.empty()) continue;
+      text.append(",\"").append(layout_.columns[field.column].name).append("_name\":");
+      text += Json(name).dump();
     }
     if (is_total(layout_, record)) text += ",\"total\":true";
     if (notes != 0) {
@@ -102,6 +108,7 @@ class JsonExport final : public RowExport {
 
   const RecordLayout& layout_;
   Output& output_;
+  const Names* names_;
   std::vector<Field> fields_;
   bool first_row_ = true;
 };
@@ -120,13 +127,20 @@ std::string quoted(std::string text) {
 
 class CsvExport final : public RowExport {
  public:
-  CsvExport(const RecordLayout& layout, Output& output) : layout_(layout), output_(output) {}
+  CsvExport(const RecordLayout& layout, Output& output, const Names* names)
+      : layout_(layout), output_(output), names_(names) {
+    for (std::size_t i = 0; names != nullptr && i < layout.key_columns; ++i) {
+      if (layout.columns[i].names != NameKind::none) named_.push_back(i);
+    }
+  }
 
   void begin(const OpenFiles& /*files*/, const AnnotateOptions& /*options*/) override {
     for (const Column& column : layout_.columns) {
       if (is_visible(column.kind)) output_ << column.name << ',';
     }
-    output_ << "notes\n";
+    output_ << "notes";
+    for (const std::size_t i : named_) output_ << ',' << layout_.columns[i].name << "_name";
+    output_ << '\n';
   }
 
   void row(const unsigned char* record, RowNotes notes) override {
@@ -143,6 +157,9 @@ class CsvExport final : public RowExport {
       text += ',';
     }
     if (notes != 0) text += row_note_codes(notes, " ");
+    for (const std::size_t i : named_) {
+      text += ',' + quoted(names_->name_of(layout_, record, i));
+    }
     text += '\n';
     output_.flush_full();
   }
@@ -152,16 +169,20 @@ class CsvExport final : public RowExport {
  private:
   const RecordLayout& layout_;
   Output& output_;
+  const Names* names_;
+  std::vector<std::size_t> named_;  // columns that can have names
 };
 
 }  // namespace
 
-std::unique_ptr<RowExport> make_json_export(const RecordLayout& layout, Output& output) {
-  return std::make_unique<JsonExport>(layout, output);
+std::unique_ptr<RowExport> make_json_export(const RecordLayout& layout, Output& output,
+                                            const Names* names) {
+  return std::make_unique<JsonExport>(layout, output, names);
 }
 
-std::unique_ptr<RowExport> make_csv_export(const RecordLayout& layout, Output& output) {
-  return std::make_unique<CsvExport>(layout, output);
+std::unique_ptr<RowExport> make_csv_export(const RecordLayout& layout, Output& output,
+                                           const Names* names) {
+  return std::make_unique<CsvExport>(layout, output, names);
 }
 
 }  // namespace tally

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "console/output.h"
+#include "names/names.h"
 #include "records/annotate.h"
 
 namespace tally {
@@ -26,12 +27,16 @@ class RowExport {
 
 // make_json_export writes {"collection": ..., "rows": [{...}, ...], "notes": [{"code", "text"}]}.
 // Keys of a row are its columns, "total": true marks the row of totals, "notes" lists the codes of
-// the row's notes when there are any. A value that is not a number becomes null.
-std::unique_ptr<RowExport> make_json_export(const RecordLayout& layout, Output& output);
+// the row's notes when there are any. A value that is not a number becomes null. Behind a column
+// whose value has a name stands that, under the column's name and "_name".
+std::unique_ptr<RowExport> make_json_export(const RecordLayout& layout, Output& output,
+                                            const Names* names = nullptr);
 
 // make_csv_export writes a line of column names and a line for each row (RFC 4180, but lines end in
 // a line feed); the column "notes" has the codes of the row's notes, separated by blanks. Notes
-// about the file have no place here: the caller tells them elsewhere.
-std::unique_ptr<RowExport> make_csv_export(const RecordLayout& layout, Output& output);
+// about the file have no place here: the caller tells them elsewhere. With `names` there is a
+// column of names, behind all others, for each that can have some: "hostAddress_name".
+std::unique_ptr<RowExport> make_csv_export(const RecordLayout& layout, Output& output,
+                                           const Names* names = nullptr);
 
 }  // namespace tally

@@ -10,8 +10,9 @@
 
 namespace tally {
 
-RowFilter::RowFilter(const RecordLayout& layout, const std::vector<std::string>& conditions)
-    : layout_(layout) {
+RowFilter::RowFilter(const RecordLayout& layout, const std::vector<std::string>& conditions,
+                     const Names* names)
+    : layout_(layout), names_(names) {
   for (const std::string& text : conditions) {
     const std::size_t at = text.find_first_of("=<>!");
     const std::size_t width = at != std::string::npos && text[at] == '!' ? 2 : 1;
@@ -57,8 +58,14 @@ bool RowFilter::holds(const Condition& condition, const unsigned char* record) c
     return condition.operation == Operation::less ? number < condition.bound
                                                   : number > condition.bound;
   }
-  const std::string text = cell_text(layout_, record, column, NumberStyle::exact);
-  const bool like = fnmatch(condition.pattern.c_str(), text.c_str(), FNM_CASEFOLD) == 0;
+  const auto matches = [&](const std::string& text) {
+    return fnmatch(condition.pattern.c_str(), text.c_str(), FNM_CASEFOLD) == 0;
+  };
+  bool like = matches(cell_text(layout_, record, column, NumberStyle::exact));
+  if (!like && names_ != nullptr) {
+    const std::string name = names_->name_of(layout_, record, column);
+    like = !name.empty() && matches(name);
+  }
   return like == (condition.operation == Operation::like);
 }
 

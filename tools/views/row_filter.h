@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "names/names.h"
 #include "records/collection_name.h"
 #include "records/record_columns.h"
 
@@ -11,10 +12,11 @@ namespace tally {
 
 class RowFilter {
  public:
-  // Reads conditions COLUMN OP VALUE, all of which must hold. `=` and `!=` compare the text that is
-  // shown with a pattern of the shell (*, ?, [...]), `<` and `>` compare numbers. Throws
-  // UsageError.
-  RowFilter(const RecordLayout& layout, const std::vector<std::string>& conditions);
+  // Reads conditions COLUMN OP VALUE, all of which must hold. `=` and `!=` compare the value and
+  // its name with a pattern of the shell (*, ?, [...]): one of them is enough. `<` and `>` compare
+  // numbers. `names` may be null, and outlives the filter. Throws UsageError.
+  RowFilter(const RecordLayout& layout, const std::vector<std::string>& conditions,
+            const Names* names = nullptr);
 
   bool empty() const { return conditions_.empty(); }
   bool accepts(const unsigned char* record) const;
@@ -31,6 +33,7 @@ class RowFilter {
   bool holds(const Condition& condition, const unsigned char* record) const;
 
   const RecordLayout& layout_;
+  const Names* names_;
   std::vector<Condition> conditions_;
 };
 

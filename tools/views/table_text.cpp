@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
+#include <set>
 
 #include "daemon/base/collection_types.h"
 
@@ -101,13 +103,15 @@ std::size_t lines_of(const std::string& text) {
 // Table makes the columns of some rows.
 class Table {
  public:
-  Table(const TableView& view, const TableStyle& style, const std::vector<Row>& rows)
-      : view_(view), style_(style), layout_(*view.layout), rows_(rows) {}
+  // `brief`: names have little room.
+  Table(const TableView& view, const TableStyle& style, const std::vector<Row>& rows, bool brief)
+      : view_(view), style_(style), layout_(*view.layout), rows_(rows), brief_(brief) {}
 
   std::vector<TextColumn> columns() const {
     std::vector<TextColumn> all;
     for (std::size_t i = 0; style_.wide && i < layout_.columns.size(); ++i) {
       if (is_visible(layout_.columns[i].kind)) all.push_back(wide(i));
+      if (has_names(i)) all.push_back(names(i));
     }
     for (const std::size_t i : style_.wide ? std::vector<std::size_t>() : people_columns(layout_)) {
       all.push_back(people(i));
@@ -146,18 +150,48 @@ class Table {
     });
   }
 
+  bool has_names(std::size_t i) const {
+    return style_.names != nullptr && std::ranges::any_of(rows_, [&](const Row& row) {
+             return !style_.names->name_of(layout_, row.record, i).empty();
+           });
+  }
+
+  TextColumn names(std::size_t i) const {
+    return column(layout_.columns[i].name + std::string("_name"), true, true,
+                  [&](const Row& row) { return style_.names->name_of(layout_, row.record, i); });
+  }
+
   TextColumn people(std::size_t i) const {
     const Column& what = layout_.columns[i];
-    const bool value = is_value(what.kind);
+    if (!is_value(what.kind)) return key(i);
     TextColumn made =
-        column(heading_text(what, view_.kind), !value,
-               !value || i == view_.order.column.value_or(0), [&](const Row& row) {
-                 return value ? people_text(what, value_of(layout_, row.record, i), view_.kind)
-                              : cell_text(layout_, row.record, i, NumberStyle::exact);
+        column(heading_text(what, view_.kind), false, i == view_.order.column.value_or(0),
+               [&](const Row& row) {
+                 return people_text(what, value_of(layout_, row.record, i), view_.kind);
                });
-    if (has_sum()) {
-      made.cells.push_back(value ? people_text(what, view_.totals[i], view_.kind) : "");
+    if (has_sum()) made.cells.push_back(people_text(what, view_.totals[i], view_.kind));
+    return made;
+  }
+
+  TextColumn key(std::size_t i) const {
+    const auto label = [&](const Row& row, bool brief) {
+      return style_.names == nullptr ? cell_text(layout_, row.record, i, NumberStyle::exact)
+                                     : style_.names->label_of(layout_, row.record, i, brief);
+    };
+    // A brief name that two things share tells neither.
+    std::map<std::string, std::string> full_names;
+    std::set<std::string> shared;
+    for (const Row& row : rows_) {
+      if (!brief_) break;
+      const std::string full = label(row, false);
+      const std::string brief = label(row, true);
+      if (full_names.try_emplace(brief, full).first->second != full) shared.insert(brief);
     }
+    TextColumn made = column(layout_.columns[i].heading, true, true, [&](const Row& row) {
+      std::string text = label(row, brief_);
+      return shared.contains(text) ? label(row, false) : text;
+    });
+    if (has_sum()) made.cells.emplace_back();
     return made;
   }
 
@@ -176,6 +210,7 @@ class Table {
   const TableStyle& style_;
   const RecordLayout& layout_;
   const std::vector<Row>& rows_;
+  const bool brief_;
 };
 
 // fit takes out columns that have no room side by side, and returns their headings.
@@ -223,8 +258,8 @@ std::string table_text(const TableView& view, const TableStyle& style) {
   if (rows.empty()) return text;
 
   // Headings, and perhaps a total, go with the rows.
-  const std::size_t others =
-      lines_of(text) + 1 + (rows.size() - shown) + (Table(view, style, rows).has_sum() ? 1U : 0U);
+  const std::size_t others = lines_of(text) + 1 + (rows.size() - shown) +
+                             (Table(view, style, rows, false).has_sum() ? 1U : 0U);
   if (style.lines != 0 && shown + others > style.lines) {
     const std::size_t room = style.lines > others ? style.lines - others : 1;
     rows.erase(rows.begin() + static_cast<std::ptrdiff_t>(room),
@@ -232,8 +267,12 @@ std::string table_text(const TableView& view, const TableStyle& style) {
     shown = room;
     text = head_text(view, style, shown);
   }
-  std::vector<TextColumn> columns = Table(view, style, rows).columns();
-  const std::string left_out = style.width == 0 ? "" : fit(columns, style.width);
+  std::vector<TextColumn> columns = Table(view, style, rows, false).columns();
+  std::string left_out = style.width == 0 ? "" : fit(columns, style.width);
+  if (!left_out.empty() && style.names != nullptr) {
+    columns = Table(view, style, rows, true).columns();
+    left_out = fit(columns, style.width);
+  }
   text += joined(columns, style);
   if (!left_out.empty() && style.lines == 0) {
     text += styled(wrapped("no room for: " + left_out + " (--wide)", style.width), style,

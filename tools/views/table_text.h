@@ -2,7 +2,8 @@
 //
 // There are two tables of the same rows. People get their own words and units, and what a terminal
 // has room for: the key, what is measured, the share of the total, notes. The wide one has every
-// column of the file under the name of its MIB object, in its own unit.
+// column of the file under the name of its MIB object, in its own unit, and names beside the
+// numbers.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "names/names.h"
 #include "records/annotate.h"
 #include "records/cell_text.h"
 #include "views/row_selection.h"
@@ -23,6 +25,7 @@ struct TableStyle {
   bool colour = false;
   std::size_t width = 0;  // characters of a line at most; 0: any
   std::size_t lines = 0;  // at most; 0: any. A row is shown even where there is room for none
+  const Names* names = nullptr;  // null: numbers have none
 };
 
 // TableView is what a table shows of a collection. A row that sums up the others is not counted.

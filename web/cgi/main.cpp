@@ -15,6 +15,7 @@
 #include "daemon/base/paths.h"
 #include "daemon/base/retry.h"
 #include "listing.h"
+#include "naming.h"
 #include "pipe/pipe_writer.h"
 #include "request.h"
 
@@ -81,6 +82,9 @@ int serve() {
     const bool later = sent.state == PipeState::unread || sent.state == PipeState::absent ||
                        sent.state == PipeState::full;
     return refuse(later ? 503 : 500, sentence(sent.text()));
+  }
+  if (const auto* names = std::get_if<NamesRequest>(&request)) {
+    return answer(200, list_names(kDataDirectory, names->collection));
   }
   return answer(200, list_collections(kDataDirectory));
 }

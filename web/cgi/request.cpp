@@ -12,6 +12,8 @@ namespace {
 
 using Json = nlohmann::json;
 
+constexpr std::string_view kNamesQuery = "names=";
+
 constexpr std::size_t kMembers = 3;  // of the one object that a message is
 
 struct MessageName {
@@ -33,11 +35,10 @@ std::optional<MessageType> message_type(std::string_view name) {
   return std::nullopt;
 }
 
-// collection_type knows the types of which there can be collections: all but dsmatrix.
 std::optional<std::uint32_t> collection_type(std::string_view stem) {
   for (std::uint32_t type = 0; type < kTypeSlots; ++type) {
     const char* name = type_stem(type);
-    if (name != nullptr && stem == name && type != kDsMatrix) return type;
+    if (name != nullptr && stem == name) return type;
   }
   return std::nullopt;
 }
@@ -71,6 +72,16 @@ bool is_json(std::string_view content_type) {
   return type == "application/json";
 }
 
+// names_of reads "host/3", or "ifstats/0".
+Request names_of(std::string_view text) {
+  const std::size_t slash = text.find('/');
+  const auto type = collection_type(text.substr(0, slash));
+  const auto index =
+      slash == std::string_view::npos ? std::nullopt : parse_number(text.substr(slash + 1));
+  if (!type || !index) return Refusal{400, "Names are asked for as names=TYPE/INDEX."};
+  return NamesRequest{{*type, *index}};
+}
+
 Request message_of(std::string_view body) {
   // A member that stands twice would be read as either; the count of names finds it.
   std::size_t names = 0;
@@ -89,7 +100,9 @@ Request message_of(std::string_view body) {
   const auto message = message_type(text("message"));
   if (!message) return Refusal{400, "The message must be viewing, create or destroy."};
   const auto type = collection_type(text("type"));
-  if (!type) return Refusal{400, "There is no such type of collection, or it cannot be created."};
+  if (!type || *type == kDsMatrix) {  // of which no message makes a collection
+    return Refusal{400, "There is no such type of collection, or it cannot be created."};
+  }
   const auto index = json.find("index");
   if (index == json.end() || !index->is_number_unsigned() ||
       index->get<std::uint64_t>() > std::numeric_limits<std::uint32_t>::max()) {
@@ -120,7 +133,11 @@ std::variant<std::size_t, Refusal> body_length(const Variables& variables) {
 Request parse_request(const Variables& variables, std::string_view body) {
   const auto length = body_length(variables);
   if (const auto* refusal = std::get_if<Refusal>(&length)) return *refusal;
-  if (variables("REQUEST_METHOD") != "POST") return ListRequest{};
+  if (variables("REQUEST_METHOD") != "POST") {
+    const std::string_view query = variables("QUERY_STRING");
+    return query.starts_with(kNamesQuery) ? names_of(query.substr(kNamesQuery.size()))
+                                          : ListRequest{};
+  }
   if (std::string text = foreign(variables); !text.empty()) return Refusal{403, std::move(text)};
   if (!is_json(variables("CONTENT_TYPE"))) return Refusal{415, "The body is not application/json."};
   if (body.size() != std::get<std::size_t>(length)) {

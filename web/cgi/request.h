@@ -1,6 +1,7 @@
 // What an HTTP request asks of tally-cgi, as a web server hands it over (RFC 3875).
 //
 //   GET                                                       list the collections
+//   GET  ?names=host/3                                        names of what is in a delta file
 //   POST {"message":"viewing","type":"host","index":3}        one control message
 //
 // A message is taken from a page of the same origin only, because the browsers of the appliance's
@@ -16,6 +17,7 @@
 #include <variant>
 
 #include "daemon/base/control_message.h"
+#include "records/collection_name.h"
 
 namespace tally::cgi {
 
@@ -30,7 +32,12 @@ struct Refusal {
 
 struct ListRequest {};
 
-using Request = std::variant<ListRequest, ControlMessage, Refusal>;
+// NamesRequest asks for the names of one collection's keys.
+struct NamesRequest {
+  Collection collection;
+};
+
+using Request = std::variant<ListRequest, NamesRequest, ControlMessage, Refusal>;
 
 // Variables gives the meta-variable of a name; empty when it is not set.
 using Variables = std::function<std::string_view(const char* name)>;

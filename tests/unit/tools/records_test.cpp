@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "daemon/base/collection_types.h"
@@ -129,6 +131,56 @@ TEST(RowSelection, ValuesFallKeysRiseTotalsComeLast) {
 
 std::string vlan(std::uint32_t id, double packets) {
   return bytes_of(id) + bytes_of(packets) + std::string(24, '\0');
+}
+
+// Names come from whatever lies there, and change while we run.
+TEST(Names, ComeFromFilesThatMayBeAnything) {
+  const TemporaryDirectory folder;
+  const auto put = [&](const char* name, const std::string& text) {
+    std::ofstream(folder.path() + '/' + name) << text;
+  };
+  const auto bytes = [](const std::string& text) {
+    return reinterpret_cast<const unsigned char*>(text.data());
+  };
+  Names names(folder.path());
+  const std::string row = bytes_of(7U) + bytes_of(130U) + std::string(16, '\0');
+  const std::string pair = std::string("\0\x1b\x21\1\2\3\2\0\0\0\0\7", 12) + std::string(24, '\0');
+  const std::string id = vlan(20, 1);
+  const auto protocol = [&] {
+    names.refresh();
+    return names.name_of(*record_layout(kPdist), bytes(row), 1);
+  };
+  const auto labels = [&] {
+    const RecordLayout& matrix = *record_layout(kMatrix);
+    names.refresh();
+    return names.label_of(matrix, bytes(pair), 0, false) + "|" +
+           names.label_of(matrix, bytes(pair), 1, false) + "|" +
+           names.label_of(*record_layout(kVlan), bytes(id), 0, false) + "|" +
+           names.label_of(*record_layout(kPdist), bytes(row), 1, true);
+  };
+  EXPECT_EQ(protocol(), "");
+  put("oui.csv", "");  // in place of the machine's own
+  EXPECT_EQ(labels(), "00:1b:21:01:02:03|02:00:00:00:00:07|20|130");
+  put("protocols",
+      "# comment\nbad\nx 130x\n a.b.dns\t130 # 131\nlater 130 l\n" + std::string(65, 'n') + " 7\n");
+  put("vlans", "voice 20");
+  put("ethers", "zz 1\n2:0:0:0:0:7 prin\033ter");
+  put("hosts", "2:0:0:0:0:7 x\n0.0.0.0 blocked\n");
+  put("oui.csv", "MA-L,001B21,\"Intel Corporation of America, Inc.\",x\nMA-L,0200000,y\nMA-L,02");
+  EXPECT_EQ(protocol(), "a.b.dns");
+  EXPECT_EQ(labels(), "Intel 01:02:03|prin\\x1bter|20 voice|dns");
+  const std::string total = bytes_of(132U) + bytes_of(kTotalIndex) + std::string(16, '\0');
+  EXPECT_EQ(names.label_of(*record_layout(kPdist), bytes(total), 1, true), "total");
+  const LoadedView loaded = load_view(
+      only(kPdist, row), RowFilter(*record_layout(kPdist), {"protocolDirLocalIndex=*.DNS"}, &names),
+      {}, nullptr);
+  EXPECT_EQ(loaded.view.accepted, 1U);
+  put("protocols", "huge 130\n" + std::string(5 << 20, ' '));
+  EXPECT_EQ(protocol(), "");
+  put("protocols", "new 130");
+  EXPECT_EQ(protocol(), "new");
+  std::filesystem::remove(folder.path() + "/protocols");
+  EXPECT_EQ(protocol(), "");
 }
 
 std::vector<std::string> codes_of(const OpenFiles& files) {
