@@ -72,6 +72,8 @@ class World:
 
     def clean(self):
         self.daemon.kill()
+        for pid in processes.children(pathlib.Path(BINARY).name):  # one that never came under our hands
+            os.kill(pid, signal.SIGKILL)
         for path in (*DATA.iterdir(), PREFERENCES, APPLIANCE_SETTINGS):
             path.unlink(missing_ok=True)
         settings.refresh(3600)
@@ -367,10 +369,13 @@ class StartScene:
         self.world.agent.serve(control={"host": [(1, LOCAL, 1)]}, host=samples.HOSTS)
         name = pathlib.Path(BINARY).name
         halted = lambda: [pid for pid in processes.children(name) if processes.state(pid) in "tT"]
-        with subprocess.Popen([*STRACE, "-e", "trace=setsid", "-e", "inject=setsid:signal=STOP", BINARY],
-                              env=environment(True), stdin=subprocess.DEVNULL) as halt:
-            self.world.daemon.pid = processes.wait_until(halted)[0]
+        halt = subprocess.Popen([*STRACE, "-e", "trace=setsid", "-e", "inject=setsid:signal=STOP", BINARY],
+                                env=environment(True), stdin=subprocess.DEVNULL)
+        try:
+            self.world.daemon.pid = processes.wait_until(halted, 60)[0]
+        finally:
             halt.kill()
+            halt.wait()
 
     def play(self):
         """What the daemon does once it may. Its exit status."""
