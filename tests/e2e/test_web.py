@@ -124,11 +124,10 @@ def test_every_type_is_read(browser, files):
             const [stem, index, octets, done] = arguments;
             Promise.all(["delta", "layouts"].map(name => import(`./${name}.js`))).then(
               async ([{decode}, {LAYOUTS}]) => {
-                const layout = LAYOUTS.get(stem), { table } = decode(new Uint8Array(octets).buffer, layout);
                 const { names } = await (await fetch(`control?names=${stem}/${index}`)).json();
-                const named = (column, text) => names[column.name]?.[text] ?? text;
+                const layout = LAYOUTS.get(stem), { table } = decode(new Uint8Array(octets).buffer, layout, names);
                 done([layout.shown.map(({heading}) => heading), ...Array.from({length: table.count}, (_, row) =>
-                  layout.shown.map(column => named(column, table.text(row, column))))]);
+                  layout.shown.map(column => table.named(row, column)))]);
               });""", stem, int(command[3]), list(data))
         _, headings, *lines = subprocess.check_output(command, text=True, env={**os.environ, "TALLYD_NAMES": str(NAMES)}).splitlines()
         assert re.split("  +", headings.replace("  Share", "").strip()) == page[0], stem

@@ -11,7 +11,8 @@ import { wordsOf } from "./units.js";
 //   foreign      the header names another type than the file's name does
 //   header-only  a header and no record
 //   rows
-export function decode(buffer, layout) {
+// `names` are those that people have for values of the key: by column, and there by text.
+export function decode(buffer, layout, names = {}) {
   if (buffer === null) return { state: "absent" };
   if (buffer.byteLength === 0) return { state: "empty" };
   if (buffer.byteLength < HEADER_SIZE) return { state: "half", extra: buffer.byteLength };
@@ -26,13 +27,14 @@ export function decode(buffer, layout) {
   const extra = (buffer.byteLength - HEADER_SIZE) % layout.size;
   if (extra !== 0) return { state: "half", header, extra };
   if (header.time === 0) return { state: "unfinished" };
-  const table = new Table(buffer, layout, header);
+  const table = new Table(buffer, layout, header, names);
   return { state: table.count === 0 ? "header-only" : "rows", header, table };
 }
 
 // Table: the rows of one file. Rows and columns are named by their numbers.
 export class Table {
-  constructor(buffer, layout, header) {
+  constructor(buffer, layout, header, names) {
+    this.names = names;
     this.buffer = buffer;
     this.layout = layout;
     this.header = header;
@@ -84,7 +86,13 @@ export class Table {
     }
   }
 
-  // label names a row by its key.
+  // named writes one value of the key as people call it, or as it stands in the file.
+  named(row, column) {
+    const text = this.text(row, column);
+    return this.names[column.name]?.[text] ?? text;
+  }
+
+  // label tells a row from all others, whatever names there are.
   label(row) {
     return this.layout.shown.filter((column) => !column.isRate)
       .map((column) => this.text(row, column)).join(" ");
@@ -100,8 +108,11 @@ export class Table {
     // Besides its address a host needs no protocol.
     const numbers = keys.filter(({ kind, name }) => (kind === "number" || kind === "total") &&
       !(addresses.length && name === "protocolDirLocalIndex"));
-    return [...(addresses.length ? [addresses.map((column) => this.text(row, column)).join(" \u2192 ")] : []),
-      ...numbers.map((column) => `${wordsOf(column)} ${this.text(row, column)}`)].join(", ");
+    return [...(addresses.length ? [addresses.map((column) => this.named(row, column)).join(" \u2192 ")] : []),
+      ...numbers.map((column) => {
+        const text = this.text(row, column), name = this.named(row, column);
+        return name === text ? `${wordsOf(column)} ${text}` : name;
+      })].join(", ");
   }
 
   // key gives the octets of a row's key as a string.

@@ -1,7 +1,7 @@
 // The worker that holds the data of the collections: whatever takes time with the size of a table
 // happens here and not on the page's own thread.
 //
-//   page -> engine  {sample: {id, stem, number, delta, samples}}  a whole delta file, with or without
+//   page -> engine  {sample: {id, stem, number, delta, samples, names}}  a whole delta file, with or without
 //                     rows, and null or the files {prev, last} that it was made of
 //                   {query: {id, column, descending, search, metric, row}}   names of columns; row is
 //                     the label of one, or "". null: nothing but summaries is wanted
@@ -41,11 +41,11 @@ onmessage = ({ data }) => {
   }
 };
 
-function take({ id, stem, number, delta, samples }) {
+function take({ id, stem, number, delta, samples, names }) {
   const layout = LAYOUTS.get(stem);
   if (!collections.has(id)) collections.set(id, { layout, history: new History() });
   const known = collections.get(id);
-  const { table } = decode(delta, layout);
+  const { table } = decode(delta, layout, names);
   known.history.add(table, MAX_BYTES / collections.size);
   Object.assign(known, { table, number, findings: { ...countFlaws(table), ...marks(table, samples) } });
   postMessage({ summary: { id, number, ...summaryOf(known) } });
@@ -153,13 +153,13 @@ function sorted(table, rows, column) {
   return rows.sort((a, b) => (keys[a] < keys[b] ? -sign : keys[a] > keys[b] ? sign : a - b));
 }
 
-// A row is found when each word of the search stands in its key.
+// A row is found when each word of the search stands in its key or its name.
 function foundRows(table) {
   const words = query.search.toLowerCase().split(/\s+/).filter((word) => word !== "");
   if (words.length === 0) return allRows(table);
   return allRows(table).filter((row) => {
-    const label = table.label(row).toLowerCase();
-    return words.every((word) => label.includes(word));
+    const text = `${table.label(row)} ${table.title(row)}`.toLowerCase();
+    return words.every((word) => text.includes(word));
   });
 }
 

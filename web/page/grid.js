@@ -133,13 +133,20 @@ export class Grid {
     this.#shown.forEach((column, at) => {
       const cell = line.cells[at];
       if (column.isRate) this.#fillRate(cell, row, column);
-      else if (at !== this.#named) setText(cell.firstChild, this.#data.text(row, column));
+      else this.#fillKey(cell, row, column);
     });
     const key = line.cells[this.#named];
-    setText(key.firstChild, this.#data.text(row, this.#shown[this.#named]));
     if (!this.#data.isTotal(row)) key.firstChild.href = this.#linkOf(this.#data.label(row));
     else key.firstChild.removeAttribute("href");
     setText(key.lastChild, note ? ` (${note.split(":")[0]})` : "");
+  }
+
+  // A value of the key has its name; what stands in the file is in the tooltip.
+  #fillKey(cell, row, column) {
+    const text = this.#data.text(row, column), name = this.#data.named(row, column);
+    setText(cell.firstChild, name);
+    if (name !== text) cell.title = text;
+    else cell.removeAttribute("title");
   }
 
   // A rate has its digits, aligned on the point, and its prefix.

@@ -38,15 +38,15 @@ export class Known {
   }
 
   // take reads a file, and gives what the engine is to be told of it, or null.
-  take(buffer, unsettled, samples) {
-    this.sample = decode(buffer, this.layout);
+  take(buffer, unsettled, samples, names) {
+    this.sample = decode(buffer, this.layout, names);
     this.unsettled = unsettled;
     const { table, header } = this.sample;
     if (!table || unsettled) return null;
     this.#intervals = [header.interval, ...this.#intervals].slice(0, INTERVALS);
     this.number = ++given;
     this.#tables.set(this.number, table);
-    return { id: this.id, stem: this.collection.stem, number: this.number, delta: buffer, samples };
+    return { id: this.id, stem: this.collection.stem, number: this.number, delta: buffer, samples, names };
   }
 
   // What comes after a summary is about the same table or a newer one.

@@ -116,8 +116,8 @@ function takeList(json) {
   showAll();
 }
 
-function takeFile(collection, buffer, unsettled, samples) {
-  const sample = knownOf(collection).take(buffer, unsettled, samples);
+function takeFile(collection, buffer, unsettled, samples, names) {
+  const sample = knownOf(collection).take(buffer, unsettled, samples, names);
   if (sample) engine.postMessage({ sample });
   showAll();
 }

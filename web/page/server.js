@@ -5,8 +5,8 @@ const { files, control } = document.documentElement.dataset;
 const TIMEOUT = 8000;  // milliseconds, for a server that neither answers nor refuses
 
 // ask gives the JSON of an answer, or throws an Error with the server's own words.
-async function ask(options) {
-  const answer = await fetch(control, { cache: "no-store", signal: AbortSignal.timeout(TIMEOUT), ...options })
+async function ask(options, query = "") {
+  const answer = await fetch(control + query, { cache: "no-store", signal: AbortSignal.timeout(TIMEOUT), ...options })
     .catch((error) => { throw new Error(`The web server does not answer (${error.message}).`); });
   const json = await answer.json().catch(() => ({}));
   if (answer.ok && Array.isArray(json.collections ?? [])) return json;
@@ -14,6 +14,11 @@ async function ask(options) {
 }
 
 export const list = () => ask({});
+
+// namesOf gives what people call the keys of a collection: by column, and there by what stands in the
+// file. None where the server cannot tell, which is not worth a word.
+export const namesOf = ({ stem, index }) =>
+  ask({}, `?names=${stem}/${index}`).then((json) => json.names ?? {}).catch(() => ({}));
 
 // send puts a message for one collection into the daemon's pipe. Nobody answers it.
 export const send = (message, { stem, index }) => ask({

@@ -6,23 +6,25 @@
 // change to the nanosecond, and nobody writing. The two samples come along when they are wanted, are
 // those that the rates were made of, and not too large to be fetched with every poll.
 import { idOf } from "./address.js";
-import { list, read, send } from "./server.js";
+import { list, namesOf, read, send } from "./server.js";
 
 const LOOK = 2000;      // milliseconds between two looks at the list
 const VIEWING = 10000;  // between two messages; the shortest interval of the daemon is 15 s
 const APART = 1500;     // between the first two polls of a new collection, at least
 export const MAX_SAMPLES = 16 << 20;  // bytes of both
+const NAMING = 30000;   // between two questions for the names of a collection
 const TRIES = 3;        // readings of a file that goes on changing, each look
 
 export class Watcher {
   #followed = [];         // {stem, index, asked, samples}
   #stamps = new Map();    // by id: of the files as they were last given
   #viewed = new Map();    // by id: when
+  #named = new Map();     // by id: {time, names}, as the server told them
   #sending = false;
   #on;
 
-  // on.list(json), on.file(collection, buffer or null, unsettled, samples), on.trouble(error or null),
-  // on.messageTrouble(error or null); samples is null or {prev, last}, of buffers
+  // on.list(json), on.file(collection, buffer or null, unsettled, samples, names), on.trouble(error or
+  // null), on.messageTrouble(error or null); samples is null or {prev, last}, of buffers
   constructor(on) {
     this.#on = on;
     this.#run();
@@ -68,12 +70,13 @@ export class Watcher {
       const taken = new Map();
       for (const each of pending) {
         if (!this.#followed.includes(each)) continue;
-        taken.set(each, await readFiles(find(before, each)?.files ?? {}, each.samples));
+        const files = await readFiles(find(before, each)?.files ?? {}, each.samples);
+        taken.set(each, { ...files, names: await this.#namesOf(each) });
       }
       json = await list();
       this.#on.list(json);
       pending = [];
-      for (const [each, { buffer, samples, whole }] of taken) {
+      for (const [each, { buffer, samples, whole, names }] of taken) {
         if (!this.#followed.includes(each)) continue;
         const stamp = stampOf(json, each);
         const settled = whole && stamp === stampOf(before, each) && !find(json, each)?.files.delta?.writing;
@@ -82,9 +85,17 @@ export class Watcher {
           continue;
         }
         this.#stamps.set(idOf(each), settled ? stamp : null);
-        this.#on.file(each, buffer, !settled, settled ? samples : null);
+        this.#on.file(each, buffer, !settled, settled ? samples : null, names);
       }
     }
+  }
+
+  async #namesOf(collection) {
+    const id = idOf(collection), known = this.#named.get(id);
+    if (known && performance.now() - known.time < NAMING) return known.names;
+    const told = { time: performance.now(), names: await namesOf(collection) };
+    this.#named.set(id, told);
+    return told.names;
   }
 
   // Only what exists is viewed: the daemon logs a warning for everything else. One message at a time,
