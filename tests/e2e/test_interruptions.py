@@ -69,7 +69,8 @@ def test_terminate_with_a_silent_supervisor(own_daemon, agent, supervisor, log):
 def test_reader_holds_a_poll_up(own_daemon, agent, log):
     """The poll empties the delta file and waits for the lock, and messages for the poll, which is given up
     after the time of a call: then the others are polled, and messages are served."""
-    settings.refresh(2)
+    interval = 5  # long enough to judge the files of a poll before the next one moves them
+    settings.refresh(interval)
     agent.serve(host=HOSTS, matrix=[PAIR])
     own_daemon.start()
     log.expect(*STARTED)
@@ -82,7 +83,7 @@ def test_reader_holds_a_poll_up(own_daemon, agent, log):
         fcntl.flock(reader, fcntl.LOCK_SH)
         sample = HOST.path(1, "last").read_bytes()
         agent.serve(host=LATER, matrix=[PAIR])
-        begun = host.time + 2
+        begun = host.time + interval
         control.send(control.VIEWING, HOST.code, 1)
         processes.wait_until(lambda: HOST.path(1, "delta").stat().st_size == 0)
         control.send(control.VIEWING, 0, 99)
