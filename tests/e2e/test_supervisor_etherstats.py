@@ -66,7 +66,9 @@ def test_numbers(daemon, supervisor):
     ether.view(seconds=3)
     sample = ether.read("delta")
     interval = sample.header.interval
-    assert sample.header == (interval, 0, int(time.time()), 12) and 3 <= interval <= time.time() - before
+    moment = sample.header.time
+    assert sample.header == (interval, 0, moment, 12) and before + 3 <= moment <= time.time()
+    assert 3 <= interval <= time.time() - before
     newest_first = sorted(rows, key=lambda label: -rows[label][0])
     expected = [ether_record(*rows[label], names[label], *NUMBERS[label], 2, interval) for label in newest_first]
     for label, found, wanted in zip(newest_first, sample.rows, expected):
