@@ -60,7 +60,7 @@ def run(share, case):
     if len(fuzzers) != len(list((ROOT / "fuzz").glob("fuzz_*.cpp"))):
         yield "build", 0, "not every fuzzer is built: cmake --preset asan && cmake --build --preset asan"
     jobs = len(os.sched_getaffinity(0))
-    seconds = int(os.environ.get("FUZZ_SECONDS", 120 * jobs // max(len(fuzzers), 1) // 2 if share else 3600))
+    seconds = int(os.environ.get("FUZZ_SECONDS", 80 * jobs // max(len(fuzzers), 1) // 2 if share else 3600))
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         runs = {name: pool.submit(fuzz, name, seconds) for name in fuzzers}
         for name, future in runs.items():
