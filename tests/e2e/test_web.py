@@ -125,7 +125,7 @@ def test_every_type_is_read(browser, files):
             Promise.all(["delta", "layouts"].map(name => import(`./${name}.js`))).then(
               async ([{decode}, {LAYOUTS}]) => {
                 const { names } = await (await fetch(`control?names=${stem}/${index}`)).json();
-                const layout = LAYOUTS.get(stem), { table } = decode(new Uint8Array(octets).buffer, layout, names);
+                const layout = LAYOUTS.get(stem), { table } = decode(new Uint8Array(octets).buffer, layout, { names });
                 done([layout.shown.map(({heading}) => heading), ...Array.from({length: table.count}, (_, row) =>
                   layout.shown.map(column => table.named(row, column)))]);
               });""", stem, int(command[3]), list(data))

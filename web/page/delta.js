@@ -11,8 +11,9 @@ import { wordsOf } from "./units.js";
 //   foreign      the header names another type than the file's name does
 //   header-only  a header and no record
 //   rows
-// `names` are those that people have for values of the key: by column, and there by text.
-export function decode(buffer, layout, names = {}) {
+// naming.names are those that people have for values of the key: by column, and there by text. All
+// tables of a collection share it, so that a history holds them once, and the newest.
+export function decode(buffer, layout, naming = { names: {} }) {
   if (buffer === null) return { state: "absent" };
   if (buffer.byteLength === 0) return { state: "empty" };
   if (buffer.byteLength < HEADER_SIZE) return { state: "half", extra: buffer.byteLength };
@@ -27,14 +28,14 @@ export function decode(buffer, layout, names = {}) {
   const extra = (buffer.byteLength - HEADER_SIZE) % layout.size;
   if (extra !== 0) return { state: "half", header, extra };
   if (header.time === 0) return { state: "unfinished" };
-  const table = new Table(buffer, layout, header, names);
+  const table = new Table(buffer, layout, header, naming);
   return { state: table.count === 0 ? "header-only" : "rows", header, table };
 }
 
 // Table: the rows of one file. Rows and columns are named by their numbers.
 export class Table {
-  constructor(buffer, layout, header, names) {
-    this.names = names;
+  constructor(buffer, layout, header, naming) {
+    this.naming = naming;
     this.buffer = buffer;
     this.layout = layout;
     this.header = header;
@@ -89,7 +90,7 @@ export class Table {
   // named writes one value of the key as people call it, or as it stands in the file.
   named(row, column) {
     const text = this.text(row, column);
-    return this.names[column.name]?.[text] ?? text;
+    return this.naming.names[column.name]?.[text] ?? text;
   }
 
   // label tells a row from all others, whatever names there are.

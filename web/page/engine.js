@@ -43,9 +43,10 @@ onmessage = ({ data }) => {
 
 function take({ id, stem, number, delta, samples, names }) {
   const layout = LAYOUTS.get(stem);
-  if (!collections.has(id)) collections.set(id, { layout, history: new History() });
+  if (!collections.has(id)) collections.set(id, { layout, history: new History(), naming: {} });
   const known = collections.get(id);
-  const { table } = decode(delta, layout, names);
+  known.naming.names = names;
+  const { table } = decode(delta, layout, known.naming);
   known.history.add(table, MAX_BYTES / collections.size);
   Object.assign(known, { table, number, findings: { ...countFlaws(table), ...marks(table, samples) } });
   postMessage({ summary: { id, number, ...summaryOf(known) } });

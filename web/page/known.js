@@ -30,6 +30,7 @@ export class Known {
   #tables = new Map();   // by number, the newest that the engine has summed up, and those since
   #intervals = [];       // of the newest samples
   #names = new Map();    // interface name: the ifIndex that it had
+  #naming = { names: {} };  // what people call the values of the key
 
   constructor(collection) {
     this.collection = collection;
@@ -39,7 +40,8 @@ export class Known {
 
   // take reads a file, and gives what the engine is to be told of it, or null.
   take(buffer, unsettled, samples, names) {
-    this.sample = decode(buffer, this.layout, names);
+    this.#naming.names = names;
+    this.sample = decode(buffer, this.layout, this.#naming);
     this.unsettled = unsettled;
     const { table, header } = this.sample;
     if (!table || unsettled) return null;
