@@ -271,7 +271,7 @@ void add_record(const Builder& builder) {
   sub.add_option("--top", options.top, "Only the N busiest rows of each interval; 0: all")
       ->type_name("N");
   sub.add_option("--rows", options.rows,
-                 "Databases of each collection at most; default 1000, of some 200 kB each")
+                 "Databases of each collection at most; default 1000, of some 300 kB each")
       ->check(CLI::Range(1, 1'000'000))
       ->type_name("N");
   add_duration(sub, builder.words);
