@@ -21,7 +21,6 @@ class FakeAgent final : public Agent {
  public:
   bool connect() override { return true; }
   bool check_connection() override {
-    if (ending) pthread_exit(nullptr);
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
     alarms_blocked = sigismember(&blocked, SIGALRM) == 1;
@@ -32,7 +31,6 @@ class FakeAgent final : public Agent {
   AgentClient& client() override { return reinterpret_cast<AgentClient&>(*this); }
   const CollectionOps& ops(std::uint32_t /*type*/) const override { return none_; }
 
-  std::atomic<bool> ending{false};
   std::atomic<bool> reachable{true};
   std::atomic<bool> alarms_blocked{false};
   std::atomic<int> checks{0};
@@ -46,6 +44,7 @@ class FakeAgent final : public Agent {
 class FakeList final : public DueList {
  public:
   std::optional<std::int32_t> earliest_due() const override {
+    if (ending) pthread_exit(nullptr);
     const bool any = due > 0;
     if (calls_to_pause > 0 && --calls_to_pause == 0) {
       pausing = true;
@@ -64,6 +63,7 @@ class FakeList final : public DueList {
     return polled;
   }
 
+  std::atomic<bool> ending{false};
   std::atomic<int> due{0};
   std::atomic<int> polls{0};
   mutable std::atomic<int> calls_to_pause{0};
@@ -77,8 +77,7 @@ class PollTaskTest : public testing::Test {
     ASSERT_EQ(pthread_create(&entry_.thread, nullptr, tapd_poll_task, &entry_), 0);
   }
   void TearDown() override {
-    agent_.ending = true;
-    list_.due = 1;  // so that it looks at the agent
+    list_.ending = true;  // which the task sees before its next wait, whatever it does now
     entry_.wake();
     pthread_join(entry_.thread, nullptr);
   }
