@@ -111,7 +111,8 @@ void Capture::open() {
   const int status = pcap_activate(handle.get());
   if (status < 0) {
     const std::string kind = pcap_statustostr(status);
-    const std::string detail = pcap_geterr(handle.get());
+    std::string detail = pcap_geterr(handle.get());
+    if (status == PCAP_ERROR_PERM_DENIED) detail = kind + ": capturing requires CAP_NET_RAW";
     throw std::runtime_error(name + ": " + (detail.empty() ? kind : detail));
   }
   if (status > 0) {

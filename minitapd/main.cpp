@@ -2,11 +2,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <stdexcept>
 
 #include "minitapd/capture.h"
 #include "minitapd/live_source.h"
 #include "minitapd/options.h"
 #include "minitapd/protocol_directory.h"
+#include "minitapd/script_writer.h"
 #include "minitapd/scripted_source.h"
 #include "minitapd/server.h"
 
@@ -56,6 +58,10 @@ void serve_traffic(const Options& options) {
   Server server(source, {});
   if (!live) {
     read_capture_file(options.capture_file, sink);
+    if (options.print) {
+      if (!write_script(source, stdout)) throw std::runtime_error("standard output takes no more");
+      return;
+    }
     start(server, options);
     server.run({.poll_fd = [] { return -1; }, .work = [] {}});
     return;

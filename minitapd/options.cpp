@@ -69,13 +69,16 @@ Options parse_options(int argc, char** argv) {
   auto* source = app.add_option_group("source", "Where the tables come from");
   auto* interface =
       source->add_option("--interface", options.interface, "Count the traffic of this interface");
-  source->add_option("--read", options.capture_file, "Count the frames of this capture file");
+  auto* file =
+      source->add_option("--read", options.capture_file, "Count the frames of this capture file");
   source->add_option("--script", options.script, "Serve the tables of this JSON file");
   source->add_flag("--protocols", options.list_protocols, "Print the protocol directory and end");
   source->require_option(1);
   app.add_option("--capture-netns", options.capture_netns,
                  "Network namespace of the interface, such as /run/netns/NAME")
       ->needs(interface);
+  app.add_flag("--print", options.print, "Print the tables of the file, as a script, and end")
+      ->needs(file);
   app.add_flag("--promiscuous,!--no-promiscuous", options.promiscuous,
                "See frames for other stations, too (default)");
   app.add_option("--control", control,

@@ -33,6 +33,7 @@ struct Options {
   std::optional<MacAddress> own_address;  // whose frames count as sent
   std::string trace;
   bool list_protocols = false;
+  bool print = false;  // with --read: print the tables and end
 };
 
 // parse_options reads the command line. It ends the process itself for --help, --version and

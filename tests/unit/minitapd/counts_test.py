@@ -8,7 +8,7 @@ import struct
 import subprocess
 import sys
 
-from agent_wire import TABLES, Agent, key_names, words
+from agent_wire import BINARY, TABLES, Agent, key_names, words
 from scapy.all import ARP, ICMP, IP, TCP, UDP, Dot1Q, Ether, ICMPv6EchoRequest, IPv6, PcapWriter, Raw
 
 sys.path.append(str(pathlib.Path(__file__).parents[2] / "e2e"))
@@ -147,11 +147,16 @@ def test_tables_hold_what_tshark_counts(tmp_path):
     capture.write_bytes(whole.read_bytes() + bytes(7))  # cut in its next frame
     tables = expected(whole)
     packets, octets = tables.pop("good")[()]
-    with Agent("--read", capture, "--own-address", OWN, "--max-frame", MAX_FRAME) as agent, agent.connect() as client:
-        for table in TABLES:
-            found = client.walk(table)
-            assert found == tables.pop(table), table
-            assert list(found) == sorted(found, key=order(table)), f"order of {table}"
-        assert client.call(184, words(1)) == struct.pack(">IQQ", 0, packets, octets)
-    assert not tables
-    assert "truncated dump file" in agent.errors and "counted the 4000 frames before" in agent.errors
+    options = ["--read", capture, "--own-address", OWN, "--max-frame", str(MAX_FRAME)]
+    printed = tmp_path / "tables.json"
+    printed.write_bytes(subprocess.run([BINARY, *options, "--print"], check=True, stdout=subprocess.PIPE).stdout)
+    for source in (options, ["--script", printed]):
+        with Agent(*source) as agent, agent.connect() as client:
+            for table in TABLES:
+                found = client.walk(table)
+                assert found == tables[table], table
+                assert list(found) == sorted(found, key=order(table)), f"order of {table}"
+            assert client.call(184, words(1)) == struct.pack(">IQQ", 0, packets, octets)
+        if source is options:
+            assert "truncated dump file" in agent.errors and "counted the 4000 frames before" in agent.errors
+    assert set(tables) == set(TABLES)
