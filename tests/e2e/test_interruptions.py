@@ -8,9 +8,7 @@ from harness.agent import CONTROL, ROWS, SYSTEM_INFO
 from harness.collection import Collection
 from harness.daemon import CALL, NOT_THERE, STARTED
 from harness.files import HOST, MATRIX
-from harness.kinds import VLANS, Kind
 from harness.samples import HOSTS, LATER, records
-from harness.supervisor import silence, vlan_row
 from harness.syslog import DEBUG, WARNING
 
 PAIR = (1, (b"\2\0\0\0\0\1", b"\2\0\0\0\0\2", 1, 2, 3))
@@ -45,25 +43,6 @@ def test_terminate(procedure, own_daemon, agent, log):
     log.wait("Terminating tallyd.", WARNING)
     log.take_all()
     assert HOST.path(1, "last").read_bytes() == sample
-
-
-def test_terminate_with_a_silent_supervisor(own_daemon, agent, supervisor, log):
-    """The main thread asks it itself, row by row, and looks into the pipe between them."""
-    agent.serve()
-    supervisor.serve(*[vlan_row(number, number, (1000,) * 4) for number in range(1, 31)])
-    settings.supervisor(NMP_ETHERSTATS=b"disable")
-    own_daemon.start()
-    vlans = Kind(own_daemon, VLANS)
-    sample = vlans.path("last").read_bytes()
-    supervisor.take_asked()
-    supervisor.misbehave("vlan counters", always=silence)
-    control.send(control.VIEWING, VLANS.code)
-    processes.wait_until(lambda: ("vlan counters", 1, 1) in supervisor.asked)
-    control.send(control.VIEWING, 0, 99)
-    control.send(control.TERMINATE)
-    assert own_daemon.exit_status(timeout=CALL - 10) == 0
-    log.take_all()
-    assert vlans.path("last").read_bytes() == sample
 
 
 def test_reader_holds_a_poll_up(own_daemon, agent, log):
