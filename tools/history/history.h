@@ -38,7 +38,8 @@ class History {
   virtual std::string keep(const Interval& interval) = 0;
 };
 
-// make_csv_history appends to DIR/host_3.csv: time, interval, the columns of the row, its notes.
+// make_csv_history appends to DIR/host_3.csv: time, interval, the columns of the row, its notes and
+// names.
 // A line with the note "gap" and without values stands where intervals are missing. The file is
 // opened anew each time, so it may be rotated.
 std::unique_ptr<History> make_csv_history(const std::string& directory);

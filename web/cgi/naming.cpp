@@ -2,7 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "names/names.h"
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 
@@ -18,27 +17,38 @@ constexpr std::chrono::milliseconds kPatience{500};
 
 }  // namespace
 
+NameList::NameList(const RecordLayout& layout)
+    : layout_(layout), found_(std::make_unique<Json>(Json::object())) {
+  names_.refresh();
+}
+
+NameList::~NameList() = default;
+
+bool NameList::add(const unsigned char* record) {
+  for (std::size_t i = 0; i < layout_.key_columns; ++i) {
+    if (names_.name_of(layout_, record, i).empty()) continue;
+    Json& column = (*found_)[layout_.columns[i].name];
+    const auto [name, is_new] = column.emplace(cell_text(layout_, record, i, NumberStyle::exact),
+                                               names_.label_of(layout_, record, i, false));
+    if (is_new) ++count_;
+  }
+  return count_ < kMostNames;
+}
+
+Json NameList::take() {
+  return std::move(*found_);
+}
+
 Json list_names(const std::string& directory, const Collection& collection) {
-  Json found = Json::object();
   const OpenFiles files =
       open_files(directory, collection, FileKind::delta, Samples::none, kPatience);
-  Names names;
-  names.refresh();
-  std::size_t count = 0;
-  const RecordLayout& layout = *record_layout(collection.type);
+  NameList names(*record_layout(collection.type));
   Records records = files.main.records();
-  while (files.main.good() && count < kMostNames) {
+  while (files.main.good()) {
     const unsigned char* record = records.next();
-    if (record == nullptr) break;
-    for (std::size_t i = 0; i < layout.key_columns; ++i) {
-      if (names.name_of(layout, record, i).empty()) continue;
-      Json& column = found[layout.columns[i].name];
-      const auto [name, is_new] = column.emplace(cell_text(layout, record, i, NumberStyle::exact),
-                                                 names.label_of(layout, record, i, false));
-      if (is_new) ++count;
-    }
+    if (record == nullptr || !names.add(record)) break;
   }
-  return {{"names", std::move(found)}};
+  return {{"names", names.take()}};
 }
 
 }  // namespace tally::cgi

@@ -1,19 +1,35 @@
 // What the keys of a collection are called.
 #pragma once
 
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "names/names.h"
 #include "records/collection_name.h"
 
 namespace tally::cgi {
 
-// list_names looks at the delta file of a collection in a directory and tells what people see in
-// place of the values of its keys that have a name, by column and by value:
-//
-//   {"names": {"protocolDirLocalIndex": {"130": "ether2.ip.udp.dns"}, "nlHostAddress": {...}}}
-//
-// A file that is not there or not good has no names; of a large one the first 10,000 are told.
+// NameList gathers what people see in place of the keys' values that have a name, by column and by
+// value: {"protocolDirLocalIndex": {"130": "ether2.ip.udp.dns"}, "nlHostAddress": {...}}.
+class NameList {
+ public:
+  explicit NameList(const RecordLayout& layout);
+  ~NameList();
+
+  // add looks at the key of a record; false: there are as many names as are told of one file.
+  bool add(const unsigned char* record);
+  nlohmann::json take();
+
+ private:
+  const RecordLayout& layout_;
+  Names names_;
+  std::unique_ptr<nlohmann::json> found_;
+  std::size_t count_ = 0;
+};
+
+// list_names tells the names in the delta file of a collection in a directory: {"names": {...}}. A
+// file that is not there or not good has no names; of a large one the first 10,000 are told.
 nlohmann::json list_names(const std::string& directory, const Collection& collection);
 
 }  // namespace tally::cgi
