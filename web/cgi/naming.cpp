@@ -1,7 +1,5 @@
 #include "naming.h"
 
-#include <nlohmann/json.hpp>
-
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 
@@ -17,26 +15,15 @@ constexpr std::chrono::milliseconds kPatience{500};
 
 }  // namespace
 
-NameList::NameList(const RecordLayout& layout)
-    : layout_(layout), found_(std::make_unique<Json>(Json::object())) {
-  names_.refresh();
-}
-
-NameList::~NameList() = default;
-
 bool NameList::add(const unsigned char* record) {
   for (std::size_t i = 0; i < layout_.key_columns; ++i) {
     if (names_.name_of(layout_, record, i).empty()) continue;
-    Json& column = (*found_)[layout_.columns[i].name];
+    Json& column = found_[layout_.columns[i].name];
     const auto [name, is_new] = column.emplace(cell_text(layout_, record, i, NumberStyle::exact),
                                                names_.label_of(layout_, record, i, false));
     if (is_new) ++count_;
   }
   return count_ < kMostNames;
-}
-
-Json NameList::take() {
-  return std::move(*found_);
 }
 
 Json list_names(const std::string& directory, const Collection& collection) {

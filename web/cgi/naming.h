@@ -1,8 +1,7 @@
 // What the keys of a collection are called.
 #pragma once
 
-#include <memory>
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "names/names.h"
@@ -14,17 +13,16 @@ namespace tally::cgi {
 // value: {"protocolDirLocalIndex": {"130": "ether2.ip.udp.dns"}, "nlHostAddress": {...}}.
 class NameList {
  public:
-  explicit NameList(const RecordLayout& layout);
-  ~NameList();
+  explicit NameList(const RecordLayout& layout) : layout_(layout) { names_.refresh(); }
 
   // add looks at the key of a record; false: there are as many names as are told of one file.
   bool add(const unsigned char* record);
-  nlohmann::json take();
+  nlohmann::json take() { return std::move(found_); }
 
  private:
   const RecordLayout& layout_;
   Names names_;
-  std::unique_ptr<nlohmann::json> found_;
+  nlohmann::json found_ = nlohmann::json::object();
   std::size_t count_ = 0;
 };
 

@@ -86,8 +86,9 @@ Parameters parameters(std::string_view query) {
     const std::string_view each = query.substr(0, query.find('&'));
     query.remove_prefix(std::min(each.size() + 1, query.size()));
     const std::size_t equals = std::min(each.find('='), each.size());
-    found[std::string(each.substr(0, equals))] =
-        unescaped(each.substr(std::min(equals + 1, each.size())), "%");
+    std::string value(each.substr(std::min(equals + 1, each.size())));
+    std::ranges::replace(value, '+', ' ');
+    found[std::string(each.substr(0, equals))] = unescaped(value, "%");
   }
   return found;
 }
