@@ -115,7 +115,7 @@ def test_every_type_is_read(browser, files):
     for stem, (code, form) in FORMATS.items():
         record = struct.Struct("<" + form)
         rows = [[draw(blank) for blank in record.unpack(bytes(record.size))] for _ in range(200)]
-        data = header(code) + b"".join(record.pack(*row) for row in rows)
+        data = header(code, 300) + b"".join(record.pack(*row) for row in rows)
         files(**{f"{stem}_delta" if code > 11 else f"{stem}_1_delta": data})
         every[stem] = code, rows, data
     subprocess.run([TALLYCTL, "record", "--rrd", HISTORY, "--top", "6", "--seconds", "1"], check=True)
@@ -337,14 +337,15 @@ def test_history(browser, server, files):
     browser.refresh()
     show(browser, server, "host/7?span=hour")
     wait_for(browser, "#chart-note", lambda found: "the last hour: as the recorder has kept it" in found[0])
-    wait_for(browser, "#chart .value", ["16 kbit/s", "0 bit/s"])
-    for presses, wanted in ((1, "\u2013"), (2 * 57 + 2, "8 kbit/s")):
-        browser.find_element(By.CSS_SELECTOR, "#chart .plot").send_keys(Keys.HOME, *[Keys.ARROW_RIGHT] * (presses))
-        print(presses, texts(browser, "#chart .moment"), texts(browser, "#chart .value"))
-    browser.find_element(By.CSS_SELECTOR, "#spans input[value=week]").send_keys(Keys.ARROW_LEFT)
+    wait_for(browser, "#chart .value", ["16.0 kbit/s", "0 bit/s"])
+    first = told["total"].index(1.5e3) + 3
+    for presses, shown in ((first, ["8.00 kbit/s", "4.00 kbit/s"]), (first + 40, ["\u2013", "\u2013"])):
+        browser.find_element(By.CSS_SELECTOR, "#chart .plot").send_keys(Keys.HOME, *[Keys.ARROW_RIGHT] * presses)
+        wait_for(browser, "#chart .value", shown)
+    browser.find_element(By.CSS_SELECTOR, "#spans input[value=hour]").send_keys(Keys.ARROW_RIGHT)
     wait_for(browser, "#chart-note", lambda found: "the last day" in found[0])
     browser.find_element(By.CSS_SELECTOR, "#chart a.who").click()
-    wait_for(browser, "#row-charts .value", lambda found: "16 kbit/s" in found)
+    wait_for(browser, "#row-charts .value", lambda found: "16.0 kbit/s" in found)
     assert browser.current_url.endswith("#host/7?row=00%3A00%3A00%3A00%3A00%3A01&span=day")
     for place, words in (("host/7?span=day&row=02", "Nothing is kept of this row"), ("host/8?span=day", "Nothing is kept of host 8")):
         files(host_8_delta=header(0) + host(1, 1))
