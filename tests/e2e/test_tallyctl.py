@@ -229,7 +229,12 @@ def test_record(pipe, tmp_path, monkeypatch):
     recorder.terminate()
     assert recorder.wait(60) == 0
     (tmp_path / "rrd/nlhost_1/8_127.0.0.2.rrd").write_bytes(b"makes room")
-    tallyctl(rrd + " --rows 1 --seconds 1")
+    with open(tmp_path / "rrd/nlhost_1/7_192.0.2.1.rrd", "r+b") as reader:  # the recorder waits for it
+        fcntl.lockf(reader, fcntl.LOCK_SH)
+        waiting = begin(rrd + " --rows 1 --seconds 1")
+        processes.wait_until(lambda: "inotify" in str(processes.descriptors(waiting.pid)))
+        time.sleep(0.2)
+    assert waiting.wait(60) == 0
     assert file.read_text().splitlines()[1:] == [
         f"{base + 60},60,7,192.0.2.1,1.5,0,0,0,8,,,router", f"{base + 240},180,,,,,,,,gap,,", f"{base + 300},60,7,192.0.2.1,2.5,0,0,0,8,,,router"]
     history = f"history nlhost 1 --rrd {tmp_path}/rrd --since 15min "

@@ -122,10 +122,13 @@ std::vector<KeptRow> kept_rows(const std::string& directory, const Collection& c
 std::optional<Series> read_series(const KeptRow& row, const RecordLayout& layout,
                                   std::int64_t since, std::int64_t until, std::string& error) {
   Fetched fetched;
-  fetched.begin = since;
-  fetched.end = until;
-  if (rrd_fetch_r(row.file.c_str(), "AVERAGE", &fetched.begin, &fetched.end, &fetched.step,
-                  &fetched.sources, &fetched.names, &fetched.data) != 0) {
+  const auto fetch = [&] {
+    fetched.begin = since;  // librrd changes them
+    fetched.end = until;
+    return rrd_fetch_r(row.file.c_str(), "AVERAGE", &fetched.begin, &fetched.end, &fetched.step,
+                       &fetched.sources, &fetched.names, &fetched.data) == 0;
+  };
+  if (!patiently(fetch)) {
     error = rrd_error();
     return std::nullopt;
   }

@@ -11,7 +11,7 @@ import * as overview from "./overview.js";
 import { Recorded } from "./recorded.js";
 import { RowView } from "./row.js";
 import * as sources from "./sources.js";
-import { duration, grouped, moment } from "./text.js";
+import { count, duration, grouped, moment } from "./text.js";
 import { Watcher, find } from "./watcher.js";
 
 const FOLLOWED = 40;  // collections that the overview keeps up to date, at most
@@ -27,7 +27,7 @@ const created = new Set();        // ids of what this page asked for; it may hav
 
 const engine = new Worker(new URL("engine.js", import.meta.url), { type: "module" });
 const recorded = new Recorded((told, error) => {
-  messages.fault("past-trouble", error);
+  messages.fault("past-trouble", error ?? (told.left_out > 0 ? { message: `${count(told.left_out, "row")} left out, for lack of time to read them all.` } : null));
   if (told) engine.postMessage({ past: told });
 });
 const views = { collection: new CollectionView(change), row: new RowView() };
