@@ -70,7 +70,7 @@ export class Chart {
   }
 
   // show draws what the engine's chartOf gives and whose it is (`owner`), of a layout's column, up to a sample that covers
-  // `interval` seconds, and back as many `seconds` as the data says, if it does. link(line) is the address of a line's
+  // `interval` seconds, and back as many `seconds` as the data says, if it does, of a past that begins at `since`. link(line) is the address of a line's
   // row, or null.
   async show(data, column, interval, link) {
     this.#last = [data, column, interval, link];
@@ -82,7 +82,7 @@ export class Chart {
     const there = await library();
     this.#box.classList.toggle("undrawn", !there);
     if (!there || this.#last?.[0] !== data || this.#plot.clientWidth === 0) return;
-    const end = data.times.at(-1);
+    const end = Math.max(data.times.at(-1), data.seconds ? data.since + data.seconds : 0);
     const begin = data.seconds ? end - data.seconds :
       Math.max(data.times[0], end - Math.max(MIN_SPAN, INTERVALS * Math.max(interval, 1)));
     // dygraphs stacks the last series first: the busiest lies at the bottom.
@@ -92,6 +92,7 @@ export class Chart {
       ...drawn.map((at) => shownIn(column, data.lines[at].values[point]))]);
     const options = {
       labels: ["time", ...drawn.map(String)],
+      strokeWidth: data.seconds ? 1 : 1.6,
       series: Object.fromEntries(drawn.map((at) => [String(at), styleOf(data.lines[at], data.owner, colour)])),
       stackedGraph: data.stacked, stackedGraphNaNFill: "none", fillAlpha: 0.55,
       dateWindow: [Math.min(begin, end - FIRST_SPAN) * 1000, end * 1000],
@@ -104,7 +105,7 @@ export class Chart {
 
   #fixed(column) {
     return {
-      legend: "never", includeZero: true, strokeWidth: 1.6, highlightCircleSize: 3, interactionModel: {},
+      legend: "never", includeZero: true, highlightCircleSize: 3, interactionModel: {},
       gridLineWidth: 1, axisLabelFontSize: 12, xRangePad: 0, rightGap: 8,
       highlightSeriesOpts: { strokeWidth: 2.6 }, highlightSeriesBackgroundAlpha: 0.45,
       axes: { x: { drawGrid: false, pixelsPerLabel: 90 }, y: { axisLabelWidth: 78, pixelsPerLabel: 42, axisLabelFormatter: (value) => tick(column, value) } },

@@ -118,7 +118,7 @@ function chartOf(known, rows, metric, past, kept) {
     if (rest.some((value, at) => value > total[at] * ROUNDING)) lines.push({ title: "Others", values: rest, others: true });
   }
   if (rule === "row" && (past || query.search === "")) lines.push({ title: "Total", values: total, others: true });
-  return { column: metric.name, times, lines, stacked, total: rule === "none" ? null : total };
+  return { column: metric.name, since: past?.begin, times, lines, stacked, total: rule === "none" ? null : total };
 }
 
 // chartsOf draws all rates of one row, one chart for each unit; events only where there were any.
@@ -128,7 +128,7 @@ function chartsOf({ history, layout }, key, past) {
     const { times, values } = history.lines(columns.map((column) => ({ key, column })), past);
     const lines = columns.map(({ name }, at) => ({ label: name, column: name, values: values[at] }))
       .filter((line) => unit !== "events" || line.values.some((value) => value > 0)).slice(0, CHARTED);
-    return lines.length === 0 ? [] : [{ column: lines[0].column, times, stacked: false, total: null, lines }];
+    return lines.length === 0 ? [] : [{ column: lines[0].column, since: past?.begin, times, stacked: false, total: null, lines }];
   });
 }
 
