@@ -1,18 +1,23 @@
-// tally-cgi: lists collections and writes control messages for the live page; see request.h.
+// tally-cgi: lists collections and writes control messages for the live page; see request.h. And
+// tally-history, which differs in how it tells a history; see past.h.
+//
+// One request, one process, one JSON answer: {"error": "..."} with a status of 4xx or 5xx, else
+// what was asked for. Nothing of it outlives the time limit, whoever sends slowly.
 #include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
-#include <cstring>
-#include <filesystem>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "answer.h"
 #include "daemon/base/paths.h"
 #include "daemon/base/retry.h"
 #include "listing.h"
 #include "naming.h"
+#include "past.h"
 #include "pipe/pipe_writer.h"
 #include "request.h"
 #include "sources.h"
@@ -20,7 +25,14 @@
 namespace tally::cgi {
 namespace {
 
-constexpr const char* kHistory = "tally-history";
+using Json = nlohmann::json;
+
+constexpr unsigned kMaxSeconds = 10;  // then SIGALRM ends the process, whatever it waits for
+
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string_view() : std::string_view(value);
+}
 
 // read_body reads as many bytes of the body as were announced, or what there is of them.
 std::string read_body(std::size_t length) {
@@ -36,18 +48,28 @@ std::string read_body(std::size_t length) {
   return body;
 }
 
+int answer(int status, const Json& json) {
+  std::string text = "Status: " + std::to_string(status) +
+                     "\r\nContent-Type: application/json\r\nCache-Control: no-store\r\n"
+                     "X-Content-Type-Options: nosniff\r\n";
+  if (status == 405) text += "Allow: GET, HEAD, POST\r\n";
+  text += "\r\n";
+  // What was not UTF-8 where it came from (file names are, errors of the system are) is replaced.
+  if (variable("REQUEST_METHOD") != "HEAD") {
+    text += json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  }
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  return written && std::fflush(stdout) == 0 ? 0 : 1;
+}
+
+int refuse(int status, const std::string& text) {
+  return answer(status, {{"error", text}});
+}
+
 // sentence begins a text as a page shows it.
 std::string sentence(std::string text) {
   text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
   return text + '.';
-}
-
-// become_history hands the request on to the program beside this one. Only that one has librrd,
-// whose libraries take ten times as long to load as a list of collections to answer.
-int become_history() {
-  const auto program = std::filesystem::read_symlink("/proc/self/exe").replace_filename(kHistory);
-  (void)execl(program.c_str(), kHistory, nullptr);
-  return refuse(500, program.string() + ": " + std::strerror(errno));
 }
 
 int serve() {
@@ -67,7 +89,11 @@ int serve() {
   if (const auto* names = std::get_if<NamesRequest>(&request)) {
     return answer(200, list_names(kDataDirectory, names->collection));
   }
-  if (std::holds_alternative<HistoryRequest>(request)) return become_history();
+  if (const auto* history = std::get_if<HistoryRequest>(&request)) {
+    const auto told = list_history(*history);
+    const auto* refusal = std::get_if<Refusal>(&told);
+    return refusal ? refuse(refusal->status, refusal->text) : answer(200, std::get<Json>(told));
+  }
   if (std::holds_alternative<SourcesRequest>(request)) return answer(200, list_sources());
   return answer(200, list_collections(kDataDirectory));
 }
@@ -76,5 +102,11 @@ int serve() {
 }  // namespace tally::cgi
 
 int main() {
-  return tally::cgi::run(tally::cgi::serve);
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  alarm(tally::cgi::kMaxSeconds);
+  try {
+    return tally::cgi::serve();
+  } catch (const std::exception& error) {
+    return tally::cgi::refuse(500, error.what());
+  }
 }

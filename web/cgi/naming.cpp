@@ -1,5 +1,7 @@
 #include "naming.h"
 
+#include <nlohmann/json.hpp>
+
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 
@@ -15,27 +17,34 @@ constexpr std::chrono::milliseconds kPatience{500};
 
 }  // namespace
 
-bool NameList::add(const unsigned char* record) {
-  for (std::size_t i = 0; i < layout_.key_columns; ++i) {
-    if (names_.name_of(layout_, record, i).empty()) continue;
-    Json& column = found_[layout_.columns[i].name];
-    const auto [name, is_new] = column.emplace(cell_text(layout_, record, i, NumberStyle::exact),
-                                               names_.label_of(layout_, record, i, false));
-    if (is_new) ++count_;
+std::size_t add_names(Json& found, const Names& names, const RecordLayout& layout,
+                      const unsigned char* record) {
+  std::size_t added = 0;
+  for (std::size_t i = 0; i < layout.key_columns; ++i) {
+    if (names.name_of(layout, record, i).empty()) continue;
+    Json& column = found[layout.columns[i].name];
+    const auto [name, is_new] = column.emplace(cell_text(layout, record, i, NumberStyle::exact),
+                                               names.label_of(layout, record, i, false));
+    if (is_new) ++added;
   }
-  return count_ < kMostNames;
+  return added;
 }
 
 Json list_names(const std::string& directory, const Collection& collection) {
+  Json found = Json::object();
   const OpenFiles files =
       open_files(directory, collection, FileKind::delta, Samples::none, kPatience);
-  NameList names(*record_layout(collection.type));
+  Names names;
+  names.refresh();
+  std::size_t count = 0;
+  const RecordLayout& layout = *record_layout(collection.type);
   Records records = files.main.records();
-  while (files.main.good()) {
+  while (files.main.good() && count < kMostNames) {
     const unsigned char* record = records.next();
-    if (record == nullptr || !names.add(record)) break;
+    if (record == nullptr) break;
+    count += add_names(found, names, layout, record);
   }
-  return {{"names", names.take()}};
+  return {{"names", std::move(found)}};
 }
 
 }  // namespace tally::cgi

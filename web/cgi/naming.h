@@ -1,7 +1,7 @@
 // What the keys of a collection are called.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "names/names.h"
@@ -9,25 +9,14 @@
 
 namespace tally::cgi {
 
-// NameList gathers what people see in place of the keys' values that have a name, by column and by
-// value: {"protocolDirLocalIndex": {"130": "ether2.ip.udp.dns"}, "nlHostAddress": {...}}.
-class NameList {
- public:
-  explicit NameList(const RecordLayout& layout) : layout_(layout) { names_.refresh(); }
+// add_names adds what people see in place of the values of a record's key that have a name, by
+// column and by value: {"protocolDirLocalIndex": {"130": "ether2.ip.udp.dns"}, "nlHostAddress":
+// {...}}. It returns how many were not there.
+std::size_t add_names(nlohmann::json& found, const Names& names, const RecordLayout& layout,
+                      const unsigned char* record);
 
-  // add looks at the key of a record; false: there are as many names as are told of one file.
-  bool add(const unsigned char* record);
-  nlohmann::json take() { return std::move(found_); }
-
- private:
-  const RecordLayout& layout_;
-  Names names_;
-  nlohmann::json found_ = nlohmann::json::object();
-  std::size_t count_ = 0;
-};
-
-// list_names tells the names in the delta file of a collection in a directory: {"names": {...}}. A
-// file that is not there or not good has no names; of a large one the first 10,000 are told.
+// list_names tells those in the delta file of a collection in a directory: {"names": {...}}. A file
+// that is not there or not good has no names; of a large one the first 10,000 are told.
 nlohmann::json list_names(const std::string& directory, const Collection& collection);
 
 }  // namespace tally::cgi
