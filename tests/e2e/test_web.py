@@ -20,7 +20,7 @@ from harness.files import FORMATS, HOST
 from harness.paths import DATA, NMP_SETTINGS, PIPE, program
 
 NAMES = pathlib.Path("/tmp/names")
-HISTORY = pathlib.Path("/tmp/history")
+HISTORY = pathlib.Path("/tmp/recorded")
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
 
