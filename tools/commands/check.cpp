@@ -152,7 +152,7 @@ constexpr const char* kBecomeRoot =
     "run this as root; if root is refused too, mend the rights or write the file anew";
 
 void add_database(Report& report, const char* subject, const std::string& path, DatabaseState state,
-                  const std::string& error, const std::string& content) {
+                  const std::string& error, const std::string& content, const char* example) {
   switch (state) {
     case DatabaseState::good:
       return report.add(Level::fine, subject, content);
@@ -160,8 +160,8 @@ void add_database(Report& report, const char* subject, const std::string& path, 
       return report.add(
           Level::warning, subject, fmt::format("{} does not exist: defaults apply", path),
           fmt::format("nothing, if the defaults are right; else let the web application "
-                      "write it, or 'gdbmtool --newdb {}'",
-                      path));
+                      "write it, or 'gdbmtool --newdb {} store {}'",
+                      path, example));
     case DatabaseState::not_a_file:
       return report.add(Level::problem, subject, fmt::format("{} is not a regular file", path),
                         "remove it, and let the web application write it");
@@ -188,7 +188,7 @@ void check_preferences(const ToolPaths& paths, Report& report) {
     return report.add(Level::problem, "preferences", content, "store a number from 15 to 3600");
   }
   add_database(report, "preferences", paths.preferences, preferences.state, preferences.error,
-               content);
+               content, "refresh 60");
 }
 
 void check_agent(Report& report) {
@@ -250,7 +250,8 @@ void check_supervisor(const ToolPaths& paths, const SupervisorSettings& settings
   add_database(
       report, "supervisor settings", paths.nmp_settings, settings.state, settings.error,
       fmt::format("address {}{}, community {}", printable(address),
-                  settings.address ? "" : " (default)", settings.community ? "set" : "by default"));
+                  settings.address ? "" : " (default)", settings.community ? "set" : "by default"),
+      "NMP_ADDR 192.0.2.1");
   check_target_id(paths, target, report);
   bool any = false;
   for (const KindSetting& kind : settings.kinds) {
@@ -299,14 +300,6 @@ bool disabled(const SupervisorSettings& settings, std::uint32_t type) {
 constexpr const char* kKilled =
     "the daemon was killed, or the machine went down, while it wrote: the next poll makes it anew";
 
-// Is there a last sample, and not one row in it?
-bool has_no_rows(const ToolPaths& paths, const Collection& collection) {
-  if (!is_agent_type(collection.type)) return false;
-  const OpenFiles files = open_files(paths.data_directory, collection, FileKind::last,
-                                     Samples::none, std::chrono::milliseconds{200});
-  return files.main.good() && files.main.count() == 0;
-}
-
 void check_collections(const ToolPaths& paths, const SupervisorSettings& settings, Report& report) {
   std::string error;
   const auto collections = present_collections(paths.data_directory, error);
@@ -324,17 +317,8 @@ void check_collections(const ToolPaths& paths, const SupervisorSettings& setting
     const OpenFiles files = open_files(paths.data_directory, collection, FileKind::delta,
                                        Samples::both, std::chrono::milliseconds{200});
     const std::string name = title(collection);
-    if (has_no_rows(paths, collection)) {
-      report.add(Level::warning, name, "the agent has no rows for it",
-                 fmt::format("does the agent have {} control row {}? minitapd has only index 1",
-                             type_stem(collection.type), collection.index));
-      continue;
-    }
-    if (files.main.state == FileState::absent) {
-      report.add(Level::warning, name, "there is a sample but no delta file yet",
-                 fmt::format("'tallyctl view {}', or wait for the second poll: up to an hour where "
-                             "nobody looks",
-                             name));
+    if (const auto lack = lack_of(paths.data_directory, collection)) {
+      report.add(Level::warning, name, lack->text, lack->advice);
       continue;
     }
     if (!files.main.good()) {

@@ -87,15 +87,11 @@ ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOp
                  });
   if (!files.main.good()) {
     complain(fmt::format("{}: {}: {}", name, path, files.main.remark));
-    if (files.main.state == FileState::absent) {
-      complain(
-          fmt::format("hint: 'tallyctl create {}' starts a collection; the first poll makes "
-                      "the last file, the second the others",
-                      name));
-    }
+    const auto lack = lack_of(paths.data_directory, collection);
+    if (lack) complain(fmt::format("hint: {}: {}", lack->text, lack->advice));
     return kAbsent;
   }
-  const AnnotateOptions annotate{planned_interval(paths.preferences), options.line_speed};
+  const AnnotateOptions annotate = annotate_options(paths, options.line_speed);
   if (names.resolves()) {
     Records records = files.main.records();
     while (const unsigned char* record = records.next()) names.expect(*layout, record);

@@ -31,6 +31,12 @@ struct Overview {
   std::vector<FileNote> notes;
 };
 
+// Interval is what the preferences plan, and what the files show instead.
+struct Interval {
+  std::optional<std::int32_t> planned;
+  std::optional<std::int32_t> seen;
+};
+
 Overview look_at(const ToolPaths& paths, const Collection& collection,
                  const AnnotateOptions& annotate) {
   Overview overview;
@@ -62,13 +68,13 @@ std::string or_dash(const std::optional<Value>& value) {
   return value ? fmt::to_string(*value) : "-";
 }
 
-std::string as_text(const DaemonState& daemon, const PipeAnswer& pipe,
-                    const std::optional<std::int32_t>& planned, const ToolPaths& paths,
-                    const std::vector<Overview>& all) {
+std::string as_text(const DaemonState& daemon, const PipeAnswer& pipe, const Interval& interval,
+                    const ToolPaths& paths, const std::vector<Overview>& all) {
   std::string text = fmt::format(
-      "daemon    {}\npipe      {}: {}\ninterval  {} s planned\n\n",
+      "daemon    {}\npipe      {}: {}\ninterval  {} s planned{}\n\n",
       daemon.running ? fmt::format("running, process {}", or_dash(daemon.pid)) : "not running",
-      paths.control_pipe, pipe.word, or_dash(planned));
+      paths.control_pipe, pipe.word, or_dash(interval.planned),
+      interval.seen ? fmt::format(", {} s seen", *interval.seen) : "");
   std::size_t width = 10;
   for (const Overview& each : all) width = std::max(width, title(each.collection).size());
   text +=
@@ -88,9 +94,8 @@ std::string as_text(const DaemonState& daemon, const PipeAnswer& pipe,
   return text;
 }
 
-Json as_json(const DaemonState& daemon, const PipeAnswer& pipe,
-             const std::optional<std::int32_t>& planned, const ToolPaths& paths,
-             const std::vector<Overview>& all) {
+Json as_json(const DaemonState& daemon, const PipeAnswer& pipe, const Interval& interval,
+             const ToolPaths& paths, const std::vector<Overview>& all) {
   const auto or_null = [](const auto& value) { return value ? Json(*value) : Json(nullptr); };
   Json list = Json::array();
   for (const Overview& each : all) {
@@ -112,7 +117,8 @@ Json as_json(const DaemonState& daemon, const PipeAnswer& pipe,
   }
   return {{"daemon", {{"running", daemon.running}, {"pid", or_null(daemon.pid)}}},
           {"pipe", {{"path", paths.control_pipe}, {"state", pipe.word}}},
-          {"planned_interval", or_null(planned)},
+          {"planned_interval", or_null(interval.planned)},
+          {"seen_interval", or_null(interval.seen)},
           {"collections", list}};
 }
 
@@ -121,19 +127,21 @@ Json as_json(const DaemonState& daemon, const PipeAnswer& pipe,
 ExitCode status(const ToolPaths& paths, bool json) {
   const DaemonState daemon = probe_daemon(paths.pid_file);
   const PipeAnswer pipe = probe_pipe(paths.control_pipe);
-  const auto planned = planned_interval(paths.preferences);
+  const AnnotateOptions annotate = annotate_options(paths);
+  const Interval interval{annotate.planned_interval,
+                          seen_interval(annotate.others, std::time(nullptr))};
   std::string error;
   std::vector<Overview> all;
   for (const Collection& collection : present_collections(paths.data_directory, error)) {
-    all.push_back(look_at(paths, collection, {planned, 0}));
+    all.push_back(look_at(paths, collection, annotate));
   }
   if (!error.empty()) {
     complain(fmt::format("cannot list {}: {}; the daemon does not make it, create it",
                          paths.data_directory, error));
   }
   Output output(STDOUT_FILENO);
-  output << (json ? as_json(daemon, pipe, planned, paths, all).dump(2) + '\n'
-                  : as_text(daemon, pipe, planned, paths, all));
+  output << (json ? as_json(daemon, pipe, interval, paths, all).dump(2) + '\n'
+                  : as_text(daemon, pipe, interval, paths, all));
   output.flush();
   if (!report_output(output) || !error.empty()) return kAbsent;
   return daemon.running && pipe.state == PipeState::read ? kDone : kUnreachable;

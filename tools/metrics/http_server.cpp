@@ -12,6 +12,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "records/collection_name.h"
+
 namespace tally {
 namespace {
 
@@ -126,9 +128,11 @@ std::string HttpServer::listen(const std::string& where) {
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
   addrinfo* found = nullptr;
-  if (host.empty() || port.empty() ||
+  // The resolver would take the lowest 16 bits of any number.
+  if (host.empty() || parse_number(port).value_or(UINT32_MAX) > UINT16_MAX ||
       getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
-    return fmt::format("cannot listen at '{}'; write PORT, ADDR:PORT or [ADDR6]:PORT", where);
+    throw UsageError(
+        fmt::format("cannot listen at '{}'; write PORT, ADDR:PORT or [ADDR6]:PORT", where));
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> list(found, freeaddrinfo);
   socket_.reset(socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

@@ -317,7 +317,7 @@ void add_own_health(std::chrono::steady_clock::time_point begun, bool listed, Ex
 void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Names& names,
                         Output& output) {
   const auto begun = std::chrono::steady_clock::now();
-  const auto planned = planned_interval(paths.preferences);
+  const AnnotateOptions annotate = annotate_options(paths);
   std::string error;
   std::vector<Collection> wanted = present_collections(paths.data_directory, error);
   if (!scope.collections.empty()) wanted = scope.collections;
@@ -325,10 +325,10 @@ void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Names
   std::vector<Gathered> all;
   all.reserve(wanted.size());
   for (const Collection& collection : wanted) {
-    all.push_back(gather(paths, collection, {planned, 0}, scope.top, names));
+    all.push_back(gather(paths, collection, annotate, scope.top, names));
   }
   Exposition page(output);
-  add_daemon(paths, planned, page);
+  add_daemon(paths, annotate.planned_interval, page);
   add_collections(all, page);
   std::map<std::uint32_t, std::vector<const Gathered*>> by_type;
   for (const Gathered& each : all) {

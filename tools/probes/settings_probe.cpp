@@ -11,4 +11,8 @@ std::optional<std::int32_t> planned_interval(const std::string& preferences) {
   return read.interval != 0 ? read.interval : kDefaultInterval;
 }
 
+AnnotateOptions annotate_options(const ToolPaths& paths, double line_speed) {
+  return {planned_interval(paths.preferences), line_speed, covered_times(paths.data_directory)};
+}
+
 }  // namespace tally

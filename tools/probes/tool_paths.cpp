@@ -14,7 +14,8 @@ ToolPaths appliance_paths() {
           kPidFile,
           kPreferences,
           kNmpSettings,
-          kApplianceSettings};
+          kApplianceSettings,
+          "/var/lib/tallyd"};
 }
 
 }  // namespace tally

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "daemon/base/collection_types.h"
+#include "daemon/base/schedule.h"
 #include "records/cell_text.h"
 
 namespace tally {
@@ -23,8 +24,8 @@ constexpr std::uint64_t kManyNewRows = 10;
 
 // A poll is late when it comes more than this after its time: the daemon counts whole seconds, and
 // a poll waits for the one before it.
-constexpr std::int32_t late_after(std::int32_t planned) {
-  return std::max(planned / 10, 2);
+constexpr std::int64_t late_after(std::int64_t planned) {
+  return std::max(planned / 10, std::int64_t{2});
 }
 
 // ifSpeed is a Gauge32 and stays at its maximum for everything faster (RFC 2863).
@@ -76,6 +77,20 @@ void add_restart_note(const OpenFiles& files, std::vector<FileNote>& notes) {
   }
 }
 
+// A message may have changed the plan since the preferences were read. Then all intervals are
+// longer; where polls failed, another collection's is shorter.
+bool is_long(const FileHeader& header, const AnnotateOptions& options) {
+  const auto is_late = [&](std::int64_t planned) {
+    return header.interval > planned + late_after(planned);
+  };
+  if (!options.planned_interval || !is_late(*options.planned_interval)) return false;
+  return header.interval >= kUnviewedInterval ||
+         std::ranges::any_of(options.others, [&](const Covered& other) {
+           return other.begin >= std::int64_t{header.sample_time} - header.interval &&
+                  is_late(other.end - other.begin);
+         });
+}
+
 void add_interval_note(const OpenFiles& files, const AnnotateOptions& options,
                        std::vector<FileNote>& notes) {
   const std::int32_t interval = files.main.header.interval;
@@ -88,17 +103,26 @@ void add_interval_note(const OpenFiles& files, const AnnotateOptions& options,
   } else if (interval == 0) {
     notes.push_back(
         {"zero-interval", "both samples were taken in the same second: rates are plain counts"});
-  } else if (options.planned_interval &&
-             interval > *options.planned_interval + late_after(*options.planned_interval)) {
+  } else if (is_long(files.main.header, options)) {
     notes.push_back(
         {"long-interval",
-         fmt::format("the interval is {} s, {} s were planned: nobody was looking (then it is an "
-                     "hour), a message changed the plan, or polls failed in between",
-                     interval, *options.planned_interval)});
+         fmt::format("the interval is {} s: nobody was looking (then it is an hour), or "
+                     "polls failed in between",
+                     interval)});
   }
 }
 
 }  // namespace
+
+std::optional<std::int32_t> seen_interval(const std::vector<Covered>& all, std::int64_t now) {
+  std::optional<std::int32_t> shortest;
+  for (const auto& [begin, end] : all) {
+    const auto interval = static_cast<std::int32_t>(end - begin);
+    if (now - end > interval + late_after(interval)) continue;
+    shortest = std::min(shortest.value_or(interval), interval);
+  }
+  return shortest;
+}
 
 const std::array<RowNoteText, kRowNoteCount>& row_note_texts() {
   static constexpr std::array<RowNoteText, kRowNoteCount> kTexts{{

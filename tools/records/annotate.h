@@ -56,8 +56,13 @@ struct FileNote {
 
 struct AnnotateOptions {
   std::optional<std::int32_t> planned_interval;  // seconds, from the preferences
-  double line_speed = 0;  // bits per second of the source of an agent's rows; 0: unknown
+  double line_speed = 0;          // bits per second of the source of an agent's rows; 0: unknown
+  std::vector<Covered> others{};  // what the delta files of all collections cover
 };
+
+// seen_interval returns the shortest interval of the delta files that are no older than they should
+// be: what a message has made of the plan. Nothing when there are none.
+std::optional<std::int32_t> seen_interval(const std::vector<Covered>& all, std::int64_t now);
 
 // Annotator is given every row of `files.main`, in order.
 class Annotator {

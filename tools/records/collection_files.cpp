@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -211,6 +212,50 @@ std::vector<Collection> present_collections(const std::string& directory, std::s
             [&](const auto& left, const auto& right) { return key(left) < key(right); });
   collections.erase(std::unique(collections.begin(), collections.end()), collections.end());
   return collections;
+}
+
+std::optional<Lack> lack_of(const std::string& directory, const Collection& collection) {
+  const std::string name = title(collection);
+  const bool delta = stamp_of(file_path(directory, collection, FileKind::delta)).has_value();
+  if (!is_agent_type(collection.type)) {
+    if (delta) return std::nullopt;
+    return Lack{
+        "there is no delta file yet",
+        fmt::format("'tallyctl view {}' has it polled every interval; 'tallyctl check' says "
+                    "whether it is enabled",
+                    name)};
+  }
+  const OpenFile last = open_sample(directory, collection, FileKind::last);
+  if (last.good() && last.count() == 0) {
+    return Lack{"the agent has no rows for it",
+                fmt::format("does the agent have {} control row {}? minitapd has only index 1",
+                            type_stem(collection.type), collection.index)};
+  }
+  if (delta) return std::nullopt;
+  if (last.good()) {
+    return Lack{"there is a sample but no delta file yet",
+                fmt::format("'tallyctl view {}', or wait for the second poll: up to an hour where "
+                            "nobody looks",
+                            name)};
+  }
+  return Lack{"it has no files yet", fmt::format("'tallyctl create {}' starts it", name)};
+}
+
+std::vector<Covered> covered_times(const std::string& directory) {
+  std::vector<Covered> times;
+  std::string error;
+  for (const Collection& collection : present_collections(directory, error)) {
+    UniqueFd fd;
+    struct stat state {};
+    FileHeader header{};
+    if (!open_regular(file_path(directory, collection, FileKind::delta), fd, state).good() ||
+        pread(fd.get(), &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header) ||
+        header.type != collection.type || header.sample_time == 0 || header.interval <= 0) {
+      continue;
+    }
+    times.push_back({std::int64_t{header.sample_time} - header.interval, header.sample_time});
+  }
+  return times;
 }
 
 OpenFiles open_files(const std::string& directory, const Collection& collection, FileKind kind,

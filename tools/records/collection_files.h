@@ -78,6 +78,24 @@ struct OpenFiles {
 // Whether the samples are wanted as well.
 enum class Samples { none, both };
 
+// Lack is why a collection has no rates, and what to do.
+struct Lack {
+  std::string text;
+  std::string advice;
+};
+
+// lack_of returns nothing where there is a delta file, and rows in the sample that it comes from.
+std::optional<Lack> lack_of(const std::string& directory, const Collection& collection);
+
+// Covered is the time between two samples that a delta file is about.
+struct Covered {
+  std::int64_t begin;
+  std::int64_t end;
+};
+
+// covered_times reads the headers of all delta files of a directory.
+std::vector<Covered> covered_times(const std::string& directory);
+
 // present_collections lists the collections that have files in a directory, by type and index.
 // Nothing when it cannot be read: `error` says why.
 std::vector<Collection> present_collections(const std::string& directory, std::string& error);

@@ -42,8 +42,11 @@ std::optional<std::uint32_t> parse_number(std::string_view word) {
   return number;
 }
 
-std::vector<Collection> parse_collections(const std::vector<std::string>& words) {
+std::vector<Collection> parse_collections(std::vector<std::string> words) {
   std::vector<Collection> collections;
+  if (words.size() == 2 && words[1] == "0" && is_supervisor_type(parse_type(words[0]))) {
+    words.pop_back();
+  }
   for (auto word = words.begin(); word != words.end(); ++word) {
     Collection collection{parse_type(*word), 0};
     if (is_agent_type(collection.type)) {
@@ -62,10 +65,7 @@ std::vector<Collection> parse_collections(const std::vector<std::string>& words)
   return collections;
 }
 
-Collection parse_collection(std::vector<std::string> words) {
-  if (words.size() == 2 && words[1] == "0" && is_supervisor_type(parse_type(words[0]))) {
-    words.pop_back();
-  }
+Collection parse_collection(const std::vector<std::string>& words) {
   const auto collections = parse_collections(words);
   if (collections.size() != 1) {
     throw UsageError("one collection is asked for: TYPE INDEX, or a supervisor kind without INDEX");

@@ -28,12 +28,12 @@ struct UsageError : std::runtime_error {
 std::optional<std::uint32_t> parse_number(std::string_view word);
 
 // parse_collections reads a list of TYPE INDEX pairs; the type is a file stem or a code. An agent
-// type is followed by its control index, a supervisor kind (12 to 14) is not. Throws UsageError.
-std::vector<Collection> parse_collections(const std::vector<std::string>& words);
+// type is followed by its control index, a supervisor kind (12 to 14) is not, or, where it is the
+// only one, by 0. Throws UsageError.
+std::vector<Collection> parse_collections(std::vector<std::string> words);
 
-// parse_collection reads the words of exactly one collection. Here a supervisor kind may have the
-// index 0 after it. Throws UsageError.
-Collection parse_collection(std::vector<std::string> words);
+// parse_collection reads the words of exactly one collection. Throws UsageError.
+Collection parse_collection(const std::vector<std::string>& words);
 
 // title returns "host 3" or "etherstats".
 std::string title(const Collection& collection);

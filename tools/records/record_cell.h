@@ -31,6 +31,11 @@ inline std::uint32_t number_at(const unsigned char* field) {
   return number;
 }
 
+// key_of returns the octets of a record's key.
+inline std::string_view key_of(const RecordLayout& layout, const unsigned char* record) {
+  return {reinterpret_cast<const char*>(record), layout.key_size};
+}
+
 // value_of returns a column that is_value.
 inline double value_of(const RecordLayout& layout, const unsigned char* record,
                        std::size_t column) {

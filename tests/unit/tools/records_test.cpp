@@ -118,13 +118,15 @@ TEST(RowSelection, ValuesFallKeysRiseTotalsComeLast) {
       {{2, true, 2}, {}, {5, 3, kTotalIndex}},
       {{{}, false, 0}, {"protocolDirLocalIndex=[135]", "PROTOCOLDISTSTATSPKTS>0"}, {3, 1}},
       {{{}, false, 0}, {"protocolDistStatsPkts<5", "protocolDirLocalIndex!=3"}, {5}},
+      {{{}, false, 0}, {"protocolDistStatsPkts>=1", "protocolDistStatsOctets<=0.05k"}, {3, 1, 2}},
       {{{}, false, 0}, {"protocolDirLocalIndex=total"}, {kTotalIndex}},
   };
   for (const auto& each : cases) {
     const LoadedView loaded = load_view(files, RowFilter(layout, each.where), each.order, nullptr);
     EXPECT_EQ(local_indexes(loaded.view.rows), each.rows);
   }
-  for (const char* bad : {"frob=1", "protocol_tag", "protocolDistStatsPkts<x", "protocol_tag!1"}) {
+  for (const char* bad : {"frob=1", "protocol_tag", "protocolDistStatsPkts<x", "protocol_tag!1",
+                          "protocol_tag>1kk"}) {
     EXPECT_THROW(RowFilter(layout, {bad}), UsageError) << bad;
   }
 }
@@ -183,8 +185,10 @@ TEST(Names, ComeFromFilesThatMayBeAnything) {
   EXPECT_EQ(protocol(), "");
 }
 
-std::vector<std::string> codes_of(const OpenFiles& files) {
-  Annotator annotator(files, {60, 0});
+// codes_of judges beside what other delta files cover, by default with an interval of 10 seconds.
+std::vector<std::string> codes_of(const OpenFiles& files,
+                                  const std::vector<Covered>& others = {{1000, 1010}}) {
+  Annotator annotator(files, {60, 0, others});
   std::vector<std::string> codes;
   Records records = files.main.records();
   while (const unsigned char* record = records.next()) {
@@ -288,6 +292,13 @@ TEST(Annotate, TellsWhatTheSamplesShow) {
     match_samples(files, file_of(each.header, each.last, FileKind::last),
                   file_of({0, 500, 1000, type}, each.prev, FileKind::prev));
     EXPECT_EQ(codes_of(files), each.codes) << each.what;
+  }
+  // Where all intervals are longer, the plan is another; but not that of an hour.
+  OpenFiles files = only(kVlan, "");
+  for (const auto& [interval, codes] :
+       std::initializer_list<std::pair<int, std::size_t>>{{67, 0}, {3600, 1}}) {
+    files.main = file_of({interval, 0, 1000 + interval, kVlan}, "");
+    EXPECT_EQ(codes_of(files, {{1000, 1000 + interval}, {900, 910}}).size(), codes) << interval;
   }
   EXPECT_EQ(
       codes_of(only(kEtherStats, std::string(28, '\0') + bytes_of(100.0) + std::string(136, '\0'))),
