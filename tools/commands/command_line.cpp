@@ -36,6 +36,7 @@ struct Words {
   bool csv = false;
   bool no_notes = false;
   bool no_viewing = false;
+  bool no_wait = false;
   ViewOptions view;
   std::string since = "1d";
   RecordOptions record;
@@ -61,10 +62,21 @@ std::optional<seconds> duration_of(const Words& words) {
   return words.duration == 0 ? std::nullopt : std::optional(seconds{words.duration});
 }
 
-void add_collection(CLI::App& command, Words& words, const char* help, bool required = true) {
-  CLI::Option* option = command.add_option("collection", words.collections, help);
-  option->type_name("TYPE [INDEX]");
-  if (required) option->required();
+CLI::Option* add_collections(CLI::App& command, Words& words, const char* help) {
+  return command.add_option("collection", words.collections, help)->type_name("TYPE [INDEX]");
+}
+
+void add_collection(CLI::App& command, Words& words) {
+  const auto add = [&](const char* name, const char* help) {
+    const auto take = [&words](const std::string& word) { words.collections.push_back(word); };
+    return command.add_option_function<std::string>(name, take, help)->type_name("");
+  };
+  add("TYPE", "Its type")->required();
+  add("INDEX", "Its control index; a kind of the supervisor has none");
+}
+
+void add_top(CLI::App& command, std::size_t& top, const char* help) {
+  command.add_option("--top", top, help)->check(CLI::Range(0, 1'000'000'000))->type_name("N");
 }
 
 void add_duration(CLI::App& command, Words& words) {
@@ -116,20 +128,17 @@ void note_odd(MessageType type, const ControlMessage& message) {
 }
 
 ExitCode run_message(const ToolPaths& paths, const MessageCommand& command, const Words& words) {
-  ControlMessage message{static_cast<std::uint32_t>(command.type), 0, 0};
-  if (command.names_collection) {
-    const Collection collection = parse_collection(words.collections);
-    message.collection_type = collection.type;
-    message.collection_index = collection.index;
-    if (words.keep != 0) {
-      note_odd(command.type, message);
-      return keep_viewing(paths, {collection}, seconds{words.keep});
-    }
-  } else if (command.type == MessageType::set_interval) {
-    message.collection_type = static_cast<std::uint32_t>(words.interval);
+  const auto code = static_cast<std::uint32_t>(command.type);
+  const std::vector<Collection> collections = parse_collections(words.collections);
+  std::vector<ControlMessage> messages;
+  for (const auto& [type, index] : collections) messages.push_back({code, type, index});
+  if (!command.names_collection) {
+    messages.push_back({code, static_cast<std::uint32_t>(words.interval), 0});
   }
-  note_odd(command.type, message);
-  return send(paths, message);
+  for (const ControlMessage& message : messages) note_odd(command.type, message);
+  if (words.keep != 0) return keep_viewing(paths, collections, seconds{words.keep});
+  return command.type == MessageType::terminate ? stop(paths, !words.no_wait)
+                                                : send(paths, messages);
 }
 
 void add_message(const Builder& builder, const MessageCommand& command) {
@@ -137,7 +146,7 @@ void add_message(const Builder& builder, const MessageCommand& command) {
   CLI::App& sub = builder.add(command.name, command.help, [&builder, &command] {
     return run_message(builder.paths, command, builder.words);
   });
-  if (command.names_collection) add_collection(sub, words, "The collection");
+  if (command.names_collection) add_collections(sub, words, "One or more")->required();
   if (command.type == MessageType::set_interval) {
     sub.add_option("seconds", words.interval, "15 to 3600")->required()->type_name("SECONDS");
   }
@@ -148,18 +157,21 @@ void add_message(const Builder& builder, const MessageCommand& command) {
         ->check(CLI::Range(1, 3600))
         ->type_name("[SECONDS]");
   }
+  if (command.type == MessageType::terminate) {
+    sub.add_flag("--no-wait", words.no_wait, "Do not wait until it has ended");
+  }
 }
 
 // The options that say which rows are shown, and how.
 void add_view_options(CLI::App& command, Words& words) {
   ViewOptions& view = words.view;
-  command.add_option("--top", view.top, "Show only the first N rows; 0: all")->type_name("N");
+  add_top(command, view.top, "Show only the first N rows; 0: all");
   command.add_option("--sort", view.sort, "Order by a column: values falling, keys rising")
       ->type_name("COLUMN");
   command.add_flag("--reverse", view.reversed, "Reverse the order");
   command
       .add_option("--where", view.where,
-                  "Only rows with COLUMN=PATTERN, COLUMN!=PATTERN, COLUMN<N or COLUMN>N")
+                  "Only rows with COLUMN=PATTERN, != too, or COLUMN>N, >=, <, <= (N: 1500, 1.5k)")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("CONDITION");
@@ -195,7 +207,7 @@ void add_show(const Builder& builder) {
     return show(builder.paths, parse_collection(read.collections), view_of(read),
                 seconds{read.wait});
   });
-  add_collection(sub, words, "The collection");
+  add_collection(sub, words);
   sub.add_option("--file", words.file, "delta (rates, the default), last or prev (counts)")
       ->check(CLI::IsMember({"delta", "last", "prev"}))
       ->type_name("KIND");
@@ -220,7 +232,7 @@ void add_watch(const Builder& builder) {
         options.duration = duration_of(read);
         return watch(builder.paths, options);
       });
-  add_collection(sub, words, "One or more");
+  add_collections(sub, words, "One or more; default: an overview of all that have files");
   add_view_options(sub, words);
   add_every(sub, words);
   sub.add_flag("--no-viewing", words.no_viewing, "Do not tell the daemon that somebody looks");
@@ -236,7 +248,7 @@ void add_view(const Builder& builder) {
         return keep_viewing(builder.paths, parse_collections(builder.words.collections),
                             seconds{builder.words.every});
       });
-  add_collection(sub, builder.words, "One or more");
+  add_collections(sub, builder.words, "One or more")->required();
   add_every(sub, builder.words);
 }
 
@@ -261,15 +273,14 @@ void add_record(const Builder& builder) {
     read.duration = duration_of(builder.words);
     return record(builder.paths, read);
   });
-  add_collection(sub, builder.words, "One or more; default: all that have files", false);
+  add_collections(sub, builder.words, "One or more; default: all that have files");
   CLI::Option* rrd =
       sub.add_option("--rrd", options.rrd_directory, "Into round robin databases, one for each row")
           ->type_name("DIR");
   sub.add_option("--csv", options.csv_directory, "Into CSV files, one for each collection")
       ->excludes(rrd)
       ->type_name("DIR");
-  sub.add_option("--top", options.top, "Only the N busiest rows of each interval; 0: all")
-      ->type_name("N");
+  add_top(sub, options.top, "Only the N busiest rows of each interval; 0: all");
   sub.add_option("--rows", options.rows,
                  "Databases of each collection at most; default 1000, of some 300 kB each")
       ->check(CLI::Range(1, 1'000'000))
@@ -299,15 +310,15 @@ void add_history(const Builder& builder) {
     read.collection = parse_collection(builder.words.collections);
     read.since = parse_period(builder.words.since);
     read.format = view_of(builder.words).format;
-    return history(read);
+    return history(builder.paths, read);
   });
-  add_collection(sub, words, "The collection");
+  add_collection(sub, words);
   sub.add_option("--since", words.since, "How far back: 90s, 30min, 6h, 7d or 2w; default 1d")
       ->type_name("PERIOD");
   sub.add_option("--key", options.key, "One row, with all its counters")->type_name("KEY");
   sub.add_option("--column", options.column, "Which rate of all rows; default: the main one")
       ->type_name("COLUMN");
-  sub.add_option("--top", options.top, "Only the N busiest rows; 0: all")->type_name("N");
+  add_top(sub, options.top, "Only the N busiest rows; 0: all");
   sub.add_option("--rrd", options.directory, "The directory that record was given")
       ->type_name("DIR");
   sub.add_flag("--csv", words.csv, "As CSV")->excludes(add_json(sub, words, "As one JSON object"));
@@ -320,10 +331,8 @@ void add_metrics(const Builder& builder) {
     read.scope.collections = parse_collections(builder.words.collections);
     return metrics(builder.paths, read);
   });
-  add_collection(sub, builder.words, "One or more; default: all that have files", false);
-  sub.add_option("--top", options.scope.top,
-                 "Rows of each collection with series of their own; default 50")
-      ->type_name("N");
+  add_collections(sub, builder.words, "One or more; default: all that have files");
+  add_top(sub, options.scope.top, "Rows of each collection with series of their own; default 50");
   CLI::Option* file =
       sub.add_option("--textfile", options.textfile, "Replace FILE with the page, as a whole")
           ->type_name("FILE");
@@ -352,6 +361,14 @@ int tallyctl(int argc, const char* const* argv, const ToolPaths& paths) {
   add_history(builder);
   add_metrics(builder);
   try {
+    std::vector<std::string> known;
+    for (const CLI::App* each : app.get_subcommands([](const CLI::App*) { return true; })) {
+      known.push_back(each->get_name());
+    }
+    if (argc > 1 && argv[1][0] != '-' && std::ranges::find(known, argv[1]) == known.end()) {
+      throw UsageError(fmt::format("there is no command '{}'; commands are {}", argv[1],
+                                   fmt::join(known, ", ")));
+    }
     app.parse(argc, argv);
     return action();
   } catch (const CLI::ParseError& error) {

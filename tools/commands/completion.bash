@@ -11,12 +11,28 @@ _tallyctl_indexes() {
   done
 }
 
+# The options of a command, as its help has them.
+_tallyctl_options() {
+  tallyctl "$1" --help 2>/dev/null | grep -oE -- '--[a-z-]+' | sort -u
+}
+
+# The columns of a type, as tallyctl has them.
+_tallyctl_columns() {
+  tallyctl show "$1" 0 --sort '?' 2>&1 | sed -n 's/.*columns are //; T; s/, /\n/g; p'
+}
+
 _tallyctl() {
-  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words=
+  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words= word
   COMPREPLY=()
   case $prev in
     --file) words="delta last prev" ;;
     --color) words="auto never" ;;
+    --sort | --where | --column)
+      for word in "${COMP_WORDS[@]:2:COMP_CWORD-2}"; do
+        [[ " $_tallyctl_types " == *" $word "* ]] && words+=" $(_tallyctl_columns "$word")"
+      done
+      [[ -n $words ]] || return
+      ;;
     --rrd | --csv)
       if [[ ${COMP_WORDS[1]} == record || $prev == --rrd ]]; then
         mapfile -t COMPREPLY < <(compgen -d -- "$cur")
@@ -35,17 +51,10 @@ _tallyctl() {
     words="create destroy viewing view interval reload rescan stop show watch status check record history metrics --help --version"
   elif [[ -z $words ]]; then
     case ${COMP_WORDS[1]} in
-      create | destroy) words=$_tallyctl_types ;;
-      viewing) words="$_tallyctl_types --keep" ;;
-      view) words="$_tallyctl_types --every" ;;
-      show) words="$_tallyctl_types --file --json --csv --top --sort --reverse --where --line-speed --no-notes --wide --si --resolve --color --wait" ;;
-      watch) words="$_tallyctl_types --top --sort --reverse --where --line-speed --no-notes --wide --si --resolve --color --every --no-viewing --count --seconds" ;;
-      status | check) words="--json" ;;
-      record) words="$_tallyctl_types --rrd --csv --top --rows --seconds" ;;
-      history) words="$_tallyctl_types --since --key --column --top --rrd --json --csv" ;;
-      metrics) words="$_tallyctl_types --top --textfile --listen" ;;
+      interval | reload | rescan | stop | status | check) ;;
+      *) words=$_tallyctl_types ;;
     esac
-    [[ $cur == -* || ${COMP_WORDS[1]} == status || ${COMP_WORDS[1]} == check ]] && words+=" --help"
+    [[ -n $words && $cur != -* ]] || words+=" $(_tallyctl_options "${COMP_WORDS[1]}")"
   fi
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
 }

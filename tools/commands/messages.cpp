@@ -1,10 +1,12 @@
 // The commands that send messages.
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include "commands/tallyctl.h"
 #include "console/terminal.h"
 #include "console/wait.h"
 #include "pipe/pipe_writer.h"
+#include "probes/daemon_probe.h"
 
 namespace tally {
 namespace {
@@ -12,13 +14,53 @@ namespace {
 // A daemon that is busy with the supervisor reads its pipe only when it is done.
 constexpr std::chrono::milliseconds kPipePatience{5000};
 
+// A daemon that obeys takes two seconds where the supervisor is silent; one that writes to a slow
+// disk takes longer.
+constexpr std::chrono::seconds kStopPatience{30};
+constexpr std::chrono::seconds kStopWord{1};
+constexpr std::chrono::milliseconds kStopLook{50};
+
 }  // namespace
 
-ExitCode send(const ToolPaths& paths, const ControlMessage& message) {
-  const PipeAnswer answer = send_message(paths.control_pipe, message, kPipePatience);
-  if (answer.state == PipeState::read) return kDone;
-  complain(answer.text());
-  return kUnreachable;
+ExitCode send(const ToolPaths& paths, const std::vector<ControlMessage>& messages) {
+  for (const ControlMessage& message : messages) {
+    const PipeAnswer answer = send_message(paths.control_pipe, message, kPipePatience);
+    if (answer.state == PipeState::read) continue;
+    complain(answer.text());
+    return kUnreachable;
+  }
+  return kDone;
+}
+
+ExitCode stop(const ToolPaths& paths, bool wait) {
+  const DaemonState daemon = probe_daemon(paths.pid_file);
+  const ExitCode sent = send(paths, {{static_cast<std::uint32_t>(MessageType::terminate), 0, 0}});
+  if (sent != kDone || !wait) return sent;
+  if (!daemon.error.empty()) {
+    complain(fmt::format("cannot see when it has ended: {}: {}", paths.pid_file, daemon.error));
+    return kAbsent;
+  }
+  const Deadline end(kStopPatience);
+  std::optional<Deadline> word(kStopWord);
+  while (daemon.running) {
+    // The lock may be another's by now: a daemon that was started again.
+    const DaemonState now = probe_daemon(paths.pid_file);
+    if (!now.running || now.pid != daemon.pid) break;
+    if (end.over()) {
+      complain(
+          fmt::format("process {} has not ended within {} s; its messages in syslog (local2) "
+                      "say what it does",
+                      *daemon.pid, kStopPatience.count()));
+      return kAbsent;
+    }
+    if (word && word->over()) {
+      complain(fmt::format("waiting up to {} s for process {} to end", kStopPatience.count(),
+                           *daemon.pid));
+      word.reset();
+    }
+    wait_for({}, kStopLook);
+  }
+  return kDone;
 }
 
 ExitCode keep_viewing(const ToolPaths& paths, const std::vector<Collection>& collections,

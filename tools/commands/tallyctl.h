@@ -78,7 +78,8 @@ struct MetricsOptions {
 // Each command does its work, writes data to standard output and words to standard error, and
 // returns the exit code. Those that go on end early, with their result, on SIGINT and SIGTERM. They
 // throw UsageError for options that make no sense for the collection.
-ExitCode send(const ToolPaths& paths, const ControlMessage& message);
+ExitCode send(const ToolPaths& paths, const std::vector<ControlMessage>& messages);
+ExitCode stop(const ToolPaths& paths, bool wait);
 ExitCode keep_viewing(const ToolPaths& paths, const std::vector<Collection>& collections,
                       std::chrono::seconds period);
 ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOptions& options,
@@ -87,7 +88,7 @@ ExitCode watch(const ToolPaths& paths, const WatchOptions& options);
 ExitCode status(const ToolPaths& paths, bool json);
 ExitCode check(const ToolPaths& paths, bool json);
 ExitCode record(const ToolPaths& paths, const RecordOptions& options);
-ExitCode history(const HistoryOptions& options);
+ExitCode history(const ToolPaths& paths, const HistoryOptions& options);
 ExitCode metrics(const ToolPaths& paths, const MetricsOptions& options);
 
 // tallyctl understands the command line and runs one command. The process ignores SIGPIPE

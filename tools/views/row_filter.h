@@ -13,28 +13,34 @@ namespace tally {
 class RowFilter {
  public:
   // Reads conditions COLUMN OP VALUE, all of which must hold. `=` and `!=` compare the value and
-  // its name with a pattern of the shell (*, ?, [...]): one of them is enough. `<` and `>` compare
-  // numbers. `names` may be null, and outlives the filter. Throws UsageError.
+  // its name with a pattern of the shell (*, ?, [...]): one of them is enough. `<`, `<=`, `>` and
+  // `>=` compare numbers, which may end in k, M, G or T. `names` may be null, and outlives the
+  // filter. Throws UsageError.
   RowFilter(const RecordLayout& layout, const std::vector<std::string>& conditions,
             const Names* names = nullptr);
 
-  bool empty() const { return conditions_.empty(); }
+  // search lets only rows through that have this text in a part of their key, or in its name.
+  void search(const std::string& text) { sought_ = text.empty() ? text : '*' + text + '*'; }
+
+  bool empty() const { return conditions_.empty() && sought_.empty(); }
   bool accepts(const unsigned char* record) const;
 
  private:
-  enum class Operation { like, unlike, less, greater };
   struct Condition {
     std::size_t column;
-    Operation operation;
-    std::string pattern;
+    bool (*compare)(double, double);  // with the bound; null: a pattern
     double bound;
+    std::string pattern;
+    bool unlike;
   };
 
   bool holds(const Condition& condition, const unsigned char* record) const;
+  bool is_like(const std::string& pattern, const unsigned char* record, std::size_t column) const;
 
   const RecordLayout& layout_;
   const Names* names_;
   std::vector<Condition> conditions_;
+  std::string sought_;  // a pattern; empty: none
 };
 
 }  // namespace tally
