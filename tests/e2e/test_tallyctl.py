@@ -71,15 +71,20 @@ def messages(reader):
 
 
 # What is typed, and the message; and what is said of one that does not do what it says.
-SENT = (("create host 3", (3, 0, 3), ""), ("destroy 10 4294967295", (4, 10, 4294967295), ""),
-        ("viewing etherstats 0", (2, 12, 0), ""), ("create dsmatrix 1", (3, 10, 1), "note: the daemon only logs"),
-        ("interval 15", (1, 15, 0), ""), ("interval -1", (1, 0xffffffff, 0), "note: the daemon takes 15 s for -1 s"),
-        ("interval 3601", (1, 3601, 0), "note: the daemon takes 3600 s"), ("reload", (5, 0, 0), ""),
-        ("rescan", (6, 0, 0), ""), ("stop", (0, 0, 0), ""))
+SENT = (("create host 3 supvlan", [(3, 0, 3), (3, 13, 0)], ""), ("destroy 10 4294967295", [(4, 10, 4294967295)], ""),
+        ("viewing etherstats 0", [(2, 12, 0)], ""), ("create dsmatrix 1", [(3, 10, 1)], "note: the daemon only logs"),
+        ("interval 15", [(1, 15, 0)], ""), ("interval -1", [(1, 0xffffffff, 0)], "note: the daemon takes 15 s for -1 s"),
+        ("interval 3601", [(1, 3601, 0)], "note: the daemon takes 3600 s"), ("reload", [(5, 0, 0)], ""),
+        ("rescan", [(6, 0, 0)], ""), ("stop", [(0, 0, 0)], ""))
 
 # What is typed, the exit status, and what stands in standard output and standard error: nothing where nothing is.
 SAID = (
-    ("frob", 2, "", "A subcommand is required"), ("create host", 2, "", "needs a control index"),
+    ("frob", 2, "", "there is no command 'frob'; commands are create,"), ("create host", 2, "", "needs a control index"),
+    ("show host 1 --top -1", 2, "", "not in range"), ("watch", 2, "", "needs a terminal"),
+    ("show host 3 pdist 1", 2, "", "not expected"), ("metrics --listen 99999999", 2, "", "cannot listen at"),
+    ("show host 77", 1, "", "hint: it has no files yet: 'tallyctl create host 77'"),
+    ("show host 9", 1, "", "hint: there is a sample but no delta file yet: 'tallyctl view host 9'"),
+    ("show host 10", 1, "", "hint: the agent has no rows for it: does the agent have host control row 10?"),
     ("create host 4294967296", 2, "", "is not a control index"), ("create host 1 2", 2, "", "needs a control index"),
     ("create 11 1", 2, "", "unknown collection type"), ("viewing host 1 --keep 0", 2, "", "--keep"),
     ("watch host 1 --sort frob", 2, "", "no column 'frob'"), ("--help", 0, "tallyctl", ""),
@@ -90,7 +95,7 @@ SAID = (
     ("show host 9 --file prev", 1, "", "no such file yet"), ("show etherstats --file last", 2, "", "in memory"),
     ("show host 1 --json --csv", 2, "", "excludes"), ("view host 1 pdist", 2, "", "needs a control index"),
     ("record", 2, "", "needs one of"), ("record --csv /proc/none/there", 1, "", "name a directory"),
-    ("metrics --listen nowhere", 1, "", "cannot listen at 'nowhere'"),
+    ("metrics --listen nowhere", 2, "", "cannot listen at 'nowhere'"),
     ("metrics --textfile /proc/none", 1, "", "its directory must exist"),
     ("metrics host 1", 0, 'tallyd_file_good{type="host",index="1",file="last",state="absent"} 0', ""),
     ("show host 3", 1, "", "is empty"), ("show host 4", 1, "", "15 octets are too short"),
@@ -119,7 +124,7 @@ def test_what_is_sent_and_said(pipe):
     put("prio_1_prev", 6, time=1_700_000_000 - 60)
     for line, message, note in SENT:
         done = run(line)
-        assert (done.returncode, messages(pipe)) == (0, [message]), line
+        assert (done.returncode, messages(pipe)) == (0, message), line
         assert note in done.stderr and bool(note) == bool(done.stderr), line
     with locked(put("host_7", 0, bytes(62))):
         for line, status, out, words in SAID:
@@ -199,7 +204,7 @@ def test_viewing(pipe):
     rounds([(2, 0, 1), (2, 2, 1)])
     put("pdist_1", 2, bytes(3 * 24))
     out, words = watch.communicate(timeout=60)
-    assert watch.returncode == 0 and "pdist 1: no such file yet" in words
+    assert watch.returncode == 0 and "pdist 1: it has no files yet: 'tallyctl create pdist 1'" in words
     assert "host 1  interval 60 s" in out and "3 rows" in out
     messages(pipe)
     for number in (signal.SIGINT, signal.SIGTERM):
@@ -210,12 +215,10 @@ def test_viewing(pipe):
 
 
 @needs("rrdtool")
-def test_record(pipe, tmp_path, monkeypatch):
+def test_record(pipe, tmp_path):
     """Each interval once; what was polled while nobody recorded, and what is not a rate, is unknown afterwards."""
     def poll(end, packets):
-        put("nlhost_1", 3, struct.pack("<II4s12x5d", 7, 4, b"\xc0\0\2\1", packets, 0, 0, 0, 8), time=end)
-    (tmp_path / "hosts").write_text("192.0.2.1 router")
-    monkeypatch.setenv("TALLYD_NAMES", str(tmp_path))
+        put("nlhost_1", 3, struct.pack("<II4s12x5d", 7, 4, b"\x7f\0\0\1", packets, 0, 0, 0, 8), time=end)
     base = int(time.time()) // 60 * 60 - 600
     file = tmp_path / "csv" / "nlhost_1.csv"
     csv, rrd = (f"record nlhost 1 --{kind} {tmp_path}/{kind}" for kind in ("csv", "rrd"))
@@ -229,30 +232,20 @@ def test_record(pipe, tmp_path, monkeypatch):
     recorder.terminate()
     assert recorder.wait(60) == 0
     (tmp_path / "rrd/nlhost_1/8_127.0.0.2.rrd").write_bytes(b"makes room")
-    with open(tmp_path / "rrd/nlhost_1/7_192.0.2.1.rrd", "r+b") as reader:  # the recorder waits for it
-        fcntl.lockf(reader, fcntl.LOCK_SH)
-        waiting = begin(rrd + " --rows 1 --seconds 1")
-        processes.wait_until(lambda: "inotify" in str(processes.descriptors(waiting.pid)))
-        time.sleep(0.2)
-    assert waiting.wait(60) == 0
+    tallyctl(rrd + " --rows 1 --seconds 1")
     assert file.read_text().splitlines()[1:] == [
-        f"{base + 60},60,7,192.0.2.1,1.5,0,0,0,8,,,router", f"{base + 240},180,,,,,,,,gap,,", f"{base + 300},60,7,192.0.2.1,2.5,0,0,0,8,,,router"]
+        f"{base + 60},60,7,127.0.0.1,1.5,0,0,0,8,", f"{base + 240},180,,,,,,,,gap", f"{base + 300},60,7,127.0.0.1,2.5,0,0,0,8,"]
     history = f"history nlhost 1 --rrd {tmp_path}/rrd --since 15min "
-    assert tallyctl(history + "--csv").splitlines()[1:] == [f"{base + 60},7 192.0.2.1,1.5,0,0,0,8,,router", f"{base + 300},7 192.0.2.1,2.5,0,0,0,8,,router"]
-    assert json.loads(tallyctl(history + "--json"))["rows"][0]["nlHostAddress_name"] == "router"
+    assert tallyctl(history + "--csv").splitlines()[1:] == [f"{base + 60},7 127.0.0.1,1.5,0,0,0,8", f"{base + 300},7 127.0.0.1,2.5,0,0,0,8"]
     shown = run(history, env=dict(os.environ, LANG="C", LC_ALL="")).stdout.splitlines()
-    assert re.fullmatch(r"Out, bit/s +mean +most +last", shown[1]) and re.search(r"^7 router +0 +0 +0 +_   _", shown[2])
-    assert re.search(r"\nIn, pkt/s +2 +2.50 +2.50 +\S   \S", run(history + "--column nlHostInPkts --key", "7 router").stdout)
-    file.write_text(file.read_text().replace(",protocolDirLocalIndex_name,nlHostAddress_name", ""))  # begun before there were names
-    poll(base + 360, 3)
-    tallyctl(csv + " --seconds 1")
+    assert re.fullmatch(r"Out, bit/s +mean +most +last", shown[1]) and re.search(r"^7 127.0.0.1 +0 +0 +0 +_   _", shown[2])
+    assert re.search(r"\nIn, pkt/s +2 +2.50 +2.50 +\S   \S", run(history + "--column nlHostInPkts --key", "7 127.0.0.1").stdout)
     before = file.read_text()
-    assert before.splitlines()[-1] == f"{base + 360},60,7,192.0.2.1,3,0,0,0,8,"
 
     def full_disk():
         signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
         resource.setrlimit(resource.RLIMIT_FSIZE, (len(before) + 5, len(before) + 5))
-    poll(base + 420, 3)
+    poll(base + 360, 3)
     assert "this interval is missing there" in run(csv + " --seconds 1", preexec_fn=full_disk).stderr
     assert file.read_text() == before
 
@@ -343,15 +336,103 @@ def test_screen(pipe):
         assert "2 rows by" in lines[0] and lines[1:] == table
     screen = on_screen("show host 1 --color never").replace("\r", "").splitlines()
     assert max(map(len, screen)) <= 40 and "Host               In, bit/s  Out, bit/s" in screen and screen[-1].endswith("(--wide)"), screen
-    show, watch = "show vlan 1 --top 1", "watch --no-viewing vlan 1 prio 1 --count 1"
+    show = "show vlan 1 --top 1"
     assert "\x1b[1mvlan 1" in on_screen(show)
     for plain in (tallyctl(show), on_screen(show, no_color="1"), on_screen(show + " --color never"),
-                  on_screen(watch, "dumb")):
+                  on_screen("watch --no-viewing vlan 1 prio 1 --count 1", "dumb")):
         assert plain and "\x1b" not in plain
-    for line, last in ((watch, "prio 1"), (watch + " host 1", "vlan 1")):
-        frame = on_screen(line)
-        assert frame.startswith("\x1b[?1049h\x1b[?25l") and frame.endswith("\x1b[?25h\x1b[?1049l")
-        assert "\x1b[H" in frame and last + "  interval 60 s" in frame and frame.count("\n") < 10  # it does not scroll
+
+
+class Watch:
+    """tallyctl watch on a terminal, and what stands there."""
+    def __init__(self, line, size, **env):
+        screen, self.terminal = pty.openpty()
+        self.resize(*size)
+        self.screen = open(screen, "r+b", buffering=0)
+        os.set_blocking(screen, False)
+        self.written = ""
+        self.process = subprocess.Popen([TALLYCTL, "watch", *line.split()], stdin=self.terminal, stdout=self.terminal,
+                                        env={**os.environ, "TERM": "xterm", "NO_COLOR": "", **env})
+
+    def resize(self, lines, columns):
+        self.size = lines, columns
+        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("4H", lines, columns, 0, 0))
+        if hasattr(self, "process"):
+            self.process.send_signal(signal.SIGWINCH)
+
+    def lines(self):
+        """The last whole frame; no line of any is too long, and none scrolls."""
+        self.written += (self.screen.read(1 << 20) or b"").decode()
+        frame = self.written.rpartition("\x1b[0m")[0].rpartition("\x1b[H")[2]
+        return re.sub(r"\x1b\[[0-9;]*[mK]", "", frame).replace("\r", "").split("\n")
+
+    def shows(self, *texts, without=()):
+        def wrong():
+            shown = "\n".join(self.lines())
+            missing = [text for text in texts if text not in shown] + [text for text in without if text in shown]
+            return shown, missing, shown.count("\n") + 1 - self.size[0], max(map(len, shown.split("\n"))) > self.size[1]
+        with contextlib.suppress(AssertionError):
+            processes.wait_until(lambda: wrong()[1:] == ([], 0, False))
+        if wrong()[1:] != ([], 0, False):
+            pytest.fail("{}\n{}".format(wrong()[1:], wrong()[0]))
+
+    def press(self, keys, *texts, without=()):
+        self.screen.write(keys.encode())
+        self.shows(*texts, without=without)
+
+
+UP, DOWN, RIGHT, LEFT = ("\x1b[A", "\x1bOB", "\x1b[C", "\x1b[D")
+
+
+def test_watch(pipe):
+    """All collections at a glance, and one of them; at every size figures are whole or not there."""
+    def poll(number):
+        put("nlmatrix_1", 4, b"".join(struct.pack("<II16sI16s2d", 12, 16, b"\x20\1\x0d\xb8" * 4, 16, b"\x20\1\x0d" + bytes((row,)) * 13, 1, row * 12345)
+                                      for row in range(30)), time=int(time.time()) - 3 + number)
+        os.utime(DATA / "nlmatrix_1_delta.bin", (number, number))
+    poll(1)
+    put("host_1", 0, 3 * (b"\2" + bytes(61)))
+    (DATA / "host_2_delta.bin").write_bytes(bytes(15))
+    put("vlan_1_last", 5, bytes(36))
+    watch = Watch("--every 1", (24, 80), LC_ALL="C")
+    watch.shows("4 collections, 1 live, 1 stale, 1 failing, 1 waiting", " 43.0M ", "host 1: a newer sample should be there")
+    processes.wait_until(lambda: len(set(messages(pipe))) == 4)
+    poll(2)
+    watch.shows("  ##     2001", without=("host 2: ",))
+    watch.press(DOWN, "host 2: 15 octets are too short")
+    watch.press(RIGHT + RIGHT + "s", "Total bit/s")
+    watch.press("/NLM", "  /NLM", "nlmatrix 1", without=("host 1",))
+    watch.press("\r\r", "nlmatrix 1  interval 60 s", "18 of 30 rows by bit/s", "! not-compared", "1~  2.86M", "Esc back")
+    watch.press("n", "! rows are not compared")
+    watch.press("n" + 19 * DOWN + UP, "3 to 19 of 30 rows", "43.0M", without=("2.86M",))
+    watch.press("r\x1b[5~\x1b[5~", "18 of 30 rows", "d00:: ")
+    watch.press("r" + LEFT, "rows by Destination")
+    watch.press("/nlMatrixSDOctets>=.3M\r", "5 of 30 rows, 5 matching", "2.86M")
+    watch.press("\x1b/:1d1d", "1 of 30 rows, 1 matching", "/:1d1d_")
+    watch.press("\x7f\x7f\x7f\x7f\x7f\r", "17 of 30 rows")
+    watch.press("p", "  paused")
+    poll(3)
+    watch.press("?", "q            quit")
+    watch.press("xp", "sampled", without=("paused", "quit   "))
+    for size, there in (((10, 40), ("2001:db8:~  2001:d01:1~  98.8k",)), ((60, 200), ("2001:db8:2001:db8:2001:db8:2001:db8  2001:d01:", "98.8k", "pkt/s")), ((4, 20), ("nlmatrix 1",))):
+        watch.resize(*size)
+        watch.shows(*there)
+    watch.resize(24, 80)
+    watch.press("\x1b", "4 collections")
+    watch.process.send_signal(signal.SIGTSTP)
+    processes.wait_until(lambda: processes.state(watch.process.pid) == "T")
+    watch.lines()
+    assert watch.written.endswith("\x1b[?7h\x1b[?25h\x1b[?1049l") and termios.tcgetattr(watch.terminal)[3] & termios.ECHO
+    watch.process.send_signal(signal.SIGCONT)
+    watch.press("\x1bOP", "4 collections")  # a key that means nothing
+    watch.process.send_signal(signal.SIGTERM)
+    assert watch.process.wait(60) == 0
+    watch.lines()
+    assert watch.written.endswith("\x1b[?25h\x1b[?1049l") and termios.tcgetattr(watch.terminal)[3] & termios.ECHO
+    named = Watch("--no-viewing host 1 nlmatrix 1 vlan 1", (20, 80), LC_ALL="C.UTF-8")
+    named.shows("host 1  interval", "nlmatrix 1  interval", "  there is a sample but no delta file yet")
+    named.screen.write(b"\r\x1bq")
+    assert named.process.wait(60) == 1
 
 
 def test_names(pipe, tmp_path):
@@ -412,3 +493,13 @@ def test_with_a_daemon(agent, daemon):
     away = PIPE.rename(PIPE.with_suffix(".away"))
     assert "makes its pipe only when it starts" in tallyctl("check", status=1)
     away.rename(PIPE)
+
+
+def test_stop_waits(agent, own_daemon, log):
+    own_daemon.start()
+    os.kill(own_daemon.pid, signal.SIGSTOP)
+    stop = begin("stop")
+    assert f"for process {own_daemon.pid} to end" in stop.stderr.readline()
+    os.kill(own_daemon.pid, signal.SIGCONT)
+    assert stop.wait(60) == 0 and not own_daemon.running()
+    assert any("erminat" in text for _, text in log.take_all())

@@ -4,12 +4,29 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
+
+#include "console/wait.h"
 
 namespace tally {
+
+namespace {
+
+constexpr std::chrono::milliseconds kKeyTime{30};
+
+// What keys send: xterm, the console, and those that follow them.
+constexpr std::pair<std::string_view, int> kKeys[] = {
+    {"\x1b[A", kUp},      {"\x1bOA", kUp},        {"\x1b[B", kDown}, {"\x1bOB", kDown},
+    {"\x1b[C", kRight},   {"\x1bOC", kRight},     {"\x1b[D", kLeft}, {"\x1bOD", kLeft},
+    {"\x1b[5~", kPageUp}, {"\x1b[6~", kPageDown}, {"\n", kEnter},    {"\r", kEnter},
+    {"\x7f", kBackspace}, {"\b", kBackspace}};
+
+}  // namespace
 
 Terminal look_at_terminal() {
   Terminal terminal;
@@ -45,11 +62,11 @@ void Screen::enter() {
     raw.c_cc[VTIME] = 0;
     (void)tcsetattr(STDIN_FILENO, TCSANOW, &raw);
   }
-  (void)put("\x1b[?1049h\x1b[?25l\x1b[2J\x1b[H");
+  (void)put("\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[2J\x1b[H");
 }
 
 void Screen::leave() {
-  (void)put("\x1b[0m\x1b[?25h\x1b[?1049l");
+  (void)put("\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l");
   if (keyboard_) (void)tcsetattr(STDIN_FILENO, TCSANOW, &before_);
 }
 
@@ -59,19 +76,36 @@ void Screen::suspend() {
   enter();
 }
 
-std::string Screen::keys() const {
-  char typed[64];
-  const ssize_t got = keyboard_ ? read(STDIN_FILENO, typed, sizeof typed) : 0;
-  return got > 0 ? std::string(typed, static_cast<std::size_t>(got)) : std::string();
+std::vector<int> Screen::keys() const {
+  std::string typed;
+  char buffer[64];
+  ssize_t got = 0;
+  while (keyboard_ && (got = read(STDIN_FILENO, buffer, sizeof buffer)) > 0) {
+    typed.append(buffer, static_cast<std::size_t>(got));
+    // The rest of a key may be on its way; what comes alone is Escape.
+    if (typed.ends_with('\x1b')) wait_for({STDIN_FILENO}, kKeyTime);
+  }
+  std::vector<int> keys;
+  for (std::string_view rest = typed; !rest.empty();) {
+    const auto* const key =
+        std::ranges::find_if(kKeys, [&](const auto& each) { return rest.starts_with(each.first); });
+    const bool known = key != std::end(kKeys);
+    const bool sequence = rest.starts_with("\x1b[") || rest.starts_with("\x1bO");
+    if (known || !sequence) keys.push_back(known ? key->second : rest.front());
+    // Of a key that is not known nothing is taken for another: it ends with a letter or "~".
+    const std::size_t end = std::min(rest.find_first_of("~ABCDEFGHPQRS", 2), rest.size() - 1);
+    rest.remove_prefix(known ? key->first.size() : sequence ? end + 1 : 1);
+  }
+  return keys;
 }
 
 bool Screen::draw(const std::string& lines) {
-  std::string redrawn = "\x1b[H";
+  std::string redrawn = "\x1b[H\x1b[K";
   for (const char character : lines) {
-    if (character == '\n') redrawn += "\x1b[K";
     redrawn += character;
+    if (character == '\n') redrawn += "\x1b[K";
   }
-  return put(redrawn + "\x1b[K\x1b[J");
+  return put(redrawn);
 }
 
 bool put(const std::string& text) {

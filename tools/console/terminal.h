@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace tally {
 
@@ -19,6 +20,19 @@ struct Terminal {
 // and not empty; a terminal of type "dumb" counts as a file.
 Terminal look_at_terminal();
 
+// Keys that are no characters, beside Escape.
+enum Key : int {
+  kEscape = 0x1b,
+  kUp = 0x100,
+  kDown,
+  kLeft,
+  kRight,
+  kPageUp,
+  kPageDown,
+  kEnter,
+  kBackspace
+};
+
 // Screen takes the whole terminal while it lives: its other screen, without a cursor, and with keys
 // that arrive at once and are not shown. Whatever ends the command, the destructor gives all of it
 // back.
@@ -32,12 +46,12 @@ class Screen {
   // suspend gives the terminal back, stops the process as Ctrl-Z does, and takes it again later.
   void suspend();
 
-  // keys returns what was typed; never waits.
-  std::string keys() const;
+  // keys returns what was typed: characters of ASCII, and the keys above. Never waits for any.
+  std::vector<int> keys() const;
   int keys_fd() const { return keyboard_ ? 0 : -1; }
 
-  // draw shows lines from the upper left corner, each cleared behind its text, and nothing below,
-  // so that nothing flickers. Returns false when the terminal is gone.
+  // draw shows lines from the upper left corner, each cleared before its text, so that nothing
+  // flickers. Returns false when the terminal is gone.
   bool draw(const std::string& lines);
 
  private:

@@ -8,43 +8,17 @@
 #include <set>
 
 #include "daemon/base/collection_types.h"
+#include "views/course.h"
 
 namespace tally {
 namespace {
 
-constexpr std::string_view kGap = "  ";
 constexpr std::int64_t kDay = 86400;
-
-// TextColumn is a column of the table: its heading, then a cell for each line.
-struct TextColumn {
-  std::vector<std::string> cells;
-  bool left_aligned;
-  bool needed;  // stays where others are left out
-
-  std::size_t width() const {
-    return std::ranges::max_element(cells, {}, &std::string::size)->size();
-  }
-};
+constexpr std::size_t kFewestBars = 10;  // where they have room: an eighth of the line
 
 bool is_left_aligned(const Column& column) {
   return column.kind == ColumnKind::mac || column.kind == ColumnKind::address ||
          column.kind == ColumnKind::name;
-}
-
-// wrapped breaks a text between words, or between its parts where it has some; what goes on in the
-// next line is indented.
-std::string wrapped(std::string text, std::size_t width) {
-  std::size_t begin = 0;
-  while (width > kGap.size() && text.size() - begin > width) {
-    const std::size_t least = begin + kGap.size();  // behind the indentation
-    std::size_t end = text.rfind(kGap, begin + width);
-    if (end == std::string::npos || end < least) end = text.rfind(' ', begin + width);
-    if (end == std::string::npos || end < least) end = begin + width;
-    const std::size_t next = std::min(text.find_first_not_of(' ', end), text.size());
-    text.replace(end, next - end, "\n  ");
-    begin = end + 1;
-  }
-  return text;
 }
 
 std::string styled(const std::string& text, const TableStyle& style, fmt::text_style text_style) {
@@ -66,6 +40,10 @@ std::string sampled_text(const TableView& view, const TableStyle& style) {
                      : fmt::format(" ({} ago)", duration_text(std::max<std::int64_t>(age, 0))));
 }
 
+std::size_t first_of(const TableStyle& style) {
+  return style.cursor == nullptr ? 0 : style.cursor->first;
+}
+
 std::string headline(const TableView& view, const TableStyle& style, std::size_t shown) {
   std::string line = title(view.collection);
   if (view.kind == FileKind::delta) {
@@ -77,7 +55,9 @@ std::string headline(const TableView& view, const TableStyle& style, std::size_t
     }
   }
   line += "  sampled " + sampled_text(view, style) + "  ";
-  if (shown < view.count) line += fmt::format("{} of ", shown);
+  const std::size_t first = first_of(style);
+  if (first != 0) line += fmt::format("{} to ", first + 1);
+  if (shown < view.count) line += fmt::format("{} of ", first + shown);
   line += fmt::format("{} row{}", view.count, view.count == 1 ? "" : "s");
   if (view.accepted < view.count) line += fmt::format(", {} matching", view.accepted);
   if (view.order.column && shown != 0) {
@@ -87,17 +67,35 @@ std::string headline(const TableView& view, const TableStyle& style, std::size_t
   return line;
 }
 
-std::string head_text(const TableView& view, const TableStyle& style, std::size_t shown) {
-  std::string text =
-      styled(wrapped(headline(view, style, shown), style.width), style, fmt::emphasis::bold);
+std::size_t lines_of(const std::string& text) {
+  return static_cast<std::size_t>(std::ranges::count(text, '\n'));
+}
+
+// notes_text writes the notes about the file; folded, only their codes.
+std::string notes_text(const TableView& view, const TableStyle& style, bool folded) {
+  std::string text;
+  std::string codes;
   for (const FileNote& note : view.notes) {
-    text += styled(wrapped("! " + note.text, style.width), style, fg(fmt::terminal_color::yellow));
+    text += wrapped("! " + note.text, style.width) + '\n';
+    codes += (codes.empty() ? "! " : ", ") + std::string(note.code);
+  }
+  if (folded && !codes.empty()) {
+    const bool fits = codes.size() <= style.width;
+    text = (fits ? codes : fmt::format("! {} notes", view.notes.size())) + '\n';
   }
   return text;
 }
 
-std::size_t lines_of(const std::string& text) {
-  return static_cast<std::size_t>(std::ranges::count(text, '\n'));
+std::string head_text(const TableView& view, const TableStyle& style, std::size_t shown) {
+  std::string text =
+      styled(wrapped(headline(view, style, shown), style.width), style, fmt::emphasis::bold);
+  std::string notes = notes_text(view, style, style.folded);
+  // Some rows are always shown.
+  const bool many = style.lines != 0 && lines_of(notes) > style.lines / 2;
+  if (many) notes = notes_text(view, style, true);
+  if (notes.empty()) return text;
+  notes.pop_back();
+  return text + styled(notes, style, fg(fmt::terminal_color::yellow));
 }
 
 // Table makes the columns of some rows.
@@ -115,8 +113,12 @@ class Table {
     }
     for (const std::size_t i : style_.wide ? std::vector<std::size_t>() : people_columns(layout_)) {
       all.push_back(people(i));
+      all.back().marked = i == view_.order.column;
       if (i == layout_.rank && !view_.totals.empty() && view_.totals[i] > 0) {
         all.push_back(shares());
+      }
+      if (i == layout_.rank && style_.course != nullptr && style_.course->samples() > 1) {
+        all.push_back(bars());
       }
     }
     if (has_sum()) all.front().cells.back() = "total";
@@ -164,11 +166,12 @@ class Table {
   TextColumn people(std::size_t i) const {
     const Column& what = layout_.columns[i];
     if (!is_value(what.kind)) return key(i);
-    TextColumn made =
-        column(heading_text(what, view_.kind), false, i == view_.order.column.value_or(0),
-               [&](const Row& row) {
-                 return people_text(what, value_of(layout_, row.record, i), view_.kind);
-               });
+    // One rate is always there: that of the order, or the main one.
+    const std::size_t by = view_.order.column.value_or(layout_.rank);
+    const bool needed = i == (by < layout_.key_columns ? layout_.rank : by);
+    TextColumn made = column(heading_text(what, view_.kind), false, needed, [&](const Row& row) {
+      return people_text(what, value_of(layout_, row.record, i), view_.kind);
+    });
     if (has_sum()) made.cells.push_back(people_text(what, view_.totals[i], view_.kind));
     return made;
   }
@@ -206,6 +209,18 @@ class Table {
     return made;
   }
 
+  TextColumn bars() const {
+    const Course& course = *style_.course;
+    const std::size_t most = std::max(style_.width / 8, kFewestBars);
+    const std::string heading = duration_text(view_.now.value_or(course.begin()) - course.begin());
+    TextColumn made = column("Last " + heading, true, false, [&](const Row& row) {
+      return course.bars(key_of(layout_, row.record), most);
+    });
+    if (has_sum()) made.cells.push_back(course.bars("", most));
+    made.colour = kBarColour;
+    return made;
+  }
+
   const TableView& view_;
   const TableStyle& style_;
   const RecordLayout& layout_;
@@ -213,42 +228,12 @@ class Table {
   const bool brief_;
 };
 
-// fit takes out columns that have no room side by side, and returns their headings.
-std::string fit(std::vector<TextColumn>& columns, std::size_t room) {
-  std::size_t width = 0;
-  for (const TextColumn& each : columns) width += each.needed ? each.width() + kGap.size() : 0;
-  std::string left_out;
-  std::erase_if(columns, [&](const TextColumn& each) {
-    if (each.needed) return false;
-    width += each.width() + kGap.size();
-    // Once a column is out, so are all behind it.
-    if (left_out.empty() && width <= room + kGap.size()) return false;
-    left_out += (left_out.empty() ? "" : "; ") + each.cells.front();
-    return true;
-  });
-  return left_out;
-}
-
-// joined writes the columns side by side. A line that the needed ones alone make too long is cut.
-std::string joined(const std::vector<TextColumn>& columns, const TableStyle& style) {
-  std::string text;
-  for (std::size_t line = 0; line < columns.front().cells.size(); ++line) {
-    std::string cells;
-    for (const TextColumn& each : columns) {
-      if (&each != &columns.front()) cells += kGap;
-      const std::size_t missing = each.width() - each.cells[line].size();
-      if (!each.left_aligned) cells.append(missing, ' ');
-      cells += each.cells[line];
-      if (each.left_aligned) cells.append(missing, ' ');
-    }
-    if (style.width != 0 && cells.size() > style.width) cells.resize(style.width);
-    cells.erase(cells.find_last_not_of(' ') + 1);
-    text += styled(cells, style, line == 0 ? fmt::emphasis::underline : fmt::text_style{});
-  }
-  return text;
-}
-
 }  // namespace
+
+std::optional<double> sum_of(const TableView& view) {
+  if (view.layout->total == TotalRule::none) return std::nullopt;
+  return view.totals.empty() ? 0 : view.totals[view.layout->rank];
+}
 
 std::string table_text(const TableView& view, const TableStyle& style) {
   const auto is_part = [&](const Row& row) { return !is_total(*view.layout, row.record); };
@@ -257,15 +242,23 @@ std::string table_text(const TableView& view, const TableStyle& style) {
   std::string text = head_text(view, style, shown);
   if (rows.empty()) return text;
 
-  // Headings, and perhaps a total, go with the rows.
-  const std::size_t others = lines_of(text) + 1 + (rows.size() - shown) +
-                             (Table(view, style, rows, false).has_sum() ? 1U : 0U);
-  if (style.lines != 0 && shown + others > style.lines) {
-    const std::size_t room = style.lines > others ? style.lines - others : 1;
-    rows.erase(rows.begin() + static_cast<std::ptrdiff_t>(room),
-               rows.begin() + static_cast<std::ptrdiff_t>(shown));
-    shown = room;
-    text = head_text(view, style, shown);
+  if (style.lines != 0) {
+    // Headings, and perhaps a total, go with the rows; the headline may be longer when there are
+    // fewer of them.
+    const std::size_t others =
+        1 + (rows.size() - shown) + (Table(view, style, rows, false).has_sum() ? 1U : 0U);
+    const std::size_t all = shown;
+    for (int pass = 0; pass < 2; ++pass) {
+      const std::size_t taken = lines_of(text) + others;
+      const std::size_t room = style.lines > taken ? style.lines - taken : 1;
+      if (style.cursor != nullptr) style.cursor->keep(all, room);
+      shown = std::min(room, all - first_of(style));
+      text = head_text(view, style, shown);
+    }
+    const auto first = rows.begin() + static_cast<std::ptrdiff_t>(first_of(style));
+    rows.erase(first + static_cast<std::ptrdiff_t>(shown),
+               rows.begin() + static_cast<std::ptrdiff_t>(all));
+    rows.erase(rows.begin(), first);
   }
   std::vector<TextColumn> columns = Table(view, style, rows, false).columns();
   std::string left_out = style.width == 0 ? "" : fit(columns, style.width);
@@ -273,7 +266,10 @@ std::string table_text(const TableView& view, const TableStyle& style) {
     columns = Table(view, style, rows, true).columns();
     left_out = fit(columns, style.width);
   }
-  text += joined(columns, style);
+  const auto line = style.cursor == nullptr
+                        ? std::nullopt
+                        : std::optional(style.cursor->selected - style.cursor->first + 1);
+  text += joined(columns, {style.colour, line, style.width});
   if (!left_out.empty() && style.lines == 0) {
     text += styled(wrapped("no room for: " + left_out + " (--wide)", style.width), style,
                    fmt::emphasis::faint);

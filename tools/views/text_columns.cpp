@@ -1,0 +1,127 @@
+#include "views/text_columns.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace tally {
+namespace {
+
+constexpr std::string_view kGap = "  ";
+constexpr std::size_t kShortestWord = 4;
+
+// shorten takes `missing` characters from the widest columns of words.
+void shorten(std::vector<TextColumn>& columns, std::size_t missing) {
+  std::vector<std::size_t> widths;
+  for (const TextColumn& each : columns) widths.push_back(each.left_aligned ? each.width() : 0);
+  for (; missing > 0; --missing) {
+    const auto widest = std::ranges::max_element(widths);
+    if (*widest <= kShortestWord) break;
+    --*widest;
+  }
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    for (std::string& cell : columns[i].cells) {
+      if (columns[i].left_aligned && text_width(cell) > widths[i])
+        cell = cell.substr(0, widths[i] - 1) + '~';
+    }
+  }
+}
+
+}  // namespace
+
+std::string coloured_text(const std::string& text, int colour) {
+  return "\x1b[" + std::to_string(colour) + 'm' + text + "\x1b[39m";
+}
+
+std::size_t text_width(const std::string& text) {
+  std::size_t width = 0;
+  bool escaped = false;
+  for (const char byte : text) {
+    if (byte == '\x1b') escaped = true;
+    if (!escaped && (byte & 0xc0) != 0x80) ++width;
+    if (byte == 'm') escaped = false;
+  }
+  return width;
+}
+
+void Cursor::keep(std::size_t count, std::size_t room) {
+  selected = std::min(selected, std::max<std::size_t>(count, 1) - 1);
+  if (selected >= first + room) first = selected + 1 - room;
+  first = std::min({first, selected, count > room ? count - room : 0});
+}
+
+std::size_t TextColumn::width() const {
+  std::size_t width = 0;
+  for (const std::string& cell : cells) width = std::max(width, text_width(cell));
+  return width;
+}
+
+std::string fit(std::vector<TextColumn>& columns, std::size_t room) {
+  room += kGap.size();
+  std::size_t width = 0;
+  for (const TextColumn& each : columns) width += each.needed ? each.width() + kGap.size() : 0;
+  std::string left_out;
+  std::erase_if(columns, [&](const TextColumn& each) {
+    if (each.needed) return false;
+    // Once a column is out, so are all behind it.
+    if (left_out.empty() && width + each.width() + kGap.size() <= room) {
+      width += each.width() + kGap.size();
+      return false;
+    }
+    left_out += (left_out.empty() ? "" : "; ") + each.cells.front();
+    return true;
+  });
+  if (width > room) shorten(columns, width - room);
+  return left_out;
+}
+
+std::string wrapped(std::string text, std::size_t width) {
+  std::size_t begin = 0;
+  while (width > kGap.size() && text.size() - begin > width) {
+    const std::size_t least = begin + kGap.size();  // behind the indentation
+    std::size_t end = text.rfind(kGap, begin + width);
+    if (end == std::string::npos || end < least) end = text.rfind(' ', begin + width);
+    if (end == std::string::npos || end < least) end = begin + width;
+    const std::size_t next = std::min(text.find_first_not_of(' ', end), text.size());
+    text.replace(end, next - end, "\n  ");
+    begin = end + 1;
+  }
+  return text;
+}
+
+std::string joined(const std::vector<TextColumn>& columns, const JoinStyle& style) {
+  std::vector<std::size_t> widths;
+  for (const TextColumn& each : columns) widths.push_back(each.width());
+  std::string text;
+  for (std::size_t line = 0; line < columns.front().cells.size(); ++line) {
+    std::string cells;
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      const TextColumn& column = columns[i];
+      const std::string& cell = column.cells[line];
+      const std::string blanks(widths[i] - text_width(cell), ' ');
+      if (i != 0) cells += kGap;
+      if (!column.left_aligned) cells += blanks;
+      if (!style.styled || cell.empty()) {
+        cells += cell;
+      } else if (line == 0) {
+        cells += column.marked ? "\x1b[7m" + cell + "\x1b[27m" : cell;
+      } else if (column.colour != 0) {
+        const std::string coloured = coloured_text(cell, column.colour);
+        cells += line == style.selected ? "\x1b[27m" + coloured + "\x1b[7m" : coloured;
+      } else {
+        cells += cell;
+      }
+      if (column.left_aligned) cells += blanks;
+    }
+    cells.erase(cells.find_last_not_of(' ') + 1);
+    if (line == style.selected) {
+      cells.append(style.width - std::min(style.width, text_width(cells)), ' ');
+      cells = "\x1b[7m" + cells + "\x1b[0m";
+    } else if (line == 0 && style.styled) {
+      cells = "\x1b[4m" + cells + "\x1b[0m";
+    }
+    text += cells + '\n';
+  }
+  return text;
+}
+
+}  // namespace tally
