@@ -12,6 +12,7 @@
 #include "daemon/base/collection_types.h"
 #include "files/file_format.h"
 #include "property.h"
+#include "records/record_columns.h"
 #include "request.h"
 
 namespace tally::cgi {
@@ -81,6 +82,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     demand(refusal->status >= 400 && refusal->status < 500 && !refusal->text.empty(),
            "every refusal has its reason");
   } else {
+    const auto* history = std::get_if<cgi::HistoryRequest>(&request);
+    demand(history == nullptr ||
+               history->column >= record_layout(history->collection.type)->key_columns,
+           "a history is one of rates");
+    demand(!std::holds_alternative<cgi::SourcesRequest>(request) ||
+               lines["HTTP_X_TALLY_CONTROL"] == "1",
+           "the agent is asked for this server's own page only");
     demand(lines["REQUEST_METHOD"] == "GET" || lines["REQUEST_METHOD"] == "HEAD", "a list is got");
   }
   return 0;

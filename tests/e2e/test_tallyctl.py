@@ -215,10 +215,12 @@ def test_viewing(pipe):
 
 
 @needs("rrdtool")
-def test_record(pipe, tmp_path):
+def test_record(pipe, tmp_path, monkeypatch):
     """Each interval once; what was polled while nobody recorded, and what is not a rate, is unknown afterwards."""
     def poll(end, packets):
-        put("nlhost_1", 3, struct.pack("<II4s12x5d", 7, 4, b"\x7f\0\0\1", packets, 0, 0, 0, 8), time=end)
+        put("nlhost_1", 3, struct.pack("<II4s12x5d", 7, 4, b"\xc0\0\2\1", packets, 0, 0, 0, 8), time=end)
+    (tmp_path / "hosts").write_text("192.0.2.1 router")
+    monkeypatch.setenv("TALLYD_NAMES", str(tmp_path))
     base = int(time.time()) // 60 * 60 - 600
     file = tmp_path / "csv" / "nlhost_1.csv"
     csv, rrd = (f"record nlhost 1 --{kind} {tmp_path}/{kind}" for kind in ("csv", "rrd"))
@@ -232,20 +234,30 @@ def test_record(pipe, tmp_path):
     recorder.terminate()
     assert recorder.wait(60) == 0
     (tmp_path / "rrd/nlhost_1/8_127.0.0.2.rrd").write_bytes(b"makes room")
-    tallyctl(rrd + " --rows 1 --seconds 1")
+    with open(tmp_path / "rrd/nlhost_1/7_192.0.2.1.rrd", "r+b") as reader:  # the recorder waits for it
+        fcntl.lockf(reader, fcntl.LOCK_SH)
+        waiting = begin(rrd + " --rows 1 --seconds 1")
+        processes.wait_until(lambda: "inotify" in str(processes.descriptors(waiting.pid)))
+        time.sleep(0.2)
+    assert waiting.wait(60) == 0
     assert file.read_text().splitlines()[1:] == [
-        f"{base + 60},60,7,127.0.0.1,1.5,0,0,0,8,", f"{base + 240},180,,,,,,,,gap", f"{base + 300},60,7,127.0.0.1,2.5,0,0,0,8,"]
+        f"{base + 60},60,7,192.0.2.1,1.5,0,0,0,8,,,router", f"{base + 240},180,,,,,,,,gap,,", f"{base + 300},60,7,192.0.2.1,2.5,0,0,0,8,,,router"]
     history = f"history nlhost 1 --rrd {tmp_path}/rrd --since 15min "
-    assert tallyctl(history + "--csv").splitlines()[1:] == [f"{base + 60},7 127.0.0.1,1.5,0,0,0,8", f"{base + 300},7 127.0.0.1,2.5,0,0,0,8"]
+    assert tallyctl(history + "--csv").splitlines()[1:] == [f"{base + 60},7 192.0.2.1,1.5,0,0,0,8,,router", f"{base + 300},7 192.0.2.1,2.5,0,0,0,8,,router"]
+    assert json.loads(tallyctl(history + "--json"))["rows"][0]["nlHostAddress_name"] == "router"
     shown = run(history, env=dict(os.environ, LANG="C", LC_ALL="")).stdout.splitlines()
-    assert re.fullmatch(r"Out, bit/s +mean +most +last", shown[1]) and re.search(r"^7 127.0.0.1 +0 +0 +0 +_   _", shown[2])
-    assert re.search(r"\nIn, pkt/s +2 +2.50 +2.50 +\S   \S", run(history + "--column nlHostInPkts --key", "7 127.0.0.1").stdout)
+    assert re.fullmatch(r"Out, bit/s +mean +most +last", shown[1]) and re.search(r"^7 router +0 +0 +0 +_   _", shown[2])
+    assert re.search(r"\nIn, pkt/s +2 +2.50 +2.50 +\S   \S", run(history + "--column nlHostInPkts --key", "7 router").stdout)
+    file.write_text(file.read_text().replace(",protocolDirLocalIndex_name,nlHostAddress_name", ""))  # begun before there were names
+    poll(base + 360, 3)
+    tallyctl(csv + " --seconds 1")
     before = file.read_text()
+    assert before.splitlines()[-1] == f"{base + 360},60,7,192.0.2.1,3,0,0,0,8,"
 
     def full_disk():
         signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
         resource.setrlimit(resource.RLIMIT_FSIZE, (len(before) + 5, len(before) + 5))
-    poll(base + 360, 3)
+    poll(base + 420, 3)
     assert "this interval is missing there" in run(csv + " --seconds 1", preexec_fn=full_disk).stderr
     assert file.read_text() == before
 

@@ -5,6 +5,7 @@ import os
 import pathlib
 import random
 import re
+import shutil
 import struct
 import subprocess
 import time
@@ -13,12 +14,13 @@ import pytest
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
-from harness import control, model, processes, samples, web
+from harness import control, model, processes, samples, settings, web
 from harness.collection import next_second
 from harness.files import FORMATS, HOST
-from harness.paths import DATA, PIPE, program
+from harness.paths import DATA, NMP_SETTINGS, PIPE, program
 
 NAMES = pathlib.Path("/tmp/names")
+HISTORY = pathlib.Path("/tmp/recorded")
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
 
@@ -35,7 +37,7 @@ def server():
     for file, text in (("protocols", "ether2.ip.udp.dns 5 dns\nother 6 x y # comment\n"), ("vlans", "voice 4"), ("groups", "EF 2"),
                        ("hosts", "10.0.0.1 router\n0001:0:0:2::3 six"), ("priorities", "best 0\n")):
         (NAMES / file).write_text(text)
-    server = web.WebServer("lighttpd", 8080, f'setenv.set-environment = ("TALLYD_NAMES" => "{NAMES}")\n')
+    server = web.WebServer("lighttpd", 8080, f'setenv.set-environment = ("TALLYD_NAMES" => "{NAMES}", "TALLYD_HISTORY" => "{HISTORY}")\n')
     yield server
     server.stop()
 
@@ -100,7 +102,8 @@ OCTETS = [octets.ljust(16, b"\0") for octets in (
 
 def test_every_type_is_read(browser, files):
     """tallyctl finds each value under its name, as struct has packed it; the page, with the names that
-    its program tells, writes all of them as tallyctl's table does."""
+    its program tells, writes all of them as tallyctl's table does. What the recorder keeps comes back under
+    the keys of the files."""
     numbers = random.Random(7)
 
     def draw(blank):
@@ -108,11 +111,15 @@ def test_every_type_is_read(browser, files):
             return numbers.choice(OCTETS) if len(blank) == 16 else numbers.randbytes(6)
         size = 10 ** numbers.randrange(-5, 9)
         return numbers.random() * size if isinstance(blank, float) else numbers.choice((0, 1, 2, 4, 5, 6, 16, 17, 2**31))
+    every = {}
     for stem, (code, form) in FORMATS.items():
         record = struct.Struct("<" + form)
         rows = [[draw(blank) for blank in record.unpack(bytes(record.size))] for _ in range(200)]
-        data = header(code) + b"".join(record.pack(*row) for row in rows)
+        data = header(code, 300) + b"".join(record.pack(*row) for row in rows)
         files(**{f"{stem}_delta" if code > 11 else f"{stem}_1_delta": data})
+        every[stem] = code, rows, data
+    subprocess.run([TALLYCTL, "record", "--rrd", HISTORY, "--top", "6", "--seconds", "1"], check=True)
+    for stem, (code, rows, data) in every.items():
         command = [TALLYCTL, "show", stem, "0" if code > 11 else "1", "--no-notes"]
         shown = json.loads(subprocess.check_output(command + ["--json"]))["rows"]
         for cells, row in zip(shown, rows, strict=True):
@@ -122,13 +129,18 @@ def test_every_type_is_read(browser, files):
                 value.hex(":") for value in row if isinstance(value, bytes) and len(value) == 6], stem
         page = browser.execute_async_script("""
             const [stem, index, octets, done] = arguments;
-            Promise.all(["delta", "layouts"].map(name => import(`./${name}.js`))).then(
-              async ([{decode}, {LAYOUTS}]) => {
-                const { names } = await (await fetch(`control?names=${stem}/${index}`)).json();
+            Promise.all(["delta", "layouts", "past"].map(name => import(`./${name}.js`))).then(
+              async ([{decode}, {LAYOUTS}, {Past}]) => {
+                const ask = async (query) => (await fetch(`control?${query}`)).json();
+                const { names } = await ask(`names=${stem}/${index}`), past = await ask(`history=${stem}/${index}&span=hour`);
                 const layout = LAYOUTS.get(stem), { table } = decode(new Uint8Array(octets).buffer, layout, { names });
-                done([layout.shown.map(({heading}) => heading), ...Array.from({length: table.count}, (_, row) =>
+                const all = Array.from({length: table.count}, (_, row) => ({label: table.label(row), title: table.title(row), rate: table.number(row, layout.rank)}));
+                const kept = new Past(past, layout).rows().map((row, at) => [Math.max(...past.rows[at].rates[layout.rank.name]), all.filter(({label, title}) => label === row.label && title === row.title).map(({rate}) => rate)]);
+                done([kept, layout.shown.map(({heading}) => heading), ...Array.from({length: table.count}, (_, row) =>
                   layout.shown.map(column => table.named(row, column)))]);
               });""", stem, int(command[3]), list(data))
+        kept = page.pop(0)
+        assert kept and all(any(abs(each - mean) <= 1e-4 * mean for each in rates) for mean, rates in kept), (stem, kept)
         _, headings, *lines = subprocess.check_output(command, text=True, env={**os.environ, "TALLYD_NAMES": str(NAMES)}).splitlines()
         assert re.split("  +", headings.replace("  Share", "").strip()) == page[0], stem
         share = re.compile(r"  [\d.<]+ %(?=  )" if "Share" in headings else "$")  # which the page does not show yet
@@ -229,7 +241,8 @@ def test_list(server, files):
 STATES = {
     "good": (lambda: {"delta": header(0) + hosts(3)}, [], 3),
     "header only": (lambda: {"delta": header(0)}, ["No rates: no counter changed"], 0),
-    "one sample": (lambda: {"last": header(0, 0)}, ["One sample so far"], 0),
+    "one sample": (lambda: {"last": header(0, 0) + hosts(2)}, ["One sample so far"], 0),
+    "no row": (lambda: {"last": header(0, 0)}, ["The agent has no row for it yet"], 0),
     "empty": (lambda: {"delta": b""}, ["The file is empty"], 0),
     "half a header": (lambda: {"delta": header(0)[:9]}, ["Half written: 9 of the 16"], 0),
     "half a record": (lambda: {"delta": header(0) + hosts(2)[:-1]}, ["Half written: 61 bytes behind"], 0),
@@ -297,6 +310,50 @@ def test_states(browser, server, files):
             text in "".join(found) for text in ("tallyd is writing", "went on changing")))
         assert len(texts(browser, "#grid tbody tr:not(.pad)")) == 5
     wait_for(browser, "#grid tbody tr:not(.pad)", lambda found: len(found) == 2)
+    settings.no_supervisor()
+    files(supvlan_delta=header(13, 60, 900))
+    browser.refresh()
+    show(browser, server, "supvlan")
+    wait_for(browser, "#fact-state", ["Switched off"])
+    wait_for(browser, "#notes li", lambda found: "Switched off" in found[-1] and "Late" not in "".join(found))
+    NMP_SETTINGS.unlink()
+
+
+def test_history(browser, server, files):
+    """The recorder's rates, with a gap where it had none, up to the sample that the page has seen; of all rows and of
+    one, as the address says; and why there are none."""
+    shutil.rmtree(HISTORY, ignore_errors=True)
+    HISTORY.mkdir()
+    for age, value in ((1800, 1e3), (600, 3e3)):
+        files(host_7_delta=header(0, 240, age) + host(1, value) + host(2, value / 2))
+        subprocess.run([TALLYCTL, "record", "--rrd", HISTORY, "--seconds", "1"], check=True)
+    files(host_7_delta=header(0, 60) + host(1, 2e3))
+    told = json.loads(server.request("GET", "/tally/control?history=host/7&span=hour&column=hostInOctets")[2])
+    for values, first in ((told["rows"][0]["rates"]["hostInOctets"], 1e3), (told["total"], 1.5e3)):
+        known = [value for value in values if value is not None]
+        assert known == sorted(known) and {first, 3 * first} == set(known) and 20 <= len(known) <= 40, values
+    begin = told["begin"] + 15 * next(at for at, value in enumerate(told["total"]) if value == 4.5e3)
+    assert abs(begin - (time.time() - 840)) < 90
+    browser.refresh()
+    show(browser, server, "host/7?span=hour")
+    wait_for(browser, "#chart-note", lambda found: "the last hour: as the recorder has kept it" in found[0])
+    wait_for(browser, "#chart .value", ["16.0 kbit/s", "0 bit/s"])
+    first = told["total"].index(1.5e3) + 3
+    for presses, shown in ((first, ["8.00 kbit/s", "4.00 kbit/s"]), (first + 40, ["\u2013", "\u2013"])):
+        browser.find_element(By.CSS_SELECTOR, "#chart .plot").send_keys(Keys.HOME, *[Keys.ARROW_RIGHT] * presses)
+        wait_for(browser, "#chart .value", shown)
+    browser.find_element(By.CSS_SELECTOR, "#spans input[value=hour]").send_keys(Keys.ARROW_RIGHT)
+    wait_for(browser, "#chart-note", lambda found: "the last day" in found[0])
+    browser.find_element(By.CSS_SELECTOR, "#chart a.who").click()
+    wait_for(browser, "#row-charts .value", lambda found: "16.0 kbit/s" in found)
+    assert browser.current_url.endswith("#host/7?row=00%3A00%3A00%3A00%3A00%3A01&span=day")
+    for place, words in (("host/7?span=day&row=02", "Nothing is kept of this row"), ("host/8?span=day", "Nothing is kept of host 8")):
+        files(host_8_delta=header(0) + host(1, 1))
+        show(browser, server, place)
+        wait_for(browser, "#past-trouble", lambda found, words=words: words in found[0])
+    shutil.rmtree(HISTORY)
+    browser.refresh()
+    wait_for(browser, "#past-trouble", lambda found: "systemctl enable --now tallyd-record" in found[0])
 
 
 def test_redraw_of_10000_rows(browser, server, files):
@@ -380,11 +437,13 @@ def test_with_the_daemon(browser, server, daemon, agent, log):
     as the page is open, its files agree with the page, and its log says nothing."""
     def serve(values):
         served = samples.rows(HOST, values, 5)
-        agent.serve(host=served)
+        agent.serve(host=served, control={"host": [(5, "somebody", 1)]})
         return model.returned(HOST, served, 5)
     first = serve({1: 10, 2: 20, 3: 30})
     browser.get(server.origin + "/tally/")
-    browser.find_element(By.ID, "create-index").send_keys(Keys.CONTROL + "a", Keys.NULL, "5", Keys.ENTER)
+    wait_for(browser, "#create-row option", ["5 (somebody)"])
+    assert texts(browser, "#create-type option:not(:disabled)")[0] == "Hosts by MAC address (host)"
+    browser.find_element(By.CSS_SELECTOR, "#create button").send_keys(Keys.ENTER)
     wait_for(browser, "#title", lambda found: found[0].startswith("host 5 "))
     wait_for(browser, "#notes li", lambda found: "No rates: no counter changed" in "".join(found))  # polled since it is viewed
     next_second()

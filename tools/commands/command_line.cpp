@@ -310,7 +310,7 @@ void add_history(const Builder& builder) {
     read.collection = parse_collection(builder.words.collections);
     read.since = parse_period(builder.words.since);
     read.format = view_of(builder.words).format;
-    return history(builder.paths, read);
+    return history(read);
   });
   add_collection(sub, words);
   sub.add_option("--since", words.since, "How far back: 90s, 30min, 6h, 7d or 2w; default 1d")

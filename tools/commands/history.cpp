@@ -12,6 +12,7 @@
 #include "console/terminal.h"
 #include "history/history_reader.h"
 #include "records/cell_text.h"
+#include "views/row_export.h"
 #include "views/sparkline.h"
 #include "views/view.h"
 
@@ -23,7 +24,7 @@ constexpr std::size_t kLineWithoutTerminal = 120;
 
 // Chosen is a row with its rates.
 struct Chosen {
-  std::string key;  // its key columns, separated by blanks
+  KeptRow row;
   Series series;
   double mean = NAN;  // of the rate that the rows are compared by
 };
@@ -48,10 +49,6 @@ Figures figures_of(const std::vector<double>& values) {
   }
   if (count > 0) figures.mean = sum / count;
   return figures;
-}
-
-std::string joined(const std::vector<std::string>& key) {
-  return fmt::format("{}", fmt::join(key, " "));
 }
 
 const std::vector<double>* values_of(const Series& series, std::size_t column) {
@@ -89,7 +86,7 @@ void print_lines(Output& output, const std::string& heading, const std::vector<L
 }
 
 void print_table(Output& output, const HistoryOptions& options, const RecordLayout& layout,
-                 std::size_t column, const std::vector<Chosen>& rows) {
+                 const Names& names, std::size_t column, const std::vector<Chosen>& rows) {
   const Series& first = rows.front().series;
   const std::size_t count = first.values.empty() ? 0 : first.values.front().size();
   output << fmt::format("{}  {} to {}  one value in {}  rows {}\n", title(options.collection),
@@ -102,24 +99,34 @@ void print_table(Output& output, const HistoryOptions& options, const RecordLayo
       const Column& column_of = layout.columns[first.columns[i]];
       lines.push_back({heading_text(column_of, FileKind::delta), &column_of, &first.values[i]});
     }
-    return print_lines(output, rows.front().key, lines);
+    return print_lines(output, people_key_text(layout, rows.front().row, &names), lines);
   }
   for (const Chosen& row : rows) {
     const auto* values = values_of(row.series, column);
-    if (values != nullptr) lines.push_back({row.key, &layout.columns[column], values});
+    if (values == nullptr) continue;
+    lines.push_back({people_key_text(layout, row.row, &names), &layout.columns[column], values});
   }
   print_lines(output, heading_text(layout.columns[column], FileKind::delta), lines);
 }
 
-// One line for each row and step, with all counters; nothing where all are unknown.
-void print_csv(Output& output, const RecordLayout& layout, const std::vector<Chosen>& rows) {
+// One line for each row and step, with all counters, then the names of the key; nothing where all
+// are unknown.
+void print_csv(Output& output, const RecordLayout& layout, const Names& names,
+               const std::vector<Chosen>& rows) {
   output << "time,key";
   for (const std::size_t column : rows.front().series.columns) {
     output << ',' << layout.columns[column].name;
   }
+  const std::vector<std::size_t> named = named_columns(layout);
+  for (const std::size_t i : named) output << ',' << layout.columns[i].name << "_name";
   output << '\n';
   for (const Chosen& row : rows) {
     const Series& series = row.series;
+    const std::string key = csv_quoted(key_text(layout, row.row));
+    std::string called;
+    for (const std::size_t i : named) {
+      called += ',' + csv_quoted(names.name_of(layout, row.row.record.data(), i));
+    }
     for (std::size_t i = 0; !series.values.empty() && i < series.values.front().size(); ++i) {
       std::string values;
       bool known = false;
@@ -130,16 +137,16 @@ void print_csv(Output& output, const RecordLayout& layout, const std::vector<Cho
         values += number_text(of[i], NumberStyle::exact);
       }
       if (!known) continue;
-      output << fmt::format("{},{}{}\n",
-                            series.begin + series.step * static_cast<std::int64_t>(i + 1), row.key,
-                            values);
+      output << fmt::format("{},{}{}{}\n",
+                            series.begin + series.step * static_cast<std::int64_t>(i + 1), key,
+                            values, called);
       (void)output.flush_full();  // report_output tells
     }
   }
 }
 
 void print_json(Output& output, const HistoryOptions& options, const RecordLayout& layout,
-                const std::vector<Chosen>& rows) {
+                const Names& names, const std::vector<Chosen>& rows) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const Chosen& row : rows) {
     nlohmann::ordered_json rates = nlohmann::ordered_json::object();
@@ -151,10 +158,15 @@ void print_json(Output& output, const HistoryOptions& options, const RecordLayou
                                               : nlohmann::ordered_json());
       }
     }
-    list.push_back({{"key", row.key},
-                    {"begin", row.series.begin},
-                    {"step", row.series.step},
-                    {"rates", std::move(rates)}});
+    nlohmann::ordered_json one = {{"key", key_text(layout, row.row)}};
+    for (const std::size_t i : named_columns(layout)) {
+      std::string name = names.name_of(layout, row.row.record.data(), i);
+      if (!name.empty()) one[std::string(layout.columns[i].name) + "_name"] = std::move(name);
+    }
+    one["begin"] = row.series.begin;
+    one["step"] = row.series.step;
+    one["rates"] = std::move(rates);
+    list.push_back(std::move(one));
   }
   output << nlohmann::ordered_json{{"collection", title(options.collection)},
                                    {"rows", std::move(list)}}
@@ -164,18 +176,23 @@ void print_json(Output& output, const HistoryOptions& options, const RecordLayou
 
 }  // namespace
 
-ExitCode history(const ToolPaths& paths, const HistoryOptions& options) {
+ExitCode history(const HistoryOptions& options) {
   const RecordLayout& layout = *record_layout(options.collection.type);
   const std::size_t column =
       order_for(layout, options.column, false, 1).column.value_or(layout.rank);
   if (column < layout.key_columns) {
     throw UsageError(fmt::format("{} is a part of the key, not a rate", options.column));
   }
-  const std::string& directory = options.directory.empty() ? paths.history : options.directory;
+  const std::string directory = options.directory.empty() ? kHistoryDirectory : options.directory;
+  Names names;
+  names.refresh();
   std::string error;
   std::vector<KeptRow> kept = kept_rows(directory, options.collection, layout, error);
   if (!options.key.empty()) {
-    std::erase_if(kept, [&](const KeptRow& row) { return joined(row.key) != options.key; });
+    std::erase_if(kept, [&](const KeptRow& row) {
+      return key_text(layout, row) != options.key &&
+             people_key_text(layout, row, &names) != options.key;
+    });
   }
   const std::int64_t now = std::time(nullptr);
   std::vector<Chosen> rows;
@@ -184,7 +201,7 @@ ExitCode history(const ToolPaths& paths, const HistoryOptions& options) {
     if (!series) continue;
     const auto* values = values_of(*series, column);
     const double mean = values != nullptr ? figures_of(*values).mean : NAN;
-    rows.push_back({joined(row.key), std::move(*series), mean});
+    rows.push_back({row, std::move(*series), mean});
   }
   if (!error.empty()) complain(fmt::format("{}: {}", directory, error));
   if (rows.empty()) {
@@ -200,11 +217,11 @@ ExitCode history(const ToolPaths& paths, const HistoryOptions& options) {
   if (options.top != 0 && rows.size() > options.top) rows.resize(options.top);
   Output output(STDOUT_FILENO);
   if (options.format == Format::csv) {
-    print_csv(output, layout, rows);
+    print_csv(output, layout, names, rows);
   } else if (options.format == Format::json) {
-    print_json(output, options, layout, rows);
+    print_json(output, options, layout, names, rows);
   } else {
-    print_table(output, options, layout, column, rows);
+    print_table(output, options, layout, names, column, rows);
   }
   output.flush();
   return report_output(output) && error.empty() ? kDone : kAbsent;

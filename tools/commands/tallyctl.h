@@ -88,7 +88,7 @@ ExitCode watch(const ToolPaths& paths, const WatchOptions& options);
 ExitCode status(const ToolPaths& paths, bool json);
 ExitCode check(const ToolPaths& paths, bool json);
 ExitCode record(const ToolPaths& paths, const RecordOptions& options);
-ExitCode history(const ToolPaths& paths, const HistoryOptions& options);
+ExitCode history(const HistoryOptions& options);
 ExitCode metrics(const ToolPaths& paths, const MetricsOptions& options);
 
 // tallyctl understands the command line and runs one command. The process ignores SIGPIPE

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -38,7 +39,8 @@ class History {
   virtual std::string keep(const Interval& interval) = 0;
 };
 
-// make_csv_history appends to DIR/host_3.csv: time, interval, the columns of the row, its notes.
+// make_csv_history appends to DIR/host_3.csv: time, interval, the columns of the row, its notes and
+// names.
 // A line with the note "gap" and without values stands where intervals are missing. The file is
 // opened anew each time, so it may be rotated.
 std::unique_ptr<History> make_csv_history(const std::string& directory);
@@ -52,6 +54,11 @@ std::unique_ptr<History> make_rrd_history(const std::string& directory, std::int
 
 // rrd_directory returns where a collection's databases lie.
 std::string rrd_directory(const std::string& directory, const Collection& collection);
+
+// patiently repeats a call of librrd while that fails because another process has the database
+// locked, for a second at most; `call` tells whether it succeeded. A reader, or the recorder, has
+// it locked for some milliseconds.
+bool patiently(const std::function<bool()>& call);
 
 // rrd_error returns what librrd says of its last failure, and clears it.
 std::string rrd_error();

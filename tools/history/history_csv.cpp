@@ -40,6 +40,15 @@ int append_whole(int fd, const std::string& text, off_t size) {
   return 0;
 }
 
+// has_names tells whether the first line of a file has columns of names, which come last: a file
+// that was begun without them goes on without.
+bool has_names(int fd) {
+  char start[1024];  // more than the longest first line
+  const ssize_t got = pread(fd, start, sizeof start, 0);
+  const std::string_view text(start, got > 0 ? static_cast<std::size_t>(got) : 0);
+  return text.substr(0, text.find('\n')).ends_with("_name");
+}
+
 class CsvHistory final : public History {
  public:
   explicit CsvHistory(std::string directory) : directory_(std::move(directory)) {}
@@ -49,6 +58,7 @@ class CsvHistory final : public History {
 
  private:
   std::string directory_;
+  Names names_;
   std::map<std::string, std::int64_t> ends_;  // by path
 };
 
@@ -75,8 +85,8 @@ std::int64_t CsvHistory::last_end(const Collection& collection) {
 
 std::string CsvHistory::keep(const Interval& interval) {
   const std::string path = file_of(directory_, interval.collection);
-  const UniqueFd fd(open(
-      path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0644));
+  const UniqueFd fd(
+      open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0644));
   struct stat status {};
   if (!fd || fstat(fd.get(), &status) != 0) {
     return fmt::format("{}: {}", path, std::strerror(errno));
@@ -85,7 +95,9 @@ std::string CsvHistory::keep(const Interval& interval) {
 
   // The rows come from the one writer of CSV; time and interval are put in front of each line.
   Output output(Output::kCollect);
-  const auto rows = make_csv_export(interval.layout, output);
+  const bool named = status.st_size == 0 || has_names(fd.get());
+  names_.refresh();
+  const auto rows = make_csv_export(interval.layout, output, named ? &names_ : nullptr);
   rows->begin({}, {});
   std::string text;
   const auto take_line = [&](const std::string& front) {
@@ -99,7 +111,8 @@ std::string CsvHistory::keep(const Interval& interval) {
   if (end != 0 && end < begin) {
     std::size_t columns = 0;
     for (const Column& column : interval.layout.columns) columns += is_visible(column.kind) ? 1 : 0;
-    text += fmt::format("{},{},{:,>{}}gap\n", begin, begin - end, "", columns);
+    text += fmt::format("{},{},{:,>{}}gap{:,>{}}\n", begin, begin - end, "", columns, "",
+                        named ? named_columns(interval.layout).size() : 0);
   }
   const std::string front = fmt::format("{},{},", interval.end, interval.seconds);
   for (const Row& row : interval.rows) {

@@ -1,42 +1,64 @@
 #include "history/history_reader.h"
 
+#include <arpa/inet.h>
+#include <netinet/ether.h>
 #include <rrd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 
 #include "history/history.h"
+#include "records/cell_text.h"
 
 namespace tally {
 namespace {
 
-// Undoes row_file_name. Nothing when the text is none of its file names.
-std::optional<std::vector<std::string>> key_of(std::string_view file, const RecordLayout& layout) {
-  std::vector<std::string> key;
+constexpr std::size_t kOctets = 16;  // of an address or a name
+
+// put_cell puts a value of the key where cell_text would find this text.
+void put_cell(ColumnKind kind, const std::string& text, unsigned char* field) {
+  if (kind == ColumnKind::mac) {
+    ether_addr mac{};
+    if (ether_aton_r(text.c_str(), &mac) != nullptr) std::memcpy(field, &mac, sizeof mac);
+    return;
+  }
+  if (kind != ColumnKind::address && kind != ColumnKind::name) {
+    const std::uint32_t number = parse_number(text).value_or(kTotalIndex);
+    std::memcpy(field, &number, sizeof number);
+    return;
+  }
+  std::uint32_t length = 0;
+  if (kind == ColumnKind::address && inet_pton(AF_INET, text.c_str(), field) == 1) {
+    length = sizeof(in_addr);
+  } else if (kind == ColumnKind::address && inet_pton(AF_INET6, text.c_str(), field) == 1) {
+    length = sizeof(in6_addr);
+  } else if (text != "-") {
+    const std::string octets = unescaped(text, kind == ColumnKind::name ? "\\x" : "");
+    std::memcpy(field, octets.data(), std::min(octets.size(), kOctets));
+    length = static_cast<std::uint32_t>(octets.size());
+    // An address whose length was not believed stands with all of its octets.
+    if (kind == ColumnKind::address && length == kOctets) ++length;
+  }
+  std::memcpy(field - sizeof length, &length, sizeof length);
+}
+
+// record_of undoes row_file_name. Nothing when the text is none of its file names.
+std::vector<unsigned char> record_of(std::string_view file, const RecordLayout& layout) {
+  std::vector<unsigned char> record(layout.size);
+  std::string_view rest = file;
   for (std::size_t i = 0; i < layout.key_columns; ++i) {
     const ColumnKind kind = layout.columns[i].kind;
     if (!is_visible(kind)) continue;
-    const std::size_t end = std::min(file.find('_'), file.size());
-    std::string cell;
-    for (std::size_t at = 0; at < end; ++at) {
-      unsigned code = 0;
-      if (file[at] == '%' && at + 2 < end) {
-        std::from_chars(&file[at + 1], &file[at + 3], code, 16);
-        cell += static_cast<char>(code);
-        at += 2;
-      } else {
-        cell += file[at] == '-' && kind != ColumnKind::name && end > 1 ? ':' : file[at];
-      }
-    }
-    if (cell.empty()) return std::nullopt;
-    key.push_back(std::move(cell));
-    file.remove_prefix(std::min(end + 1, file.size()));
+    std::string cell(rest.substr(0, rest.find('_')));
+    rest.remove_prefix(std::min(cell.size() + 1, rest.size()));
+    if (kind != ColumnKind::name && cell.size() > 1)
+      std::replace(cell.begin(), cell.end(), '-', ':');
+    put_cell(kind, unescaped(cell, "%"), record.data() + layout.offsets[i]);
   }
-  if (!file.empty()) return std::nullopt;
-  return key;
+  if (row_file_name(layout, record.data()) != file) record.clear();
+  return record;
 }
 
 // What librrd hands over, freed as it wants it.
@@ -60,6 +82,27 @@ struct Fetched {
 
 }  // namespace
 
+std::string key_text(const RecordLayout& layout, const KeptRow& row) {
+  std::string text;
+  for (std::size_t i = 0; i < layout.key_columns; ++i) {
+    if (!is_visible(layout.columns[i].kind)) continue;
+    if (!text.empty()) text += ' ';
+    text += cell_text(layout, row.record.data(), i, NumberStyle::exact);
+  }
+  return text;
+}
+
+std::string people_key_text(const RecordLayout& layout, const KeptRow& row, const Names* names) {
+  std::string text;
+  for (const std::size_t i : people_columns(layout)) {
+    if (i >= layout.key_columns) break;
+    if (!text.empty()) text += ' ';
+    text += names != nullptr ? names->label_of(layout, row.record.data(), i, false)
+                             : cell_text(layout, row.record.data(), i, NumberStyle::exact);
+  }
+  return text;
+}
+
 std::vector<KeptRow> kept_rows(const std::string& directory, const Collection& collection,
                                const RecordLayout& layout, std::string& error) {
   std::vector<KeptRow> rows;
@@ -67,8 +110,8 @@ std::vector<KeptRow> kept_rows(const std::string& directory, const Collection& c
   std::filesystem::directory_iterator entry(rrd_directory(directory, collection), code);
   for (; !code && entry != std::filesystem::directory_iterator(); entry.increment(code)) {
     if (entry->path().extension() != ".rrd") continue;
-    auto key = key_of(entry->path().stem().native(), layout);
-    if (key) rows.push_back({entry->path(), std::move(*key)});
+    auto record = record_of(entry->path().stem().native(), layout);
+    if (!record.empty()) rows.push_back({entry->path(), std::move(record)});
   }
   if (code && code != std::errc::no_such_file_or_directory) error = code.message();
   std::sort(rows.begin(), rows.end(),
@@ -79,10 +122,13 @@ std::vector<KeptRow> kept_rows(const std::string& directory, const Collection& c
 std::optional<Series> read_series(const KeptRow& row, const RecordLayout& layout,
                                   std::int64_t since, std::int64_t until, std::string& error) {
   Fetched fetched;
-  fetched.begin = since;
-  fetched.end = until;
-  if (rrd_fetch_r(row.file.c_str(), "AVERAGE", &fetched.begin, &fetched.end, &fetched.step,
-                  &fetched.sources, &fetched.names, &fetched.data) != 0) {
+  const auto fetch = [&] {
+    fetched.begin = since;  // librrd changes them
+    fetched.end = until;
+    return rrd_fetch_r(row.file.c_str(), "AVERAGE", &fetched.begin, &fetched.end, &fetched.step,
+                       &fetched.sources, &fetched.names, &fetched.data) == 0;
+  };
+  if (!patiently(fetch)) {
     error = rrd_error();
     return std::nullopt;
   }

@@ -7,16 +7,25 @@
 #include <string_view>
 #include <vector>
 
+#include "names/names.h"
 #include "records/collection_name.h"
 #include "records/record_columns.h"
 
 namespace tally {
 
+// Where the unit of the recorder keeps its databases.
+inline constexpr const char* kHistoryDirectory = "/var/lib/tallyd";
+
 // KeptRow is a row with a database of its own.
 struct KeptRow {
-  std::string file;              // its path
-  std::vector<std::string> key;  // its visible key columns, as show writes them
+  std::string file;                   // its path
+  std::vector<unsigned char> record;  // its key, as in a file of the collection; no rates
 };
+
+// key_text writes all of a row's key, or of it what people are shown, with names if there are some;
+// its columns are separated by blanks.
+std::string key_text(const RecordLayout& layout, const KeptRow& row);
+std::string people_key_text(const RecordLayout& layout, const KeptRow& row, const Names* names);
 
 // kept_rows lists the rows of a collection that have a database, in the order of their names; none
 // without a directory. With `error` set it could not be read.

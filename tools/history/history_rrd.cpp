@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <set>
+#include <thread>
 
 #include "daemon/base/collection_types.h"
 #include "history/history.h"
@@ -58,8 +59,9 @@ std::int64_t RrdHistory::last_end(const Collection& collection) {
   const std::filesystem::directory_iterator files(rrd_directory(directory_, collection), code);
   for (const auto& file : files) {
     if (file.path().extension() != ".rrd") continue;
-    const std::int64_t last = rrd_last_r(file.path().c_str());
-    if (last < 0) rrd_clear_error();
+    std::int64_t last = -1;
+    if (!patiently([&] { return (last = rrd_last_r(file.path().c_str())) >= 0; }))
+      rrd_clear_error();
     end = std::max(end, last);
   }
   return end;
@@ -88,8 +90,8 @@ std::string RrdHistory::create(const std::string& file, const Interval& interval
 
 std::string RrdHistory::update(const std::string& file, const Interval& interval,
                                const Row& row) const {
-  const std::int64_t last = rrd_last_r(file.c_str());
-  if (last < 0) return rrd_error();
+  std::int64_t last = -1;
+  if (!patiently([&] { return (last = rrd_last_r(file.c_str())) >= 0; })) return rrd_error();
   if (last >= interval.end) return {};
   // A value counts since the update before it: so much of it as the interval does not cover is
   // made unknown first.
@@ -105,10 +107,10 @@ std::string RrdHistory::update(const std::string& file, const Interval& interval
   std::vector<const char*> updates;
   if (last < interval.end - interval.seconds) updates.push_back(gap.c_str());
   updates.push_back(values.c_str());
-  if (rrd_update_r(file.c_str(), nullptr, static_cast<int>(updates.size()), updates.data()) != 0) {
-    return rrd_error();
-  }
-  return {};
+  const auto count = static_cast<int>(updates.size());
+  const bool updated =
+      patiently([&] { return rrd_update_r(file.c_str(), nullptr, count, updates.data()) == 0; });
+  return updated ? "" : rrd_error();
 }
 
 // Removes the databases above the limit, those first that were updated longest ago; never one of
@@ -154,6 +156,17 @@ std::string RrdHistory::keep(const Interval& interval) {
 }
 
 }  // namespace
+
+bool patiently(const std::function<bool()>& call) {
+  constexpr int kTries = 100;
+  for (int tries = 1; !call(); ++tries) {
+    const char* error = rrd_get_error();
+    if (tries == kTries || error == nullptr || std::strstr(error, "lock") == nullptr) return false;
+    rrd_clear_error();
+    std::this_thread::sleep_for(std::chrono::milliseconds{10});
+  }
+  return true;
+}
 
 std::string rrd_error() {
   std::string error = rrd_get_error() != nullptr ? rrd_get_error() : "unknown";

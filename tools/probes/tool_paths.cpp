@@ -14,8 +14,7 @@ ToolPaths appliance_paths() {
           kPidFile,
           kPreferences,
           kNmpSettings,
-          kApplianceSettings,
-          "/var/lib/tallyd"};
+          kApplianceSettings};
 }
 
 }  // namespace tally

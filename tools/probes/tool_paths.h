@@ -12,7 +12,6 @@ struct ToolPaths {
   std::string preferences;         // gdbm database with the interval
   std::string nmp_settings;        // gdbm database of the supervisor
   std::string appliance_settings;  // text file with the target id
-  std::string history;             // directory of record's round robin databases
 };
 
 // appliance_paths returns those that were settled when tallyctl was built.

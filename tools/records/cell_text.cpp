@@ -125,6 +125,21 @@ std::string printable(std::string_view bytes) {
   return text.empty() ? "-" : text;
 }
 
+std::string unescaped(std::string_view text, std::string_view mark) {
+  std::string octets;
+  while (!text.empty()) {
+    const std::string_view digits = text.substr(std::min(mark.size(), text.size())).substr(0, 2);
+    unsigned code = 0;
+    const auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
+    const bool escape = text.starts_with(mark) && error == std::errc{} && digits.size() == 2 &&
+                        end == digits.data() + 2;
+    octets += escape ? static_cast<char>(code) : text.front();
+    text.remove_prefix(escape ? mark.size() + 2 : 1);
+  }
+  return octets;
+}
+
 std::string name_text(const Octets& name) {
   const std::size_t length = std::min<std::size_t>(name.length, name.bytes.size());
   return printable({reinterpret_cast<const char*>(name.bytes.data()), length});

@@ -32,6 +32,11 @@ std::string address_text(const Octets& address);
 std::string printable(std::string_view bytes);
 std::string name_text(const Octets& name);
 
+// unescaped puts octets in place of each mark with two hex digits behind it: "\\x" undoes
+// printable,
+// "%" the addresses of web pages, no mark at all plain hex.
+std::string unescaped(std::string_view text, std::string_view mark);
+
 // cell_text writes one value of a record by its column's kind; the index of a totals row is
 // "total".
 std::string cell_text(const RecordLayout& layout, const unsigned char* record, std::size_t column,

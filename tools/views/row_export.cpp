@@ -113,25 +113,11 @@ class JsonExport final : public RowExport {
   bool first_row_ = true;
 };
 
-// quoted doubles the quotes of a text that CSV cannot hold as it is (RFC 4180, section 2).
-std::string quoted(std::string text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string result = "\"";
-  for (const char character : text) {
-    if (character == '"') result += '"';
-    result += character;
-  }
-  result += '"';
-  return result;
-}
-
 class CsvExport final : public RowExport {
  public:
   CsvExport(const RecordLayout& layout, Output& output, const Names* names)
       : layout_(layout), output_(output), names_(names) {
-    for (std::size_t i = 0; names != nullptr && i < layout.key_columns; ++i) {
-      if (layout.columns[i].names != NameKind::none) named_.push_back(i);
-    }
+    if (names != nullptr) named_ = named_columns(layout);
   }
 
   void begin(const OpenFiles& /*files*/, const AnnotateOptions& /*options*/) override {
@@ -152,13 +138,13 @@ class CsvExport final : public RowExport {
         append_exact(text, value_of(layout_, record, i));
       } else {
         std::string cell = cell_text(layout_, record, i, NumberStyle::exact);
-        text += kind == ColumnKind::name ? quoted(std::move(cell)) : cell;
+        text += kind == ColumnKind::name ? csv_quoted(std::move(cell)) : cell;
       }
       text += ',';
     }
     if (notes != 0) text += row_note_codes(notes, " ");
     for (const std::size_t i : named_) {
-      text += ',' + quoted(names_->name_of(layout_, record, i));
+      text += ',' + csv_quoted(names_->name_of(layout_, record, i));
     }
     text += '\n';
     output_.flush_full();
@@ -174,6 +160,25 @@ class CsvExport final : public RowExport {
 };
 
 }  // namespace
+
+std::vector<std::size_t> named_columns(const RecordLayout& layout) {
+  std::vector<std::size_t> named;
+  for (std::size_t i = 0; i < layout.key_columns; ++i) {
+    if (layout.columns[i].names != NameKind::none) named.push_back(i);
+  }
+  return named;
+}
+
+std::string csv_quoted(std::string text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string result = "\"";
+  for (const char character : text) {
+    if (character == '"') result += '"';
+    result += character;
+  }
+  result += '"';
+  return result;
+}
 
 std::unique_ptr<RowExport> make_json_export(const RecordLayout& layout, Output& output,
                                             const Names* names) {

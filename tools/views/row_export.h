@@ -39,4 +39,10 @@ std::unique_ptr<RowExport> make_json_export(const RecordLayout& layout, Output& 
 std::unique_ptr<RowExport> make_csv_export(const RecordLayout& layout, Output& output,
                                            const Names* names = nullptr);
 
+// named_columns gives the columns of a type's key that can have names.
+std::vector<std::size_t> named_columns(const RecordLayout& layout);
+
+// csv_quoted doubles the quotes of a text that CSV cannot hold as it is (RFC 4180, section 2).
+std::string csv_quoted(std::string text);
+
 }  // namespace tally

@@ -1,4 +1,5 @@
-// tally-cgi: lists collections and writes control messages for the live page; see request.h.
+// tally-cgi: lists collections and writes control messages for the live page; see request.h. And
+// tally-history, which differs in how it tells a history; see past.h.
 //
 // One request, one process, one JSON answer: {"error": "..."} with a status of 4xx or 5xx, else
 // what was asked for. Nothing of it outlives the time limit, whoever sends slowly.
@@ -16,8 +17,10 @@
 #include "daemon/base/retry.h"
 #include "listing.h"
 #include "naming.h"
+#include "past.h"
 #include "pipe/pipe_writer.h"
 #include "request.h"
+#include "sources.h"
 
 namespace tally::cgi {
 namespace {
@@ -86,6 +89,12 @@ int serve() {
   if (const auto* names = std::get_if<NamesRequest>(&request)) {
     return answer(200, list_names(kDataDirectory, names->collection));
   }
+  if (const auto* history = std::get_if<HistoryRequest>(&request)) {
+    const auto told = list_history(*history);
+    const auto* refusal = std::get_if<Refusal>(&told);
+    return refusal ? refuse(refusal->status, refusal->text) : answer(200, std::get<Json>(told));
+  }
+  if (std::holds_alternative<SourcesRequest>(request)) return answer(200, list_sources());
   return answer(200, list_collections(kDataDirectory));
 }
 

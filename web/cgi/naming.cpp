@@ -2,7 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "names/names.h"
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 
@@ -18,6 +17,19 @@ constexpr std::chrono::milliseconds kPatience{500};
 
 }  // namespace
 
+std::size_t add_names(Json& found, const Names& names, const RecordLayout& layout,
+                      const unsigned char* record) {
+  std::size_t added = 0;
+  for (std::size_t i = 0; i < layout.key_columns; ++i) {
+    if (names.name_of(layout, record, i).empty()) continue;
+    Json& column = found[layout.columns[i].name];
+    const auto [name, is_new] = column.emplace(cell_text(layout, record, i, NumberStyle::exact),
+                                               names.label_of(layout, record, i, false));
+    if (is_new) ++added;
+  }
+  return added;
+}
+
 Json list_names(const std::string& directory, const Collection& collection) {
   Json found = Json::object();
   const OpenFiles files =
@@ -30,13 +42,7 @@ Json list_names(const std::string& directory, const Collection& collection) {
   while (files.main.good() && count < kMostNames) {
     const unsigned char* record = records.next();
     if (record == nullptr) break;
-    for (std::size_t i = 0; i < layout.key_columns; ++i) {
-      if (names.name_of(layout, record, i).empty()) continue;
-      Json& column = found[layout.columns[i].name];
-      const auto [name, is_new] = column.emplace(cell_text(layout, record, i, NumberStyle::exact),
-                                                 names.label_of(layout, record, i, false));
-      if (is_new) ++count;
-    }
+    count += add_names(found, names, layout, record);
   }
   return {{"names", std::move(found)}};
 }

@@ -4,16 +4,19 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "names/names.h"
 #include "records/collection_name.h"
 
 namespace tally::cgi {
 
-// list_names looks at the delta file of a collection in a directory and tells what people see in
-// place of the values of its keys that have a name, by column and by value:
-//
-//   {"names": {"protocolDirLocalIndex": {"130": "ether2.ip.udp.dns"}, "nlHostAddress": {...}}}
-//
-// A file that is not there or not good has no names; of a large one the first 10,000 are told.
+// add_names adds what people see in place of the values of a record's key that have a name, by
+// column and by value: {"protocolDirLocalIndex": {"130": "ether2.ip.udp.dns"}, "nlHostAddress":
+// {...}}. It returns how many were not there.
+std::size_t add_names(nlohmann::json& found, const Names& names, const RecordLayout& layout,
+                      const unsigned char* record);
+
+// list_names tells those in the delta file of a collection in a directory: {"names": {...}}. A file
+// that is not there or not good has no names; of a large one the first 10,000 are told.
 nlohmann::json list_names(const std::string& directory, const Collection& collection);
 
 }  // namespace tally::cgi

@@ -1,18 +1,23 @@
 #include "request.h"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <limits>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "daemon/base/collection_types.h"
+#include "records/cell_text.h"
+#include "records/record_columns.h"
 
 namespace tally::cgi {
 namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::string_view kNamesQuery = "names=";
+constexpr const char* kNoControlHeader = "The header X-Tally-Control: 1 is missing.";
 
 constexpr std::size_t kMembers = 3;  // of the one object that a message is
 
@@ -62,7 +67,7 @@ std::string foreign(const Variables& variables) {
   if (!site.empty() && site != "same-origin") {
     return "Messages are taken from this server's own page only: another site asked for this.";
   }
-  if (variables("HTTP_X_TALLY_CONTROL") != "1") return "The header X-Tally-Control: 1 is missing.";
+  if (variables("HTTP_X_TALLY_CONTROL") != "1") return kNoControlHeader;
   return {};
 }
 
@@ -72,14 +77,56 @@ bool is_json(std::string_view content_type) {
   return type == "application/json";
 }
 
-// names_of reads "host/3", or "ifstats/0".
-Request names_of(std::string_view text) {
+using Parameters = std::map<std::string, std::string, std::less<>>;
+
+// parameters reads "history=host/3&span=day".
+Parameters parameters(std::string_view query) {
+  Parameters found;
+  while (!query.empty()) {
+    const std::string_view each = query.substr(0, query.find('&'));
+    query.remove_prefix(std::min(each.size() + 1, query.size()));
+    const std::size_t equals = std::min(each.find('='), each.size());
+    std::string value(each.substr(std::min(equals + 1, each.size())));
+    std::ranges::replace(value, '+', ' ');
+    found[std::string(each.substr(0, equals))] = unescaped(value, "%");
+  }
+  return found;
+}
+
+// collection_of reads "host/3", or "ifstats/0".
+std::optional<Collection> collection_of(std::string_view text) {
   const std::size_t slash = text.find('/');
   const auto type = collection_type(text.substr(0, slash));
   const auto index =
       slash == std::string_view::npos ? std::nullopt : parse_number(text.substr(slash + 1));
-  if (!type || !index) return Refusal{400, "Names are asked for as names=TYPE/INDEX."};
-  return NamesRequest{{*type, *index}};
+  if (!type || !index) return std::nullopt;
+  return Collection{*type, *index};
+}
+
+Request history_of(const Collection& collection, Parameters& given) {
+  const auto* span = std::ranges::find(kSpans, given["span"], &Span::name);
+  if (span == std::end(kSpans)) return Refusal{400, "The span is hour, day, week or year."};
+  const RecordLayout& layout = *record_layout(collection.type);
+  const std::string& name = given["column"];
+  const auto column = name.empty() ? layout.rank : find_column(layout, name).value_or(0);
+  if (column < layout.key_columns) return Refusal{400, "There is no such rate."};
+  return HistoryRequest{collection, *span, column, given["row"]};
+}
+
+Request query_of(const Variables& variables) {
+  Parameters given = parameters(variables("QUERY_STRING"));
+  if (given.contains("sources")) {
+    if (variables("HTTP_X_TALLY_CONTROL") == "1") return SourcesRequest{};
+    return Refusal{403, kNoControlHeader};
+  }
+  for (const char* what : {"names", "history"}) {
+    if (!given.contains(what)) continue;
+    const auto collection = collection_of(given[what]);
+    if (!collection) return Refusal{400, std::string(what) + " must be asked for as TYPE/INDEX."};
+    if (std::string_view(what) == "names") return NamesRequest{*collection};
+    return history_of(*collection, given);
+  }
+  return ListRequest{};
 }
 
 Request message_of(std::string_view body) {
@@ -133,11 +180,7 @@ std::variant<std::size_t, Refusal> body_length(const Variables& variables) {
 Request parse_request(const Variables& variables, std::string_view body) {
   const auto length = body_length(variables);
   if (const auto* refusal = std::get_if<Refusal>(&length)) return *refusal;
-  if (variables("REQUEST_METHOD") != "POST") {
-    const std::string_view query = variables("QUERY_STRING");
-    return query.starts_with(kNamesQuery) ? names_of(query.substr(kNamesQuery.size()))
-                                          : ListRequest{};
-  }
+  if (variables("REQUEST_METHOD") != "POST") return query_of(variables);
   if (std::string text = foreign(variables); !text.empty()) return Refusal{403, std::move(text)};
   if (!is_json(variables("CONTENT_TYPE"))) return Refusal{415, "The body is not application/json."};
   if (body.size() != std::get<std::size_t>(length)) {

@@ -2,15 +2,19 @@
 //
 //   GET                                                       list the collections
 //   GET  ?names=host/3                                        names of what is in a delta file
+//   GET  ?history=host/3&span=day[&column=NAME][&row=KEY]     rates of the past
+//   GET  ?sources                                             what there is to be collected
 //   POST {"message":"viewing","type":"host","index":3}        one control message
 //
 // A message is taken from a page of the same origin only, because the browsers of the appliance's
 // users also show the pages of others: the request must carry an Origin that is this server, the
 // header "X-Tally-Control: 1" and the type application/json, which no foreign page can send without
-// the server's leave, and nothing in it may say that another site made it.
+// the server's leave, and nothing in it may say that another site made it. The sources, for which
+// the agent is asked, want that header, too.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -37,7 +41,29 @@ struct NamesRequest {
   Collection collection;
 };
 
-using Request = std::variant<ListRequest, NamesRequest, ControlMessage, Refusal>;
+// Span is a time that ends now, and how much of it a value of its history covers.
+struct Span {
+  const char* name;
+  std::int32_t seconds;
+  std::int32_t step;
+};
+inline constexpr Span kSpans[] = {{"hour", 3600, 15},
+                                  {"day", 86'400, 180},
+                                  {"week", 604'800, 1800},
+                                  {"year", 31'536'000, 86'400}};
+
+// HistoryRequest asks for one rate of a collection's busiest rows, or for all rates of one row.
+struct HistoryRequest {
+  Collection collection;
+  Span span;
+  std::size_t column;
+  std::string row;  // its key as people are shown it, without names; empty: the busiest rows
+};
+
+struct SourcesRequest {};
+
+using Request = std::variant<ListRequest, NamesRequest, HistoryRequest, SourcesRequest,
+                             ControlMessage, Refusal>;
 
 // Variables gives the meta-variable of a name; empty when it is not set.
 using Variables = std::function<std::string_view(const char* name)>;

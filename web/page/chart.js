@@ -1,10 +1,11 @@
 // Rates over time, drawn by dygraphs, with a legend that is also their text.
 import { drawing, element, say } from "./dom.js";
-import { clock, duration, percent, shownIn } from "./text.js";
+import { clock, day, duration, percent, shownIn } from "./text.js";
 import { quantity, tick } from "./units.js";
 
 const MIN_SPAN = 900;   // seconds that the chart shows at least, when there is history
 const INTERVALS = 40;   // or as many of the newest interval
+const DAY = 86400;      // seconds; in longer charts a time has its date
 const FIRST_SPAN = 60;  // seconds that it shows when there is hardly any
 const COLOURS = 12;     // of style.css
 const DASHES = [null, [7, 3], [2, 3]];  // what tells rows apart that have the same colour
@@ -52,8 +53,11 @@ export class Chart {
     box.classList.add("chart");
     box.replaceChildren(element("div", { className: "plot-box" }, this.#plot, this.#cursor), element("div", { className: "beside" }, this.#note, this.#legend));
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#last && this.show(...this.#last));
-    // Also when it comes back into sight: what was resized while it was hidden has no size.
-    new ResizeObserver(() => this.#plot.clientWidth > 0 && this.#graph?.resize()).observe(this.#plot);
+    // What is hidden has no size: it is drawn when it comes into sight.
+    new ResizeObserver(() => {
+      this.#graph?.resize();
+      if (this.#last) this.show(...this.#last);
+    }).observe(this.#plot);
     this.#plot.addEventListener("keydown", (event) => this.#key(event));
     this.#plot.addEventListener("blur", () => this.#leave());
   }
@@ -66,7 +70,8 @@ export class Chart {
   }
 
   // show draws what the engine's chartOf gives and whose it is (`owner`), of a layout's column, up to a sample that covers
-  // `interval` seconds. link(line) is the address of a line's row, or null.
+  // `interval` seconds, and back as many `seconds` as the data says, if it does, of a past that begins at `since`. link(line) is the address of a line's
+  // row, or null.
   async show(data, column, interval, link) {
     this.#last = [data, column, interval, link];
     const style = getComputedStyle(this.#box);
@@ -76,9 +81,10 @@ export class Chart {
     this.#plot.setAttribute("aria-label", `${data.lines.length} ${data.stacked ? "shares" : "lines"} over time; arrow keys lead from one moment to another`);
     const there = await library();
     this.#box.classList.toggle("undrawn", !there);
-    if (!there || this.#last?.[0] !== data) return;
-    const end = data.times.at(-1);
-    const begin = Math.max(data.times[0], end - Math.max(MIN_SPAN, INTERVALS * Math.max(interval, 1)));
+    if (!there || this.#last?.[0] !== data || this.#plot.clientWidth === 0) return;
+    const end = Math.max(data.times.at(-1), data.seconds ? data.since + data.seconds : 0);
+    const begin = data.seconds ? end - data.seconds :
+      Math.max(data.times[0], end - Math.max(MIN_SPAN, INTERVALS * Math.max(interval, 1)));
     // dygraphs stacks the last series first: the busiest lies at the bottom.
     const drawn = data.lines.map((_, at) => at).reverse();
     const rows = data.times.map((time, point) => [
@@ -86,6 +92,7 @@ export class Chart {
       ...drawn.map((at) => shownIn(column, data.lines[at].values[point]))]);
     const options = {
       labels: ["time", ...drawn.map(String)],
+      strokeWidth: data.seconds ? 1 : 1.6,
       series: Object.fromEntries(drawn.map((at) => [String(at), styleOf(data.lines[at], data.owner, colour)])),
       stackedGraph: data.stacked, stackedGraphNaNFill: "none", fillAlpha: 0.55,
       dateWindow: [Math.min(begin, end - FIRST_SPAN) * 1000, end * 1000],
@@ -98,7 +105,7 @@ export class Chart {
 
   #fixed(column) {
     return {
-      legend: "never", includeZero: true, strokeWidth: 1.6, highlightCircleSize: 3, interactionModel: {},
+      legend: "never", includeZero: true, highlightCircleSize: 3, interactionModel: {},
       gridLineWidth: 1, axisLabelFontSize: 12, xRangePad: 0, rightGap: 8,
       highlightSeriesOpts: { strokeWidth: 2.6 }, highlightSeriesBackgroundAlpha: 0.45,
       axes: { x: { drawGrid: false, pixelsPerLabel: 90 }, y: { axisLabelWidth: 78, pixelsPerLabel: 42, axisLabelFormatter: (value) => tick(column, value) } },
@@ -131,14 +138,14 @@ export class Chart {
 
   // values writes those of one point into the legend.
   #values(point) {
-    const [{ lines, times, total }, column] = this.#last;
+    const [{ lines, times, total, seconds }, column] = this.#last;
     this.#items.forEach(({ value, part }, at) => {
       const rate = lines[at].values[point];
       say(value, Number.isNaN(rate) ? "\u2013" : quantity(column, rate));
       say(part, total?.[point] > 0 && rate >= 0 ? percent(rate / total[point] * 100) : "");
     });
     const sum = total && !Number.isNaN(total[point]) ? `, total ${quantity(column, total[point])}` : "";
-    say(this.#note, `${point === this.#final() ? "Newest sample" : "At"} ${clock(times[point])}${sum}`);
+    say(this.#note, `${point === this.#final() ? "Newest sample" : "At"} ${seconds >= DAY && point !== this.#final() ? day(times[point]) : ""} ${clock(times[point])}${sum}`);
   }
 
   // point moves the cursor to a sample; name is that of the line under the pointer.
@@ -174,5 +181,5 @@ export class Chart {
   }
 }
 
-// span tells how much of the time a chart covers.
-export const span = ({ times }) => (times.length === 0 ? "" : duration(times.at(-1) - times[0]));
+// covered tells how much of the time a chart covers.
+export const covered = ({ times }) => (times.length === 0 ? "" : duration(times.at(-1) - times[0]));

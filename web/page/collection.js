@@ -1,6 +1,6 @@
 // One collection on show: its state, its chart and its rows.
-import { titleOf, write } from "./address.js";
-import { Chart, span } from "./chart.js";
+import { SPANS, linkTo, pastOf, titleOf } from "./address.js";
+import { Chart, covered } from "./chart.js";
 import { $, element, say } from "./dom.js";
 import { Grid } from "./grid.js";
 import { count, grouped } from "./text.js";
@@ -44,10 +44,11 @@ export class CollectionView {
     this.#known = known;
     this.#layout = known.layout;
     const query = this.query();
+    $("grid").hidden = false;
     if (columns) {
       const wanted = place.columns.split(",");
       const shown = this.#layout.shown.filter(({ isRate, name }) => !isRate || !place.columns || wanted.includes(name));
-      this.#grid.open(known.layout, shown, `Rates of ${titleOf(place)}`, (label) => write({ ...place, row: label, q: "", sort: "", columns: "", chart: "" }));
+      this.#grid.open(known.layout, shown, `Rates of ${titleOf(place)}`, (label) => linkTo(this.#place, label));
       $("columns").replaceChildren(...this.#layout.rates.map((column) => element("label", {},
         element("input", { type: "checkbox", value: column.name, checked: shown.includes(column) }), column.heading)));
     }
@@ -74,8 +75,9 @@ export class CollectionView {
     const { columns, rates, rank } = this.#layout;
     const named = (name, of) => of.find((column) => column.name === name)?.name;
     const column = named(sort.replace(/^-/, ""), columns);
+    const metric = named(chart, rates) ?? rank.name;
     return { id: this.#known.id, column: column ?? rank.name, descending: column === undefined || sort.startsWith("-"),
-      search: q, metric: named(chart, rates) ?? rank.name, row: "" };
+      search: q, metric, row: "", past: pastOf({ ...this.#place, column: metric }) };
   }
 
   // show shows the engine's newest answer.
@@ -85,15 +87,21 @@ export class CollectionView {
     const query = this.query();
     const metric = layout.columns.find(({ name }) => name === query.metric);
     this.#grid.show(shown, answer.order, query, metric, answer.top, marks);
-    $("no-hit").hidden = answer.order.length > 0 || query.search === "";
+    $("no-hit").hidden = answer.order.length > 0;
+    $("grid").hidden = !$("no-hit").hidden;
+    $("no-hit").querySelector("button").hidden = query.search === "";
+    say("no-hit-text", query.search === "" ? "No row has rates in this sample." : "No row matches the search.");
     say("found", query.search ? `${grouped(answer.order.length)} of ${count(shown.count, "row")}` : "");
-    const drawn = `${number} ${query.metric} ${query.search}`;
+    const drawn = [number, query.metric, query.search, query.past, answer.past].join();
     if (answer.chart.column !== query.metric || answer.search !== query.search) return;  // of the query before
     if (drawn === this.#drawn) return;  // another order changes nothing below
     this.#drawn = drawn;
-    this.#chart.show({ ...answer.chart, owner: this.#known.id }, metric, shown.header.interval,
-      ({ label }) => (label === undefined ? null : write({ ...this.#place, row: label, q: "", sort: "", columns: "", chart: "" })));
-    say("chart-note", answer.chart.lines.length === 0 ? "There is nothing to draw." : `${answer.chart.stacked ? "Shares of the total" : "The busiest rows"}, the last ${span(answer.chart)}: as long as this page has watched.`);
+    const [word, seconds] = (answer.past && SPANS.get(this.#place.span)) || ["", 0];
+    this.#chart.show({ ...answer.chart, owner: this.#known.id, seconds }, metric, shown.header.interval,
+      ({ label }) => (label === undefined ? null : linkTo(this.#place, label)));
+    const what = answer.chart.stacked ? "Shares of the total" : "The busiest rows";
+    const when = word ? `${word.toLowerCase()}: as the recorder has kept it` : `${covered(answer.chart)}: as long as this page has watched`;
+    say("chart-note", answer.chart.lines.length === 0 ? "There is nothing to draw." : `${what}, the last ${when}.`);
   }
 }
 

@@ -3,18 +3,21 @@
 //
 //   page -> engine  {sample: {id, stem, number, delta, samples, names}}  a whole delta file, with or without
 //                     rows, and null or the files {prev, last} that it was made of
-//                   {query: {id, column, descending, search, metric, row}}   names of columns; row is
-//                     the label of one, or "". null: nothing but summaries is wanted
+//                   {query: {id, column, descending, search, metric, row, past}}   names of columns; row
+//                     is the label of one, or "", past names what of the past is wanted, or "". null:
+//                     nothing but summaries is wanted
+//                   {past: {wanted, stem, ...}}   what the server tells of the past
 //                   {forget: id}   the collection is gone
 //   engine -> page  {summary: {id, number, total, busiest, spark, tiles}}  after each sample; of the column
 //                     that the type is ranked by: total of all rows or null, {title, label, value}, the
 //                     course of the total or else of the busiest, [{title, label, values}] of interfaces
-//                   {answer: {id, search, number, order, top, chart, findings, row, title, charts}}  the sample's number;
+//                   {answer: {id, search, past, number, order, top, chart, findings, row, title, charts}}  the sample's number;
 //                     rows as the query wants them and their largest metric, the lines of the
 //                     metric, what countFlaws and marksOf found; row is the place of the wanted one
 //                     or -1, title its name, charts its rates, one for each unit
 import { decode } from "./delta.js";
 import { LAYOUTS } from "./layouts.js";
+import { Past } from "./past.js";
 import { marksOf, NO_MARKS } from "./samples.js";
 import { History } from "./series.js";
 import { UNITS, sizeOf } from "./units.js";
@@ -27,12 +30,15 @@ const MAX_BYTES = 96 << 20; // of all histories
 const ROWS_TILED = 256;
 
 const collections = new Map();  // id: {layout, table, history, findings, number, charted}
-let query = null;
+let query = null, past = null;
 
 onmessage = ({ data }) => {
   if (data.sample) {
     take(data.sample);
     if (query?.id === data.sample.id) answer(collections.get(query.id));
+  } else if (data.past) {
+    past = new Past(data.past, LAYOUTS.get(data.past.stem));
+    if (query && collections.has(query.id)) answer(collections.get(query.id));
   } else if (data.forget) {
     collections.delete(data.forget);
   } else {
@@ -76,48 +82,53 @@ function answer(known) {
   const found = foundRows(table);
   const order = sorted(table, found, columnOf(layout, query.column));
   const most = busiest(table, found, metric, 1)[0];
-  const key = query.row === "" ? null : known.history.keyOf(query.row);
+  const before = past?.wanted === query.past ? past : null;
+  const kept = before?.rows() ?? [];
+  const wanted = kept.find(({ label }) => label === query.row);
+  const key = query.row === "" ? null : wanted?.key ?? known.history.keyOf(query.row);
   postMessage({ answer: {
-    id: query.id, search: query.search, number, findings, title: key === null ? query.row : known.history.titleOf(key),
+    id: query.id, search: query.search, past: before ? `${before.wanted} ${before.begin}` : "", number, findings,
+    title: key === null ? query.row : wanted?.title ?? known.history.titleOf(key),
     row: key === null ? -1 : allRows(table).findIndex((row) => table.key(row) === key),
     top: most === undefined ? 0 : table.number(most, metric),
-    chart: query.row === "" ? chartOf(known, found, metric) : null,
-    charts: key === null ? [] : chartsOf(known, key),
+    chart: query.row === "" ? chartOf(known, found, metric, before, kept) : null,
+    charts: key === null ? [] : chartsOf(known, key, before),
     order,
   } }, [order.buffer]);
 }
 
 // chartOf draws those that were busiest on the average, of the rows that are busy now and those that
 // were drawn before, so that lines do not come and go with each sample. Shares of a total are stacked,
-// with all other rows on top.
-function chartOf(known, rows, metric) {
+// with all other rows on top. Of the past those are drawn that the server has found to be the busiest.
+function chartOf(known, rows, metric, past, kept) {
   const { table, history, layout } = known;
   const rule = metric.kind === "percent" ? "none" : layout.total;
   const wanted = `${metric.name} ${query.search}`;
   const before = known.charted?.wanted === wanted ? known.charted.names : [];
-  const names = new Map([...before, ...busiest(table, rows, metric, CANDIDATES).map((row) => [table.key(row), named(table, row)])]);
-  const { times, values } = history.lines([...names.keys(), null].map((key) => ({ key, column: metric })));
+  const names = new Map(past ? kept.map((row) => [row.key, row]) :
+    [...before, ...busiest(table, rows, metric, CANDIDATES).map((row) => [table.key(row), named(table, row)])]);
+  const { times, values } = history.lines([...names.keys(), null].map((key) => ({ key, column: metric })), past);
   const total = values.pop();
   const lines = [...names].map(([key, name], at) => ({ key, ...name, values: values[at], mean: mean(values[at]) }))
     .filter((line, at) => line.mean > 0 || at === 0).sort((a, b) => b.mean - a.mean).slice(0, CHARTED);
-  known.charted = { wanted, names: lines.map(({ key, title, label }) => [key, { title, label }]) };
+  if (!past) known.charted = { wanted, names: lines.map(({ key, title, label }) => [key, { title, label }]) };
   const stacked = rule === "sum";
-  if (stacked && query.search === "") {
+  if (stacked && (past || query.search === "")) {
     const rest = total.map((all, at) => Math.max(0, lines.reduce((left, line) => left - line.values[at], all)));
     if (rest.some((value, at) => value > total[at] * ROUNDING)) lines.push({ title: "Others", values: rest, others: true });
   }
-  if (rule === "row" && query.search === "") lines.push({ title: "Total", values: total, others: true });
-  return { column: metric.name, times, lines, stacked, total: rule === "none" ? null : total };
+  if (rule === "row" && (past || query.search === "")) lines.push({ title: "Total", values: total, others: true });
+  return { column: metric.name, since: past?.begin, times, lines, stacked, total: rule === "none" ? null : total };
 }
 
 // chartsOf draws all rates of one row, one chart for each unit; events only where there were any.
-function chartsOf({ history, layout }, key) {
+function chartsOf({ history, layout }, key, past) {
   return Object.keys(UNITS).flatMap((unit) => {
     const columns = layout.rates.filter((column) => column.unit === unit && !sizeOf(column));
-    const { times, values } = history.lines(columns.map((column) => ({ key, column })));
+    const { times, values } = history.lines(columns.map((column) => ({ key, column })), past);
     const lines = columns.map(({ name }, at) => ({ label: name, column: name, values: values[at] }))
       .filter((line) => unit !== "events" || line.values.some((value) => value > 0)).slice(0, CHARTED);
-    return lines.length === 0 ? [] : [{ column: lines[0].column, times, stacked: false, total: null, lines }];
+    return lines.length === 0 ? [] : [{ column: lines[0].column, since: past?.begin, times, stacked: false, total: null, lines }];
   });
 }
 

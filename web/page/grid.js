@@ -40,7 +40,10 @@ export class Grid {
     region.replaceChildren(this.#table);
     region.addEventListener("scroll", () => this.#draw(), { passive: true });
     region.addEventListener("mouseover", ({ target }) => this.#tell(target.closest("td")));
-    new ResizeObserver(() => this.#draw()).observe(region);
+    new ResizeObserver(() => {
+      this.#freeze();
+      this.#draw();
+    }).observe(region);
   }
 
   // open empties the table and gives it these columns of another type. linkOf(label) is the address

@@ -2,7 +2,8 @@
 import { idOf } from "./address.js";
 import { decode } from "./delta.js";
 import { HEADER_SIZE, LAYOUTS } from "./layouts.js";
-import { isLate, notesOf } from "./notes.js";
+import { isEmpty, isLate, isOff, notesOf } from "./notes.js";
+import * as sources from "./sources.js";
 import { interfaceName } from "./tiles.js";
 import { find } from "./watcher.js";
 
@@ -12,8 +13,10 @@ const INTERVALS = 9;  // of which the usual one is found
 const STATES = [
   ["loading", "Loading", ({ sample }) => sample === null],
   ["waiting", "Waiting", ({ sample, notes }) => !sample.header && !notes.some(({ level }) => level === "bad")],
+  ["off", "Switched off", ({ off }) => off],
   ["failing", "Failing", ({ late, notes }) => notes.filter(({ level }) => level === "bad").length > (late ? 1 : 0)],
   ["stale", "Stale", ({ late }) => late],
+  ["waiting", "No rows", ({ empty }) => empty],
   ["live", "Live", () => true],
 ];
 
@@ -81,10 +84,10 @@ export class Known {
   // facts gathers what notes.js judges; now is the server's clock.
   facts(listing, now) {
     const files = find(listing, this.collection)?.files ?? {};
-    const { sample, layout } = this;
+    const { sample, layout, collection: { stem } } = this;
     return {
-      stem: this.collection.stem, file: files.delta, last: files.last, prev: files.prev, files: Object.keys(files).length,
-      ...sample, ...this.answer?.findings, now, usual: this.#usual(), unsettled: this.unsettled,
+      ...this.collection, file: files.delta, last: files.last, prev: files.prev, files: Object.keys(files).length,
+      ...sample, ...this.answer?.findings, now, usual: this.#usual(), offers: sources.rowsOf(stem), disabled: sources.isDisabled(stem), unsettled: this.unsettled,
       silent: sample?.table && files.last?.header?.time === sample.header.time ?
         (files.last.size - HEADER_SIZE) / layout.size - sample.table.count : 0,
       kept: this.shown !== null && sample !== null && (this.unsettled || sample.table === undefined),
@@ -95,7 +98,7 @@ export class Known {
   condition(listing, now) {
     const facts = this.facts(listing, now);
     const notes = this.sample ? notesOf(facts) : [];
-    const [state, word] = STATES.find(([, , holds]) => holds({ sample: this.sample, notes, late: isLate(facts) }));
+    const [state, word] = STATES.find(([, , holds]) => holds({ sample: this.sample, notes, late: isLate(facts), off: isOff(facts), empty: isEmpty(facts) }));
     return { state, word, notes };
   }
 

@@ -3,6 +3,9 @@ import { titleOf } from "./address.js";
 import { $, element, say } from "./dom.js";
 import { LAYOUTS } from "./layouts.js";
 import { send } from "./server.js";
+import * as sources from "./sources.js";
+
+const FRESH = 10000;  // milliseconds for which what the agent has told counts
 
 // fault shows an error, or clears it (null).
 export function fault(id, error) {
@@ -35,13 +38,32 @@ async function order(message, collection, done) {
 // called when the daemon was asked for it.
 export function setUp(exists, created) {
   const types = [...LAYOUTS.values()].filter(({ creatable }) => creatable);
-  $("create-type").replaceChildren(...types.map(({ stem, title }) => element("option", { value: stem, textContent: `${title} (${stem})` })));
+  const options = types.map(({ stem, title }) => element("option", { value: stem, textContent: `${title} (${stem})` }));
+  $("create-type").replaceChildren(...options);
   const chosen = () => LAYOUTS.get($("create-type").value);
-  $("create-type").onchange = () => { $("create-index").disabled = chosen().supervisor; };
+  const offer = () => {
+    for (const option of options) option.disabled = sources.rowsOf(option.value)?.length === 0;
+    if ($("create-type").selectedOptions[0]?.disabled) $("create-type").value = options.find(({ disabled }) => !disabled).value;
+    const { stem, supervisor } = chosen();
+    const rows = sources.rowsOf(stem);
+    const before = $("create-row").value;
+    $("create-row").replaceChildren(...(rows ?? []).map(({ index, owner }) => element("option",
+      { value: index, textContent: `${index} (${owner})`, selected: String(index) === before })));
+    for (const [id, shown] of [["create-row", rows], ["create-index", !rows]]) {
+      $(id).disabled = supervisor || !shown;
+      $(id).parentNode.hidden = $(id).disabled;
+    }
+    const missing = options.filter(({ disabled }) => disabled).length;
+    say("offer", supervisor || rows ? (missing ? `Of ${missing} types the agent has no row.` : "") : "The agent does not answer: what it has cannot be told.");
+  };
+  const refresh = () => sources.refresh(FRESH).then(offer);
+  $("create-type").onchange = offer;
+  $("create").addEventListener("focusin", refresh);
+  refresh();
   $("create").onsubmit = async (event) => {
     event.preventDefault();
     const { stem, supervisor } = chosen();
-    const wanted = { stem, index: supervisor ? 0 : $("create-index").valueAsNumber };
+    const wanted = { stem, index: supervisor ? 0 : Number((sources.rowsOf(stem) ? $("create-row") : $("create-index")).value) };
     const title = titleOf(wanted);
     if (exists(wanted) && !supervisor &&
         !await confirmed(`${title} exists. Creating it again removes its files, and it starts anew.`, "Start anew")) return;

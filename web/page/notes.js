@@ -1,6 +1,6 @@
 // What is to be known about a sample besides its numbers: what the files can really tell, and where
 // they cannot.
-import { LAYOUTS } from "./layouts.js";
+import { HEADER_SIZE, LAYOUTS } from "./layouts.js";
 import { count, duration, moment } from "./text.js";
 import { MAX_SAMPLES } from "./watcher.js";
 
@@ -13,8 +13,13 @@ const late = (interval) => interval * 1.5 + 5;
 const DEFAULT_INTERVAL = 60;
 const expected = ({ usual, header }) => usual || Math.max(header.interval, DEFAULT_INTERVAL);
 
-// isLate tells whether a newer sample should be there by now.
-export const isLate = (facts) => facts.header !== undefined && facts.now - facts.header.time > late(expected(facts));
+// isLate tells whether a newer sample should be there by now, isOff whether none is to be expected.
+const isOld = (facts) => facts.header !== undefined && facts.now - facts.header.time > late(expected(facts));
+export const isLate = (facts) => isOld(facts) && !facts.disabled;
+export const isOff = (facts) => isOld(facts) && facts.disabled;
+
+// isEmpty tells whether the agent has given nothing to a collection of its own.
+export const isEmpty = (facts) => !facts.table?.count && facts.last?.size === HEADER_SIZE && LAYOUTS.get(facts.stem).code <= 10;
 
 // A table may well grow by a few rows at its end; by so many at once it hardly does.
 const MANY_NEW = 10;
@@ -26,6 +31,8 @@ const MANY_NEW = 10;
 //   now                the server's clock
 //   usual              the median of the intervals that this page has seen of the collection; 0
 //                      while there are too few
+//   offers             the agent's control rows of the type; undefined: not known
+//   disabled           the settings switch the kind off
 //   unsettled          the file went on changing while it was read
 //   kept               rows of an earlier sample are on show
 //   full               rows with a utilisation of 100
@@ -36,7 +43,9 @@ const NOTES = [
   ["bad", (f) => f.file?.error, (f) => `${f.file.name} cannot be read: ${f.file.error}.`],
   ["info", (f) => f.state === "absent" && f.files === 0,
     () => "No file yet. A collection that was asked for a moment ago is polled at once; if nothing comes, the agent or the supervisor has no such table, or nobody asked for it."],
-  ["info", (f) => f.state === "absent" && f.files > 0,
+  ["warn", isEmpty, (f) => (!f.offers || f.offers.some(({ index }) => index === f.index) ? "The agent has no row for it yet." :
+    `The agent has no control row ${f.index} of this type, ${f.offers.length > 0 ? `only ${f.offers.map(({ index }) => index).join(", ")}` : "nor any other"}: nothing can come.`)],
+  ["info", (f) => f.state === "absent" && f.files > 0 && !isEmpty(f),
     () => "One sample so far: rates come with the second."],
   ["warn", (f) => f.state === "empty",
     () => "The file is empty: it is about to be written, or the samples that it is made of could not be read."],
@@ -51,10 +60,12 @@ const NOTES = [
   ["info", (f) => f.file?.writing, () => "tallyd is writing the file at this moment."],
   ["warn", (f) => f.unsettled, () => "The file went on changing while it was read."],
   ["warn", (f) => f.kept, () => "The rows below are those of the sample before."],
-  ["info", (f) => f.state === "header-only",
+  ["info", (f) => f.state === "header-only" && !isEmpty(f),
     () => "No rates: no counter changed in the interval."],
   ["bad", isLate,
     (f) => `Late: the sample is ${duration(f.now - f.header.time)} old, and ${f.usual ? "usually one comes" : "one is expected"} every ${duration(expected(f))}. Is tallyd running, does the agent answer?`],
+  ["info", isOff,
+    (f) => `Switched off: the settings disable this kind, so these rates stay as they are. "Create" switches it on until tallyd is started again; "Destroy" removes the files.`],
   ["warn", (f) => f.header && f.header.time > f.now + 2,
     (f) => `The sample lies ${duration(f.header.time - f.now)} ahead of the server's clock: the clock was set back.`],
   ["warn", (f) => f.header?.interval < 0,

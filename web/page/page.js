@@ -1,6 +1,6 @@
 // The live page: the watcher brings files, the engine makes sense of them, and one of three views -
 // the overview, a collection, a row - shows what the address says.
-import { idOf, read, titleOf, write } from "./address.js";
+import { SPANS, idOf, read, titleOf, write } from "./address.js";
 import { CollectionView } from "./collection.js";
 import * as messages from "./messages.js";
 import { $, element, say } from "./dom.js";
@@ -8,11 +8,14 @@ import { Known } from "./known.js";
 import { LAYOUTS } from "./layouts.js";
 import { health } from "./notes.js";
 import * as overview from "./overview.js";
+import { Recorded } from "./recorded.js";
 import { RowView } from "./row.js";
-import { duration, grouped, moment } from "./text.js";
+import * as sources from "./sources.js";
+import { count, duration, grouped, moment } from "./text.js";
 import { Watcher, find } from "./watcher.js";
 
 const FOLLOWED = 40;  // collections that the overview keeps up to date, at most
+const RELOOK = 60000; // milliseconds between two looks at the settings, while a kind of the supervisor's is stale
 const TICK = 1000;    // milliseconds between two looks at the age of things
 const NARROW = matchMedia("(max-width: 50rem)");
 
@@ -23,6 +26,10 @@ const known = new Map();          // by id
 const created = new Set();        // ids of what this page asked for; it may have no file yet
 
 const engine = new Worker(new URL("engine.js", import.meta.url), { type: "module" });
+const recorded = new Recorded((told, error) => {
+  messages.fault("past-trouble", error ?? (told.left_out > 0 ? { message: `${count(told.left_out, "row")} left out, for lack of time to read them all.` } : null));
+  if (told) engine.postMessage({ past: told });
+});
 const views = { collection: new CollectionView(change), row: new RowView() };
 const watcher = new Watcher({
   list: takeList,
@@ -58,6 +65,7 @@ function go() {
   if (place === null) {
     document.title = "tallyd";
     engine.postMessage({ query: null });
+    recorded.want(null);
   } else {
     const { title, creatable } = LAYOUTS.get(place.stem);
     document.title = `${place.row || titleOf(place)} \u2013 tallyd`;
@@ -65,20 +73,28 @@ function go() {
     $("above").textContent = place.row ? `${titleOf(place)} \u2013 ${title}` : "Overview";
     $("above").href = place.row ? write({ ...place, row: "" }) : "#";
     $("destroy").hidden = !creatable || Boolean(place.row);
-    viewed().open(place, knownOf(place));
-    engine.postMessage({ query: viewed().query() });
+    turn();
   }
   follow();
   showAll();
   markCurrent();
 }
 
-// change shows something else of the same collection, at another address.
+// change shows something else of the same collection or row, at another address.
 function change(wanted) {
   place = wanted;
   history.replaceState(null, "", write(place));
-  views.collection.open(place, knownOf(place));
-  engine.postMessage({ query: views.collection.query() });
+  turn();
+}
+
+// turn has the view on show turn to the place.
+function turn() {
+  viewed().open(place, knownOf(place));
+  const query = viewed().query();
+  engine.postMessage({ query });
+  recorded.want(query.past ? { stem: place.stem, index: place.index, span: place.span, column: query.metric, row: place.row } : null);
+  if (!query.past) messages.fault("past-trouble", null);
+  for (const choice of $("spans").querySelectorAll("input")) choice.checked = choice.value === (query.past && place.span);
 }
 
 // follow tells the watcher what to keep up to date: the collection on show, or all of the overview.
@@ -140,6 +156,7 @@ function showAll() {
   $("welcome").hidden = all.length > 0 || place !== null;
   all.forEach((each, at) => {
     const { state, word } = knownOf(each).condition(listing, serverTime());
+    if (state === "stale" && LAYOUTS.get(each.stem).supervisor) void sources.refresh(RELOOK);
     const dot = $("collections").children[at]?.querySelector(".dot");
     if (!dot) return;
     dot.dataset.state = place === null || idOf(each) === idOf(place) ? state : "";
@@ -186,6 +203,9 @@ messages.setUp((wanted) => find(listing ?? { collections: [] }, wanted) !== unde
   if (location.hash === write(wanted)) go();
   else location.hash = write(wanted);
 });
+$("spans").append(...[["", ["Live"]], ...SPANS].map(([value, [word]]) => element("label", {},
+  element("input", { type: "radio", name: "span", value }), element("span", { textContent: word }))));
+$("spans").onchange = ({ target }) => change({ ...place, span: target.value });
 $("destroy").onclick = async () => {
   const gone = place;
   const asked = await messages.destroy(gone, () => {

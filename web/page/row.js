@@ -1,4 +1,5 @@
 // One row on show: its rates over time, all of its counters, and packet sizes where there are any.
+import { SPANS, pastOf } from "./address.js";
 import { Chart } from "./chart.js";
 import { $, element, say } from "./dom.js";
 import { exact } from "./grid.js";
@@ -9,19 +10,23 @@ export class RowView {
   #place = null; #known = null; #charts = new Map();  // by the name of their unit
 
   open(place, known) {
+    const anew = this.#known !== known || this.#place.row !== place.row;
     this.#place = place;
     this.#known = known;
-    this.#charts.clear();
-    $("row-charts").replaceChildren();
-    $("counters").replaceChildren();
-    $("sizes-section").hidden = true;
-    say("row-state", "");
+    if (anew) {
+      this.#charts.clear();
+      $("row-charts").replaceChildren();
+      $("counters").replaceChildren();
+      $("sizes-section").hidden = true;
+      say("row-state", "");
+    }
     if (known.answer) this.show();
   }
 
   query() {
     const { rank } = this.#known.layout;
-    return { id: this.#known.id, column: rank.name, descending: true, search: "", metric: rank.name, row: this.#place.row };
+    return { id: this.#known.id, column: rank.name, descending: true, search: "", metric: rank.name, row: this.#place.row,
+      past: pastOf({ ...this.#place, column: "" }) };
   }
 
   show() {
@@ -31,6 +36,7 @@ export class RowView {
     say("title", title);
     const idle = row < 0 ? "Not in the newest sample: idle, or gone." : "";
     say("row-state", charts.length === 0 ? "This row was in no sample since the page was opened." : idle);
+    const [, seconds] = (answer.past && SPANS.get(this.#place.span)) || [];
     const columnOf = (name) => layout.columns.find((column) => column.name === name);
     for (const chart of charts) {
       const column = columnOf(chart.column);
@@ -41,7 +47,7 @@ export class RowView {
         this.#charts.set(title, new Chart(box));
       }
       const lines = chart.lines.map((line, style) => ({ ...line, style, title: wordsOf(columnOf(line.column)) }));
-      this.#charts.get(title).show({ ...chart, lines }, column, shown.header.interval, () => null);
+      this.#charts.get(title).show({ ...chart, lines, seconds }, column, shown.header.interval, () => null);
     }
     const value = (column) => (row < 0 ? 0 : shown.number(row, column));
     $("counters").replaceChildren(...layout.rates.map((column) => element("div", { title: column.name },

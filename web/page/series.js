@@ -2,7 +2,7 @@
 // afterwards. Bounded in number and in bytes, whatever the files hold.
 
 const MAX_SAMPLES = 720;
-const BRIDGED = 5;  // seconds; the page looks every two, so it misses samples of intervals that short
+const BRIDGED = 15;  // seconds: of shorter intervals, which only settings ask for, the page cannot see every sample
 
 export class History {
   #tables = [];
@@ -24,8 +24,9 @@ export class History {
   // {key, column}; the key null means the total of all rows. A rate holds for its whole interval, so
   // each sample has two points; where no sample is known a point of NaN breaks the lines. A row that
   // a file leaves out is 0. After a sample that could not be kept the next interval begins before the
-  // last one ended; what was drawn stays.
-  lines(wanted) {
+  // last one ended; what was drawn stays. What the recorder has kept (past, or null) of the time before
+  // the first sample stands in front.
+  lines(wanted, past = null) {
     const keys = [...new Set(wanted.map(({ key }) => key))].filter((key) => key !== null);
     const times = [], values = wanted.map(() => []);
     const add = (time, point) => {
@@ -33,10 +34,16 @@ export class History {
       values.forEach((line, at) => line.push(point(wanted[at])));
     };
     let end = null;
+    const first = this.#tables.length > 0 ? beginOf(this.#tables[0].header) : Infinity;
+    for (let at = 0; at < (past?.count ?? 0) && past.begin + at * past.step < first; at++) {
+      const begin = past.begin + at * past.step;
+      end = Math.min(begin + past.step, first);
+      for (const time of [begin, end]) add(time, ({ key, column }) => past.value(key, column, at));
+    }
     for (const table of this.#tables) {
-      const { time, interval } = table.header;
-      let begin = Math.max(time - Math.max(interval, 1), end ?? -Infinity);
-      if (end !== null && begin > end && begin - end <= BRIDGED) begin = end;
+      const { time } = table.header;
+      let begin = Math.max(beginOf(table.header), end ?? -Infinity);
+      if (end !== null && begin > end && begin - end < BRIDGED) begin = end;
       if (end !== null && begin > end) add(begin, () => NaN);
       const places = this.#find(table, keys);
       const rate = ({ key, column }) => {
@@ -95,6 +102,8 @@ export class History {
     return places;
   }
 }
+
+const beginOf = ({ time, interval }) => time - Math.max(interval, 1);
 
 function totalOf(table, column) {
   let sum = 0;

@@ -20,6 +20,13 @@ export const list = () => ask({});
 export const namesOf = ({ stem, index }) =>
   ask({}, `?names=${stem}/${index}`).then((json) => json.names ?? {}).catch(() => ({}));
 
+// past gives the rates that the recorder has kept: see cgi/past.h.
+export const past = ({ stem, index, ...rest }) =>
+  ask({}, `?${new URLSearchParams({ history: `${stem}/${index}`, ...rest })}`);
+
+// sources gives what there is to be collected: see cgi/sources.h.
+export const sources = () => ask({ headers: { "X-Tally-Control": "1" } }, "?sources");
+
 // send puts a message for one collection into the daemon's pipe. Nobody answers it.
 export const send = (message, { stem, index }) => ask({
   method: "POST",

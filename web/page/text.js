@@ -67,6 +67,7 @@ export const amount = (column, value) => (column.kind === "percent" ? percent(va
 // grouped: a number of rows, with commas between the thousands.
 export const grouped = (number) => number.toLocaleString("en");
 
+export const day = (seconds) => new Date(seconds * 1000).toLocaleDateString("en-GB", { weekday: "short", day: "numeric", month: "short" });
 export const clock = (seconds) => new Date(seconds * 1000).toLocaleTimeString("en-GB");
 
 // moment: ISO 8601 with the zone of whoever looks, "2026-08-01 12:00:00 +02:00".

@@ -51,7 +51,8 @@ class WebServer:
         self.origin = f"http://{HOST}:{port}"
         root = pathlib.Path(tempfile.mkdtemp(prefix=f"{kind}-"))
         root.chmod(0o777)  # where any user of a server may read what is installed
-        shutil.copy(CGI, root)
+        for binary in (CGI, CGI.with_name("tally-history")):
+            shutil.copy(binary, root)
         shutil.copytree(REPOSITORY / "web" / "page", root / "page")
         shutil.copy(CGI.parents[1] / "page" / "columns.js", root / "page")
         config = root / "tallyd.conf"

@@ -111,10 +111,13 @@ TEST(Rate, LogsNullArgumentsAndEmptyIntervals) {
     std::string out = last;
     take_log();
     EXPECT_EQ(ops.calc_delta(nullptr, in(last), in(out), 0), -1);
+    EXPECT_EQ(ops.calc_rate(nullptr, in(out), 0), 0);
     EXPECT_EQ(ops.calc_delta(in(last), in(last), in(out), 0), 0);
     EXPECT_EQ(ops.calc_rate(in(last), in(out), 0), 1);
+    const std::string rate_null = type.name == "nlmatrix" ? "nlmatrixt" : type.name;
     EXPECT_EQ(take_log(),
               (std::vector{warning_line(type.delta_null + ": NULL pointer!"),
+                           warning_line(rate_null + "_calc_rate: NULL pointer!"),
                            debug_line(type.delta_zero + "_calc_delta() found a 0-length interval."),
                            debug_line(type.name + "_calc_rate() found a 0-length interval.")}));
   }

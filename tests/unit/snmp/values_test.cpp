@@ -147,26 +147,36 @@ TEST(Values, ADecodedBindingIsTakenApart) {
 
 // Something that was built is spoilt and built again: that fails, and leaves no packlet.
 TEST_F(Refusals, OfAPduThatWasBuilt) {
-  const std::function<void(Pdu&, VarBind&)> spoilers[] = {
-      [](Pdu& p, VarBind&) { p.type = 0xA9; },
-      [](Pdu& p, VarBind&) { FreeOID(std::exchange(p.enterprise, nullptr)); },
-      [](Pdu& p, VarBind&) { FreeOctetString(std::exchange(p.agent_addr, nullptr)); },
-      [](Pdu&, VarBind& b) { FreeOctetString(std::exchange(b.value.os_value, nullptr)); },
-      [](Pdu&, VarBind& b) { b.name->length = 1; },
-      [](Pdu&, VarBind& b) { b.name->oid_ptr[1] = 40; },
-      [](Pdu&, VarBind& b) { b.value.os_value->length = 2048; },  // no packet is as long
-      [](Pdu& p, VarBind& b) {                                    // one by one they can be measured
-        LinkVarBind(&p, CloneVarBind(&b));
-        b.value.os_value->length = b.next_var->value.os_value->length = 0x4000;
-      }};
-  for (const auto& spoil : spoilers) {
+  using Spoil = std::function<void(Pdu&, VarBind&)>;
+  const std::string list = "20000 FindLenVarBind, lenlen|20000 BuildPdu: varbindlen:";
+  const std::pair<Spoil, std::string> spoilers[] = {
+      {[](Pdu& p, VarBind&) { p.type = 0xA9; }, "20000 BuildPdu: bad pdu type: a9"},
+      {[](Pdu& p, VarBind&) { FreeOID(std::exchange(p.enterprise, nullptr)); },
+       "20000 FindLenOID, lenlen|20000 BuildPdu: temp_data_len (1)"},
+      {[](Pdu& p, VarBind&) { FreeOctetString(std::exchange(p.agent_addr, nullptr)); },
+       "20000 FindLenOctetString, NULL input|20000 BuildPdu: temp_data_len (2)"},
+      {[](Pdu&, VarBind& b) { FreeOctetString(std::exchange(b.value.os_value, nullptr)); },
+       "20000 FindLenOctetString, NULL input|" + list},
+      {[](Pdu&, VarBind& b) { b.name->length = 1; },
+       "1000 AddOID: Attempting to encode oid with length < 2|20000 AddVarBind: AddOID"},
+      {[](Pdu&, VarBind& b) { b.name->oid_ptr[1] = 40; },
+       "1000 AddOID: illegal value for first two subids|20000 AddVarBind: AddOID"},
+      {[](Pdu&, VarBind& b) { b.value.os_value->length = 2048; },  // no packet is as long
+       "20000 MakeOctetString: Bad octetstring length: 2086|"
+       "1000 BuildPdu: pdu_ptr->packlet MakeOctetString failed"},
+      {[](Pdu& p, VarBind& b) {  // one by one they can be measured
+         LinkVarBind(&p, CloneVarBind(&b));
+         b.value.os_value->length = b.next_var->value.os_value->length = 0x4000;
+       },
+       list}};
+  for (const auto& [spoil, log] : spoilers) {
     const PduPtr pdu(
         MakePdu(TRAP_PDU, 0, 0, 0, oid({1, 3, 6}).release(), MakeOctetString(nullptr, 4), 6, 1, 0));
     LinkVarBind(pdu.get(), MakeVarBindWithValue(oid({1, 3}).get(), nullptr, OCTET_STRING_TYPE,
                                                 MakeOctetString(nullptr, 3)));
     EXPECT_EQ(BuildPdu(pdu.get()), 0);
     spoil(*pdu, *pdu->var_bind_list);
-    EXPECT_EQ(BuildPdu(pdu.get()), -1) << &spoil - spoilers;
+    refused(BuildPdu(pdu.get()), log);
     EXPECT_EQ(pdu->packlet, nullptr);
     pdu->type = TRAP_PDU;  // for the destructor
   }
