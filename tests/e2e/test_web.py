@@ -19,7 +19,7 @@ from harness.collection import next_second
 from harness.files import FORMATS, HOST
 from harness.paths import DATA, NMP_SETTINGS, PIPE, program
 
-NAMES = pathlib.Path("/tmp/names")
+NAMES = pathlib.Path("/tmp/web-names")
 HISTORY = pathlib.Path("/tmp/recorded")
 TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
@@ -235,6 +235,8 @@ def test_list(server, files):
     assert (delta["size"], delta["writing"], delta["header"]["interval"]) == (78, False, 15)
     assert found["host", 3]["last"]["header"] is found["ifstats", 0]["delta"]["header"] is None
     assert "error" in found["vlan", 1]["delta"] and "error" in found["vlan", 2]["delta"]
+    for name in ("host/77", "host/3", "vlan/1"):  # of no file that is good
+        assert server.request("GET", f"/tally/control?names={name}")[::2] == (200, b'{"names":{}}\n'), name
 
 
 # What is in the files, and what the page says of it; rows on show.

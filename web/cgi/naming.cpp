@@ -34,12 +34,13 @@ Json list_names(const std::string& directory, const Collection& collection) {
   Json found = Json::object();
   const OpenFiles files =
       open_files(directory, collection, FileKind::delta, Samples::none, kPatience);
+  if (!files.main.good()) return {{"names", std::move(found)}};
   Names names;
   names.refresh();
   std::size_t count = 0;
   const RecordLayout& layout = *record_layout(collection.type);
   Records records = files.main.records();
-  while (files.main.good() && count < kMostNames) {
+  while (count < kMostNames) {
     const unsigned char* record = records.next();
     if (record == nullptr) break;
     count += add_names(found, names, layout, record);
