@@ -3,6 +3,7 @@
 // The page gets the one table of columns that tallyctl has, as data: see page/layouts.js for what
 // it makes of them.
 #include <cstdio>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "daemon/base/collection_types.h"
@@ -14,50 +15,19 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-const char* kind_word(ColumnKind kind) {
-  switch (kind) {
-    case ColumnKind::number:
-      return "number";
-    case ColumnKind::number_or_total:
-      return "total";
-    case ColumnKind::length:
-      return "length";
-    case ColumnKind::mac:
-      return "mac";
-    case ColumnKind::address:
-      return "address";
-    case ColumnKind::name:
-      return "name";
-    case ColumnKind::counter:
-      return "rate";
-    case ColumnKind::percent:
-      return "percent";
-    case ColumnKind::speed:
-    case ColumnKind::unused:
-      break;  // in samples only, of which the page reads no more than the counters
-  }
-  return "unused";
-}
+// What the page calls each kind, unit and rule, in their order. It reads no speed and nothing
+// unused: of the samples, which have them, it takes no more than the counters.
+constexpr const char* kKinds[] = {"number", "total", "length",  "mac",    "address",
+                                  "name",   "rate",  "percent", "unused", "unused"};
+constexpr const char* kUnits[] = {"", "octets", "packets", "events", "percent", ""};
+constexpr const char* kTotals[] = {"none", "sum", "row"};
+static_assert(std::size(kKinds) == static_cast<std::size_t>(ColumnKind::unused) + 1);
+static_assert(std::size(kUnits) == static_cast<std::size_t>(Unit::bits) + 1);
+static_assert(std::size(kTotals) == static_cast<std::size_t>(TotalRule::row) + 1);
 
-const char* unit_word(Unit unit) {
-  switch (unit) {
-    case Unit::octets:
-      return "octets";
-    case Unit::packets:
-      return "packets";
-    case Unit::events:
-      return "events";
-    case Unit::percent:
-      return "percent";
-    case Unit::bits:
-    case Unit::none:
-      break;
-  }
-  return "";
-}
-
-const char* total_word(TotalRule rule) {
-  return rule == TotalRule::row ? "row" : rule == TotalRule::sum ? "sum" : "none";
+template <class Enumerator, std::size_t kSize>
+const char* word(const char* const (&words)[kSize], Enumerator of) {
+  return words[static_cast<std::size_t>(of)];
 }
 
 Json columns_of(const RecordLayout& layout) {
@@ -66,9 +36,9 @@ Json columns_of(const RecordLayout& layout) {
     const Column& column = layout.columns[i];
     columns.push_back({{"name", column.name},
                        {"heading", heading_text(column, FileKind::delta)},
-                       {"kind", kind_word(column.kind)},
+                       {"kind", word(kKinds, column.kind)},
                        {"offset", layout.offsets[i]},
-                       {"unit", unit_word(column.unit)},
+                       {"unit", word(kUnits, column.unit)},
                        {"isNamed", column.names != NameKind::none}});
   }
   return columns;
@@ -96,7 +66,7 @@ Json types() {
                    {"keySize", layout->key_size},
                    {"order", order_of(layout->key_rule)},
                    {"rank", layout->columns[layout->rank].name},
-                   {"total", total_word(layout->total)},
+                   {"total", word(kTotals, layout->total)},
                    {"supervisor", is_supervisor_type(code)},
                    {"creatable", code != kDsMatrix},
                    {"people", people_columns(*layout)},

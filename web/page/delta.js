@@ -99,6 +99,11 @@ export class Table {
       .map((column) => this.text(row, column)).join(" ");
   }
 
+  // who tells a row from others: by its key, and for people.
+  who(row) {
+    return { key: this.key(row), title: this.title(row), label: this.label(row) };
+  }
+
   // title names a row as people would: addresses, names, and numbers with what they count.
   title(row) {
     if (this.isTotal(row)) return "Total";

@@ -69,10 +69,10 @@ function summaryOf({ layout, table, history }) {
   return {
     rows: table.count,
     total: total ? history.total(table, rank) : null,
-    busiest: row === undefined ? null : { ...named(table, row), value: table.number(row, rank) },
+    busiest: row === undefined ? null : { ...table.who(row), value: table.number(row, rank) },
     spark: times.map((time, at) => [time, values[at]]).slice(-SPARKS),
     tiles: percents.length === 0 ? [] : [...allRows(table).subarray(0, ROWS_TILED)].map((row) =>
-      ({ ...named(table, row), values: percents.map((column) => table.number(row, column)) })),
+      ({ ...table.who(row), values: percents.map((column) => table.number(row, column)) })),
   };
 }
 
@@ -104,14 +104,14 @@ function chartOf(known, rows, metric, past, kept) {
   const { table, history, layout } = known;
   const rule = metric.kind === "percent" ? "none" : layout.total;
   const wanted = `${metric.name} ${query.search}`;
-  const before = known.charted?.wanted === wanted ? known.charted.names : [];
-  const names = new Map(past ? kept.map((row) => [row.key, row]) :
-    [...before, ...busiest(table, rows, metric, CANDIDATES).map((row) => [table.key(row), named(table, row)])]);
+  const before = known.charted?.wanted === wanted ? known.charted.rows : [];
+  const candidates = past ? kept : [...before, ...busiest(table, rows, metric, CANDIDATES).map((row) => table.who(row))];
+  const names = new Map(candidates.map((who) => [who.key, who]));
   const { times, values } = history.lines([...names.keys(), null].map((key) => ({ key, column: metric })), past);
   const total = values.pop();
-  const lines = [...names].map(([key, name], at) => ({ key, ...name, values: values[at], mean: mean(values[at]) }))
+  const lines = [...names.values()].map((who, at) => ({ ...who, values: values[at], mean: mean(values[at]) }))
     .filter((line, at) => line.mean > 0 || at === 0).sort((a, b) => b.mean - a.mean).slice(0, CHARTED);
-  if (!past) known.charted = { wanted, names: lines.map(({ key, title, label }) => [key, { title, label }]) };
+  if (!past) known.charted = { wanted, rows: lines.map(({ key, title, label }) => ({ key, title, label })) };
   const stacked = rule === "sum";
   if (stacked && (past || query.search === "")) {
     const rest = total.map((all, at) => Math.max(0, lines.reduce((left, line) => left - line.values[at], all)));
@@ -131,8 +131,6 @@ function chartsOf({ history, layout }, key, past) {
     return lines.length === 0 ? [] : [{ column: lines[0].column, since: past?.begin, times, stacked: false, total: null, lines }];
   });
 }
-
-const named = (table, row) => ({ title: table.title(row), label: table.label(row) });
 
 function mean(values) {
   const known = values.filter((value) => !Number.isNaN(value));

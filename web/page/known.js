@@ -4,7 +4,6 @@ import { decode } from "./delta.js";
 import { HEADER_SIZE, LAYOUTS } from "./layouts.js";
 import { isEmpty, isLate, isOff, notesOf } from "./notes.js";
 import * as sources from "./sources.js";
-import { interfaceName } from "./tiles.js";
 import { find } from "./watcher.js";
 
 const INTERVALS = 9;  // of which the usual one is found
@@ -72,7 +71,7 @@ export class Known {
   #movedNames(table) {
     const notes = new Map();
     for (let row = 0; this.layout.percents.length > 0 && row < table.count; row++) {
-      const name = interfaceName(table, row);
+      const name = table.title(row);
       const index = table.number(row, this.layout.columns[0]);
       const before = this.#names.get(name);
       if (before !== undefined && before !== index) notes.set(row, `was ifIndex ${before}`);

@@ -8,7 +8,7 @@ import { Known } from "./known.js";
 import { LAYOUTS } from "./layouts.js";
 import { health } from "./notes.js";
 import * as overview from "./overview.js";
-import { Recorded } from "./recorded.js";
+import * as recorded from "./recorded.js";
 import { RowView } from "./row.js";
 import * as sources from "./sources.js";
 import { count, duration, grouped, moment } from "./text.js";
@@ -26,10 +26,10 @@ const known = new Map();          // by id
 const created = new Set();        // ids of what this page asked for; it may have no file yet
 
 const engine = new Worker(new URL("engine.js", import.meta.url), { type: "module" });
-const recorded = new Recorded((told, error) => {
+const takePast = (told, error) => {
   messages.fault("past-trouble", error ?? (told.left_out > 0 ? { message: `${count(told.left_out, "row")} left out, for lack of time to read them all.` } : null));
   if (told) engine.postMessage({ past: told });
-});
+};
 const views = { collection: new CollectionView(change), row: new RowView() };
 const watcher = new Watcher({
   list: takeList,
@@ -92,7 +92,7 @@ function turn() {
   viewed().open(place, knownOf(place));
   const query = viewed().query();
   engine.postMessage({ query });
-  recorded.want(query.past ? { stem: place.stem, index: place.index, span: place.span, column: query.metric, row: place.row } : null);
+  recorded.want(query.past ? { stem: place.stem, index: place.index, span: place.span, column: query.metric, row: place.row } : null, takePast);
   if (!query.past) messages.fault("past-trouble", null);
   for (const choice of $("spans").querySelectorAll("input")) choice.checked = choice.value === (query.past && place.span);
 }

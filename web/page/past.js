@@ -18,8 +18,7 @@ export class Past {
   }
 
   rows() {
-    return Array.from({ length: this.#table.count }, (_, row) =>
-      ({ key: this.#table.key(row), title: this.#table.title(row), label: this.#table.label(row) }));
+    return Array.from({ length: this.#table.count }, (_, row) => this.#table.who(row));
   }
 
   // value gives a rate of one step, or of all rows for the key null. While others were recorded, a row

@@ -4,30 +4,18 @@ import { past } from "./server.js";
 
 const AGAIN = 60000;  // milliseconds between two questions for the same; live samples fill the time between
 
-export class Recorded {
-  #wanted = ""; #timer; #take;
+let wanted = "", timer;
 
-  // take(told, error) gets what wanted() has asked for and the server's answer, or else an error.
-  constructor(take) {
-    this.#take = take;
-  }
-
-  // want turns to {stem, index, span, column, row}; null: nothing.
-  want(asked) {
-    const wanted = asked ? pastOf(asked) : "";
-    if (wanted === this.#wanted) return;
-    this.#wanted = wanted;
-    clearInterval(this.#timer);
-    if (!asked) return;
-    const ask = async () => {
-      try {
-        const told = { wanted, stem: asked.stem, ...await past(asked) };
-        if (wanted === this.#wanted) this.#take(told, null);
-      } catch (error) {
-        if (wanted === this.#wanted) this.#take(null, error);
-      }
-    };
-    this.#timer = setInterval(ask, AGAIN);
-    ask();
-  }
+// want turns to {stem, index, span, column, row}; null: nothing. take(told, error) gets the server's
+// answer, with what was wanted, or else an error; and again and again.
+export function want(asked, take) {
+  const now = asked ? pastOf(asked) : "";
+  if (now === wanted) return;
+  wanted = now;
+  clearInterval(timer);
+  const answer = (told, error) => now === wanted && take(told && { wanted, stem: asked.stem, ...told }, error);
+  const ask = () => past(asked).then((told) => answer(told, null), (error) => answer(null, error));
+  if (!asked) return;
+  timer = setInterval(ask, AGAIN);
+  ask();
 }

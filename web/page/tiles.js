@@ -20,9 +20,3 @@ function meter(value, word, title) {
   bar.setAttribute("aria-label", `${title} ${word}`);
   return element("span", { className: "use" }, word, bar, element("span", { textContent: percent(value) }));
 }
-
-export function interfaceName(table, row) {
-  const column = table.layout.columns.find(({ kind }) => kind === "name");
-  const name = table.text(row, column);
-  return name === "-" ? `ifIndex ${table.number(row, table.layout.columns[0])}` : name;
-}
