@@ -37,9 +37,8 @@ Json columns_of(const RecordLayout& layout) {
     columns.push_back({{"name", column.name},
                        {"heading", heading_text(column, FileKind::delta)},
                        {"kind", word(kKinds, column.kind)},
-                       {"offset", layout.offsets[i]},
-                       {"unit", word(kUnits, column.unit)},
-                       {"isNamed", column.names != NameKind::none}});
+                       {"offset", layout.offsets[i]}});
+    if (i >= layout.key_columns) columns.back()["unit"] = word(kUnits, column.unit);
   }
   return columns;
 }

@@ -67,12 +67,10 @@ export class Watcher {
   async #fetch(json, pending) {
     for (let attempt = 1; pending.length > 0; attempt++) {
       const before = json;
-      const taken = new Map();
-      for (const each of pending) {
-        if (!this.#followed.includes(each)) continue;
-        const files = await readFiles(find(before, each)?.files ?? {}, each.samples);
-        taken.set(each, { ...files, names: await this.#namesOf(each) });
-      }
+      const taken = await Promise.all(pending.map(async (each) => {
+        const [files, names] = await Promise.all([readFiles(find(before, each)?.files ?? {}, each.samples), this.#namesOf(each)]);
+        return [each, { ...files, names }];
+      }));
       json = await list();
       this.#on.list(json);
       pending = [];
