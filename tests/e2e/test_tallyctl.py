@@ -357,36 +357,40 @@ def test_screen(pipe):
 
 class Watch:
     """tallyctl watch on a terminal, and what stands there."""
-    def __init__(self, line, size, **env):
+    def __init__(self, line, size, locale):
         screen, self.terminal = pty.openpty()
-        self.resize(*size)
         self.screen = open(screen, "r+b", buffering=0)
         os.set_blocking(screen, False)
-        self.written = ""
+        self.written, self.process = "", None
+        self.resize(*size)
         self.process = subprocess.Popen([TALLYCTL, "watch", *line.split()], stdin=self.terminal, stdout=self.terminal,
-                                        env={**os.environ, "TERM": "xterm", "NO_COLOR": "", **env})
+                                        env={**os.environ, "TERM": "xterm", "NO_COLOR": "", "LC_ALL": locale})
 
     def resize(self, lines, columns):
         self.size = lines, columns
         fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("4H", lines, columns, 0, 0))
-        if hasattr(self, "process"):
+        if self.process:
             self.process.send_signal(signal.SIGWINCH)
 
-    def lines(self):
-        """The last whole frame; no line of any is too long, and none scrolls."""
+    def frame(self):
+        """The last whole one; before it only whole ones went by."""
         self.written += (self.screen.read(1 << 20) or b"").decode()
         frame = self.written.rpartition("\x1b[0m")[0].rpartition("\x1b[H")[2]
-        return re.sub(r"\x1b\[[0-9;]*[mK]", "", frame).replace("\r", "").split("\n")
+        return re.sub(r"\x1b\[[0-9;]*[mK]", "", frame).replace("\r", "")
 
     def shows(self, *texts, without=()):
+        """These soon, in as many lines as there are, of which none is too long."""
         def wrong():
-            shown = "\n".join(self.lines())
-            missing = [text for text in texts if text not in shown] + [text for text in without if text in shown]
-            return shown, missing, shown.count("\n") + 1 - self.size[0], max(map(len, shown.split("\n"))) > self.size[1]
+            frame = self.frame()
+            return [text for text in texts if text not in frame] + [text for text in without if text in frame] + \
+                [line for line in frame.split("\n") if len(line) > self.size[1] or frame.count("\n") + 1 != self.size[0]]
         with contextlib.suppress(AssertionError):
-            processes.wait_until(lambda: wrong()[1:] == ([], 0, False))
-        if wrong()[1:] != ([], 0, False):
-            pytest.fail("{}\n{}".format(wrong()[1:], wrong()[0]))
+            processes.wait_until(lambda: not wrong())
+        assert not wrong(), self.frame()
+
+    def gave_back(self):
+        self.frame()
+        return self.written.endswith("\x1b[?7h\x1b[?25h\x1b[?1049l") and termios.tcgetattr(self.terminal)[3] & termios.ECHO
 
     def press(self, keys, *texts, without=()):
         self.screen.write(keys.encode())
@@ -398,21 +402,21 @@ UP, DOWN, RIGHT, LEFT = ("\x1b[A", "\x1bOB", "\x1b[C", "\x1b[D")
 
 def test_watch(pipe):
     """All collections at a glance, and one of them; at every size figures are whole or not there."""
-    def poll(number):
+    def poll(number, rows=30):
         put("nlmatrix_1", 4, b"".join(struct.pack("<II16sI16s2d", 12, 16, b"\x20\1\x0d\xb8" * 4, 16, b"\x20\1\x0d" + bytes((row,)) * 13, 1, row * 12345)
-                                      for row in range(30)), time=int(time.time()) - 3 + number)
+                                      for row in range(rows)), time=int(time.time()) - 3 + number)
         os.utime(DATA / "nlmatrix_1_delta.bin", (number, number))
     poll(1)
     put("host_1", 0, 3 * (b"\2" + bytes(61)))
     (DATA / "host_2_delta.bin").write_bytes(bytes(15))
     put("vlan_1_last", 5, bytes(36))
-    watch = Watch("--every 1", (24, 80), LC_ALL="C")
+    watch = Watch("--every 1", (24, 80), "C")
     watch.shows("4 collections, 1 live, 1 stale, 1 failing, 1 waiting", " 43.0M ", "host 1: a newer sample should be there")
     processes.wait_until(lambda: len(set(messages(pipe))) == 4)
     poll(2)
     watch.shows("  ##     2001", without=("host 2: ",))
     watch.press(DOWN, "host 2: 15 octets are too short")
-    watch.press(RIGHT + RIGHT + "s", "Total bit/s")
+    watch.press(RIGHT + RIGHT + "s", "Busiest\nnlmatrix 1  live")
     watch.press("/NLM", "  /NLM", "nlmatrix 1", without=("host 1",))
     watch.press("\r\r", "nlmatrix 1  interval 60 s", "18 of 30 rows by bit/s", "! not-compared", "1~  2.86M", "Esc back")
     watch.press("n", "! rows are not compared")
@@ -423,9 +427,11 @@ def test_watch(pipe):
     watch.press("\x1b/:1d1d", "1 of 30 rows, 1 matching", "/:1d1d_")
     watch.press("\x7f\x7f\x7f\x7f\x7f\r", "17 of 30 rows")
     watch.press("p", "  paused")
-    poll(3)
+    poll(3, rows=7)
     watch.press("?", "q            quit")
-    watch.press("xp", "sampled", without=("paused", "quit   "))
+    watch.press("x", "of 30 rows", without=("quit   ",))
+    watch.press("p", " 7 rows", without=("paused",))
+    poll(4)
     for size, there in (((10, 40), ("2001:db8:~  2001:d01:1~  98.8k",)), ((60, 200), ("2001:db8:2001:db8:2001:db8:2001:db8  2001:d01:", "98.8k", "pkt/s")), ((4, 20), ("nlmatrix 1",))):
         watch.resize(*size)
         watch.shows(*there)
@@ -433,15 +439,13 @@ def test_watch(pipe):
     watch.press("\x1b", "4 collections")
     watch.process.send_signal(signal.SIGTSTP)
     processes.wait_until(lambda: processes.state(watch.process.pid) == "T")
-    watch.lines()
-    assert watch.written.endswith("\x1b[?7h\x1b[?25h\x1b[?1049l") and termios.tcgetattr(watch.terminal)[3] & termios.ECHO
+    assert watch.gave_back()
     watch.process.send_signal(signal.SIGCONT)
     watch.press("\x1bOP", "4 collections")  # a key that means nothing
     watch.process.send_signal(signal.SIGTERM)
     assert watch.process.wait(60) == 0
-    watch.lines()
-    assert watch.written.endswith("\x1b[?25h\x1b[?1049l") and termios.tcgetattr(watch.terminal)[3] & termios.ECHO
-    named = Watch("--no-viewing host 1 nlmatrix 1 vlan 1", (20, 80), LC_ALL="C.UTF-8")
+    assert watch.gave_back()
+    named = Watch("--no-viewing host 1 nlmatrix 1 vlan 1", (20, 80), "C.UTF-8")
     named.shows("host 1  interval", "nlmatrix 1  interval", "  there is a sample but no delta file yet")
     named.screen.write(b"\r\x1bq")
     assert named.process.wait(60) == 1

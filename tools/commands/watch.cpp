@@ -149,6 +149,7 @@ class Watcher {
   std::list<Watched> all_;  // those that were named, or all there are
   std::string trouble_;
   Clock::time_point next_viewing_ = Clock::now();
+  bool changed_ = true;  // the directory, since it was listed
 
   // Of a screen:
   std::optional<Screen> screen_;
@@ -220,7 +221,6 @@ bool Watcher::look(Watched& watched) {
   watched.stamp = stamp ? std::optional(files.main.stamp) : std::nullopt;
   const auto lack = stamp ? std::nullopt : lack_of(paths_.data_directory, collection);
   if (lack) files.main.remark = fmt::format("{}: {}", lack->text, lack->advice);
-  if (stamp) annotate_.others = covered_times(paths_.data_directory);
   if (screen_) watched.digest.take(files, annotate_, names_);
   if (!files.main.good()) {
     watched.files.reset();
@@ -480,7 +480,11 @@ bool Watcher::obey(int key) {
 // more.
 bool Watcher::show_news() {
   names_.refresh();
-  if (all_at_a_glance_ && !frozen_) list();
+  if (changed_ && !frozen_) {
+    annotate_.others = covered_times(paths_.data_directory);
+    if (all_at_a_glance_) list();
+    changed_ = false;
+  }
   if (tell_daemon() && !screen_ && !trouble_.empty()) complain(trouble_);
   for (Watched& watched : all_) {
     if (frozen_ || !look(watched) || screen_) continue;
@@ -508,8 +512,11 @@ ExitCode Watcher::verdict() const {
 
 ExitCode Watcher::run() {
   const bool terminal = look_at_terminal().present;
-  if (all_at_a_glance_ && !terminal) {
-    throw UsageError("the overview needs a terminal; name collections: TYPE INDEX ...");
+  const ViewOptions& view = options_.view;
+  if (all_at_a_glance_ && !(terminal && view.sort.empty() && view.where.empty())) {
+    throw UsageError(
+        "the overview needs a terminal, and takes no --sort and --where; else name collections: "
+        "TYPE INDEX ...");
   }
   Signals signals;
   const FileEvents events(paths_.data_directory);
@@ -529,7 +536,8 @@ ExitCode Watcher::run() {
     const bool soon =
         std::any_of(all_.begin(), all_.end(), [](const Watched& each) { return each.writing; });
     wait_for({signals.fd(), events.fd(), screen_ ? screen_->keys_fd() : -1}, soon ? kSoon : kTick);
-    (void)events.take();  // the stamps tell which
+    const FileEvents::Changes changes = events.take();  // the stamps tell which
+    changed_ = changed_ || changes.any_file || !changes.names.empty() || events.fd() < 0;
     const Signals::Taken taken = signals.take();
     bool end = taken.end;
     for (const int key : screen_ ? screen_->keys() : std::vector<int>()) end = end || !obey(key);
