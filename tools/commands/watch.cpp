@@ -104,10 +104,6 @@ std::string one_line(std::string text, std::size_t width) {
   return text;
 }
 
-std::size_t lines_of(const std::string& text) {
-  return static_cast<std::size_t>(std::ranges::count(text, '\n'));
-}
-
 // Watcher is the state of the command.
 class Watcher {
  public:
@@ -335,10 +331,10 @@ std::string Watcher::overview(const TableStyle& style) {
 // frame writes a whole screen: a line on top, tables, and a line at the bottom.
 std::string Watcher::frame(const Terminal& terminal) {
   const std::size_t width = terminal.columns != 0 ? terminal.columns : kUsualColumns;
-  const std::size_t lines =
-      std::max<std::size_t>(terminal.lines != 0 ? terminal.lines : kUsualLines, 4);
-  TableStyle style{
-      .colour = terminal.colour && !options_.view.no_colour, .width = width, .lines = lines - 2};
+  const std::size_t lines = terminal.lines != 0 ? terminal.lines : kUsualLines;
+  TableStyle style{.colour = terminal.colour && !options_.view.no_colour,
+                   .width = width,
+                   .lines = std::max<std::size_t>(lines, 4) - 2};
   page_ = static_cast<std::ptrdiff_t>(lines / 2);
   std::string top = "tallyctl watch  " + time_text(std::time(nullptr)).substr(11, 8);
   if (!sought_.empty() || typing_) top += fmt::format("  /{}", sought_);
@@ -358,7 +354,7 @@ std::string Watcher::frame(const Terminal& terminal) {
     }
   }
   keep_lines(text, lines - 1);
-  text.append(lines - 1 - lines_of(text), '\n');
+  text.append(lines - 1 - std::min(lines_of(text), lines - 1), '\n');
   std::string bottom = at_overview() ? kOverviewKeys : kTableKeys;
   if (!trouble_.empty()) bottom = trouble_;
   if (typing_) bottom = fmt::format("/{}_  Enter: done, Esc: all", sought_);

@@ -67,10 +67,6 @@ std::string headline(const TableView& view, const TableStyle& style, std::size_t
   return line;
 }
 
-std::size_t lines_of(const std::string& text) {
-  return static_cast<std::size_t>(std::ranges::count(text, '\n'));
-}
-
 // notes_text writes the notes about the file; folded, only their codes.
 std::string notes_text(const TableView& view, const TableStyle& style, bool folded) {
   std::string text;

@@ -74,6 +74,10 @@ std::string fit(std::vector<TextColumn>& columns, std::size_t room) {
   return left_out;
 }
 
+std::size_t lines_of(const std::string& text) {
+  return static_cast<std::size_t>(std::ranges::count(text, '\n'));
+}
+
 std::string wrapped(std::string text, std::size_t width) {
   std::size_t begin = 0;
   while (width > kGap.size() && text.size() - begin > width) {

@@ -25,6 +25,8 @@ std::string coloured_text(const std::string& text, int colour);
 // text_width counts the places that a text takes.
 std::size_t text_width(const std::string& text);
 
+std::size_t lines_of(const std::string& text);
+
 // Cursor is a line of a list, and the first line on show.
 struct Cursor {
   std::size_t selected = 0;
