@@ -131,6 +131,7 @@ ExitCode run_message(const ToolPaths& paths, const MessageCommand& command, cons
   const auto code = static_cast<std::uint32_t>(command.type);
   const std::vector<Collection> collections = parse_collections(words.collections);
   std::vector<ControlMessage> messages;
+  messages.reserve(collections.size() + 1);
   for (const auto& [type, index] : collections) messages.push_back({code, type, index});
   if (!command.names_collection) {
     messages.push_back({code, static_cast<std::uint32_t>(words.interval), 0});

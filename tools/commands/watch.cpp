@@ -181,7 +181,8 @@ void Watcher::filter(Watched& watched) {
   if (sought_.find_first_of("=<>") == std::string::npos) return watched.filter->search(sought_);
   try {
     conditions.push_back(sought_);
-    watched.filter.emplace(layout, conditions, &names_);
+    RowFilter read(layout, conditions, &names_);  // throws before the old one is gone
+    watched.filter.emplace(std::move(read));
   } catch (const UsageError&) {  // it is not typed to its end
   }
 }

@@ -9,10 +9,16 @@ namespace {
 constexpr std::string_view kGap = "  ";
 constexpr std::size_t kShortestWord = 4;
 
+std::vector<std::size_t> widths_of(const std::vector<TextColumn>& columns) {
+  std::vector<std::size_t> widths(columns.size());
+  std::ranges::transform(columns, widths.begin(), &TextColumn::width);
+  return widths;
+}
+
 // shorten takes `missing` characters from the widest columns of words.
 void shorten(std::vector<TextColumn>& columns, std::size_t missing) {
-  std::vector<std::size_t> widths;
-  for (const TextColumn& each : columns) widths.push_back(each.left_aligned ? each.width() : 0);
+  std::vector<std::size_t> widths = widths_of(columns);
+  for (std::size_t i = 0; i < columns.size(); ++i) widths[i] *= columns[i].left_aligned ? 1 : 0;
   for (; missing > 0; --missing) {
     const auto widest = std::ranges::max_element(widths);
     if (*widest <= kShortestWord) break;
@@ -20,10 +26,22 @@ void shorten(std::vector<TextColumn>& columns, std::size_t missing) {
   }
   for (std::size_t i = 0; i < columns.size(); ++i) {
     for (std::string& cell : columns[i].cells) {
-      if (columns[i].left_aligned && text_width(cell) > widths[i])
-        cell = cell.substr(0, widths[i] - 1) + '~';
+      if (!columns[i].left_aligned || text_width(cell) <= widths[i]) continue;
+      cell.resize(widths[i] - 1);
+      cell += '~';
     }
   }
+}
+
+// styled_cell sets a cell off where the column is: a heading that lines are sorted by, a colour,
+// which does not stand out itself on a line that does.
+std::string styled_cell(const TextColumn& column, std::size_t line, const JoinStyle& style) {
+  const std::string& cell = column.cells[line];
+  if (!style.styled || cell.empty()) return cell;
+  if (line == 0) return column.marked ? "\x1b[7m" + cell + "\x1b[27m" : cell;
+  if (column.colour == 0) return cell;
+  const std::string coloured = coloured_text(cell, column.colour);
+  return line == style.selected ? "\x1b[27m" + coloured + "\x1b[7m" : coloured;
 }
 
 }  // namespace
@@ -93,37 +111,25 @@ std::string wrapped(std::string text, std::size_t width) {
 }
 
 std::string joined(const std::vector<TextColumn>& columns, const JoinStyle& style) {
-  std::vector<std::size_t> widths;
-  for (const TextColumn& each : columns) widths.push_back(each.width());
+  const std::vector<std::size_t> widths = widths_of(columns);
   std::string text;
   for (std::size_t line = 0; line < columns.front().cells.size(); ++line) {
     std::string cells;
     for (std::size_t i = 0; i < columns.size(); ++i) {
-      const TextColumn& column = columns[i];
-      const std::string& cell = column.cells[line];
-      const std::string blanks(widths[i] - text_width(cell), ' ');
+      const std::size_t blanks = widths[i] - text_width(columns[i].cells[line]);
       if (i != 0) cells += kGap;
-      if (!column.left_aligned) cells += blanks;
-      if (!style.styled || cell.empty()) {
-        cells += cell;
-      } else if (line == 0) {
-        cells += column.marked ? "\x1b[7m" + cell + "\x1b[27m" : cell;
-      } else if (column.colour != 0) {
-        const std::string coloured = coloured_text(cell, column.colour);
-        cells += line == style.selected ? "\x1b[27m" + coloured + "\x1b[7m" : coloured;
-      } else {
-        cells += cell;
-      }
-      if (column.left_aligned) cells += blanks;
+      if (!columns[i].left_aligned) cells.append(blanks, ' ');
+      cells += styled_cell(columns[i], line, style);
+      if (columns[i].left_aligned) cells.append(blanks, ' ');
     }
     cells.erase(cells.find_last_not_of(' ') + 1);
-    if (line == style.selected) {
-      cells.append(style.width - std::min(style.width, text_width(cells)), ' ');
-      cells = "\x1b[7m" + cells + "\x1b[0m";
-    } else if (line == 0 && style.styled) {
-      cells = "\x1b[4m" + cells + "\x1b[0m";
-    }
-    text += cells + '\n';
+    const bool selected = line == style.selected;
+    if (selected) cells.append(style.width - std::min(style.width, text_width(cells)), ' ');
+    const bool set_off = selected || (line == 0 && style.styled);
+    if (set_off) text += selected ? "\x1b[7m" : "\x1b[4m";
+    text += cells;
+    if (set_off) text += "\x1b[0m";
+    text += '\n';
   }
   return text;
 }
