@@ -1,5 +1,6 @@
 // tally-cgi: lists collections and writes control messages for the live page; see request.h. And
-// tally-history, which differs in how it tells a history; see past.h.
+// tally-query, which takes its place for what needs libraries whose loading alone takes longer than
+// all that tally-cgi does: librrd for a history, the RPC client for what the agent has.
 //
 // One request, one process, one JSON answer: {"error": "..."} with a status of 4xx or 5xx, else
 // what was asked for. Nothing of it outlives the time limit, whoever sends slowly.

@@ -82,6 +82,7 @@ Json numbers(const std::vector<double>& values) {
 }  // namespace
 
 std::variant<Json, Refusal> list_history(const HistoryRequest& request) {
+  (void)nice(10);
   const RecordLayout& layout = *record_layout(request.collection.type);
   const char* elsewhere = std::getenv("TALLYD_HISTORY");  // of tests; no header has such a name
   const std::string directory = elsewhere != nullptr ? elsewhere : kHistoryDirectory;

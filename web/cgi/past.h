@@ -18,9 +18,7 @@ namespace tally::cgi {
 // Of a collection the eight rows come that had most in all of the time, and "total" sums up all
 // that were kept, or is the row that sums up all. Databases for which there is no time are left
 // out.
-//
-// tally-history reads the databases. tally-cgi has it take its place, because librrd brings
-// libraries whose loading takes ten times as long as all that tally-cgi does itself.
+// All that is live comes first on the processor.
 std::variant<nlohmann::json, Refusal> list_history(const HistoryRequest& request);
 
 }  // namespace tally::cgi

@@ -51,7 +51,7 @@ class WebServer:
         self.origin = f"http://{HOST}:{port}"
         root = pathlib.Path(tempfile.mkdtemp(prefix=f"{kind}-"))
         root.chmod(0o777)  # where any user of a server may read what is installed
-        for binary in (CGI, CGI.with_name("tally-history")):
+        for binary in (CGI, CGI.with_name("tally-query")):
             shutil.copy(binary, root)
         shutil.copytree(REPOSITORY / "web" / "page", root / "page")
         shutil.copy(CGI.parents[1] / "page" / "columns.js", root / "page")
