@@ -407,7 +407,7 @@ def test_watch(pipe):
                                       for row in range(rows)), time=int(time.time()) - 3 + number)
         os.utime(DATA / "nlmatrix_1_delta.bin", (number, number))
     poll(1)
-    put("host_1", 0, 3 * (b"\2" + bytes(61)))
+    put("host_1", 0, 3 * (b"\2" + bytes(61)), time=int(time.time()) - 600)
     (DATA / "host_2_delta.bin").write_bytes(bytes(15))
     put("vlan_1_last", 5, bytes(36))
     watch = Watch("--every 1", (24, 80), "C")
@@ -443,9 +443,16 @@ def test_watch(pipe):
     assert watch.gave_back()
     watch.process.send_signal(signal.SIGCONT)
     watch.press("\x1bOP", "4 collections")  # a key that means nothing
+    watch.resize(12, 40)
+    pipe.close()
+    watch.shows("nobody reads", "\n  is not running; start it\n", "4 collections")
     watch.process.send_signal(signal.SIGTERM)
     assert watch.process.wait(60) == 0
     assert watch.gave_back()
+    unviewed = Watch("--no-viewing", (24, 80), "C")
+    unviewed.shows("4 collections, 2 live, 1 failing")  # a sample of the last hour is as new as can be
+    unviewed.screen.write(b"q")
+    assert unviewed.process.wait(60) == 0
     named = Watch("--no-viewing host 1 nlmatrix 1 vlan 1", (20, 80), "C.UTF-8")
     named.shows("host 1  interval", "nlmatrix 1  interval", "  there is a sample but no delta file yet")
     named.screen.write(b"\r\x1bq")

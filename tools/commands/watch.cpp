@@ -167,6 +167,7 @@ void Watcher::add(const Collection& collection) {
   Watched made{.path = file_path(paths_.data_directory, collection, FileKind::delta),
                .order = sorted_by(collection, options_)};
   made.digest.collection = collection;
+  made.digest.viewed = options_.viewing;
   filter(made);
   all_.push_back(std::move(made));
 }
@@ -235,10 +236,11 @@ bool Watcher::tell_daemon() {
   next_viewing_ = Clock::now() + options_.viewing_period;
   std::string error;
   std::size_t told = 0;
-  for (const Watched& watched : all_) {
+  for (Watched& watched : all_) {
     const auto& [type, index] = watched.digest.collection;
     const bool enough = all_at_a_glance_ && ++told > kMostViewed;
-    if (enough && open_ != watched.digest.collection) continue;
+    watched.digest.viewed = !enough || open_ == watched.digest.collection;
+    if (!watched.digest.viewed) continue;
     const ControlMessage message{static_cast<std::uint32_t>(MessageType::viewing), type, index};
     error = send_message(paths_.control_pipe, message, std::chrono::milliseconds{0}).text();
     if (!error.empty()) break;
@@ -333,14 +335,16 @@ std::string Watcher::overview(const TableStyle& style) {
 std::string Watcher::frame(const Terminal& terminal) {
   const std::size_t width = terminal.columns != 0 ? terminal.columns : kUsualColumns;
   const std::size_t lines = terminal.lines != 0 ? terminal.lines : kUsualLines;
-  TableStyle style{.colour = terminal.colour && !options_.view.no_colour,
-                   .width = width,
-                   .lines = std::max<std::size_t>(lines, 4) - 2};
-  page_ = static_cast<std::ptrdiff_t>(lines / 2);
   std::string top = "tallyctl watch  " + time_text(std::time(nullptr)).substr(11, 8);
   if (!sought_.empty() || typing_) top += fmt::format("  /{}", sought_);
   if (frozen_) top += "  paused";
   std::string text = one_line(top, width) + '\n';
+  if (!trouble_.empty()) text += wrapped(trouble_, width) + '\n';
+  const std::size_t taken = lines_of(text) + 1;
+  TableStyle style{.colour = terminal.colour && !options_.view.no_colour,
+                   .width = width,
+                   .lines = std::max(lines, taken + 2) - taken};
+  page_ = static_cast<std::ptrdiff_t>(lines / 2);
   if (keys_shown_) {
     for (const char* const each : kAllKeys) text += wrapped(each, width) + '\n';
   } else if (at_overview()) {
@@ -357,7 +361,6 @@ std::string Watcher::frame(const Terminal& terminal) {
   keep_lines(text, lines - 1);
   text.append(lines - 1 - std::min(lines_of(text), lines - 1), '\n');
   std::string bottom = at_overview() ? kOverviewKeys : kTableKeys;
-  if (!trouble_.empty()) bottom = trouble_;
   if (typing_) bottom = fmt::format("/{}_  Enter: done, Esc: all", sought_);
   return text + "\x1b[7m" + one_line(bottom, width) + "\x1b[0m";
 }

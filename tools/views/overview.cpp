@@ -141,6 +141,7 @@ Health Digest::health(std::int64_t now) const {
     std::ranges::sort(sorted);
     expected = sorted[sorted.size() / 2];
   }
+  if (!viewed) expected = std::max<std::int64_t>(expected, kUnviewedInterval);
   return age(now) > expected + expected / 2 + 5 ? Health::stale : Health::live;
 }
 

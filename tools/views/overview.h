@@ -21,6 +21,7 @@ const char* health_word(Health health);
 // Digest is what is known of one collection.
 struct Digest {
   Collection collection{};
+  bool viewed = true;                  // else it is polled once an hour
   std::optional<FileHeader> header{};  // of the delta file
   bool failing = false;                // it cannot be trusted
   std::string trouble{};               // why, or why there is none
@@ -41,7 +42,7 @@ struct Digest {
 
   // health judges at a moment, in seconds since the epoch. A sample is stale half an interval and
   // five seconds after the next one was due: by the usual interval or, while that is not known, by
-  // its own, and no sooner than the daemon's default plans.
+  // its own, and no sooner than the daemon's default plans; an hour later where nobody looks.
   Health health(std::int64_t now) const;
 };
 
