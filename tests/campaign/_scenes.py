@@ -71,6 +71,9 @@ class World:
         self.take_texts()
 
     def clean(self):
+        with contextlib.suppress(AssertionError, OSError):  # a build for coverage writes it at its end
+            if self.daemon.running():
+                self.daemon.stop()
         self.daemon.kill()
         for pid in processes.children(pathlib.Path(BINARY).name):  # one that never came under our hands
             os.kill(pid, signal.SIGKILL)
