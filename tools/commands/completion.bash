@@ -22,7 +22,7 @@ _tallyctl_columns() {
 }
 
 _tallyctl() {
-  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words= word
+  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words='' word
   COMPREPLY=()
   case $prev in
     --file) words="delta last prev" ;;

@@ -2,6 +2,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "commands/tallyctl.h"
 #include "console/terminal.h"
 #include "console/wait.h"
@@ -41,22 +43,18 @@ ExitCode stop(const ToolPaths& paths, bool wait) {
     return kAbsent;
   }
   const Deadline end(kStopPatience);
-  std::optional<Deadline> word(kStopWord);
-  while (daemon.running) {
-    // The lock may be another's by now: a daemon that was started again.
-    const DaemonState now = probe_daemon(paths.pid_file);
-    if (!now.running || now.pid != daemon.pid) break;
-    if (end.over()) {
-      complain(
-          fmt::format("process {} has not ended within {} s; its messages in syslog (local2) "
-                      "say what it does",
-                      *daemon.pid, kStopPatience.count()));
-      return kAbsent;
-    }
-    if (word && word->over()) {
+  const Deadline word(kStopWord);
+  bool told = false;
+  // The lock may be another's soon: of a daemon that was started again.
+  for (DaemonState now = daemon; now.running && now.pid == daemon.pid;
+       now = probe_daemon(paths.pid_file)) {
+    if (word.over() && !std::exchange(told, true)) {
       complain(fmt::format("waiting up to {} s for process {} to end", kStopPatience.count(),
                            *daemon.pid));
-      word.reset();
+    }
+    if (end.over()) {
+      complain("it has not ended; its messages in syslog (local2) say what it does");
+      return kAbsent;
     }
     wait_for({}, kStopLook);
   }
