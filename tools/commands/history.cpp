@@ -73,7 +73,7 @@ void print_lines(Output& output, const std::string& heading, const std::vector<L
   for (const Line& line : lines) width = std::max(width, line.name.size());
   const Terminal terminal = look_at_terminal();
   const std::size_t columns = terminal.columns != 0 ? terminal.columns : kLineWithoutTerminal;
-  const std::size_t taken = width + 3 * 9 + 2;
+  const std::size_t taken = width + std::size_t{3 * 9 + 2};  // three figures and a gap
   const std::size_t room = columns > taken + 10 ? columns - taken : 10;
   output << fmt::format("{:<{}}{:>9}{:>9}{:>9}\n", heading, width, "mean", "most", "last");
   for (const Line& line : lines) {

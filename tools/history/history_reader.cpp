@@ -36,7 +36,7 @@ void put_cell(ColumnKind kind, const std::string& text, unsigned char* field) {
     length = sizeof(in6_addr);
   } else if (text != "-") {
     const std::string octets = unescaped(text, kind == ColumnKind::name ? "\\x" : "");
-    std::memcpy(field, octets.data(), std::min(octets.size(), kOctets));
+    std::copy_n(octets.begin(), std::min(octets.size(), kOctets), field);
     length = static_cast<std::uint32_t>(octets.size());
     // An address whose length was not believed stands with all of its octets.
     if (kind == ColumnKind::address && length == kOctets) ++length;

@@ -163,6 +163,14 @@ def test_any_key_has_a_place_among_the_rows(tmp_path):
         assert client.call(184, words(4))[:4] == words(1), "no totals under an index of another table"
 
 
+def test_a_full_table_drops_what_was_not_seen_for_longest(tmp_path):
+    path = tmp_path / "frames.pcap"
+    for seen, left in [((1, 2, 3, 4, 1, 5, 2, 6), (1, 2, 5, 6)), ((*range(1, 500), *range(300, 400)), range(396, 400))]:
+        wrpcap(str(path), [Ether(src=mac(i), dst=mac(i), type=0x9000) for i in seen])
+        with Agent("--read", path, "--max-rows", 4) as agent, agent.connect() as client:
+            assert list(client.walk("host")) == [(mac(i),) for i in left]
+
+
 def test_an_interface_of_another_network_namespace():
     def ip(*arguments):
         return subprocess.run(["ip", *arguments]).returncode == 0
