@@ -215,7 +215,7 @@ ssize_t sendto(int /*fd*/, const void* bytes, std::size_t size, int /*flags*/,
 ssize_t recvfrom(int /*fd*/, void* to, std::size_t room, int /*flags*/, sockaddr* /*from*/,
                  socklen_t* /*length*/) {
   const std::size_t size = std::min(room, tally::datagram.size());
-  std::memcpy(to, tally::datagram.data(), size);
+  std::copy_n(tally::datagram.begin(), size, static_cast<std::uint8_t*>(to));  // maybe nothing
   tally::datagram.clear();
   return static_cast<ssize_t>(size);
 }
