@@ -23,26 +23,35 @@ bool valid_and_ours(const auto& row) {
   return row.row_status == kRowValid && row.owner.view() == kOwner;
 }
 
-// scan_control_rows hands every control row that Type::adopts, or else valid_and_ours, to the
-// adopter. The scan ends at the first call that fails or returns no entry; what was adopted stays.
-template <class Type>
-void scan_control_rows(AgentClient& client, Adopter& adopter) {
+// for_each_control_row reads a control table, at most so many rows. It ends at the first call that
+// fails or returns no entry.
+template <class Procedure, class Visit>
+void for_each_control_row(const Procedure& procedure, AgentClient& client, int most, Visit visit) {
   ControlKey key;
-  for (int rows = 0; rows < kMostControlRows; ++rows) {
-    const auto row = Type::kControlProcedure(client, key);
-    // The very row that was asked after ends the scan, too.
+  for (int rows = 0; rows < most; ++rows) {
+    const auto row = procedure(client, key);
+    // The very row that was asked after ends the table, too.
     if (!row || row->status != 0 || row->index == key.index) return;
     key.index = row->index;
+    visit(*row);
+  }
+}
+
+// scan_control_rows hands every control row that Type::adopts, or else valid_and_ours, to the
+// adopter. What was adopted before the scan ends stays.
+template <class Type>
+void scan_control_rows(AgentClient& client, Adopter& adopter) {
+  for_each_control_row(Type::kControlProcedure, client, kMostControlRows, [&](const auto& row) {
     bool adopted = false;
-    if constexpr (requires { Type::adopts(*row); }) {
-      adopted = Type::adopts(*row);
+    if constexpr (requires { Type::adopts(row); }) {
+      adopted = Type::adopts(row);
     } else {
-      adopted = valid_and_ours(*row);
+      adopted = valid_and_ours(row);
     }
-    if (adopted && !adopter.adopt(Type::kType, static_cast<std::uint32_t>(key.index))) {
+    if (adopted && !adopter.adopt(Type::kType, static_cast<std::uint32_t>(row.index))) {
       log_warning("%s", Type::kTexts.add_failed);
     }
-  }
+  });
 }
 
 }  // namespace tally

@@ -19,15 +19,11 @@ constexpr int kMostRows = 256;
 template <const auto& kProcedure>
 Json rows_of(AgentClient& client) {
   Json rows = Json::array();
-  ControlKey key;
-  for (int i = 0; i < kMostRows; ++i) {
-    const auto row = kProcedure(client, key);
-    if (!row || row->status != 0 || row->index == key.index) break;
-    key.index = row->index;
-    if (row->row_status != kRowValid) continue;
-    rows.push_back({{"index", static_cast<std::uint32_t>(row->index)},
-                    {"owner", printable(row->owner.view())}});
-  }
+  for_each_control_row(kProcedure, client, kMostRows, [&](const auto& row) {
+    if (row.row_status != kRowValid) return;
+    rows.push_back(
+        {{"index", static_cast<std::uint32_t>(row.index)}, {"owner", printable(row.owner.view())}});
+  });
   return rows;
 }
 
