@@ -62,11 +62,7 @@ def scenario(seconds, rows, minute):
             supervisor.misbehave("ether counters", always=switch.silence if turn % 10 == 5 else None)
         for layout, index in collections + kinds:
             control.send(control.VIEWING, layout.code, index)
-            try:
-                with open(layout.path(index, "delta" if layout is files.ETHER else "last"), "rb") as file:
-                    sampled = files.Header(*files.HEADER.unpack(file.read(16).ljust(16, b"\0"))).time
-            except FileNotFoundError:
-                sampled = 0  # set aside just now
+            sampled = layout.sampled(index, "delta" if layout is files.ETHER else "last")
             before, at, longest, polls = seen.get((layout, index), (sampled, now, 0, 0))
             if sampled and sampled != before:
                 before, at, longest, polls = sampled, now, max(longest, now - at), polls + 1

@@ -6,7 +6,6 @@ variables alone, so while the years pass every poll is asked for by a message. A
 or "step SECONDS".
 """
 import pathlib
-import struct
 import time
 
 from ._appliance import FAKETIME, Appliance, sandboxed
@@ -60,22 +59,15 @@ class Watched:
         self.appliance.agent.serve(up_time=up_time, host=self.served)
         self.up_time = up_time
 
-    def sampled(self):
-        """The time of the finished sample, 0 while there is none."""
-        try:
-            return struct.unpack("<iIiI", self.layout.path(1, "last").read_bytes()[:16])[2]
-        except (FileNotFoundError, struct.error):
-            return 0
-
     def judge(self, view, timeout=30):
         """What is wrong with the next sample, or None."""
         before = self.time
         view()
         try:
-            self.wait_until(lambda: self.sampled() not in (0, before), timeout, pause=0.0005)
+            self.wait_until(lambda: self.layout.sampled(1) not in (0, before), timeout, pause=0.0005)
         except AssertionError:
             return f"no sample {self.number}, {self.offset} s on; the log: {self.appliance.log.history[-9:]}"
-        self.time, now = self.sampled(), self.model.returned(self.layout, self.served, 1)
+        self.time, now = self.layout.sampled(1), self.model.returned(self.layout, self.served, 1)
         late = abs(self.time - time.time() - self.offset)
         self.rows, rates = self.model.merge(self.layout, self.rows, now, self.time - before)
         wanted = {"last": self.layout.pack((0, self.up_time, self.time, 0), self.rows)}

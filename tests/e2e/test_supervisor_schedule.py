@@ -72,11 +72,9 @@ def test_schedule(brisk, supervisor):
     ether, vlans, _ = brisk.values()
 
     def next_poll():
-        before = ether.read("delta").header.time
-        processes.wait_until(lambda: ether.path("delta").stat().st_size >= 16
-                             and ether.read("delta").header.time != before, pause=0.05)
-        ether.daemon.answer()
-        return ether.read("delta").header.time - before
+        before = ether.layout.sampled(0, "delta")
+        processes.wait_until(lambda: ether.layout.sampled(0, "delta") not in (0, before), pause=0.05)
+        return ether.layout.sampled(0, "delta") - before
 
     for kind in (ether, vlans):
         kind.view()

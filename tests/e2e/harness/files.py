@@ -60,6 +60,14 @@ class Layout:
             (body[at:at + self.key], self._tail.unpack_from(body, at + self.key))
             for at in range(0, len(body), self.size)])
 
+    def sampled(self, index, kind="last"):
+        """The time of the finished sample; 0 while there is none, which is so whenever a poll replaces it."""
+        try:
+            with open(self.path(index, kind), "rb") as file:
+                return Header(*HEADER.unpack(file.read(16))).time
+        except (FileNotFoundError, struct.error):
+            return 0
+
     def read(self, index, kind):
         """The file's sample, read under a shared lock."""
         with open(self.path(index, kind), "rb") as file:
