@@ -4,6 +4,7 @@
 middle of whatever it does, and comes back with other counters; the supervisor says nothing for one minute in ten.
 """
 import os
+import statistics
 import sys
 import time
 
@@ -72,10 +73,13 @@ def scenario(seconds, rows, minute):
         log.take_all()
 
     quarter = len(measured) // 4
-    for name, values in zip(("KiB", "descriptors", "threads"), zip(*measured)):
-        early, late = max(values[quarter:2 * quarter]), max(values[-quarter:])
-        print(f"-- {name}: at most {early} in the second quarter, {late} in the last", file=sys.stderr)
-        yield case, 0, f"{name} grew from {early} to {late}" if late > early else None
+    warm_up = 64 if seconds < GOAL else 0  # KiB: in a short run some code and stack is used for the first time
+    for name, values, more in zip(("KiB", "descriptors", "threads"), zip(*measured), (warm_up, 0, 0)):
+        # Polls hold more for a moment, and not every look meets one: what stays is what the least shows.
+        early, late = statistics.median_high(values[quarter:2 * quarter]), min(values[-quarter:])
+        print(f"-- {name}: mostly {early} in the second quarter, at least {late} and at most {max(values[-quarter:])} "
+              "in the last", file=sys.stderr)
+        yield case, 0, f"{name} grew from {early} to {late}" if late > early + more else None
     for layout, index in collections + kinds:
         _, _, longest, polls = seen[layout, index]
         allowed = 2 * interval + (minute if index == 0 else 0) + away
