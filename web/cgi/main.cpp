@@ -88,7 +88,7 @@ int serve() {
     return refuse(later ? 503 : 500, sentence(sent.text()));
   }
   if (const auto* names = std::get_if<NamesRequest>(&request)) {
-    return answer(200, list_names(kDataDirectory, names->collection));
+    return answer(200, list_names(kDataDirectory, names->collections));
   }
   if (const auto* history = std::get_if<HistoryRequest>(&request)) {
     const auto told = list_history(*history);

@@ -1,7 +1,12 @@
 #include "naming.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "daemon/base/collection_types.h"
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 
@@ -9,10 +14,11 @@ namespace tally::cgi {
 namespace {
 
 using Json = nlohmann::json;
+using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostNames = 10000;
 
-// How long a file that is being written is waited for; the page asks again with the next one.
+// How long files that are being written are waited for; the page asks again with the next ones.
 constexpr std::chrono::milliseconds kPatience{500};
 
 }  // namespace
@@ -30,22 +36,27 @@ std::size_t add_names(Json& found, const Names& names, const RecordLayout& layou
   return added;
 }
 
-Json list_names(const std::string& directory, const Collection& collection) {
-  Json found = Json::object();
-  const OpenFiles files =
-      open_files(directory, collection, FileKind::delta, Samples::none, kPatience);
-  if (!files.main.good()) return {{"names", std::move(found)}};
+Json list_names(const std::string& directory, const std::vector<Collection>& collections) {
+  const auto end = Clock::now() + kPatience;
   Names names;
   names.refresh();
-  std::size_t count = 0;
-  const RecordLayout& layout = *record_layout(collection.type);
-  Records records = files.main.records();
-  while (count < kMostNames) {
-    const unsigned char* record = records.next();
-    if (record == nullptr) break;
-    count += add_names(found, names, layout, record);
+  Json all = Json::object();
+  for (const Collection& collection : collections) {
+    Json& found = all[fmt::format("{}/{}", type_stem(collection.type), collection.index)];
+    found = Json::object();
+    const auto patience = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    const OpenFiles files = open_files(directory, collection, FileKind::delta, Samples::none,
+                                       std::max(patience, std::chrono::milliseconds{0}));
+    if (!files.main.good()) continue;
+    const RecordLayout& layout = *record_layout(collection.type);
+    Records records = files.main.records();
+    for (std::size_t count = 0; count < kMostNames;) {
+      const unsigned char* record = records.next();
+      if (record == nullptr) break;
+      count += add_names(found, names, layout, record);
+    }
   }
-  return {{"names", std::move(found)}};
+  return {{"names", std::move(all)}};
 }
 
 }  // namespace tally::cgi

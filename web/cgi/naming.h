@@ -3,6 +3,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <vector>
 
 #include "names/names.h"
 #include "records/collection_name.h"
@@ -15,8 +16,10 @@ namespace tally::cgi {
 std::size_t add_names(nlohmann::json& found, const Names& names, const RecordLayout& layout,
                       const unsigned char* record);
 
-// list_names tells those in the delta file of a collection in a directory: {"names": {...}}. A file
-// that is not there or not good has no names; of a large one the first 10,000 are told.
-nlohmann::json list_names(const std::string& directory, const Collection& collection);
+// list_names tells those in the delta files of these collections in a directory: {"names":
+// {"host/3":
+// {...}, ...}}. A file that is not there or not good has no names; of a large one the first 10,000
+// are told.
+nlohmann::json list_names(const std::string& directory, const std::vector<Collection>& collections);
 
 }  // namespace tally::cgi

@@ -79,28 +79,38 @@ bool is_json(std::string_view content_type) {
 
 using Parameters = std::map<std::string, std::string, std::less<>>;
 
+// cut takes off the front of a text what stands before a letter, and the letter.
+std::string_view cut(std::string_view& text, char letter) {
+  const std::string_view part = text.substr(0, text.find(letter));
+  text.remove_prefix(std::min(part.size() + 1, text.size()));
+  return part;
+}
+
 // parameters reads "history=host/3&span=day".
 Parameters parameters(std::string_view query) {
   Parameters found;
   while (!query.empty()) {
-    const std::string_view each = query.substr(0, query.find('&'));
-    query.remove_prefix(std::min(each.size() + 1, query.size()));
-    const std::size_t equals = std::min(each.find('='), each.size());
-    std::string value(each.substr(std::min(equals + 1, each.size())));
+    std::string_view each = cut(query, '&');
+    const std::string name(cut(each, '='));
+    std::string value(each);
     std::ranges::replace(value, '+', ' ');
-    found[std::string(each.substr(0, equals))] = unescaped(value, "%");
+    found[name] = unescaped(value, "%");
   }
   return found;
 }
 
-// collection_of reads "host/3", or "ifstats/0".
-std::optional<Collection> collection_of(std::string_view text) {
-  const std::size_t slash = text.find('/');
-  const auto type = collection_type(text.substr(0, slash));
-  const auto index =
-      slash == std::string_view::npos ? std::nullopt : parse_number(text.substr(slash + 1));
-  if (!type || !index) return std::nullopt;
-  return Collection{*type, *index};
+// collections_of reads "host/3", or "host/3,ifstats/0"; nothing where one of them is not a
+// collection.
+std::vector<Collection> collections_of(std::string_view text) {
+  std::vector<Collection> all;
+  while (!text.empty()) {
+    std::string_view each = cut(text, ',');
+    const auto type = collection_type(cut(each, '/'));
+    const auto index = parse_number(each);
+    if (!type || !index) return {};
+    all.push_back({*type, *index});
+  }
+  return all;
 }
 
 Request history_of(const Collection& collection, Parameters& given) {
@@ -121,10 +131,11 @@ Request query_of(const Variables& variables) {
   }
   for (const char* what : {"names", "history"}) {
     if (!given.contains(what)) continue;
-    const auto collection = collection_of(given[what]);
-    if (!collection) return Refusal{400, std::string(what) + " must be asked for as TYPE/INDEX."};
-    if (std::string_view(what) == "names") return NamesRequest{*collection};
-    return history_of(*collection, given);
+    auto collections = collections_of(given[what]);
+    if (collections.empty())
+      return Refusal{400, std::string(what) + " must be asked for as TYPE/INDEX."};
+    if (std::string_view(what) == "names") return NamesRequest{std::move(collections)};
+    return history_of(collections[0], given);
   }
   return ListRequest{};
 }

@@ -1,7 +1,7 @@
 // What an HTTP request asks of tally-cgi, as a web server hands it over (RFC 3875).
 //
 //   GET                                                       list the collections
-//   GET  ?names=host/3                                        names of what is in a delta file
+//   GET  ?names=host/3,ifstats/0                              names of what is in delta files
 //   GET  ?history=host/3&span=day[&column=NAME][&row=KEY]     rates of the past
 //   GET  ?sources                                             what there is to be collected
 //   POST {"message":"viewing","type":"host","index":3}        one control message
@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "daemon/base/control_message.h"
 #include "records/collection_name.h"
@@ -36,9 +37,9 @@ struct Refusal {
 
 struct ListRequest {};
 
-// NamesRequest asks for the names of one collection's keys.
+// NamesRequest asks for the names of these collections' keys.
 struct NamesRequest {
-  Collection collection;
+  std::vector<Collection> collections;
 };
 
 // Span is a time that ends now, and how much of it a value of its history covers.

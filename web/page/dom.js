@@ -15,6 +15,19 @@ export function element(name, properties = {}, ...children) {
   return made;
 }
 
+// perFrame makes a drawing of which any number of calls meet in one for each frame.
+export function perFrame(draw) {
+  let due = false;
+  return () => {
+    if (due) return;
+    due = true;
+    requestAnimationFrame(() => {
+      due = false;
+      draw();
+    });
+  };
+}
+
 // drawing makes an SVG element with these attributes.
 export function drawing(name, attributes, ...children) {
   const made = document.createElementNS("http://www.w3.org/2000/svg", name);

@@ -4,7 +4,7 @@
 // aria-rowindex on the rows that are there. The region around it scrolls by the keyboard as every
 // scrolling region does. Roles are set all the same, because a narrow screen gets each row as a card
 // (style.css), and a browser takes what is not laid out as a table for none.
-import { element } from "./dom.js";
+import { element, perFrame } from "./dom.js";
 import { parts } from "./units.js";
 
 const SPARE = 10;                // rows kept above and below those in sight
@@ -25,7 +25,6 @@ export class Grid {
   #top = 0;         // its largest value, which has the longest bar
   #notes = new Map();
   #onSort;
-  #due = false;
 
   // onSort(column, descending) is called when the reader asks for another order.
   constructor(region, onSort) {
@@ -103,17 +102,8 @@ export class Grid {
     this.#draw();
   }
 
-  // Scrolling and new data meet in one drawing for each frame.
-  #draw() {
-    if (this.#due) return;
-    this.#due = true;
-    requestAnimationFrame(() => {
-      this.#due = false;
-      this.#drawNow();
-    });
-  }
-
-  #drawNow() {
+  // Scrolling and new data meet in one drawing.
+  #draw = perFrame(() => {
     const height = parseFloat(getComputedStyle(this.#table).getPropertyValue("--row"));
     const count = Math.min(this.#order.length, Math.floor(MAX_HEIGHT / height));
     const { scrollTop, clientHeight } = this.#region;
@@ -125,7 +115,7 @@ export class Grid {
     this.#rows.forEach((row, at) => this.#fill(row, first + at));
     this.#above.style.height = `${first * height}px`;
     this.#below.style.height = `${(count - first - used) * height}px`;
-  }
+  });
 
   #fill(line, place) {
     const row = this.#order[place];

@@ -36,6 +36,7 @@ async function order(message, collection, done) {
 
 // setUp makes the form work: exists(collection) tells whether there is one, created(collection) is
 // called when the daemon was asked for it.
+export let refresh;
 export function setUp(exists, created) {
   const types = [...LAYOUTS.values()].filter(({ creatable }) => creatable);
   const options = types.map(({ stem, title }) => element("option", { value: stem, textContent: `${title} (${stem})` }));
@@ -56,10 +57,9 @@ export function setUp(exists, created) {
     const missing = options.filter(({ disabled }) => disabled).length;
     say("offer", supervisor || rows ? (missing ? `Of ${missing} types the agent has no row.` : "") : "The agent does not answer: what it has cannot be told.");
   };
-  const refresh = () => sources.refresh(FRESH).then(offer);
+  refresh = () => sources.refresh(FRESH).then(offer);
   $("create-type").onchange = offer;
   $("create").addEventListener("focusin", refresh);
-  refresh();
   $("create").onsubmit = async (event) => {
     event.preventDefault();
     const { stem, supervisor } = chosen();

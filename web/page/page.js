@@ -1,9 +1,10 @@
 // The live page: the watcher brings files, the engine makes sense of them, and one of three views -
 // the overview, a collection, a row - shows what the address says.
 import { SPANS, idOf, read, titleOf, write } from "./address.js";
+import { engine } from "./begin.js";
 import { CollectionView } from "./collection.js";
 import * as messages from "./messages.js";
-import { $, element, say } from "./dom.js";
+import { $, element, perFrame, say } from "./dom.js";
 import { Known } from "./known.js";
 import { LAYOUTS } from "./layouts.js";
 import { health } from "./notes.js";
@@ -25,7 +26,6 @@ let leaving = null;               // a collection that is being destroyed: not v
 const known = new Map();          // by id
 const created = new Set();        // ids of what this page asked for; it may have no file yet
 
-const engine = new Worker(new URL("engine.js", import.meta.url), { type: "module" });
 const takePast = (told, error) => {
   messages.fault("past-trouble", error ?? (told.left_out > 0 ? { message: `${count(told.left_out, "row")} left out, for lack of time to read them all.` } : null));
   if (told) engine.postMessage({ past: told });
@@ -39,6 +39,7 @@ const watcher = new Watcher({
   messageTrouble: (error) => messages.fault("message-trouble", $("trouble").hidden ? error : null),
 });
 
+const showSoon = perFrame(showAll);
 const viewed = () => (place === null ? null : place.row ? views.row : views.collection);
 const serverTime = () => listing.now + (performance.now() - listed) / 1000;
 
@@ -129,13 +130,13 @@ function takeList(json) {
     markCurrent();
     follow();
   }
-  showAll();
+  showSoon();
 }
 
 function takeFile(collection, buffer, unsettled, samples, names) {
   const sample = knownOf(collection).take(buffer, unsettled, samples, names);
   if (sample) engine.postMessage({ sample });
-  showAll();
+  showSoon();
 }
 
 engine.onmessage = ({ data: { summary, answer } }) => {
@@ -144,7 +145,7 @@ engine.onmessage = ({ data: { summary, answer } }) => {
   if (summary) each.takeSummary(summary);
   if (answer) each.takeAnswer(answer);
   if (answer && each.answer && place && idOf(place) === answer.id) viewed().show();
-  showAll();
+  showSoon();
 };
 
 // showAll shows the states of everything as of now.
@@ -231,3 +232,5 @@ NARROW.onchange = () => { $("navigation").open = !NARROW.matches; };
 NARROW.onchange();
 setInterval(showAll, TICK);
 go();
+// What there is to be created is asked for behind what there is to be seen.
+watcher.run().then(messages.refresh);

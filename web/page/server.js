@@ -15,10 +15,10 @@ async function ask(options, query = "") {
 
 export const list = () => ask({});
 
-// namesOf gives what people call the keys of a collection: by column, and there by what stands in the
-// file. None where the server cannot tell, which is not worth a word.
-export const namesOf = ({ stem, index }) =>
-  ask({}, `?names=${stem}/${index}`).then((json) => json.names ?? {}).catch(() => ({}));
+// namesOf gives what people call the keys of collections, named "host/3" or "ifstats/0": by column, and
+// there by what stands in the file. None where the server cannot tell, which is not worth a word.
+export const namesOf = (collections) =>
+  ask({}, `?names=${collections}`).then((json) => json.names ?? {}).catch(() => ({}));
 
 // past gives the rates that the recorder has kept: see cgi/past.h.
 export const past = ({ stem, index, ...rest }) =>

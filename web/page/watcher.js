@@ -6,6 +6,7 @@
 // change to the nanosecond, and nobody writing. The two samples come along when they are wanted, are
 // those that the rates were made of, and not too large to be fetched with every poll.
 import { idOf } from "./address.js";
+import { firstList } from "./begin.js";
 import { list, namesOf, read, send } from "./server.js";
 
 const LOOK = 2000;      // milliseconds between two looks at the list
@@ -21,13 +22,13 @@ export class Watcher {
   #viewed = new Map();    // by id: when
   #named = new Map();     // by id: {time, names}, as the server told them
   #sending = false;
+  #begun = firstList;
   #on;
 
   // on.list(json), on.file(collection, buffer or null, unsettled, samples, names), on.trouble(error or
   // null), on.messageTrouble(error or null); samples is null or {prev, last}, of buffers
   constructor(on) {
     this.#on = on;
-    this.#run();
   }
 
   // follow turns to other collections: {stem, index}, `asked` when this page created it, `samples`
@@ -43,21 +44,20 @@ export class Watcher {
     this.#followed = collections;
   }
 
-  async #run() {
-    for (;;) {
-      await this.look();
-      await new Promise((resolve) => setTimeout(resolve, LOOK));
-    }
+  // run looks again and again; it resolves when it has for the first time.
+  async run() {
+    await this.#look();
+    setTimeout(() => this.run(), LOOK);
   }
 
-  async look() {
+  async #look() {
     try {
-      const json = await list();
+      const json = await (this.#begun ?? list()).finally(() => { this.#begun = null; });
       this.#on.trouble(null);
       this.#on.list(json);
       const followed = this.#followed;
-      this.#keepViewed(json, followed);
-      await this.#fetch(json, followed.filter((each) => stampOf(json, each) !== this.#stamps.get(idOf(each))));
+      const changed = followed.filter((each) => stampOf(json, each) !== this.#stamps.get(idOf(each)));
+      await this.#fetch(json, changed).finally(() => { this.#keepViewed(json, followed); });
     } catch (error) {
       this.#on.trouble(error);
     }
@@ -67,14 +67,13 @@ export class Watcher {
   async #fetch(json, pending) {
     for (let attempt = 1; pending.length > 0; attempt++) {
       const before = json;
-      const taken = await Promise.all(pending.map(async (each) => {
-        const [files, names] = await Promise.all([readFiles(find(before, each)?.files ?? {}, each.samples), this.#namesOf(each)]);
-        return [each, { ...files, names }];
-      }));
+      const named = this.#name(pending);
+      const taken = await Promise.all(pending.map(async (each) => [each, await readFiles(find(before, each)?.files ?? {}, each.samples)]));
+      await named;
       json = await list();
       this.#on.list(json);
       pending = [];
-      for (const [each, { buffer, samples, whole, names }] of taken) {
+      for (const [each, { buffer, samples, whole }] of taken) {
         if (!this.#followed.includes(each)) continue;
         const stamp = stampOf(json, each);
         const settled = whole && stamp === stampOf(before, each) && !find(json, each)?.files.delta?.writing;
@@ -83,17 +82,17 @@ export class Watcher {
           continue;
         }
         this.#stamps.set(idOf(each), settled ? stamp : null);
-        this.#on.file(each, buffer, !settled, settled ? samples : null, names);
+        this.#on.file(each, buffer, !settled, settled ? samples : null, this.#named.get(idOf(each)).names);
       }
     }
   }
 
-  async #namesOf(collection) {
-    const id = idOf(collection), known = this.#named.get(id);
-    if (known && performance.now() - known.time < NAMING) return known.names;
-    const told = { time: performance.now(), names: await namesOf(collection) };
-    this.#named.set(id, told);
-    return told.names;
+  // name asks for the names of those that are not known, or were asked for long ago: all in one question.
+  async #name(collections) {
+    const time = performance.now();
+    const old = collections.filter((each) => !(time - this.#named.get(idOf(each))?.time < NAMING));
+    const told = old.length > 0 ? await namesOf(old.map(({ stem, index }) => `${stem}/${index}`)) : {};
+    for (const each of old) this.#named.set(idOf(each), { time, names: told[`${each.stem}/${each.index}`] ?? {} });
   }
 
   // Only what exists is viewed: the daemon logs a warning for everything else. One message at a time,
