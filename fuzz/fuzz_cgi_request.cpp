@@ -75,13 +75,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto line = lines.find(name);
     return line == lines.end() ? std::string_view() : std::string_view(line->second);
   };
-  const cgi::Request request = cgi::parse_request(variables, input);
-  if (const auto* message = std::get_if<ControlMessage>(&request)) {
-    cgi::check_message(*message, lines, input);
-  } else if (const auto* refusal = std::get_if<cgi::Refusal>(&request)) {
-    demand(refusal->status >= 400 && refusal->status < 500 && !refusal->text.empty(),
-           "every refusal has its reason");
-  } else {
+  try {
+    const cgi::Request request = cgi::parse_request(variables, input);
+    if (const auto* message = std::get_if<ControlMessage>(&request)) {
+      cgi::check_message(*message, lines, input);
+      return 0;
+    }
     const auto* history = std::get_if<cgi::HistoryRequest>(&request);
     demand(history == nullptr ||
                history->column >= record_layout(history->collection.type)->key_columns,
@@ -90,6 +89,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                lines["HTTP_X_TALLY_CONTROL"] == "1",
            "the agent is asked for this server's own page only");
     demand(lines["REQUEST_METHOD"] == "GET" || lines["REQUEST_METHOD"] == "HEAD", "a list is got");
+  } catch (const cgi::Refusal& refusal) {
+    demand(refusal.status >= 400 && refusal.status < 500 && *refusal.what() != '\0',
+           "every refusal has its reason");
   }
   return 0;
 }

@@ -1,18 +1,16 @@
 #include "listing.h"
 
-#include <dirent.h>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
-#include <system_error>
 #include <utility>
 
 #include "daemon/base/collection_types.h"
@@ -31,18 +29,10 @@ Json error_text(int error) {
   return {{"error", std::strerror(error)}};
 }
 
-// stamp_text writes a time with its nanoseconds, which a JSON number has no room for.
-std::string stamp_text(const timespec& time) {
-  char text[40];
-  (void)std::snprintf(text, sizeof text, "%lld.%09ld", static_cast<long long>(time.tv_sec),
-                      time.tv_nsec);
-  return text;
-}
-
 // describe_file takes the shared lock for as long as it takes to read 16 bytes, or not at all.
-Json describe_file(int directory, const char* name) {
+Json describe_file(const char* path) {
   // Not blocking, in case a FIFO lies there.
-  const UniqueFd fd(openat(directory, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  const UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   struct stat state {};
   if (!fd || fstat(fd.get(), &state) != 0) return error_text(errno);
   if (!S_ISREG(state.st_mode)) return {{"error", "it is not a regular file"}};
@@ -50,8 +40,9 @@ Json describe_file(int directory, const char* name) {
   FileHeader header{};
   const bool whole = read_file_header(fd.get(), header);
   if (fstat(fd.get(), &state) != 0) return error_text(errno);
+  // A JSON number has no room for nanoseconds.
   Json file = {{"size", state.st_size},
-               {"mtime", stamp_text(state.st_mtim)},
+               {"mtime", fmt::format("{}.{:09}", state.st_mtim.tv_sec, state.st_mtim.tv_nsec)},
                {"writing", writing},
                {"header", nullptr}};
   if (whole) {
@@ -63,34 +54,24 @@ Json describe_file(int directory, const char* name) {
   return file;
 }
 
-double now() {
-  timespec time{};
-  clock_gettime(CLOCK_REALTIME, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
 }  // namespace
 
 Json list_collections(const std::string& directory) {
-  const std::unique_ptr<DIR, CloseDirectory> entries(opendir(directory.c_str()));
-  if (!entries) throw std::system_error(errno, std::generic_category(), directory);
   std::map<std::pair<std::uint32_t, std::uint32_t>, Json> collections;
   std::size_t files = 0;
   bool truncated = false;
-  while (const dirent* entry = readdir(entries.get())) {
-    const auto name = collection_of_file(entry->d_name);
+  std::error_code error;
+  std::filesystem::directory_iterator entries(directory, error);
+  if (error) throw std::system_error(error, directory);
+  for (const auto& entry : entries) {
+    const std::string file_name = entry.path().filename();
+    const auto name = collection_of_file(file_name);
     if (!name) continue;
-    if (++files > kMaxFiles) {
-      truncated = true;
-      break;
-    }
-    Json file = describe_file(dirfd(entries.get()), entry->d_name);
-    file["name"] = entry->d_name;
-    collections[{name->type, name->index}][file_kind_name(name->kind)] = std::move(file);
+    truncated = ++files > kMaxFiles;
+    if (truncated) break;
+    Json& file = collections[{name->type, name->index}][file_kind_name(name->kind)];
+    file = describe_file(entry.path().c_str());
+    file["name"] = file_name;
   }
   Json list = Json::array();
   for (auto& [key, described] : collections) {
@@ -100,7 +81,8 @@ Json list_collections(const std::string& directory) {
                     {"name", listing_name(key.first)},
                     {"files", std::move(described)}});
   }
-  return {{"now", now()}, {"truncated", truncated}, {"collections", std::move(list)}};
+  const std::chrono::duration<double> now = std::chrono::system_clock::now().time_since_epoch();
+  return {{"now", now.count()}, {"truncated", truncated}, {"collections", std::move(list)}};
 }
 
 }  // namespace tally::cgi

@@ -17,8 +17,8 @@ namespace tally::cgi {
 // "now" is this machine's clock; "mtime" tells one state of a file from the next. "writing": the
 // daemon holds its lock at this moment. A file without 16 bytes has the header null; one that
 // cannot be looked at has an "error" instead of all but the name. When there are more files than
-// are worth listing, "truncated" says so. Throws std::system_error when the directory cannot be
-// read.
+// are worth listing, "truncated" says so. Throws std::system_error when the
+// directory cannot be read.
 nlohmann::json list_collections(const std::string& directory);
 
 }  // namespace tally::cgi

@@ -63,40 +63,38 @@ int answer(int status, const Json& json) {
   return written && std::fflush(stdout) == 0 ? 0 : 1;
 }
 
-int refuse(int status, const std::string& text) {
-  return answer(status, {{"error", text}});
-}
-
 // sentence begins a text as a page shows it.
 std::string sentence(std::string text) {
   text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
   return text + '.';
 }
 
-int serve() {
-  const auto length = body_length(variable);
-  const auto* bytes = std::get_if<std::size_t>(&length);
-  const Request request = parse_request(variable, bytes == nullptr ? "" : read_body(*bytes));
-  if (const auto* refusal = std::get_if<Refusal>(&request)) {
-    return refuse(refusal->status, refusal->text);
+// AnswerTo gives what each kind of request asks for.
+struct AnswerTo {
+  Json operator()(const ListRequest& /*request*/) { return list_collections(kDataDirectory); }
+  Json operator()(const NamesRequest& request) {
+    return list_names(kDataDirectory, request.collections);
   }
-  if (const auto* message = std::get_if<ControlMessage>(&request)) {
-    const PipeAnswer sent = send_message(kControlPipe, *message, std::chrono::milliseconds{0});
-    if (sent.state == PipeState::read) return answer(200, {{"sent", true}});
+  Json operator()(const HistoryRequest& request) { return list_history(request); }
+  Json operator()(const SourcesRequest& /*request*/) { return list_sources(); }
+  Json operator()(const ControlMessage& message) {
+    const PipeAnswer sent = send_message(kControlPipe, message, std::chrono::milliseconds{0});
+    if (sent.state == PipeState::read) return {{"sent", true}};
     const bool later = sent.state == PipeState::unread || sent.state == PipeState::absent ||
                        sent.state == PipeState::full;
-    return refuse(later ? 503 : 500, sentence(sent.text()));
+    throw Refusal(later ? 503 : 500, sentence(sent.text()));
   }
-  if (const auto* names = std::get_if<NamesRequest>(&request)) {
-    return answer(200, list_names(kDataDirectory, names->collections));
+};
+
+int serve() {
+  try {
+    const Request request = parse_request(variable, read_body(body_length(variable)));
+    return answer(200, std::visit(AnswerTo{}, request));
+  } catch (const Refusal& refusal) {
+    return answer(refusal.status, {{"error", refusal.what()}});
+  } catch (const std::exception& error) {
+    return answer(500, {{"error", error.what()}});
   }
-  if (const auto* history = std::get_if<HistoryRequest>(&request)) {
-    const auto told = list_history(*history);
-    const auto* refusal = std::get_if<Refusal>(&told);
-    return refusal ? refuse(refusal->status, refusal->text) : answer(200, std::get<Json>(told));
-  }
-  if (std::holds_alternative<SourcesRequest>(request)) return answer(200, list_sources());
-  return answer(200, list_collections(kDataDirectory));
 }
 
 }  // namespace
@@ -105,9 +103,5 @@ int serve() {
 int main() {
   (void)std::signal(SIGPIPE, SIG_IGN);
   alarm(tally::cgi::kMaxSeconds);
-  try {
-    return tally::cgi::serve();
-  } catch (const std::exception& error) {
-    return tally::cgi::refuse(500, error.what());
-  }
+  return tally::cgi::serve();
 }

@@ -81,7 +81,7 @@ Json numbers(const std::vector<double>& values) {
 
 }  // namespace
 
-std::variant<Json, Refusal> list_history(const HistoryRequest& request) {
+Json list_history(const HistoryRequest& request) {
   (void)nice(10);
   const RecordLayout& layout = *record_layout(request.collection.type);
   const char* elsewhere = std::getenv("TALLYD_HISTORY");  // of tests; no header has such a name
@@ -89,12 +89,12 @@ std::variant<Json, Refusal> list_history(const HistoryRequest& request) {
   const Clock::time_point end = Clock::now() + kPatience;
   if (access(directory.c_str(), R_OK | X_OK) != 0) {
     if (errno == ENOENT)
-      return Refusal{404,
-                     "No history is kept on this machine. The recorder starts with: systemctl "
-                     "enable --now tallyd-record"};
-    return Refusal{403, fmt::format("The web server may not read {} ({}): its user must be in the "
-                                    "group tallyd, and the server started anew after that.",
-                                    directory, std::strerror(errno))};
+      throw Refusal(404,
+                    "No history is kept on this machine. The recorder starts with: systemctl "
+                    "enable --now tallyd-record");
+    throw Refusal(403, fmt::format("The web server may not read {} ({}): its user must be in the "
+                                   "group tallyd, and the server started anew after that.",
+                                   directory, std::strerror(errno)));
   }
   std::string error;
   std::vector<KeptRow> kept = kept_rows(directory, request.collection, layout, error);
@@ -104,12 +104,12 @@ std::variant<Json, Refusal> list_history(const HistoryRequest& request) {
     });
   }
   if (kept.empty() && error.empty()) {
-    return Refusal{404, request.row.empty()
-                            ? fmt::format("Nothing is kept of {} yet: the recorder takes down "
-                                          "every sample with rates from its start on.",
-                                          title(request.collection))
-                            : "Nothing is kept of this row: the recorder takes down the busiest "
-                              "rows of each sample."};
+    throw Refusal(404, request.row.empty()
+                           ? fmt::format("Nothing is kept of {} yet: the recorder takes down "
+                                         "every sample with rates from its start on.",
+                                         title(request.collection))
+                           : "Nothing is kept of this row: the recorder takes down the busiest "
+                             "rows of each sample.");
   }
 
   const std::int64_t now = std::time(nullptr);
@@ -139,7 +139,7 @@ std::variant<Json, Refusal> list_history(const HistoryRequest& request) {
     rows.emplace(sum, std::pair(&row, std::move(rates)));
     if (rows.size() > kMostRows) rows.erase(std::prev(rows.end()));
   }
-  if (rows.empty() && !error.empty()) return Refusal{500, directory + ": " + error};
+  if (rows.empty() && !error.empty()) throw Refusal(500, directory + ": " + error);
 
   Json list = Json::array();
   Json found = Json::object();

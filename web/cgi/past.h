@@ -2,7 +2,6 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
-#include <variant>
 
 #include "request.h"
 
@@ -18,7 +17,7 @@ namespace tally::cgi {
 // Of a collection the eight rows come that had most in all of the time, and "total" sums up all
 // that were kept, or is the row that sums up all. Databases for which there is no time are left
 // out.
-// All that is live comes first on the processor.
-std::variant<nlohmann::json, Refusal> list_history(const HistoryRequest& request);
+// All that is live comes first on the processor. Throws Refusal where there is nothing to tell.
+nlohmann::json list_history(const HistoryRequest& request);
 
 }  // namespace tally::cgi

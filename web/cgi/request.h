@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -29,10 +30,12 @@ namespace tally::cgi {
 // The longest body of a request that says anything this program understands.
 inline constexpr std::size_t kMaxBody = 256;
 
-// Refusal is an answer by status: 4xx, and a sentence for the person in front of the page.
-struct Refusal {
+// Refusal is thrown where a request does not get what it asks for: the status of the answer, and a
+// sentence for the person in front of the page.
+struct Refusal : std::runtime_error {
+  Refusal(int code, const std::string& text) : std::runtime_error(text), status(code) {}
+
   int status;
-  std::string text;
 };
 
 struct ListRequest {};
@@ -63,15 +66,15 @@ struct HistoryRequest {
 
 struct SourcesRequest {};
 
-using Request = std::variant<ListRequest, NamesRequest, HistoryRequest, SourcesRequest,
-                             ControlMessage, Refusal>;
+using Request =
+    std::variant<ListRequest, NamesRequest, HistoryRequest, SourcesRequest, ControlMessage>;
 
 // Variables gives the meta-variable of a name; empty when it is not set.
 using Variables = std::function<std::string_view(const char* name)>;
 
-// body_length says how many bytes of body are to be read for parse_request, at most kMaxBody; or
-// why the request is refused before that.
-std::variant<std::size_t, Refusal> body_length(const Variables& variables);
+// body_length says how many bytes of body are to be read for parse_request, at most kMaxBody.
+// Throws Refusal with a status of 4xx, as parse_request does.
+std::size_t body_length(const Variables& variables);
 
 // parse_request judges a whole request. Only viewing, create and destroy of a collection that can
 // exist come out as a message; of the supervisor kinds, which have no index, with index 0.
