@@ -340,6 +340,7 @@ def test_history(browser, server, files):
     show(browser, server, "host/7?span=hour")
     wait_for(browser, "#chart-note", lambda found: "the last hour: as the recorder has kept it" in found[0])
     wait_for(browser, "#chart .value", ["16.0 kbit/s", "0 bit/s"])
+    wait_for(browser, "#chart canvas", lambda found: len(found) > 0)  # which comes behind its legend
     first = told["total"].index(1.5e3) + 3
     for presses, shown in ((first, ["8.00 kbit/s", "4.00 kbit/s"]), (first + 40, ["\u2013", "\u2013"])):
         browser.find_element(By.CSS_SELECTOR, "#chart .plot").send_keys(Keys.HOME, *[Keys.ARROW_RIGHT] * presses)

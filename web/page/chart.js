@@ -1,7 +1,6 @@
 // Rates over time, drawn by dygraphs, with a legend that is also their text.
 import { drawing, element, say } from "./dom.js";
-import { clock, day, duration, percent, shownIn } from "./text.js";
-import { quantity, tick } from "./units.js";
+import { clock, day, duration, percent, quantity, shownIn, tick } from "./text.js";
 
 const MIN_SPAN = 900;   // seconds that the chart shows at least, when there is history
 const INTERVALS = 40;   // or as many of the newest interval
@@ -38,26 +37,24 @@ function styleOf(line, owner, colours) {
 }
 
 export class Chart {
-  #box; #legend; #note; #plot; #cursor; #graph = null; #last = null; #at = null; #items = [];
+  #box; #graph = null; #last = null; #at = null; #items = [];
+  #plot = element("div", { className: "plot", tabIndex: 0, role: "group", ariaRoleDescription: "chart" });
+  #cursor = element("div", { className: "cursor", hidden: true });
+  #note = element("p", { className: "moment", ariaLive: "polite" });
+  #legend = element("ol", { className: "legend" });
 
   // box gets the chart and legend the newest values, or those under the cursor.
   constructor(box) {
-    this.#plot = element("div", { className: "plot", tabIndex: 0 });
-    this.#plot.setAttribute("role", "group");
-    this.#plot.setAttribute("aria-roledescription", "chart");
-    this.#cursor = element("div", { className: "cursor", hidden: true });
-    this.#legend = element("ol", { className: "legend" });
-    this.#note = element("p", { className: "moment" });
-    this.#note.setAttribute("aria-live", "polite");
     this.#box = box;
     box.classList.add("chart");
-    box.replaceChildren(element("div", { className: "plot-box" }, this.#plot, this.#cursor), element("div", { className: "beside" }, this.#note, this.#legend));
-    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#last && this.show(...this.#last));
-    // What is hidden has no size: it is drawn when it comes into sight.
-    new ResizeObserver(() => {
+    box.replaceChildren(element("div", { className: "plot-box" }, this.#plot, this.#cursor), element("div", {}, this.#note, this.#legend));
+    const again = () => {
       this.#graph?.resize();
       if (this.#last) this.show(...this.#last);
-    }).observe(this.#plot);
+    };
+    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", again);
+    // What is hidden has no size: it is drawn when it comes into sight.
+    new ResizeObserver(again).observe(this.#plot);
     this.#plot.addEventListener("keydown", (event) => this.#key(event));
     this.#plot.addEventListener("blur", () => this.#leave());
   }
@@ -74,11 +71,13 @@ export class Chart {
   // row, or null.
   async show(data, column, interval, link) {
     this.#last = [data, column, interval, link];
-    const style = getComputedStyle(this.#box);
-    const colour = (name) => style.getPropertyValue(name).trim();
+    const colour = (name) => {
+      this.#cursor.style.color = `var(${name})`;  // which the browser turns into that of light or dark
+      return getComputedStyle(this.#cursor).color;
+    };
     this.#box.hidden = data.lines.length === 0;
     this.#drawLegend(data, link, colour);
-    this.#plot.setAttribute("aria-label", `${data.lines.length} ${data.stacked ? "shares" : "lines"} over time; arrow keys lead from one moment to another`);
+    this.#plot.ariaLabel = `${data.lines.length} ${data.stacked ? "shares" : "lines"} over time; arrow keys lead from one moment to another`;
     const there = await library();
     this.#box.classList.toggle("undrawn", !there);
     if (!there || this.#last?.[0] !== data || this.#plot.clientWidth === 0) return;

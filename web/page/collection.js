@@ -8,10 +8,8 @@ import { count, grouped } from "./text.js";
 const TYPING = 150;  // milliseconds without a key before a search begins
 
 export class CollectionView {
-  #place = null; #layout = null; #known = null; #drawn = "";
+  #place = null; #known = null; #drawn = ""; #changed; #grid;
   #chart = new Chart($("chart"));
-  #grid;
-  #changed;
 
   // changed(place) is called when the reader wants something else of the same collection.
   constructor(changed) {
@@ -24,7 +22,7 @@ export class CollectionView {
       clearTimeout(typing);
       typing = setTimeout(() => this.#changed({ q: $("search").value }), TYPING);
     };
-    $("no-hit").querySelector("button").onclick = () => {
+    $("show-all").onclick = () => {
       $("search").value = "";
       this.#changed({ q: "" });
       $("search").focus();
@@ -32,7 +30,7 @@ export class CollectionView {
     $("columns").onchange = () => {
       const boxes = [...$("columns").querySelectorAll("input")];
       const chosen = boxes.filter(({ checked }) => checked).map(({ value }) => value);
-      this.#changed({ columns: chosen.length === boxes.length ? "" : chosen.join() || this.#layout.rank.name });
+      this.#changed({ columns: chosen.length === boxes.length ? "" : chosen.join() || this.#known.layout.rank.name });
     };
   }
 
@@ -42,27 +40,25 @@ export class CollectionView {
     const columns = anew || this.#place.columns !== place.columns;
     this.#place = place;
     this.#known = known;
-    this.#layout = known.layout;
-    const query = this.query();
+    const { shown, rates } = known.layout;
     $("grid").hidden = false;
     if (columns) {
       const wanted = place.columns.split(",");
-      const shown = this.#layout.shown.filter(({ isRate, name }) => !isRate || !place.columns || wanted.includes(name));
-      this.#grid.open(known.layout, shown, `Rates of ${titleOf(place)}`, (label) => linkTo(this.#place, label));
-      $("columns").replaceChildren(...this.#layout.rates.map((column) => element("label", {},
-        element("input", { type: "checkbox", value: column.name, checked: shown.includes(column) }), column.heading)));
+      const chosen = shown.filter(({ isRate, name }) => !isRate || !place.columns || wanted.includes(name));
+      this.#grid.open(chosen, `Rates of ${titleOf(place)}`, (label) => linkTo(this.#place, label));
+      $("columns").replaceChildren(...rates.map((column) => element("label", {},
+        element("input", { type: "checkbox", value: column.name, checked: chosen.includes(column) }), column.heading)));
     }
     if (anew) {
       this.#chart.clear();
       this.#drawn = "";
       say("chart-note", "");
-      $("no-hit").hidden = true;
-      const options = (columns) => columns.map((column) => element("option", { value: column.name, textContent: column.heading, title: column.name }));
-      $("metric").replaceChildren(...options(this.#layout.rates));
-      $("order").replaceChildren(...this.#layout.shown.map((column) =>
-        element("option", { value: sortText(column.name, column.isRate), textContent: column.heading })));
       say("found", "");
+      $("no-hit").hidden = true;
+      $("metric").replaceChildren(...rates.map(({ name, heading }) => element("option", { value: name, title: name }, heading)));
+      $("order").replaceChildren(...shown.map(({ name, heading, isRate }) => element("option", { value: sortText(name, isRate) }, heading)));
     }
+    const query = this.query();
     if (document.activeElement !== $("search")) $("search").value = place.q;
     $("metric").value = query.metric;
     $("order").value = sortText(query.column, query.descending);
@@ -72,7 +68,7 @@ export class CollectionView {
   // query is what the engine is to be asked.
   query() {
     const { sort, q, chart } = this.#place;
-    const { columns, rates, rank } = this.#layout;
+    const { columns, rates, rank } = this.#known.layout;
     const named = (name, of) => of.find((column) => column.name === name)?.name;
     const column = named(sort.replace(/^-/, ""), columns);
     const metric = named(chart, rates) ?? rank.name;
@@ -82,26 +78,26 @@ export class CollectionView {
 
   // show shows the engine's newest answer.
   show() {
-    const { shown, answer, marks, number, layout } = this.#known;
-    if (!answer.chart) return;
+    const { shown, answer: { chart, order, top, search, past }, marks, number, layout, id } = this.#known;
+    if (!chart) return;
     const query = this.query();
     const metric = layout.columns.find(({ name }) => name === query.metric);
-    this.#grid.show(shown, answer.order, query, metric, answer.top, marks);
-    $("no-hit").hidden = answer.order.length > 0;
+    this.#grid.show({ data: shown, order, sort: query, metric, top, notes: marks });
+    $("no-hit").hidden = order.length > 0;
     $("grid").hidden = !$("no-hit").hidden;
-    $("no-hit").querySelector("button").hidden = query.search === "";
+    $("show-all").hidden = query.search === "";
     say("no-hit-text", query.search === "" ? "No row has rates in this sample." : "No row matches the search.");
-    say("found", query.search ? `${grouped(answer.order.length)} of ${count(shown.count, "row")}` : "");
-    const drawn = [number, query.metric, query.search, query.past, answer.past].join();
-    if (answer.chart.column !== query.metric || answer.search !== query.search) return;  // of the query before
+    say("found", query.search ? `${grouped(order.length)} of ${count(shown.count, "row")}` : "");
+    const drawn = [number, query.metric, query.search, query.past, past].join();
+    if (chart.column !== query.metric || search !== query.search) return;  // of the query before
     if (drawn === this.#drawn) return;  // another order changes nothing below
     this.#drawn = drawn;
-    const [word, seconds] = (answer.past && SPANS.get(this.#place.span)) || ["", 0];
-    this.#chart.show({ ...answer.chart, owner: this.#known.id, seconds }, metric, shown.header.interval,
+    const [word, seconds] = (past && SPANS.get(this.#place.span)) || ["", 0];
+    this.#chart.show({ ...chart, owner: id, seconds }, metric, shown.header.interval,
       ({ label }) => (label === undefined ? null : linkTo(this.#place, label)));
-    const what = answer.chart.stacked ? "Shares of the total" : "The busiest rows";
-    const when = word ? `${word.toLowerCase()}: as the recorder has kept it` : `${covered(answer.chart)}: as long as this page has watched`;
-    say("chart-note", answer.chart.lines.length === 0 ? "There is nothing to draw." : `${what}, the last ${when}.`);
+    const what = chart.stacked ? "Shares of the total" : "The busiest rows";
+    const when = word ? `${word.toLowerCase()}: as the recorder has kept it` : `${covered(chart)}: as long as this page has watched`;
+    say("chart-note", chart.lines.length === 0 ? "There is nothing to draw." : `${what}, the last ${when}.`);
   }
 }
 

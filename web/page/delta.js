@@ -1,7 +1,6 @@
 // Collection files, decoded where they lie: a table reads its values out of the file's own bytes.
 import { HEADER_SIZE, TOTAL } from "./layouts.js";
 import * as text from "./text.js";
-import { wordsOf } from "./units.js";
 
 // What the bytes of a file are. Only "rows" has any.
 //   absent       there is no such file
@@ -83,14 +82,14 @@ export class Table {
       case "name": return text.name(this.octets(row, column, 16), before());
       case "total": return this.isTotal(row) ? "total" : String(this.number(row, column));
       case "number": return String(this.number(row, column));
-      default: return text.amount(column, text.shownIn(column, this.number(row, column)));
+      default: return text.parts(column, this.number(row, column)).join(column.kind === "percent" ? " " : "");
     }
   }
 
   // named writes one value of the key as people call it, or as it stands in the file.
   named(row, column) {
-    const text = this.text(row, column);
-    return this.naming.names[column.name]?.[text] ?? text;
+    const shown = this.text(row, column);
+    return this.naming.names[column.name]?.[shown] ?? shown;
   }
 
   // label tells a row from all others, whatever names there are.
@@ -116,8 +115,8 @@ export class Table {
       !(addresses.length && name === "protocolDirLocalIndex"));
     return [...(addresses.length ? [addresses.map((column) => this.named(row, column)).join(" \u2192 ")] : []),
       ...numbers.map((column) => {
-        const text = this.text(row, column), name = this.named(row, column);
-        return name === text ? `${wordsOf(column)} ${text}` : name;
+        const shown = this.text(row, column), name = this.named(row, column);
+        return name === shown ? `${text.wordsOf(column)} ${shown}` : name;
       })].join(", ");
   }
 

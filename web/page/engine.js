@@ -20,7 +20,7 @@ import { LAYOUTS } from "./layouts.js";
 import { Past } from "./past.js";
 import { marksOf, NO_MARKS } from "./samples.js";
 import { History } from "./series.js";
-import { UNITS, sizeOf } from "./units.js";
+import { UNITS, sizeOf } from "./text.js";
 
 const CHARTED = 8;
 const CANDIDATES = 20;      // rows that are busy now, of which those are charted that were so all the time
@@ -33,18 +33,12 @@ const collections = new Map();  // id: {layout, table, history, findings, number
 let query = null, past = null;
 
 onmessage = ({ data }) => {
-  if (data.sample) {
-    take(data.sample);
-    if (query?.id === data.sample.id) answer(collections.get(query.id));
-  } else if (data.past) {
-    past = new Past(data.past, LAYOUTS.get(data.past.stem));
-    if (query && collections.has(query.id)) answer(collections.get(query.id));
-  } else if (data.forget) {
-    collections.delete(data.forget);
-  } else {
-    query = data.query;
-    if (query && collections.has(query.id)) answer(collections.get(query.id));
-  }
+  if (data.sample) take(data.sample);
+  else if (data.past) past = new Past(data.past, LAYOUTS.get(data.past.stem));
+  else if (data.forget) collections.delete(data.forget);
+  else query = data.query;
+  const known = collections.get(query?.id);
+  if (known && (!data.sample || data.sample.id === query.id)) answer(known);
 };
 
 function take({ id, stem, number, delta, samples, names }) {

@@ -3,7 +3,7 @@ import { idOf } from "./address.js";
 import { decode } from "./delta.js";
 import { HEADER_SIZE, LAYOUTS } from "./layouts.js";
 import { isEmpty, isLate, isOff, notesOf } from "./notes.js";
-import * as sources from "./sources.js";
+import { isDisabled, rowsOf } from "./server.js";
 import { find } from "./watcher.js";
 
 const INTERVALS = 9;  // of which the usual one is found
@@ -86,7 +86,7 @@ export class Known {
     const { sample, layout, collection: { stem } } = this;
     return {
       ...this.collection, file: files.delta, last: files.last, prev: files.prev, files: Object.keys(files).length,
-      ...sample, ...this.answer?.findings, now, usual: this.#usual(), offers: sources.rowsOf(stem), disabled: sources.isDisabled(stem), unsettled: this.unsettled,
+      ...sample, ...this.answer?.findings, now, usual: this.#usual(), offers: rowsOf(stem), disabled: isDisabled(stem), unsettled: this.unsettled,
       silent: sample?.table && files.last?.header?.time === sample.header.time ?
         (files.last.size - HEADER_SIZE) / layout.size - sample.table.count : 0,
       kept: this.shown !== null && sample !== null && (this.unsettled || sample.table === undefined),

@@ -2,8 +2,7 @@
 import { titleOf } from "./address.js";
 import { $, element, say } from "./dom.js";
 import { LAYOUTS } from "./layouts.js";
-import { send } from "./server.js";
-import * as sources from "./sources.js";
+import { refreshSources, rowsOf, send } from "./server.js";
 
 const FRESH = 10000;  // milliseconds for which what the agent has told counts
 
@@ -22,48 +21,50 @@ async function confirmed(text, yes) {
   return $("confirm").returnValue === "yes";
 }
 
+// order tells whether the message was taken.
 async function order(message, collection, done) {
-  try {
-    await send(message, collection);
-    fault("message-trouble", null);
-    say("message", `${done} tallyd's log says what became of it.`);
-    return true;
-  } catch (error) {
-    fault("message-trouble", error);
-    return false;
-  }
+  const error = await send(message, collection).then(() => null, (error) => error);
+  fault("message-trouble", error);
+  if (error === null) say("message", `${done} tallyd's log says what became of it.`);
+  return error === null;
 }
 
-// setUp makes the form work: exists(collection) tells whether there is one, created(collection) is
+const types = [...LAYOUTS.values()].filter(({ creatable }) => creatable);
+const options = types.map(({ stem, title }) => element("option", { value: stem }, `${title} (${stem})`));
+const chosen = () => LAYOUTS.get($("create-type").value);
+$("create-type").replaceChildren(...options);
+$("create-type").onchange = offer;
+$("create").addEventListener("focusin", refresh);
+
+// offer has the form show what the agent is known to have.
+function offer() {
+  for (const option of options) option.disabled = rowsOf(option.value)?.length === 0;
+  if ($("create-type").selectedOptions[0]?.disabled) $("create-type").value = options.find(({ disabled }) => !disabled).value;
+  const { stem, supervisor } = chosen();
+  const rows = rowsOf(stem);
+  const before = $("create-row").value;
+  $("create-row").replaceChildren(...(rows ?? []).map(({ index, owner }) => element("option",
+    { value: index, selected: String(index) === before }, `${index} (${owner})`)));
+  for (const [id, shown] of [["create-row", rows], ["create-index", !rows]]) {
+    $(id).disabled = supervisor || !shown;
+    $(id).parentNode.hidden = $(id).disabled;
+  }
+  const missing = options.filter(({ disabled }) => disabled).length;
+  say("offer", supervisor || rows ? (missing ? `Of ${missing} types the agent has no row.` : "") : "The agent does not answer: what it has cannot be told.");
+}
+
+// refresh asks anew what there is to be offered.
+export function refresh() {
+  return refreshSources(FRESH).then(offer);
+}
+
+// setUp has the form create: exists(collection) tells whether there is one, created(collection) is
 // called when the daemon was asked for it.
-export let refresh;
 export function setUp(exists, created) {
-  const types = [...LAYOUTS.values()].filter(({ creatable }) => creatable);
-  const options = types.map(({ stem, title }) => element("option", { value: stem, textContent: `${title} (${stem})` }));
-  $("create-type").replaceChildren(...options);
-  const chosen = () => LAYOUTS.get($("create-type").value);
-  const offer = () => {
-    for (const option of options) option.disabled = sources.rowsOf(option.value)?.length === 0;
-    if ($("create-type").selectedOptions[0]?.disabled) $("create-type").value = options.find(({ disabled }) => !disabled).value;
-    const { stem, supervisor } = chosen();
-    const rows = sources.rowsOf(stem);
-    const before = $("create-row").value;
-    $("create-row").replaceChildren(...(rows ?? []).map(({ index, owner }) => element("option",
-      { value: index, textContent: `${index} (${owner})`, selected: String(index) === before })));
-    for (const [id, shown] of [["create-row", rows], ["create-index", !rows]]) {
-      $(id).disabled = supervisor || !shown;
-      $(id).parentNode.hidden = $(id).disabled;
-    }
-    const missing = options.filter(({ disabled }) => disabled).length;
-    say("offer", supervisor || rows ? (missing ? `Of ${missing} types the agent has no row.` : "") : "The agent does not answer: what it has cannot be told.");
-  };
-  refresh = () => sources.refresh(FRESH).then(offer);
-  $("create-type").onchange = offer;
-  $("create").addEventListener("focusin", refresh);
   $("create").onsubmit = async (event) => {
     event.preventDefault();
     const { stem, supervisor } = chosen();
-    const wanted = { stem, index: supervisor ? 0 : Number((sources.rowsOf(stem) ? $("create-row") : $("create-index")).value) };
+    const wanted = { stem, index: supervisor ? 0 : Number((rowsOf(stem) ? $("create-row") : $("create-index")).value) };
     const title = titleOf(wanted);
     if (exists(wanted) && !supervisor &&
         !await confirmed(`${title} exists. Creating it again removes its files, and it starts anew.`, "Start anew")) return;

@@ -11,7 +11,7 @@ import { health } from "./notes.js";
 import * as overview from "./overview.js";
 import * as recorded from "./recorded.js";
 import { RowView } from "./row.js";
-import * as sources from "./sources.js";
+import { refreshSources } from "./server.js";
 import { count, duration, grouped, moment } from "./text.js";
 import { Watcher, find } from "./watcher.js";
 
@@ -126,7 +126,7 @@ function takeList(json) {
   if (names !== $("collections").dataset.names) {
     $("collections").dataset.names = names;
     $("collections").replaceChildren(...all.map((collection) => element("li", {}, element("a", { href: write({ stem: collection.stem, index: collection.index }) },
-      element("span", { className: "dot" }), titleOf(collection), element("small", { textContent: LAYOUTS.get(collection.stem).title })))));
+      element("span", { className: "dot" }), titleOf(collection), element("small", {}, LAYOUTS.get(collection.stem).title)))));
     markCurrent();
     follow();
   }
@@ -157,7 +157,7 @@ function showAll() {
   $("welcome").hidden = all.length > 0 || place !== null;
   all.forEach((each, at) => {
     const { state, word } = knownOf(each).condition(listing, serverTime());
-    if (state === "stale" && LAYOUTS.get(each.stem).supervisor) void sources.refresh(RELOOK);
+    if (state === "stale" && LAYOUTS.get(each.stem).supervisor) void refreshSources(RELOOK);
     const dot = $("collections").children[at]?.querySelector(".dot");
     if (!dot) return;
     dot.dataset.state = place === null || idOf(each) === idOf(place) ? state : "";
@@ -171,12 +171,10 @@ function showFacts() {
   const shown = knownOf(place);
   const { state, word, notes } = shown.condition(listing, serverTime());
   const { header, table } = shown.sample ?? {};
-  say("fact-state", word);
+  const facts = { state: word, rows: table && grouped(table.count), ...(header && {
+    time: moment(header.time).slice(0, -7), age: duration(serverTime() - header.time), interval: `${header.interval} s` }) };
+  for (const name of ["state", "time", "age", "interval", "rows"]) say(`fact-${name}`, facts[name] ?? "\u2013");
   $("fact-state").dataset.state = state;
-  say("fact-time", header ? moment(header.time).replace(/ [+-]\d\d:\d\d$/, "") : "\u2013");
-  say("fact-age", header ? duration(serverTime() - header.time) : "\u2013");
-  say("fact-interval", header ? `${header.interval} s` : "\u2013");
-  say("fact-rows", table ? grouped(table.count) : "\u2013");
   $("panels").hidden = shown.answer === null;
   const text = notes.map(({ level, text }) => `${level} ${text}`).join("\n");
   if ($("notes").dataset.text === text) return;
@@ -193,8 +191,7 @@ function showFacts() {
 function markCurrent() {
   const current = place ? write({ stem: place.stem, index: place.index }) : "#";
   for (const link of $("navigation").querySelectorAll("nav a")) {
-    if (link.getAttribute("href") === current) link.setAttribute("aria-current", "page");
-    else link.removeAttribute("aria-current");
+    link.ariaCurrent = link.getAttribute("href") === current ? "page" : null;
   }
 }
 
@@ -205,7 +202,7 @@ messages.setUp((wanted) => find(listing ?? { collections: [] }, wanted) !== unde
   else location.hash = write(wanted);
 });
 $("spans").append(...[["", ["Live"]], ...SPANS].map(([value, [word]]) => element("label", {},
-  element("input", { type: "radio", name: "span", value }), element("span", { textContent: word }))));
+  element("input", { type: "radio", name: "span", value }), element("span", {}, word))));
 $("spans").onchange = ({ target }) => change({ ...place, span: target.value });
 $("destroy").onclick = async () => {
   const gone = place;

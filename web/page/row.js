@@ -2,9 +2,7 @@
 import { SPANS, pastOf } from "./address.js";
 import { Chart } from "./chart.js";
 import { $, element, say } from "./dom.js";
-import { exact } from "./grid.js";
-import { percent } from "./text.js";
-import { UNITS, quantity, sizeOf, wordsOf } from "./units.js";
+import { UNITS, exact, percent, quantity, sizeOf, wordsOf } from "./text.js";
 
 export class RowView {
   #place = null; #known = null; #charts = new Map();  // by the name of their unit
@@ -43,7 +41,7 @@ export class RowView {
       const { title } = UNITS[column.unit];
       if (!this.#charts.has(title)) {
         const box = element("div", { className: "chart small-chart" });
-        $("row-charts").append(element("section", {}, element("h3", { textContent: title }), box));
+        $("row-charts").append(element("section", {}, element("h3", {}, title), box));
         this.#charts.set(title, new Chart(box));
       }
       const lines = chart.lines.map((line, style) => ({ ...line, style, title: wordsOf(columnOf(line.column)) }));
@@ -51,21 +49,21 @@ export class RowView {
     }
     const value = (column) => (row < 0 ? 0 : shown.number(row, column));
     $("counters").replaceChildren(...layout.rates.map((column) => element("div", { title: column.name },
-      element("dt", { textContent: wordsOf(column) }),
-      element("dd", { textContent: quantity(column, value(column)), title: exact(column, value(column)) }))));
+      element("dt", {}, wordsOf(column)),
+      element("dd", { title: exact(column, value(column)) }, quantity(column, value(column))))));
     this.#showSizes(layout.rates.filter((column) => sizeOf(column)), value);
   }
 
   #showSizes(columns, value) {
     const sum = columns.reduce((all, column) => all + value(column), 0);
-    $("sizes-section").hidden = sum === 0;
     const top = Math.max(...columns.map(value)) || 1;
+    $("sizes-section").hidden = sum === 0;
     $("sizes").replaceChildren(...columns.map((column) => {
       const bar = element("span", { className: "size-bar" });
       bar.style.setProperty("--part", `${value(column) / top * 100}%`);
-      return element("li", {}, element("span", { textContent: sizeOf(column) }), bar,
-        element("span", { textContent: percent(sum > 0 ? value(column) / sum * 100 : 0) }),
-        element("span", { textContent: quantity(column, value(column)) }));
+      return element("li", {}, element("span", {}, sizeOf(column)), bar,
+        element("span", {}, percent(sum > 0 ? value(column) / sum * 100 : 0)),
+        element("span", {}, quantity(column, value(column))));
     }));
   }
 }

@@ -24,8 +24,21 @@ export const namesOf = (collections) =>
 export const past = ({ stem, index, ...rest }) =>
   ask({}, `?${new URLSearchParams({ history: `${stem}/${index}`, ...rest })}`);
 
-// sources gives what there is to be collected: see cgi/sources.h.
-export const sources = () => ask({ headers: { "X-Tally-Control": "1" } }, "?sources");
+// What there is to be collected, as it was told last: see cgi/sources.h.
+let sources = { agent: null, disabled: [] }, asked = -Infinity;
+
+// refreshSources asks for it, unless it has within so many milliseconds.
+export async function refreshSources(age) {
+  if (performance.now() - asked < age) return;
+  asked = performance.now();
+  sources = await ask({ headers: { "X-Tally-Control": "1" } }, "?sources").catch(() => ({ agent: null, disabled: [] }));
+}
+
+// rowsOf gives the agent's control rows of a type, {index, owner}; undefined: it does not answer.
+export const rowsOf = (stem) => sources.agent?.[stem];
+
+// isDisabled tells whether the settings switch a kind of the supervisor's off.
+export const isDisabled = (stem) => sources.disabled.includes(stem);
 
 // send puts a message for one collection into the daemon's pipe. Nobody answers it.
 export const send = (message, { stem, index }) => ask({
