@@ -72,4 +72,4 @@ def test_burst(daemon, log):
     control.send_bytes(message(IGNORED) * 10000)
     daemon.answer()
     control.send_bytes(message(0x80000000) * 10000)
-    log.wait(UNEXPECTED_TYPE, DEBUG, count=10000, timeout=60)
+    log.wait(UNEXPECTED_TYPE, DEBUG, count=10000)

@@ -229,7 +229,7 @@ def test_fleet(tmp_path):
                               capture_output=True, text=True, check=check)
         return sorted(re.findall(r'^\{(?:mac="(.*)")?\} => (\S+)', done.stdout, re.MULTILINE))
     try:
-        processes.wait_until(lambda: ask("sum(tallyd_up)", check=False), 30, pause=0.2)
+        processes.wait_until(lambda: ask("sum(tallyd_up)", check=False), pause=0.2)
         for query, answer in (("host_in_packets_total", [("00:00:00:00:00:00", "4000"), ("00:00:00:00:00:01", "40")]),
                               ("host_rest_in_packets", [("", "5")]), ("host_all_in_packets_total", [("", "4045")]),
                               ('note{code="agent-restarted",type="host"}', [("", "1")])):

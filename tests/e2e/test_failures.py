@@ -27,9 +27,9 @@ def test_calls_that_are_not_answered(daemon, agent, log):
     control.send(control.VIEWING, HOST.code, 1)
     daemon.collections.add(adopted)
     control.send(control.RESCAN)
-    log.wait(FAILED, DEBUG, timeout=2 * CALL + 20)
+    log.wait(FAILED, DEBUG, timeout=2 * CALL + processes.PATIENCE)
     assert time.time() - begun > 2 * CALL - 1
-    daemon.settle(timeout=CALL)
+    daemon.settle()
     collection.judge_next(records(LATER[:100]), before, int(begun), up_time=0)
     assert [call.split()[0] for call in agent.calls(*CONTROL.values())] == [
         str(CONTROL[layout.stem]) for layout in LAYOUTS for _ in range(1 + (layout is PRIO))]

@@ -76,7 +76,7 @@ def test_reader_holds_a_poll_up(own_daemon, agent, log):
         before = processes.wait_until(lambda: MATRIX.sampled(1))  # it is polled by itself, too
         for collection in (HOST, MATRIX):
             control.send(control.VIEWING, collection.code, 1)
-        log.wait(LOCK_FAILED[1], LOCK_FAILED[0], timeout=CALL + 15)
+        log.wait(LOCK_FAILED[1], LOCK_FAILED[0], timeout=CALL + processes.PATIENCE)
         own_daemon.settle()
         assert HOST.path(1, "last").read_bytes() == sample
         processes.wait_until(lambda: MATRIX.sampled(1) > before)

@@ -177,7 +177,7 @@ def test_absent_and_found_again(own_daemon, agent, scripted_supervisor, log):
     settings.supervisor(**ON)
     try:
         own_daemon.start(serve=False)
-        log.expect(STARTED[0], *BOTH, NO_PREFERENCES, *[TIMED_OUT] * 4, timeout=20)
+        log.expect(STARTED[0], *BOTH, NO_PREFERENCES, *[TIMED_OUT] * 4)
         here.start()
         own_daemon.wait_until_serving()
         for each in (here, there):

@@ -71,3 +71,4 @@ def test_traffic(own_daemon, agent, log):
         assert int.from_bytes(vlan, "little") == 1
         assert [rate * header.interval for rate in rates[:2]] == pytest.approx([2 * 3700, 2 * (octets_in + octets_out)])
         assert own_daemon.stop() == 0
+        log.take_all("Timeout error performing SNMP request.")  # on a busy machine snmpd may need a second try

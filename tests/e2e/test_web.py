@@ -85,11 +85,11 @@ def texts(browser, selector):
     return browser.execute_script("return [...document.querySelectorAll(arguments[0])].map(e => e.textContent)", selector)
 
 
-def wait_for(browser, selector, wanted, timeout=30):
+def wait_for(browser, selector, wanted):
     """Wait until what is selected reads as wanted says (a list, or a condition)."""
     holds = wanted if callable(wanted) else lambda found: found == wanted
     try:
-        processes.wait_until(lambda: holds(texts(browser, selector)), timeout)
+        processes.wait_until(lambda: holds(texts(browser, selector)))
     except AssertionError:
         raise AssertionError((selector, texts(browser, selector), texts(browser, ".note"))) from None
 
@@ -475,6 +475,6 @@ def test_with_the_daemon(browser, server, daemon, agent, log):
         else:
             browser.switch_to.active_element.send_keys(key)
         daemon.answer()
-        processes.wait_until(lambda exists=exists: HOST.path(5, "last").exists() == exists, 30)
+        processes.wait_until(lambda exists=exists: HOST.path(5, "last").exists() == exists)
     wait_for(browser, "#notes li", lambda found: found and "No file yet" in found[0])
     browser.get("about:blank")

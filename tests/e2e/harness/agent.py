@@ -68,7 +68,7 @@ class Agent:
         new.rename(SCRIPT)
         self.forget_calls()
 
-    def start(self, timeout=10):
+    def start(self, timeout=processes.PATIENCE):
         self._may_exit = False
         self._process = subprocess.Popen([BINARY, "--script", SCRIPT, "--trace", TRACE],
                                          stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)

@@ -43,7 +43,7 @@ class Daemon:
         REPORTS.mkdir(exist_ok=True)
         known = set(processes.children(self._name()))
         self.first_status = subprocess.run([*wrapper, BINARY], stdin=subprocess.DEVNULL, check=False,
-                                           env=environment(wrapper[:1] == STRACE[:1]), timeout=30, **popen).returncode
+                                           env=environment(wrapper[:1] == STRACE[:1]), timeout=processes.PATIENCE, **popen).returncode
         new = set(processes.children(self._name())) - known
         self.pid = new.pop() if new else None
         if serve:
@@ -58,28 +58,28 @@ class Daemon:
                 return True
             except OSError:
                 return False
-        processes.wait_until(offered, timeout=20)
-        self.answer(timeout=20)
+        processes.wait_until(offered)
+        self.answer()
 
     @staticmethod
     def _name():
         return pathlib.Path(BINARY).name
 
-    def answer(self, timeout=10):
+    def answer(self):
         """Wait until the main thread has dealt with every message sent before."""
         control.send(8)
-        self.log.wait(UNEXPECTED_TYPE, DEBUG, timeout=timeout)
+        self.log.wait(UNEXPECTED_TYPE, DEBUG)
 
-    def settle(self, timeout=40):
+    def settle(self):
         """Wait until no poll pass is under way: a pass holds the registry's lock, which this message needs."""
         nobodys = 9, 987654321
         control.send(control.VIEWING, *nobodys)
-        self.log.wait(NOT_THERE.format(*nobodys), WARNING, timeout=timeout)
+        self.log.wait(NOT_THERE.format(*nobodys), WARNING)
 
     def rest(self, agent):
         """Wait until it has done everything that it was told to, calls to the agent included."""
         self.answer()
-        processes.wait_until(lambda: processes.asleep(self.pid, agent.pid), timeout=40)
+        processes.wait_until(lambda: processes.asleep(self.pid, agent.pid))
 
     def running(self):
         return self.pid is not None and processes.state(self.pid) not in ("Z", "X", None)
@@ -88,7 +88,7 @@ class Daemon:
         """How many descriptors and threads it has, for a comparison that shows leaks."""
         return len(processes.descriptors(self.pid)), processes.status_field(self.pid, "Threads")
 
-    def exit_status(self, timeout=10):
+    def exit_status(self, timeout=processes.PATIENCE):
         pid, self.pid = self.pid, None
         return processes.exit_status(pid, timeout)
 

@@ -107,9 +107,9 @@ class Kind:
         self.daemon.log.wait(f"{self._name} disabled.", DEBUG)
         assert not any(path.exists() for path in self.layout.paths(0))
 
-    def _send(self, kind, timeout=30):
+    def _send(self, kind):
         control.send(kind, self.layout.code)
-        self.daemon.answer(timeout)
+        self.daemon.answer()
 
     def view(self, seconds=1, **how):
         """Have it polled that many seconds from now, by a viewing message while there is no delta file."""

@@ -5,6 +5,7 @@ import pathlib
 import time
 
 _PR_SET_CHILD_SUBREAPER = 36
+PATIENCE = 60  # seconds that a test waits for what takes no time, on a machine that has much else to do
 
 
 def become_reaper():
@@ -14,7 +15,7 @@ def become_reaper():
         raise OSError(ctypes.get_errno(), "prctl")
 
 
-def wait_until(condition, timeout=10, pause=0.01):
+def wait_until(condition, timeout=PATIENCE, pause=0.01):
     """Wait until the condition gives something true, and return it; fail after the time."""
     deadline = time.monotonic() + timeout
     while not (result := condition()):
@@ -78,7 +79,7 @@ def status_field(pid, field):
     raise KeyError(field)
 
 
-def exit_status(pid, timeout=10):
+def exit_status(pid, timeout=PATIENCE):
     """Wait for a child to end: its exit status, or minus the signal that ended it."""
     deadline = time.monotonic() + timeout
     while True:

@@ -26,7 +26,7 @@ def running():
         yield
     finally:
         process.terminate()
-        assert process.wait(10) == 0
+        assert process.wait(processes.PATIENCE) == 0
 
 
 @contextlib.contextmanager

@@ -8,6 +8,7 @@ import threading
 import time
 
 from .paths import LOG_SOCKET
+from .processes import PATIENCE
 
 DEBUG, WARNING = 151, 148  # facility local2
 
@@ -36,7 +37,7 @@ class Syslog:
                 self.history.append((round(time.time(), 3), *entry))
                 self._arrived.notify_all()
 
-    def wait(self, text, level=None, count=1, timeout=10):
+    def wait(self, text, level=None, count=1, timeout=PATIENCE):
         """Take `count` messages with this very text; fail when they do not come in time."""
         taken = self._take(lambda entry: entry[1] == text, count, timeout)
         assert len(taken) == count, (f"{len(taken)} of {count} times in the log: {text!r}; "
@@ -45,7 +46,7 @@ class Syslog:
             assert {priority for priority, _ in taken} == {level}, taken
         return taken
 
-    def expect(self, *entries, timeout=10):
+    def expect(self, *entries, timeout=PATIENCE):
         """Take these (priority, text) messages, which must be all there are, in this order."""
         found = self._take(lambda entry: True, len(entries), timeout)
         assert found == list(entries)

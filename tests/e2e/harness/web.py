@@ -66,7 +66,7 @@ class WebServer:
         # In a process group of its own, all of which Apache ends with itself.
         self._process = subprocess.Popen([binary, *arguments, root / "main.conf"], start_new_session=True)
         self._root = root
-        processes.wait_until(self._answers, 30)
+        processes.wait_until(self._answers)
 
     def _answers(self):
         assert self._process.poll() is None, "the web server ended"
@@ -77,7 +77,7 @@ class WebServer:
 
     def request(self, method, path, headers=None, body=None):
         """(status, headers, body)."""
-        connection = http.client.HTTPConnection(HOST, self.port, timeout=20)
+        connection = http.client.HTTPConnection(HOST, self.port, timeout=processes.PATIENCE)
         try:
             connection.request(method, path, body, headers or {})
             answer = connection.getresponse()
