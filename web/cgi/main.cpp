@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cctype>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +14,6 @@
 #include <string>
 
 #include "daemon/base/paths.h"
-#include "daemon/base/retry.h"
 #include "listing.h"
 #include "naming.h"
 #include "past.h"
@@ -38,14 +36,7 @@ std::string_view variable(const char* name) {
 // read_body reads as many bytes of the body as were announced, or what there is of them.
 std::string read_body(std::size_t length) {
   std::string body(length, '\0');
-  std::size_t used = 0;
-  while (used < length) {
-    const ssize_t got =
-        retry_interrupted([&] { return read(STDIN_FILENO, body.data() + used, length - used); });
-    if (got <= 0) break;
-    used += static_cast<std::size_t>(got);
-  }
-  body.resize(used);
+  body.resize(std::fread(body.data(), 1, length, stdin));
   return body;
 }
 

@@ -59,12 +59,6 @@ void refuse_foreign(const Variables& variables) {
   want_control_header(variables);
 }
 
-bool is_json(std::string_view content_type) {
-  // "; charset=utf-8" may follow.
-  const std::string_view type = content_type.substr(0, content_type.find_first_of("; "));
-  return type == "application/json";
-}
-
 using Parameters = std::map<std::string, std::string, std::less<>>;
 
 // cut takes off the front of a text what stands before a letter, and the letter.
@@ -182,7 +176,10 @@ Request parse_request(const Variables& variables, std::string_view body) {
   const std::size_t length = body_length(variables);
   if (variables("REQUEST_METHOD") != "POST") return query_of(variables);
   refuse_foreign(variables);
-  if (!is_json(variables("CONTENT_TYPE"))) throw Refusal(415, "The body is not application/json.");
+  const std::string_view content = variables("CONTENT_TYPE");  // "; charset=utf-8" may follow
+  if (content.substr(0, content.find_first_of("; ")) != "application/json") {
+    throw Refusal(415, "The body is not application/json.");
+  }
   if (body.size() != length) throw Refusal(400, "The body is shorter than the request said.");
   return message_of(body);
 }

@@ -94,8 +94,7 @@ export class Table {
 
   // label tells a row from all others, whatever names there are.
   label(row) {
-    return this.layout.shown.filter((column) => !column.isRate)
-      .map((column) => this.text(row, column)).join(" ");
+    return this.layout.keys.map((column) => this.text(row, column)).join(" ");
   }
 
   // who tells a row from others: by its key, and for people.
@@ -106,10 +105,10 @@ export class Table {
   // title names a row as people would: addresses, names, and numbers with what they count.
   title(row) {
     if (this.isTotal(row)) return "Total";
-    const keys = this.layout.shown.filter((column) => !column.isRate);
+    const { keys } = this.layout;
     const name = keys.find(({ kind }) => kind === "name");
     if (name && this.text(row, name) !== "-") return this.text(row, name);
-    const addresses = keys.filter(({ kind }) => kind === "mac" || kind === "address");
+    const addresses = keys.filter(({ isAddress }) => isAddress);
     // Besides its address a host needs no protocol.
     const numbers = keys.filter(({ kind, name }) => (kind === "number" || kind === "total") &&
       !(addresses.length && name === "protocolDirLocalIndex"));

@@ -40,11 +40,10 @@ export class Grid {
   // open empties the table and gives it these columns of another type. linkOf(label) is the address
   // of a row's own page.
   open(shown, caption, linkOf) {
-    const isAddress = ({ kind }) => kind === "mac" || kind === "address";
     this.#shown = shown;
     this.#linkOf = linkOf;
-    this.#named = Math.max(0, shown.findIndex((column) => column.kind === "name" || isAddress(column)));
-    this.#table.classList.toggle("paired", shown.filter(isAddress).length > 1);
+    this.#named = Math.max(0, shown.findIndex(({ kind, isAddress }) => kind === "name" || isAddress));
+    this.#table.classList.toggle("paired", shown.filter(({ isAddress }) => isAddress).length > 1);
     this.#table.classList.toggle("short", shown.filter(({ isRate }) => isRate).length <= 2);
     say(this.#table.caption, caption);
     this.#head.replaceChildren(...shown.map(({ name, heading, kind, isRate }) => {

@@ -17,12 +17,13 @@ import { TYPES } from "./columns.js";
 export { HEADER_SIZE, TOTAL } from "./columns.js";
 
 function layoutOf(type) {
-  const columns = type.columns.map((column, number) =>
-    ({ ...column, number, isRate: column.kind === "rate" || column.kind === "percent" }));
+  const columns = type.columns.map((column) => ({ ...column,
+    isRate: column.kind === "rate" || column.kind === "percent", isAddress: column.kind === "mac" || column.kind === "address" }));
+  const shown = type.people.map((number) => columns[number]);
   return {
-    ...type, columns,
-    shown: type.people.map((number) => columns[number]),
-    rates: type.people.map((number) => columns[number]).filter((column) => column.isRate),
+    ...type, columns, shown,
+    keys: shown.filter((column) => !column.isRate),
+    rates: shown.filter((column) => column.isRate),
     percents: columns.filter((column) => column.kind === "percent"),
     totals: columns.find((column) => column.kind === "total"),  // its row replaces a sum
     rank: columns.find((column) => column.name === type.rank),
