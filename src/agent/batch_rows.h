@@ -31,7 +31,7 @@ const unsigned char* batch_getnext(RowIterator& rows) {
   using List = typename RowProcedure<Type>::Result;
   if ((rows.flags & kClosingRowDone) != 0) return nullptr;
 
-  auto* reply = rows.reply.as<List>();
+  auto* reply = static_cast<List*>(rows.reply.get());
   if (reply && rows.position + 1 < reply->rows.size()) {
     rows.position += 1;
   } else {
@@ -51,7 +51,7 @@ const unsigned char* batch_getnext(RowIterator& rows) {
       return first_batch ? nullptr : end_of_table<Type>(rows);
     }
     reply = batch.release();
-    rows.reply.reset(reply, [](void* held) { FreeReply()(static_cast<List*>(held)); });
+    rows.reply = {reply, [](void* held) { FreeReply()(static_cast<List*>(held)); }};
     rows.position = 0;
   }
 

@@ -1,7 +1,6 @@
 #include "agent/mac_types.h"
 
 #include <cstdint>
-#include <cstring>
 
 #include "agent/agent_type.h"
 #include "agent/procedures.h"

@@ -21,11 +21,15 @@
 
 namespace tally {
 
-// FreeReply lets go of what the decoder allocated in a static result, not of the result itself.
+// FreeReply clears a static result. The buffer of a list of rows is kept for the next reply.
 struct FreeReply {
   template <class Result>
   void operator()(Result* result) const {
-    *result = Result{};
+    if constexpr (requires { result->rows.clear(); }) {
+      result->rows.clear();
+    } else {
+      *result = Result{};
+    }
   }
 };
 
@@ -43,7 +47,7 @@ struct RemoteProcedure {
     // Never destroyed: the poll task may still be at work while the process ends.
     alignas(Result) static unsigned char storage[sizeof(Result)];
     static Result& result = *new (storage) Result;
-    result = Result{};
+    FreeReply()(&result);
     Reply<Result> reply(&result);
     if (!client.call(number, wire_routine<Argument>, &argument, wire_routine<Result>, &result)) {
       reply.reset();  // frees what came of it

@@ -24,16 +24,6 @@ void put_words(unsigned char* field, Word... words) {
   std::memcpy(field, values, sizeof values);
 }
 
-inline std::uint64_t big_endian(std::uint64_t word) {
-  return __builtin_bswap64(word);
-}
-inline std::uint32_t big_endian(std::uint32_t word) {
-  return __builtin_bswap32(word);
-}
-inline std::uint16_t big_endian(std::uint16_t word) {
-  return __builtin_bswap16(word);
-}
-
 // compare_bytes orders two keys byte by byte, as unsigned numbers: -1, 0 or 1. Keys are short and
 // every row of every poll is compared, so the bytes are taken as big-endian words in place of a
 // call of memcmp.
@@ -46,7 +36,7 @@ int compare_bytes(const unsigned char* a, const unsigned char* b) {
   Word right;
   std::memcpy(&left, a, sizeof left);
   std::memcpy(&right, b, sizeof right);
-  if (left != right) return big_endian(left) < big_endian(right) ? -1 : 1;
+  if (left != right) return __builtin_bswap64(left) < __builtin_bswap64(right) ? -1 : 1;
   if constexpr (kSize > sizeof(Word)) {
     return compare_bytes<kSize - sizeof(Word)>(a + sizeof(Word), b + sizeof(Word));
   }

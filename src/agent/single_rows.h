@@ -21,7 +21,7 @@ namespace tally {
 template <class Type>
 const unsigned char* single_getnext(RowIterator& rows) {
   using Row = typename RowProcedure<Type>::Result;
-  const auto* previous = rows.reply.as<const Row>();
+  const auto* previous = static_cast<const Row*>(rows.reply.get());
   auto key = key_after<Type>(rows, previous);
   const auto following_key = key;
   bool retry = false;
@@ -46,7 +46,7 @@ const unsigned char* single_getnext(RowIterator& rows) {
     return nullptr;
   }
   Type::fill(*row, rows.record);
-  rows.reply.reset(row.release(), [](void* held) { FreeReply()(static_cast<Row*>(held)); });
+  rows.reply = {row.release(), [](void* held) { FreeReply()(static_cast<Row*>(held)); }};
   return rows.record;
 }
 

@@ -54,11 +54,11 @@ bool belongs(const RowIterator& rows, const Row& row) {
 template <class Key>
 bool made_progress(RowIterator& rows, const Key& asked, const Key& reached) {
   const auto here = [&](const Key& key) { return Key::members(key) == Key::members(reached); };
-  Key* milestone = rows.milestone.as<Key>();
+  Key* milestone = static_cast<Key*>(rows.milestone.get());
   if (here(asked) || (milestone && here(*milestone))) return false;
   rows.replies += 1;
   if (!milestone) {
-    rows.milestone.reset(new Key(reached), [](void* key) { delete static_cast<Key*>(key); });
+    rows.milestone = {new Key(reached), [](void* key) { delete static_cast<Key*>(key); }};
   } else if (std::has_single_bit(rows.replies)) {
     *milestone = reached;
   }

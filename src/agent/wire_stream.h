@@ -3,7 +3,6 @@
 
 #include <rpc/rpc.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -1,5 +1,8 @@
 #include "agent/xdr_codec.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace tally {
 
 bool WireReader::refill(std::size_t bytes) {

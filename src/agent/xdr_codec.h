@@ -25,7 +25,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <new>
 #include <tuple>
 #include <type_traits>
@@ -147,7 +146,8 @@ inline constexpr std::uint64_t kUsualReply = 64 * 1024;
 
 template <class Row>
 bool decode(WireReader& in, WireRows<Row>& list) {
-  list.release();
+  list.clear();
+  list.keep_buffer(false);  // unless all goes well
   const std::uint32_t count = in.u32();
   for (std::uint32_t left = count; left > 0; --left) {
     in.promise(std::uint64_t{left - 1} * least_size<Row>());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "daemon/base/collection_record.h"
 #include "daemon/base/collection_types.h"
@@ -16,27 +17,7 @@ class AgentClient;  // one connection to the agent; opaque here
 inline constexpr std::uint32_t kMaxRecordSize = 68;
 
 // Held owns an object whose type only its user knows.
-class Held {
- public:
-  Held() = default;
-  Held(const Held&) = delete;
-  Held& operator=(const Held&) = delete;
-  ~Held() { reset(); }
-
-  template <class T>
-  T* as() const {
-    return static_cast<T*>(object_);
-  }
-  void reset(void* object = nullptr, void (*release)(void*) = nullptr) {
-    if (object_) release_(object_);
-    object_ = object;
-    release_ = release;
-  }
-
- private:
-  void* object_ = nullptr;
-  void (*release_)(void*) = nullptr;
-};
+using Held = std::unique_ptr<void, void (*)(void* object)>;
 
 // RowIterator is the state of one pass over a collection's rows. The caller fills in the first
 // group; the rest belongs to the type's rpc_getnext.
@@ -46,11 +27,11 @@ struct RowIterator {
   std::uint32_t previous_up_time = 0;  // the agent's, at the previous sample; unused
   AgentClient* client = nullptr;
 
-  std::uint32_t flags = 0;     // see kClosingRowDone
-  Held reply;                  // the decoded reply that is being stepped through
-  std::uint32_t position = 0;  // row within the reply
-  std::uint32_t replies = 0;   // replies so far
-  Held milestone;              // the key that one of them led to
+  std::uint32_t flags = 0;           // see kClosingRowDone
+  Held reply{nullptr, nullptr};      // the decoded reply that is being stepped through
+  std::uint32_t position = 0;        // row within the reply
+  std::uint32_t replies = 0;         // replies so far
+  Held milestone{nullptr, nullptr};  // the key that one of them led to
   unsigned char record[kMaxRecordSize] = {};
 };
 

@@ -247,7 +247,7 @@ std::vector<std::string> records_of(const CollectionOps& ops, ScriptedClient& ag
   while (records.size() < most) {
     const unsigned char* record = ops.rpc_getnext(rows);
     if (!record) {
-      EXPECT_EQ(rows.reply.as<void>(), nullptr);
+      EXPECT_EQ(rows.reply.get(), nullptr);
       break;
     }
     records.emplace_back(reinterpret_cast<const char*>(record), ops.record_size);
