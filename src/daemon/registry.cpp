@@ -1,6 +1,5 @@
 #include "daemon/registry.h"
 
-#include <chrono>
 #include <new>
 
 #include "daemon/base/clock.h"
@@ -65,13 +64,7 @@ void RegistryLock::release() TALLY_NO_ANALYSIS {
 }
 
 void Registry::take() TALLY_NO_ANALYSIS {
-  for (;;) {
-    timespec until;
-    clock_gettime(CLOCK_MONOTONIC, &until);
-    until.tv_nsec += std::chrono::nanoseconds(kStopCheck).count();
-    until.tv_sec += until.tv_nsec / 1'000'000'000;
-    until.tv_nsec %= 1'000'000'000;
-    if (mutex_.lock_by(until)) return;
+  while (!mutex_.lock_within(kStopCheck)) {
     (void)stopping();  // if so, the holder notices and soon lets go
   }
 }
@@ -82,13 +75,7 @@ void Registry::reset() {
 }
 
 void Registry::publish() {
-  earliest_due_.store(head_.next ? head_.next->schedule.next_due : kNoCollection);
-}
-
-std::optional<std::int32_t> Registry::earliest_due() const {
-  const std::int64_t due = earliest_due_.load();
-  if (due == kNoCollection) return std::nullopt;
-  return static_cast<std::int32_t>(due);
+  earliest_due_ = head_.next ? std::optional(head_.next->schedule.next_due) : std::nullopt;
 }
 
 void Registry::insert_in_order(CollectionRecord& record) {

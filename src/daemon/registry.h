@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <limits>
 #include <optional>
 
 #include "daemon/base/collection_record.h"
@@ -66,7 +65,7 @@ class Registry final : public DueList, public Adopter {
   void list(std::FILE* out, std::int32_t now) TALLY_EXCLUDES(mutex_);
 
   // DueList, for the poll task.
-  std::optional<std::int32_t> earliest_due() const override;
+  std::optional<std::int32_t> earliest_due() const override { return earliest_due_; }
   std::int32_t interval() const override { return interval_.load(); }
   void begin_pass() override TALLY_EXCLUDES(mutex_);
   unsigned sweep(std::int32_t interval,
@@ -82,9 +81,6 @@ class Registry final : public DueList, public Adopter {
  private:
   friend class RegistryLock;
 
-  // Stands in earliest_due_ for an empty list.
-  static constexpr std::int64_t kNoCollection = std::numeric_limits<std::int64_t>::min();
-
   // take acquires the lock. The poll task may hold it while it waits for a slow agent, so the main
   // thread keeps looking for a terminate message meanwhile.
   void take() TALLY_ACQUIRE(mutex_);
@@ -96,7 +92,7 @@ class Registry final : public DueList, public Adopter {
 
   Mutex mutex_;
   CollectionRecord head_ TALLY_GUARDED_BY(mutex_);  // its next_due of 0 sorts before all
-  std::atomic<std::int64_t> earliest_due_{kNoCollection};
+  std::atomic<std::optional<std::int32_t>> earliest_due_;
   std::atomic<std::int32_t> interval_{kDefaultInterval};
   ThreadEntry& poll_task_;
 };

@@ -27,43 +27,37 @@ bool advance(RecordCache& cache, std::uint32_t record_size) {
   return cache.position < cache.count || filebuf_fill(cache, record_size) == 1;
 }
 
-class DeltaMerge {
- public:
-  DeltaMerge(const DeltaRoutines& routines, RecordCache& last, RecordCache& prev,
-             RecordCache& delta, const FileHeader& header)
-      : routines_(routines), last_(last), prev_(prev), delta_(delta), header_(header) {}
+struct DeltaMerge {
+  const DeltaRoutines& routines;
+  RecordCache& last;
+  RecordCache& prev;
+  RecordCache& delta;
+  const FileHeader& header;
 
   bool run() {
-    if (!filebuf_fill(last_, routines_.record_size)) return fail(15);
-    if (last_.count == 0) return finish();
-    if (!filebuf_fill(prev_, routines_.record_size)) return fail(16);
-    while (last_.count != 0) {
+    if (!filebuf_fill(last, routines.record_size)) return fail(15);
+    if (last.count == 0) return finish();
+    if (!filebuf_fill(prev, routines.record_size)) return fail(16);
+    while (last.count != 0) {
       int order = -1;  // once prev has ended, every last row is new
-      while (prev_.count != 0 && (order = routines_.compare(last_, prev_)) > 0) {
-        if (!advance(prev_, routines_.record_size)) return fail(19);
+      while (prev.count != 0 && (order = routines.compare(last, prev)) > 0) {
+        if (!advance(prev, routines.record_size)) return fail(19);
       }
       const bool is_new = order != 0;
-      if (!put(is_new ? nullptr : &prev_)) return fail(is_new ? 17 : 18);
-      if (!is_new && !advance(prev_, routines_.record_size)) return fail(19);
-      if (!advance(last_, routines_.record_size)) return fail(20);
+      if (!put(is_new ? nullptr : &prev)) return fail(is_new ? 17 : 18);
+      if (!is_new && !advance(prev, routines.record_size)) return fail(19);
+      if (!advance(last, routines.record_size)) return fail(20);
     }
     return finish();
   }
 
- private:
-  bool put(const RecordCache* prev) {
+  bool put(const RecordCache* before) {
     static unsigned char out[kFilebufSize];
-    return routines_.make_delta(last_, prev, out, header_.interval) <= 0 ||
-           filebuf_put(delta_, out, routines_.record_size) == 1;
+    return routines.make_delta(last, before, out, header.interval) <= 0 ||
+           filebuf_put(delta, out, routines.record_size) == 1;
   }
 
-  bool finish() { return finish_file(delta_, header_.sample_time) == 1 || fail(21); }
-
-  const DeltaRoutines& routines_;
-  RecordCache& last_;
-  RecordCache& prev_;
-  RecordCache& delta_;
-  const FileHeader& header_;
+  bool finish() { return finish_file(delta, header.sample_time) == 1 || fail(21); }
 };
 
 bool write_delta(const char* last_path, const char* prev_path, const char* delta_path,
@@ -96,7 +90,7 @@ bool write_delta(const char* last_path, const char* prev_path, const char* delta
   const std::int32_t interval = seconds_between(prev_header.sample_time, last_header.sample_time);
   const FileHeader delta_header{interval, 0, last_header.sample_time, last_header.type};
   if (!begin_file(delta, delta_header)) return fail(12);
-  return DeltaMerge(routines, last, prev, delta, delta_header).run();
+  return DeltaMerge{routines, last, prev, delta, delta_header}.run();
 }
 
 }  // namespace

@@ -12,40 +12,23 @@
 #include "daemon/base/log.h"
 #include "daemon/base/paths.h"
 #include "daemon/base/retry.h"
-#include "files/unique_fd.h"
+#include "files/file_lock.h"
 
 namespace tally {
-namespace {
-
-constexpr char kExtension[] = ".bin";
-
-UniqueFd open_to_read(const char* path) {
-  return UniqueFd(retry_interrupted(
-      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW); }));
-}
-
-}  // namespace
 
 const char* file_kind_name(FileKind kind) {
-  switch (kind) {
-    case FileKind::prev:
-      return "prev";
-    case FileKind::last:
-      return "last";
-    case FileKind::delta:
-      return "delta";
-  }
-  return "";
+  constexpr const char* kNames[] = {"prev", "last", "delta"};
+  return kNames[static_cast<int>(kind)];
 }
 
 CollectionPath collection_path(std::uint32_t type, std::uint32_t index, FileKind kind) {
   CollectionPath path;
   if (is_supervisor_type(type)) {
-    std::snprintf(path.text, sizeof path.text, "%s/%s_%s%s", kDataDirectory, type_stem(type),
-                  file_kind_name(kind), kExtension);
+    std::snprintf(path.text, sizeof path.text, "%s/%s_%s.bin", kDataDirectory, type_stem(type),
+                  file_kind_name(kind));
   } else {
-    std::snprintf(path.text, sizeof path.text, "%s/%s_%u_%s%s", kDataDirectory, type_stem(type),
-                  index, file_kind_name(kind), kExtension);
+    std::snprintf(path.text, sizeof path.text, "%s/%s_%u_%s.bin", kDataDirectory, type_stem(type),
+                  index, file_kind_name(kind));
   }
   return path;
 }
@@ -91,7 +74,7 @@ void remove_collection_files(std::uint32_t type, std::uint32_t index) {
 PreviousSample set_sample_aside(const CollectionPaths& paths) {
   if (access(paths.last.text, F_OK) != 0 && errno == ENOENT) return PreviousSample::none;
   {
-    const UniqueFd last = open_to_read(paths.last.text);
+    const UniqueFd last = open_file(paths.last.text, O_RDONLY);
     if (last.get() < 1) return PreviousSample::stuck;
     FileHeader header{};
     const ssize_t got = retry_interrupted([&] { return read(last.get(), &header, sizeof header); });
@@ -121,7 +104,7 @@ bool read_file_header(int fd, FileHeader& header) {
 }
 
 bool file_exists(const char* path) {
-  return open_to_read(path).get() >= 1;  // descriptor 0 counts as absent: kept
+  return open_file(path, O_RDONLY).get() >= 1;  // descriptor 0 counts as absent: kept
 }
 
 }  // namespace tally

@@ -10,23 +10,17 @@
 namespace tally {
 namespace {
 
-// Outcome texts of one kind of write.
-struct WriteTexts {
-  const char* failed;
-  const char* short_write;
-};
-
 // Writes out the buffer in one write. Only EINTR is retried: a short write means that the disk is
 // full, and is logged at once.
-int write_waiting(RecordCache& cache, const WriteTexts& texts) {
+int write_waiting(RecordCache& cache, const char* failed, const char* short_write) {
   const ssize_t written =
       retry_interrupted([&] { return write(cache.fd, cache.buffer, cache.used); });
   if (written < 0) {
-    log_warning("%s", texts.failed);
+    log_warning("%s", failed);
     return 0;
   }
   if (static_cast<std::uint32_t>(written) != cache.used) {
-    log_warning("%s", texts.short_write);
+    log_warning("%s", short_write);
     return 0;
   }
   cache.used = 0;
@@ -43,14 +37,14 @@ void filebuf_init(RecordCache& cache, int fd) {
 }
 
 int filebuf_write_out(RecordCache& cache) {
-  return write_waiting(cache, {"Unable to write poll cache to file.",
-                               "Not all tallyd cached data written to file."});
+  return write_waiting(cache, "Unable to write poll cache to file.",
+                       "Not all tallyd cached data written to file.");
 }
 
 int filebuf_flush(RecordCache& cache) {
   if (cache.used == 0) return 1;
-  return write_waiting(
-      cache, {"Unable to flush poll cache to file.", "Not all cached data flushed to file."});
+  return write_waiting(cache, "Unable to flush poll cache to file.",
+                       "Not all cached data flushed to file.");
 }
 
 int filebuf_fill(RecordCache& cache, std::uint32_t record_size) {

@@ -24,11 +24,6 @@ struct RecordCache {
 // filebuf_init makes the cache empty, over a descriptor.
 void filebuf_init(RecordCache& cache, int fd);
 
-// filebuf_put appends a record of `length` bytes, writing out the buffer first when it does not
-// fit. Returns 1, or 0 when the record is longer than the buffer (silently), or the write failed or
-// was short (logs; the buffer stays as it was).
-[[nodiscard]] inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length);
-
 // filebuf_room returns where the next record of `length` bytes goes, so that it can be made in
 // place, or null when it does not fit. filebuf_commit then adds it.
 inline unsigned char* filebuf_room(RecordCache& cache, std::uint32_t length) {
@@ -54,7 +49,10 @@ inline void filebuf_commit(RecordCache& cache, std::uint32_t length) {
 // filebuf_write_out writes out the buffer for filebuf_put. Returns 1, or 0 (logs).
 [[nodiscard]] int filebuf_write_out(RecordCache& cache);
 
-inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length) {
+// filebuf_put appends a record of `length` bytes, writing out the buffer first when it does not
+// fit. Returns 1, or 0 when the record is longer than the buffer (silently), or the write failed or
+// was short (logs; the buffer stays as it was).
+[[nodiscard]] inline int filebuf_put(RecordCache& cache, const void* bytes, std::uint32_t length) {
   if (length > kFilebufSize) return 0;
   if (length > kFilebufSize - cache.used && !filebuf_write_out(cache)) return 0;
   std::memcpy(cache.buffer + cache.used, bytes, length);

@@ -1,10 +1,7 @@
 #include "files/poll_engine.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <new>
 
 #include "daemon/base/clock.h"
@@ -18,59 +15,56 @@ namespace tally {
 namespace {
 
 // One pass over the previous sample and the agent's rows, writing last and delta.
-class Merge {
- public:
-  Merge(const CollectionOps& ops, RecordCache& prev, RecordCache& last, RecordCache& delta,
-        std::uint32_t interval, std::int32_t sample_time)
-      : ops_(ops),
-        prev_(prev),
-        last_(last),
-        delta_(delta),
-        interval_(interval),
-        sample_time_(sample_time) {}
+struct Merge {
+  const CollectionOps& ops;
+  RecordCache& prev;
+  RecordCache& last;
+  RecordCache& delta;
+  std::uint32_t interval;
+  std::int32_t sample_time;
+  unsigned char spare[kMaxRecordSize] = {};
 
   // run merges everything and finishes both files. False when a put or a flush failed (logs), or
   // when the agent's rows were cut short because the process is about to end.
   bool run(RowIterator& rows) {
-    const unsigned char* before = filebuf_getnext(prev_, ops_.record_size);
-    const unsigned char* now = ops_.rpc_getnext(rows);
+    const unsigned char* before = filebuf_getnext(prev, ops.record_size);
+    const unsigned char* now = ops.rpc_getnext(rows);
     while (before || now) {
       if (!now && stopping()) return false;
-      const int order = !now ? -1 : !before ? 1 : ops_.compare(before, now);
+      const int order = !now ? -1 : !before ? 1 : ops.compare(before, now);
       if (order < 0) {
         if (!carry_forward(before, !now)) return false;
-        before = filebuf_getnext(prev_, ops_.record_size);
+        before = filebuf_getnext(prev, ops.record_size);
       } else if (order > 0) {
         if (!add_new(now, !before)) return false;
-        now = ops_.rpc_getnext(rows);
+        now = ops.rpc_getnext(rows);
       } else {
         if (!update(before, now)) return false;
-        before = filebuf_getnext(prev_, ops_.record_size);
-        now = ops_.rpc_getnext(rows);
+        before = filebuf_getnext(prev, ops.record_size);
+        now = ops.rpc_getnext(rows);
       }
     }
     return !stopping() && finish();
   }
 
- private:
   bool put(RecordCache& cache, const unsigned char* record) {
-    return filebuf_put(cache, record, ops_.record_size) == 1;
+    return filebuf_put(cache, record, ops.record_size) == 1;
   }
 
   // Rates are computed in place in the delta cache, if they fit there.
   unsigned char* rates_room() {
-    unsigned char* room = filebuf_room(delta_, ops_.record_size);
-    return room ? room : spare_;
+    unsigned char* room = filebuf_room(delta, ops.record_size);
+    return room ? room : spare;
   }
   bool put_rates(const unsigned char* rates) {
-    if (rates == spare_) return put(delta_, spare_);
-    filebuf_commit(delta_, ops_.record_size);
+    if (rates == spare) return put(delta, spare);
+    filebuf_commit(delta, ops.record_size);
     return true;
   }
 
   // The agent did not return this row: it keeps its old counters and gets no rate.
   bool carry_forward(const unsigned char* before, bool agent_is_done) {
-    if (put(last_, before)) return true;
+    if (put(last, before)) return true;
     log_warning("%s", agent_is_done ? "poll_coll_delta: Error writing last record 1."
                                     : "poll_coll_delta: Error writing last record 3.");
     return false;
@@ -78,7 +72,7 @@ class Merge {
 
   // A row without a previous sample. The two cases log at different levels: kept.
   bool add_new(const unsigned char* now, bool prev_is_done) {
-    if (!put(last_, now)) {
+    if (!put(last, now)) {
       if (prev_is_done) {
         log_warning("poll_coll_delta: Error writing last record 2.");
       } else {
@@ -87,7 +81,7 @@ class Merge {
       return false;
     }
     unsigned char* rates = rates_room();
-    if (!ops_.calc_rate || !ops_.calc_rate(now, rates, interval_)) {
+    if (!ops.calc_rate || !ops.calc_rate(now, rates, interval)) {
       log_warning("poll_coll_delta: Error calculating rates.");
       return true;
     }
@@ -102,8 +96,8 @@ class Merge {
 
   bool update(const unsigned char* before, const unsigned char* now) {
     unsigned char* rates = rates_room();
-    const int changed = ops_.calc_delta(before, now, rates, interval_);
-    if (!put(last_, now)) {
+    const int changed = ops.calc_delta(before, now, rates, interval);
+    if (!put(last, now)) {
       log_warning("poll_coll_delta: Error writing last record 4.");
       return false;
     }
@@ -115,24 +109,16 @@ class Merge {
   }
 
   bool finish() {
-    if (!finish_file(last_, sample_time_)) {
+    if (!finish_file(last, sample_time)) {
       log_debug("poll_coll_delta: Error flushing last file.");
       return false;
     }
-    if (!finish_file(delta_, sample_time_)) {
+    if (!finish_file(delta, sample_time)) {
       log_debug("poll_coll_delta: Error flushing delta file.");
       return false;
     }
     return true;
   }
-
-  const CollectionOps& ops_;
-  RecordCache& prev_;
-  RecordCache& last_;
-  RecordCache& delta_;
-  std::uint32_t interval_;
-  std::int32_t sample_time_;
-  unsigned char spare_[kMaxRecordSize];
 };
 
 // Takes the first sample: a header and the agent's rows, without a delta file.
@@ -219,7 +205,7 @@ int poll_coll_delta(Agent& agent, const CollectionRecord& collection, const char
   rows.client = &agent.client();
   // A clock set back gives a negative interval. The divisor is unsigned, so the rates of this poll
   // are almost 0.
-  Merge merge(ops, prev, last, delta, static_cast<std::uint32_t>(interval), now);
+  Merge merge{ops, prev, last, delta, static_cast<std::uint32_t>(interval), now};
   return merge.run(rows) ? 1 : 0;
 }
 

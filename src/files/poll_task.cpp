@@ -88,12 +88,11 @@ void* tapd_poll_task(void* thread_entry) {
   }
   for (;;) {
     if (task.collections.earliest_due()) {
-      const bool connected = task.agent.check_connection();
-      if (connected) poll_pass(task.collections, task.agent);
-      if (!connected) {
+      if (!task.agent.check_connection()) {
         wait_for_retry(entry);
         continue;
       }
+      poll_pass(task.collections, task.agent);
     }
     wait_until_due(entry, task.collections);
   }

@@ -4,7 +4,9 @@
 
 #include <pthread.h>
 
+#include <chrono>
 #include <ctime>
+#include <thread>
 
 #if defined(__clang__)
 #define TALLY_THREAD_ATTRIBUTE(x) __attribute__((x))
@@ -33,19 +35,19 @@ class TALLY_CAPABILITY("mutex") Mutex {
   Mutex& operator=(const Mutex&) = delete;
 
   void lock() TALLY_ACQUIRE() { pthread_mutex_lock(&mutex_); }
-  // lock_by waits for the lock until CLOCK_MONOTONIC shows `when`. False: timed out.
-  bool lock_by(const timespec& when) TALLY_TRY_ACQUIRE(true) {
+  // lock_within waits for the lock, for at most so long. False: timed out.
+  bool lock_within(std::chrono::milliseconds most) TALLY_TRY_ACQUIRE(true) {
 #ifdef __SANITIZE_THREAD__  // does not know pthread_mutex_clocklock, and would see no lock taken
-    timespec now{};
-    while (pthread_mutex_trylock(&mutex_) != 0) {
-      clock_gettime(CLOCK_MONOTONIC, &now);
-      if (now.tv_sec > when.tv_sec || (now.tv_sec == when.tv_sec && now.tv_nsec >= when.tv_nsec))
-        return false;
-      constexpr timespec kPause{0, 1'000'000};
-      nanosleep(&kPause, nullptr);
+    for (; pthread_mutex_trylock(&mutex_) != 0; --most) {
+      if (most.count() <= 0) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
 #else
+    const std::chrono::nanoseconds until =
+        std::chrono::steady_clock::now().time_since_epoch() + most;
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(until);
+    const timespec when{seconds.count(), (until - seconds).count()};
     return pthread_mutex_clocklock(&mutex_, CLOCK_MONOTONIC, &when) == 0;
 #endif
   }
