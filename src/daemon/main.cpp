@@ -69,7 +69,6 @@ int serve(ControlPipe& pipe, Registry& registry) {
   auto& registry = *new Registry(poll_task_entry());
   auto& agent = *new TapdAgent;
   poll_task_entry().context = new PollTask{registry, agent};
-  registry.reset();
   for (SupervisorKind& kind : supervisor_kinds()) kind.initialise();
   if (init_supervisor_client() != 0) {
     log_warning("Error initializing SNMP client for tallyd.\n");

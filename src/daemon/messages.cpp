@@ -64,8 +64,7 @@ void view_collection(Registry& registry, std::uint32_t type, std::uint32_t index
     const std::int32_t now = schedule_seconds();
     note_viewing(record->schedule, now, registry.interval());
     if (!delta_file_exists(type, index)) record->schedule.next_due = now;
-    registry.unlink(*record);
-    registry.insert_in_order(*record);
+    registry.insert_in_order(registry.unlink(*record));
   }
   registry.wake_poll_task();
 }
@@ -144,8 +143,7 @@ void destroy_collection(Registry& registry, std::uint32_t type, std::uint32_t in
   }
   lock.retake();
   remove_collection_files(type, index);
-  registry.unlink(*record);
-  delete record;
+  (void)registry.unlink(*record);  // which frees it
 }
 
 void msg_destroy_coll(Registry& registry, const ControlMessage& message) {

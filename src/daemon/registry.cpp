@@ -1,6 +1,8 @@
 #include "daemon/registry.h"
 
+#include <algorithm>
 #include <new>
+#include <utility>
 
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
@@ -9,37 +11,6 @@
 #include "files/file_format.h"
 
 namespace tally {
-namespace {
-
-// Merges two chains (singly linked through next) that are sorted by due time; on a tie the record
-// of `first` comes first.
-CollectionRecord* merge_chains(CollectionRecord* first, CollectionRecord* second) {
-  CollectionRecord* merged = nullptr;
-  CollectionRecord** tail = &merged;
-  while (first && second) {
-    CollectionRecord*& from = second->schedule.next_due < first->schedule.next_due ? second : first;
-    *tail = from;
-    tail = &from->next;
-    from = from->next;
-  }
-  *tail = first ? first : second;
-  return merged;
-}
-
-// Sorts a chain by due time, keeping the order of equals.
-CollectionRecord* sort_chain(CollectionRecord* chain) {
-  if (!chain || !chain->next) return chain;
-  CollectionRecord* middle = chain;
-  for (const CollectionRecord* end = chain->next; end && end->next; end = end->next->next) {
-    middle = middle->next;
-  }
-  CollectionRecord* second = middle->next;
-  middle->next = nullptr;
-  return merge_chains(sort_chain(chain), sort_chain(second));
-}
-
-}  // namespace
-
 // clang's analysis cannot follow a lock that find() may release; it assumes that the lock is held
 // to the end of the scope. `held_` knows better, so nothing is unlocked twice.
 RegistryLock::RegistryLock(Registry& registry) : registry_(registry) {
@@ -69,53 +40,52 @@ void Registry::take() TALLY_NO_ANALYSIS {
   }
 }
 
-void Registry::reset() {
-  const RegistryLock lock(*this);
-  head_ = CollectionRecord{};
-}
-
 void Registry::publish() {
-  earliest_due_ = head_.next ? std::optional(head_.next->schedule.next_due) : std::nullopt;
+  earliest_due_ =
+      records_.empty() ? std::nullopt : std::optional(records_.front().schedule.next_due);
 }
 
-void Registry::insert_in_order(CollectionRecord& record) {
-  CollectionRecord* before = &head_;
-  while (before->next && before->next->schedule.next_due < record.schedule.next_due) {
-    before = before->next;
-  }
-  record.prev = before;
-  record.next = before->next;
-  if (record.next) record.next->prev = &record;
-  before->next = &record;
+void Registry::insert_in_order(CollectionRecords record) {
+  const std::int32_t due = record.front().schedule.next_due;
+  const auto place =
+      std::find_if(records_.begin(), records_.end(),
+                   [due](const CollectionRecord& other) { return other.schedule.next_due >= due; });
+  records_.splice(place, record);
   publish();  // a wake-up may follow before the lock is released
 }
 
-void Registry::unlink(CollectionRecord& record) {
-  record.prev->next = record.next;
-  if (record.next) record.next->prev = record.prev;
+CollectionRecords Registry::unlink(const CollectionRecord& record) {
+  CollectionRecords unlinked;
+  unlinked.splice(unlinked.begin(), records_,
+                  std::find_if(records_.begin(), records_.end(),
+                               [&](const CollectionRecord& other) { return &other == &record; }));
+  return unlinked;
 }
 
 CollectionRecord* Registry::new_collection(std::uint32_t type, std::uint32_t index) {
-  auto* record = new (std::nothrow) CollectionRecord;
-  if (!record) {
+  CollectionRecords fresh;
+  try {
+    fresh.emplace_back();
+  } catch (const std::bad_alloc&) {
     log_warning("Tallyd malloc() failure.");
     return nullptr;
   }
-  record->type = type;
-  record->index = index;
-  record->schedule.last_viewed = schedule_seconds();
-  record->schedule.next_due = record->schedule.last_viewed;
+  CollectionRecord& record = fresh.front();
+  record.type = type;
+  record.index = index;
+  record.schedule.last_viewed = schedule_seconds();
+  record.schedule.next_due = record.schedule.last_viewed;
   remove_collection_files(type, index);
-  insert_in_order(*record);
+  insert_in_order(std::move(fresh));
   wake_poll_task();
-  return record;
+  return &record;
 }
 
 CollectionRecord* Registry::find(RegistryLock& lock, std::uint32_t type, std::uint32_t index) {
-  for (CollectionRecord* record = head_.next; record; record = record->next) {
-    if (record->type == type && record->index == index) {
+  for (CollectionRecord& record : records_) {
+    if (record.type == type && record.index == index) {
       lock.release();
-      return record;
+      return &record;
     }
   }
   return nullptr;
@@ -132,48 +102,41 @@ void Registry::re_sort() {
 // are taken out, sorted with the later of two equals first, and merged in ahead of those that
 // stayed.
 void Registry::sort() {
-  CollectionRecord* movers = nullptr;  // the last to move comes first
-  CollectionRecord* latest = &head_;
-  for (CollectionRecord* record = head_.next; record;) {
-    CollectionRecord* next = record->next;
-    if (record->schedule.next_due < latest->schedule.next_due) {
-      latest->next = next;
-      record->next = movers;
-      movers = record;
+  const auto earlier = [](const CollectionRecord& a, const CollectionRecord& b) {
+    return a.schedule.next_due < b.schedule.next_due;
+  };
+  CollectionRecords movers;  // the last to move comes first
+  auto latest = records_.begin();
+  for (auto record = latest; record != records_.end();) {
+    const auto at = record++;
+    if (earlier(*at, *latest)) {
+      movers.splice(movers.begin(), records_, at);
     } else {
-      latest = record;
+      latest = at;
     }
-    record = next;
   }
-  if (!movers) return;
-  head_.next = merge_chains(sort_chain(movers), head_.next);
-  for (CollectionRecord* record = &head_; record->next; record = record->next) {
-    record->next->prev = record;
-  }
+  movers.sort(earlier);
+  movers.merge(records_, earlier);
+  records_.swap(movers);
 }
 
 void Registry::apply_interval() {
   const RegistryLock lock(*this);
   bool changed = false;
-  for (CollectionRecord* record = head_.next; record; record = record->next) {
-    changed |= tally::apply_interval(record->schedule, interval());
+  for (CollectionRecord& record : records_) {
+    changed |= tally::apply_interval(record.schedule, interval());
   }
   if (changed) sort();
 }
 
 void Registry::free_all() {
   const RegistryLock lock(*this);
-  while (CollectionRecord* record = head_.next) {
-    head_.next = record->next;
-    delete record;
-  }
+  records_.clear();
 }
 
 void Registry::begin_pass() {
   const RegistryLock lock(*this);
-  for (CollectionRecord* record = head_.next; record; record = record->next) {
-    record->schedule.flags &= ~kPolledInThisPass;
-  }
+  for (CollectionRecord& record : records_) record.schedule.flags &= ~kPolledInThisPass;
 }
 
 unsigned Registry::sweep(std::int32_t interval,
@@ -183,12 +146,12 @@ unsigned Registry::sweep(std::int32_t interval,
   const RegistryLock lock(*this);
   // Due times change on the way and the list is only sorted afterwards, so a flag marks the records
   // that were polled.
-  for (CollectionRecord* record = head_.next; record; record = record->next) {
-    Schedule& schedule = record->schedule;
+  for (CollectionRecord& record : records_) {
+    Schedule& schedule = record.schedule;
     if ((schedule.flags & kPolledInThisPass) != 0) continue;
     if (schedule.next_due > now || stopping()) break;
     plan_next_poll(schedule, now, interval);
-    const bool go_on = poll(*record);
+    const bool go_on = poll(record);
     schedule.flags |= kPolledInThisPass;
     ++polled;
     if (!go_on) break;
@@ -204,11 +167,11 @@ bool Registry::adopt(std::uint32_t type, std::uint32_t index) {
 
 void Registry::list(std::FILE* out, std::int32_t now) {
   const RegistryLock lock(*this);
-  for (const CollectionRecord* record = head_.next; record; record = record->next) {
-    std::fprintf(out, "\nINDEX: %lu, COLLECTION: ", static_cast<unsigned long>(record->index));
-    std::fputs(listing_name(record->type), out);
-    const auto since = static_cast<std::uint32_t>(seconds_between(record->schedule.last_poll, now));
-    const auto until = static_cast<std::uint32_t>(seconds_between(now, record->schedule.next_due));
+  for (const CollectionRecord& record : records_) {
+    std::fprintf(out, "\nINDEX: %lu, COLLECTION: ", static_cast<unsigned long>(record.index));
+    std::fputs(listing_name(record.type), out);
+    const auto since = static_cast<std::uint32_t>(seconds_between(record.schedule.last_poll, now));
+    const auto until = static_cast<std::uint32_t>(seconds_between(now, record.schedule.next_due));
     std::fprintf(out, "\n   Time Since Last Poll: %lu, Time Until Next Poll: %lu",
                  static_cast<unsigned long>(since), static_cast<unsigned long>(until));
   }

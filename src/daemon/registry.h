@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <list>
 #include <optional>
 
 #include "daemon/base/collection_record.h"
@@ -22,6 +23,9 @@ namespace tally {
 
 class RegistryLock;
 
+// Records stay where they are in memory while they move within a list, or from one to another.
+using CollectionRecords = std::list<CollectionRecord>;
+
 // Registry is never destroyed, because the poll task still runs while the process exits.
 class Registry final : public DueList, public Adopter {
  public:
@@ -30,14 +34,12 @@ class Registry final : public DueList, public Adopter {
   Registry(const Registry&) = delete;
   Registry& operator=(const Registry&) = delete;
 
-  // reset empties the list; used once, at start-up.
-  void reset();
+  // insert_in_order links a record, which comes as a list of one, before the first one that is due
+  // at the same time or later.
+  void insert_in_order(CollectionRecords record) TALLY_REQUIRES(mutex_);
 
-  // insert_in_order links a record before the first one that is due at the same time or later.
-  void insert_in_order(CollectionRecord& record) TALLY_REQUIRES(mutex_);
-
-  // unlink takes a record out of the list.
-  void unlink(CollectionRecord& record) TALLY_REQUIRES(mutex_);
+  // unlink takes a record out of the list. It is freed with the list of one that is returned.
+  CollectionRecords unlink(const CollectionRecord& record) TALLY_REQUIRES(mutex_);
 
   // new_collection adds a collection that is due now, removes any old files of it and wakes the
   // poll task. Null when out of memory (logs).
@@ -91,7 +93,7 @@ class Registry final : public DueList, public Adopter {
   void publish() TALLY_REQUIRES(mutex_);
 
   Mutex mutex_;
-  CollectionRecord head_ TALLY_GUARDED_BY(mutex_);  // its next_due of 0 sorts before all
+  CollectionRecords records_ TALLY_GUARDED_BY(mutex_);
   std::atomic<std::optional<std::int32_t>> earliest_due_;
   std::atomic<std::int32_t> interval_{kDefaultInterval};
   ThreadEntry& poll_task_;

@@ -10,8 +10,6 @@ namespace tally {
 // CollectionRecord is one entry of the list that the registry keeps sorted by next_due. Every
 // field is guarded by the registry lock; records are freed by the main thread only.
 struct CollectionRecord {
-  CollectionRecord* prev = nullptr;  // the first record's previous is the list head
-  CollectionRecord* next = nullptr;  // null at the end
   Schedule schedule;
   std::uint32_t type = 0;
   std::uint32_t index = 0;
