@@ -78,7 +78,7 @@ int calc_rate(const unsigned char* last, unsigned char* out, std::uint32_t inter
   const std::uint32_t seconds = divisor(interval, Type::kTexts.rate_zero_interval);
   double rates[Type::kCounters];
   std::memcpy(rates, last + Type::kKeySize, sizeof rates);
-  rates_of_new<Type::kCounters>(rates, rates, seconds);
+  rates_of_new(rates, seconds);
   std::memcpy(out, last, Type::kKeySize);
   std::memcpy(out + Type::kKeySize, rates, sizeof rates);
   return 1;

@@ -17,15 +17,9 @@ struct Nothing {
   static constexpr auto members(auto&) { return std::tie(); }
 };
 
-// Argument of pdist_source_totals_get.
-struct ControlIndex {
-  std::int32_t index = 0;
-
-  static constexpr auto members(auto& self) { return std::tie(self.index); }
-};
-
-// Result of agent_null; only whether it comes matters.
-struct NullReply {
+// Argument of pdist_source_totals_get, the control index, and result of agent_null, of which only
+// whether it comes matters.
+struct Number {
   std::int32_t value = 0;
 
   static constexpr auto members(auto& self) { return std::tie(self.value); }

@@ -1,11 +1,10 @@
-#include "agent/dsmon_types.h"
-
 #include <cstdint>
 #include <cstring>
 
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
+#include "agent/records.h"
 
 namespace tally {
 namespace {

@@ -1,10 +1,9 @@
-#include "agent/mac_types.h"
-
 #include <cstdint>
 
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
+#include "agent/records.h"
 
 namespace tally {
 namespace {

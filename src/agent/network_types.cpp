@@ -1,11 +1,10 @@
-#include "agent/network_types.h"
-
 #include <algorithm>
 #include <cstdint>
 
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
+#include "agent/records.h"
 
 namespace tally {
 namespace {

@@ -57,7 +57,7 @@ struct RemoteProcedure {
 };
 
 // clang-format off
-inline constexpr RemoteProcedure<0, Nothing, NullReply> agent_null;
+inline constexpr RemoteProcedure<0, Nothing, Number> agent_null;
 inline constexpr RemoteProcedure<1, Nothing, AgentSystemInfo> agent_system_info;
 inline constexpr RemoteProcedure<9, ControlKey, HostControlReply> host_control_getnext;
 inline constexpr RemoteProcedure<11, HostTableKey, HostRowList> host_table_get;
@@ -65,7 +65,7 @@ inline constexpr RemoteProcedure<16, ControlKey, MatrixControlReply> matrix_cont
 inline constexpr RemoteProcedure<18, MatrixTableKey, MatrixRowList> matrix_table_get;
 inline constexpr RemoteProcedure<24, ControlKey, PdistControlReply> pdist_control_getnext;
 inline constexpr RemoteProcedure<26, PdistTableKey, PdistRowList> pdist_table_get;
-inline constexpr RemoteProcedure<184, ControlIndex, PdistTotalsReply> pdist_source_totals_get;
+inline constexpr RemoteProcedure<184, Number, PdistTotalsReply> pdist_source_totals_get;
 inline constexpr RemoteProcedure<32, ControlKey, NlControlReply> nlhost_control_getnext;
 inline constexpr RemoteProcedure<34, NlHostTableKey, NlHostRowList> nlhost_table_get;
 inline constexpr RemoteProcedure<35, ControlKey, NlControlReply> nlmatrix_control_getnext;

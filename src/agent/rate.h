@@ -63,11 +63,6 @@ inline double rate_between(double prev, double last, std::uint32_t seconds) {
   return last;
 }
 
-// rate_of_new returns the rate of a counter that was not there in the previous sample.
-inline double rate_of_new(double last, std::uint32_t seconds) {
-  return rate_of_change(whole_count(last), seconds);
-}
-
 // Below this interval a double divided by a whole number gives the same double whether it is
 // rounded once or, on the way, to 64 bits. The results differ only if the 64-bit rounding moves the
 // quotient n / d onto the middle m between two neighbouring doubles. With u the distance of these
@@ -143,15 +138,13 @@ bool rates_between(const unsigned char* prev, const unsigned char* last, unsigne
   return (changed[0] | changed[1]) != 0;
 }
 
-// rates_of_new applies rate_of_new to a row of counters. `interval` is not 0; `rates` may be
-// `last`.
+// rates_of_new turns the counters of a row that the previous sample has not into rates. `interval`
+// is not 0.
 template <std::size_t kCounters>
-void rates_of_new(const double* last, double* rates, std::uint32_t interval) {
-  if (interval < kPlainDivisionBelow) {
-    const double seconds = interval;
-    for (std::size_t i = 0; i < kCounters; ++i) rates[i] = last[i] / seconds;
-  } else {
-    for (std::size_t i = 0; i < kCounters; ++i) rates[i] = rate_of_new(last[i], interval);
+void rates_of_new(double (&counters)[kCounters], std::uint32_t interval) {
+  for (double& counter : counters) {
+    counter = interval < kPlainDivisionBelow ? counter / interval
+                                             : rate_of_change(whole_count(counter), interval);
   }
 }
 

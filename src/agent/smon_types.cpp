@@ -1,10 +1,9 @@
-#include "agent/smon_types.h"
-
 #include <cstdint>
 
 #include "agent/agent_type.h"
 #include "agent/procedures.h"
 #include "agent/record_key.h"
+#include "agent/records.h"
 #include "daemon/base/paths.h"
 
 namespace tally {

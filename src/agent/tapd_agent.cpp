@@ -1,10 +1,7 @@
 #include "agent/tapd_agent.h"
 
-#include "agent/dsmon_types.h"
-#include "agent/mac_types.h"
-#include "agent/network_types.h"
 #include "agent/procedures.h"
-#include "agent/smon_types.h"
+#include "agent/records.h"
 #include "daemon/base/log.h"
 #include "daemon/base/paths.h"
 #include "daemon/base/stop.h"

@@ -42,14 +42,6 @@ const char* text_of(const char* text) {
   return text == nullptr ? "" : text;
 }
 
-// A stream that cannot be written to has no log to say so in.
-[[gnu::format(printf, 2, 3)]] void print(std::FILE* stream, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  (void)std::vfprintf(stream, format, arguments);
-  va_end(arguments);
-}
-
 }  // namespace
 
 LogContext* log_context = nullptr;
@@ -121,45 +113,45 @@ void WriteLogMessage(LogMessage* message) {
 }
 
 void PrintShortLogMessage(const LogMessage* message, std::FILE* stream) {
-  print(stream, "%s", text_of(message->message));
-  print(stream, "                              at line %d in file %s\n", message->linenum,
-        text_of(message->filename));
+  std::fprintf(stream, "%s", text_of(message->message));
+  std::fprintf(stream, "                              at line %d in file %s\n", message->linenum,
+               text_of(message->filename));
   (void)std::fflush(stream);
 }
 
 void PrintLongLogMessage(const LogMessage* message, std::FILE* stream) {
-  print(stream, "LogLevel:   ");
-  if (message->level == APALWAYS) print(stream, " APALWAYS");
+  std::fprintf(stream, "LogLevel:   ");
+  if (message->level == APALWAYS) std::fprintf(stream, " APALWAYS");
   for (const BitName& level : kLevels) {
-    if ((message->level & level.bit) != 0) print(stream, " %s", level.name);
+    if ((message->level & level.bit) != 0) std::fprintf(stream, " %s", level.name);
   }
-  print(stream, "\n");
+  std::fprintf(stream, "\n");
 
   const std::time_t seconds = message->timestamp;
   char when[32] = "";
   if (ctime_r(&seconds, when) != nullptr) when[std::strcspn(when, "\n")] = '\0';
-  print(stream, "timestamp:   %u (%s)\n", message->timestamp, when);
-  print(stream, "progname:    %s\n", text_of(message->progname));
-  print(stream, "filename:    %s\n", text_of(message->filename));
-  print(stream, "linenum:     %d\n", message->linenum);
-  print(stream, "message:     %s", text_of(message->message));
-  print(stream, "UserData:    0x%" PRIxPTR "\n",
-        reinterpret_cast<std::uintptr_t>(message->user_data));
+  std::fprintf(stream, "timestamp:   %u (%s)\n", message->timestamp, when);
+  std::fprintf(stream, "progname:    %s\n", text_of(message->progname));
+  std::fprintf(stream, "filename:    %s\n", text_of(message->filename));
+  std::fprintf(stream, "linenum:     %d\n", message->linenum);
+  std::fprintf(stream, "message:     %s", text_of(message->message));
+  std::fprintf(stream, "UserData:    0x%" PRIxPTR "\n",
+               reinterpret_cast<std::uintptr_t>(message->user_data));
   (void)std::fflush(stream);
 }
 
 void PrintLogSink(const LogSink* sink, std::FILE* stream) {
-  print(stream, "operFlags:  ");
+  std::fprintf(stream, "operFlags:  ");
   for (const BitName& flag : kSinkFlags) {
-    if ((sink->operFlags & flag.bit) != 0) print(stream, " %s", flag.name);
+    if ((sink->operFlags & flag.bit) != 0) std::fprintf(stream, " %s", flag.name);
   }
-  print(stream, "\nformat:      %d\nlogfile_fp:  ", sink->format);
+  std::fprintf(stream, "\nformat:      %d\nlogfile_fp:  ", sink->format);
   if (sink->logfile_fp == stdout) {
-    print(stream, "stdout\n");
+    std::fprintf(stream, "stdout\n");
   } else if (sink->logfile_fp == stderr) {
-    print(stream, "stderr\n");
+    std::fprintf(stream, "stderr\n");
   } else {
-    print(stream, "0x%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(sink->logfile_fp));
+    std::fprintf(stream, "0x%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(sink->logfile_fp));
   }
   (void)std::fflush(stream);
 }

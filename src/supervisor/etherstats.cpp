@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "agent/rate.h"
 #include "daemon/base/clock.h"
@@ -52,8 +51,7 @@ constexpr std::size_t kPackets = 2;
 struct [[gnu::packed]] DeltaRecord {
   std::uint32_t if_index;
   std::uint32_t index;
-  std::uint32_t name_length;
-  char name[sizeof InterfaceName::bytes];
+  InterfaceName name;
   double utilisation;
   double rates[kEtherCounters];
 };
@@ -108,8 +106,7 @@ DeltaRecord delta_record(const EtherStatsRecord& record, const EtherStatsSample&
   DeltaRecord delta = {};
   delta.if_index = record.ifIndex;
   delta.index = record.etherStatsIndex;
-  delta.name_length = record.name.length;
-  std::memcpy(delta.name, record.name.bytes, sizeof delta.name);
+  delta.name = record.name;
   long double change[kEtherCounters];
   for (std::size_t i = 0; i < kEtherCounters; ++i) {
     const auto count = static_cast<double>(sample.counters[i]);

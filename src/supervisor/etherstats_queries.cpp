@@ -73,7 +73,8 @@ std::optional<NamedInterfaceState> named_interface_state(std::uint32_t if_index)
   });
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
-  const NamedInterfaceState named{InterfaceName(answer.octets()), {answer.word(), answer.word()}};
+  const NamedInterfaceState named{InterfaceName::of(answer.octets()),
+                                  {answer.word(), answer.word()}};
   return answer.ok() ? std::optional(named) : std::nullopt;
 }
 

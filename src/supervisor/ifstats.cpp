@@ -42,8 +42,7 @@ constexpr int kTrafficCounters = kInDiscards;
 // place of counters.
 struct Record {
   std::uint32_t if_index;
-  std::uint32_t name_length;
-  char name[sizeof InterfaceName::bytes];
+  InterfaceName name;
   double speed_or_in_utilisation;
   double zero_or_out_utilisation;
   double counters[kCounters];
@@ -104,7 +103,7 @@ std::optional<WalkRow> get_ifNameAndOperStatus(std::uint32_t after) {
   if (!response) return std::nullopt;
   AnswerReader answer(*response);
   if (!names_a_row(ifXEntry, kNameColumn, answer.name())) return WalkRow{};
-  WalkRow row = {answer.name().back(), InterfaceName(answer.octets()), 0};
+  WalkRow row = {answer.name().back(), InterfaceName::of(answer.octets()), 0};
   if (!names_a_row(ifEntry, kStatusColumn, answer.name()) || row.name.length == 0) return WalkRow{};
   row.oper_status = answer.word();
   return answer.ok() ? std::optional(row) : std::nullopt;
@@ -149,8 +148,7 @@ Outcome get_ifTableEntry(std::span<const Column> columns, std::uint32_t if_index
 
 // An answer about a different interface is dropped silently.
 std::optional<Record> interface_record(const IfStatsRecord& row) {
-  Record record = {row.ifIndex, row.name.length, {}, 0, 0, {}};
-  std::memcpy(record.name, row.name.bytes, sizeof record.name);
+  Record record = {row.ifIndex, row.name, 0, 0, {}};
   Outcome outcome = Outcome::not_64_bit;
   if (has_64_bit_counters) outcome = get_ifTableEntry(kColumns64, row.ifIndex, record);
   if (outcome == Outcome::not_64_bit) {

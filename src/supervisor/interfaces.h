@@ -1,9 +1,7 @@
 // What the kinds know of the switch's interfaces (IF-MIB, RFC 2863).
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 namespace tally {
@@ -11,13 +9,13 @@ namespace tally {
 // InterfaceName is the first 16 bytes of an ifName, as the collection files hold it: bytes, not
 // text, padded with zeros.
 struct InterfaceName {
-  std::uint32_t length = 0;
-  char bytes[16] = {};
+  std::uint32_t length;
+  char bytes[16];
 
-  InterfaceName() = default;
-  explicit InterfaceName(std::string_view name)
-      : length(static_cast<std::uint32_t>(std::min(name.size(), sizeof bytes))) {
-    if (length != 0) std::memcpy(bytes, name.data(), length);
+  static InterfaceName of(std::string_view name) {
+    InterfaceName start = {};
+    start.length = static_cast<std::uint32_t>(name.copy(start.bytes, sizeof start.bytes));
+    return start;
   }
   std::string_view view() const { return {bytes, length}; }
 };

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "agent/smon_types.h"
+#include "agent/records.h"
 #include "daemon/base/clock.h"
 #include "daemon/base/collection_types.h"
 #include "daemon/base/stop.h"

@@ -2,7 +2,7 @@
 // 2613).
 //
 // Each of the supervisor's control rows that the appliance owns stands for one VLAN. The records
-// are those of the agent's vlan collections (agent/smon_types.h), in ascending order of VLAN ids.
+// are those of the agent's vlan collections (agent/records.h), in ascending order of VLAN ids.
 #pragma once
 
 #include <cstdint>

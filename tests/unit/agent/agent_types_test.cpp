@@ -13,8 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/mac_types.h"
-#include "agent/smon_types.h"
+#include "agent/records.h"
 #include "agent/tapd_agent.h"
 #include "support/syslog_capture.h"
 #include "support/temporary_directory.h"

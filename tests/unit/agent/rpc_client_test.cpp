@@ -138,13 +138,13 @@ void two_calls(const Words& answer, bool through_library, Exchange& seen) {
   const auto ours = through_library ? nullptr : agent_connect(address, 5s);
   ControlKey key{5, 2};
   for (auto& result : seen.results) {
-    NullReply reply{-1};  // stays when the library reports success without a result
+    Number reply{-1};  // stays when the library reports success without a result
     const bool good =
         through_library
             ? clnt_call(library, 9, reinterpret_cast<xdrproc_t>(wire_routine<ControlKey>), &key,
-                        reinterpret_cast<xdrproc_t>(wire_routine<NullReply>), &reply,
+                        reinterpret_cast<xdrproc_t>(wire_routine<Number>), &reply,
                         (timeval{5, 0})) == RPC_SUCCESS
-            : ours->call(9, wire_routine<ControlKey>, &key, wire_routine<NullReply>, &reply);
+            : ours->call(9, wire_routine<ControlKey>, &key, wire_routine<Number>, &reply);
     if (good && reply.value != -1) result = reply.value;
   }
   if (!library) return;
@@ -238,10 +238,10 @@ TEST(RpcClient, BoundsCalls) {
       }
     });
     const auto client = agent_connect(server.address(), kMost);
-    NullReply result;
+    Number result;
     const auto used = mallinfo2().uordblks;
     const auto start = Clock::now();
-    EXPECT_FALSE(client->call(0, request, nullptr, wire_routine<NullReply>, &result));
+    EXPECT_FALSE(client->call(0, request, nullptr, wire_routine<Number>, &result));
     EXPECT_GE(Clock::now() - start, kMost - 10ms);
     EXPECT_NE(agent_null(*client, {}), nullptr);
     EXPECT_LT(mallinfo2().uordblks, used + 100'000);
