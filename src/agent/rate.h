@@ -142,9 +142,11 @@ bool rates_between(const unsigned char* prev, const unsigned char* last, unsigne
 // is not 0.
 template <std::size_t kCounters>
 void rates_of_new(double (&counters)[kCounters], std::uint32_t interval) {
-  for (double& counter : counters) {
-    counter = interval < kPlainDivisionBelow ? counter / interval
-                                             : rate_of_change(whole_count(counter), interval);
+  if (interval < kPlainDivisionBelow) {
+    const double seconds = interval;
+    for (double& counter : counters) counter /= seconds;
+  } else {
+    for (double& counter : counters) counter = rate_of_change(whole_count(counter), interval);
   }
 }
 
