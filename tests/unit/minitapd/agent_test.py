@@ -203,4 +203,4 @@ def test_a_bad_start_is_refused(serve, tmp_path):
                 (1, "--interface", "lo", "--capture-netns", "/nonexistent"),
                 (2, "--interface", "lo", "--control", "host:0:x"),
                 (1, "--interface", "lo", "--control", "host:1:a", "--control", "host:1:b")]:
-            assert subprocess.run(["timeout", "5", BINARY, *arguments]).returncode == status, arguments
+            assert subprocess.run(["timeout", "60", BINARY, *arguments]).returncode == status, arguments
