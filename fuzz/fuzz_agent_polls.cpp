@@ -28,19 +28,6 @@
 namespace tally {
 namespace {
 
-using Span = std::span<const std::uint8_t>;
-
-Span take(Span& input, std::size_t size) {
-  const Span taken = input.first(std::min(size, input.size()));
-  input = input.subspan(taken.size());
-  return taken;
-}
-
-std::size_t take_word(Span& input) {
-  const Span word = take(input, 2);
-  return word.size() < 2 ? 0 : word[0] | std::size_t{word[1]} << 8;
-}
-
 // The agent's end of the connection, which exists only in memory: no system call for a call.
 Span to_come;         // of the input
 Bytes arriving;       // the answer to the last request

@@ -3,7 +3,6 @@
 //
 // A reply is accepted if and only if rpcgen's routine accepts it, and both find the same value in
 // the same bytes. So do decoding in place and from a stream whose bytes come in pieces.
-#include <span>
 #include <string_view>
 #include <tuple>
 
@@ -13,8 +12,6 @@
 
 namespace tally {
 namespace {
-
-using Span = std::span<const std::uint8_t>;
 
 // For rpcgen a string ends at its first zero.
 bool has_zero(const WireString& string) {
