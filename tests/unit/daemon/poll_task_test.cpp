@@ -114,8 +114,7 @@ TEST_F(PollTaskTest, LosesNoWakeUpBeforeTheWait) {
 // often somebody signals, and not before the pause is over if nobody does.
 TEST_F(PollTaskTest, TriesAnAbsentAgentPatiently) {
   agent_.reachable = false;
-  list_.due =
-      1;  // before the task looks: a signal that reached it after its first try would end its pause
+  list_.due = 1;  // before the task looks: a signal after its first try would end its pause
   const auto begun = Clock::now();
   start();
   ASSERT_TRUE(soon([&] { return agent_.checks > 0; }));

@@ -124,16 +124,12 @@ TEST_F(RegistryTest, AdoptsOnceAndTellsWhenItCannot) {
   }
   EXPECT_EQ(order(registry_).size(), 2U);
   const LogLine no_memory = warning_line("Tallyd malloc() failure.");
-  {
-    const FailingAllocation failing(0);
-    EXPECT_FALSE(registry_.adopt(kHost, kFarIndex + 1));
-  }
+  allocations = {1};
+  EXPECT_FALSE(registry_.adopt(kHost, kFarIndex + 1));
   EXPECT_EQ(take_log(), std::vector{no_memory});
-  {
-    const FailingAllocation failing(0);
-    constexpr auto kCreate = static_cast<std::uint32_t>(MessageType::create);
-    EXPECT_TRUE(handle_message(registry_, {kCreate, kMatrix, kFarIndex + 2}));
-  }
+  constexpr auto kCreate = static_cast<std::uint32_t>(MessageType::create);
+  allocations = {1};
+  EXPECT_TRUE(handle_message(registry_, {kCreate, kMatrix, kFarIndex + 2}));
   const auto refusal = warning_line("msg_create_coll(): Unable to create new collection.");
   EXPECT_EQ(take_log(), (std::vector{no_memory, refusal}));
   EXPECT_EQ(order(registry_).size(), 2U);

@@ -1,21 +1,13 @@
 #include "support/allocations.h"
 
 #include <cstdlib>
-#include <limits>
 #include <new>
 
-namespace {
-
-constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
-
-thread_local tally::Allocations so_far;
-thread_local std::size_t fails_at = kNever;
-
-}  // namespace
+thread_local tally::Allocations tally::allocations;
 
 void* operator new(std::size_t size) {
-  if (so_far.count++ == fails_at) throw std::bad_alloc();
-  so_far.bytes += size;
+  if (++tally::allocations.count == tally::allocations.failing) throw std::bad_alloc();
+  tally::allocations.bytes += size;
   if (void* block = std::malloc(size)) return block;
   throw std::bad_alloc();
 }
@@ -33,19 +25,3 @@ void operator delete(void* block) noexcept {
 void operator delete(void* block, std::size_t /*size*/) noexcept {
   std::free(block);
 }
-
-namespace tally {
-
-Allocations allocations() {
-  return so_far;
-}
-
-FailingAllocation::FailingAllocation(std::size_t after) {
-  fails_at = so_far.count + after;
-}
-
-FailingAllocation::~FailingAllocation() {
-  fails_at = kNever;
-}
-
-}  // namespace tally

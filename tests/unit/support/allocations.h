@@ -5,22 +5,12 @@
 
 namespace tally {
 
+// What this thread requests from operator new; assign {} or {n} to begin anew.
 struct Allocations {
+  std::size_t failing = 0;  // the one that fails, counted from then on; 0 for none
   std::size_t count = 0;
   std::size_t bytes = 0;
 };
-
-// allocations returns what this thread has requested from operator new so far.
-Allocations allocations();
-
-// FailingAllocation makes one allocation of this thread fail: the n-th from now, where 0 is the
-// next.
-class FailingAllocation {
- public:
-  explicit FailingAllocation(std::size_t after);
-  ~FailingAllocation();
-  FailingAllocation(const FailingAllocation&) = delete;
-  FailingAllocation& operator=(const FailingAllocation&) = delete;
-};
+extern thread_local Allocations allocations;
 
 }  // namespace tally
