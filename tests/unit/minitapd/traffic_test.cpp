@@ -1,9 +1,13 @@
-#include "minitapd/packet.h"
-
+// What the agent finds in a frame, and how it serves the rows that it makes of many. counts_test.py
+// compares their counters with tshark's.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
+
+#include "minitapd/live_source.h"
+#include "minitapd/packet.h"
 
 namespace minitapd {
 namespace {
@@ -105,6 +109,97 @@ TEST(Packet, FindsProtocolsAndTags) {
     ASSERT_TRUE(packet.has_value()) << c.label;
     EXPECT_EQ(describe(*packet), c.found) << c.label;
     EXPECT_EQ(packet->octets, 0xffffffffU) << "no room for the check sequence";
+  }
+}
+
+std::string text(const std::string& hex) {
+  const auto octets = bytes(hex);
+  return {octets.begin(), octets.end()};
+}
+
+// Normalized, as keys are on the wire.
+std::vector<Row> rows_after(LiveSource& source, Table table, std::int32_t index, const Key& start,
+                            std::size_t limit) {
+  std::vector<Row> rows;
+  source.rows_after(table, index, start, limit, rows);
+  for (Row& row : rows) normalize_key(table, row.key);
+  return rows;
+}
+
+// Any key has a place among the rows, also one that no row has, or that belongs to another index.
+TEST(LiveSource, ServesTheRowsBehindAKey) {
+  using enum Table;
+  LiveSource source({.max_rows = 9, .max_frame_octets = 0, .descr = {}, .own_address = {}});
+  for (const std::int32_t index : {9, 4}) source.add_control(host, index, "");
+  for (std::size_t i = 1; i < kTableCount; ++i) source.add_control(static_cast<Table>(i), 1, "");
+  for (const char* const frame :
+       {"020000000003 020000000003 9000", "020000000001 020000000001 9000",
+        "020000000002 020000000002 9000"}) {
+    source.count_frame(bytes(frame), 60);
+  }
+  source.count_frame(
+      bytes("020000000002 020000000001 8100 0101 " + ip("0028", "0000", "06", "c001 0050")), 60);
+  const auto station = [](const std::string& hex) { return Key{{}, {text("0200000000" + hex)}}; };
+  const Key one = station("01"), two = station("02"), three = station("03");
+  const std::string low = text("0a000001"), high = text("0a000002");
+  const Key from{{46, 11, 4}, {low}}, to{{46, 11, 4}, {high}};
+  const std::vector<Key> hosts{{{11}, {low}}, {{11}, {high}}};
+  const std::vector<Key> group{{{46, 1}}, {{46, 11}}, {{46, 32}}, {{46, 106}}};
+  const struct {
+    const char* label;
+    Table table;
+    std::int32_t index;
+    Key start;
+    std::vector<Key> behind;
+  } walks[] = {
+      {"from the start", host, 4, {}, {one, two, three, one, two, three}},
+      {"on into the next index", host, 4, two, {three, one, two, three}},
+      {"behind the last row", host, 4, three, {one, two, three}},
+      {"behind a key that no row has", host, 9, station("00"), {one, two, three}},
+      {"an index that is not there", host, 5, two, {one, two, three}},
+      {"behind the last row of all", host, 9, three, {}},
+      {"a short key is before its extensions", host, 9, {{}, {"\2"}}, {one, two, three}},
+      {"protocol 266 compares as 0a 01: before 11", nlhost, 1, {{266}}, hosts},
+      {"the shorter address is before", nlhost, 1, {{11}, {"\xff\xff\xff"}}, hosts},
+      {"the longer address is behind", nlhost, 1, {{11}, {low + "x"}}, {}},
+      {"no destination is before all", nlmatrix, 1, {{11}, {low}}, {{{11}, {low, high}}}},
+      {"VLAN 512 is behind 257", vlan, 1, {{512}}, {}},
+      {"VLAN 65793 does not pass for 257", vlan, 1, {{65793}}, {}},
+      {"protocol 267 is behind 106 in its group", dspdist, 1, {{46, 267}}, {}},
+      {"protocol 267 of the group before", dspdist, 1, {{45, 267}}, group},
+      {"group 265 compares as 09 01", dshost, 1, {{265}}, {from, to}},
+      {"bytes 17 to 20 are of no row",
+       dshost,
+       1,
+       {{46, 11, 4}, {low + std::string(15, '\0') + "x"}},
+       {to}},
+  };
+  for (auto [label, table, index, start, behind] : walks) {
+    SCOPED_TRACE(label);
+    normalize_key(table, start);
+    for (const std::size_t limit : {9, 1, 0}) {
+      behind.resize(std::min(behind.size(), limit));
+      const auto rows = rows_after(source, table, index, start, limit);
+      ASSERT_EQ(rows.size(), behind.size());
+      for (std::size_t i = 0; i < rows.size(); ++i) {
+        normalize_key(table, behind[i]);
+        EXPECT_EQ(rows[i].key, behind[i]);
+      }
+    }
+    EXPECT_EQ(source.row_at(table, index, start).has_value(),
+              index != 5 && (start == two || start == three));
+  }
+  for (std::size_t i = 0; i < kTableCount; ++i) {  // each row is found and leads to the next
+    const auto table = static_cast<Table>(i);
+    const auto rows = rows_after(source, table, 0, {}, 999);
+    EXPECT_FALSE(rows.empty());
+    for (std::size_t at = 0; at < rows.size(); ++at) {
+      const auto& [index, key, counters, detail, time_mark, status] = rows[at];
+      const auto found = source.row_at(table, index, key);
+      EXPECT_TRUE(found && found->counters == counters);
+      const auto next = rows_after(source, table, index, key, 1);
+      EXPECT_TRUE(at + 1 < rows.size() ? next.at(0).key == rows[at + 1].key : next.empty());
+    }
   }
 }
 
