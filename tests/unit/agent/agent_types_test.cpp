@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <functional>
 #include <iterator>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <vector>
@@ -204,38 +205,6 @@ TEST(ControlScan, EndsWhenTheAgentDoesNotGoOn) {
 
 constexpr int kIndex = 5;
 
-// Two rows of dsmatrix differ only after the 16 address bytes that a record keeps. It is rpcgen
-// that writes them, so that every member is seen to be where the agent has it.
-void fill(u_char (&address)[20], u_char start, std::uint32_t n) {
-  std::fill_n(address, 16, start);
-  for (int i = 0; i < 4; ++i) address[16 + i] = static_cast<u_char>(n >> 8 * i);
-}
-
-Bytes dsmatrix_reply(std::uint32_t n, int status = 0, int index = kIndex,
-                     std::uint32_t time_mark = 0) {
-  tapd_dsmatrix_row_reply row{status, index, time_mark, n / 2, 7, {}, {}, -11, 22, -33, n, ~0ULL};
-  fill(row.source_address, 0xaa, n);
-  fill(row.dest_address, 0xbb, n * 3);
-  return encode_bytes(xdr_tapd_dsmatrix_row_reply, row);
-}
-
-std::string dsmatrix_record(std::uint32_t n) {
-  return bytes_of(n / 2) + bytes_of(7) + bytes_of(22) + std::string(16, '\xaa') + bytes_of(-33) +
-         std::string(16, '\xbb') + bytes_of(-11) + bytes_of(static_cast<double>(n)) +
-         bytes_of(0x1p64);
-}
-
-ScriptedClient::Call dsmatrix_request(int after) {
-  tapd_dsmatrix_key key{kIndex, 0, 0, 0, {}, {}, 0, 0, 0, 2};
-  if (after >= 0) {
-    const auto n = static_cast<std::uint32_t>(after);
-    key = {kIndex, 0, n / 2, 7, {}, {}, -11, 22, -33, 2};
-    fill(key.source_address, 0xaa, n);
-    fill(key.dest_address, 0xbb, n * 3);
-  }
-  return {141, encode_bytes(xdr_tapd_dsmatrix_key, key)};
-}
-
 // records_of reads to the end, or until there are `most`.
 std::vector<std::string> records_of(const CollectionOps& ops, ScriptedClient& agent,
                                     std::size_t most) {
@@ -254,22 +223,37 @@ std::vector<std::string> records_of(const CollectionOps& ops, ScriptedClient& ag
   return records;
 }
 
+// Of 20 address bytes a record keeps 16. It is rpcgen that writes the reply and the requests, so
+// that every member is seen to be where the agent has it.
 TEST(DsMatrix, IsReadToItsEnd) {
-  for (const ScriptedClient::Reply& end : {ScriptedClient::Reply(),
-                                           {dsmatrix_reply(3, 1)},
-                                           {dsmatrix_reply(3, 0, kIndex + 1)},
-                                           {dsmatrix_reply(3, 0, kIndex, 1U << 31)},
-                                           {dsmatrix_reply(2)}}) {
-    ScriptedClient agent([&](std::size_t call) {
-      return call < 3 ? dsmatrix_reply(static_cast<std::uint32_t>(call)) : end;
+  tapd_dsmatrix_row_reply row{0, kIndex, 0, 6, 7, {}, {}, -11, 22, -33, 5, ~0ULL};
+  tapd_dsmatrix_key first{kIndex, 0, 0, 0, {}, {}, 0, 0, 0, 2};
+  tapd_dsmatrix_key second{kIndex, 0, 6, 7, {}, {}, -11, 22, -33, 2};
+  std::iota(row.source_address, row.source_address + 20, u_char{100});
+  std::iota(row.dest_address, row.dest_address + 20, u_char{200});
+  std::copy_n(row.source_address, 20, second.source_address);
+  std::copy_n(row.dest_address, 20, second.dest_address);
+  const auto kept = [](const u_char* address) { return std::string(address, address + 16); };
+  const auto record = bytes_of(6) + bytes_of(7) + bytes_of(22) + kept(row.source_address) +
+                      bytes_of(-33) + kept(row.dest_address) + bytes_of(-11) + bytes_of(5.0) +
+                      bytes_of(0x1p64);
+  std::vector ends(5, row);  // the first: a call that fails; the last: a circle
+  ends[1].status = 1;
+  ends[2].dsmonMatrixCtlIndex = kIndex + 1;
+  ends[3].dsmonMatrixTimeMark = 1U << 31;
+  for (auto& end : ends) {
+    const bool fails = &end == ends.data();
+    ScriptedClient agent([&](std::size_t call) -> ScriptedClient::Reply {
+      if (call > 0 && fails) return {};
+      return encode_bytes(xdr_tapd_dsmatrix_row_reply, call == 0 ? row : end);
     });
     take_log();
-    EXPECT_EQ(records_of(agent_type_ops(kDsMatrix), agent, 9),
-              (std::vector{dsmatrix_record(0), dsmatrix_record(1), dsmatrix_record(2)}));
-    EXPECT_EQ(agent.calls, (std::vector{dsmatrix_request(-1), dsmatrix_request(0),
-                                        dsmatrix_request(1), dsmatrix_request(2)}));
-    EXPECT_EQ(take_log(), end ? std::vector<LogLine>{}
-                              : std::vector{debug_line("dsmatrix_rpc_getnext: RPC failed")});
+    EXPECT_EQ(records_of(agent_type_ops(kDsMatrix), agent, 9), std::vector{record});
+    EXPECT_EQ(
+        agent.calls,
+        (std::vector{ScriptedClient::Call(141, encode_bytes(xdr_tapd_dsmatrix_key, first)),
+                     ScriptedClient::Call(141, encode_bytes(xdr_tapd_dsmatrix_key, second))}));
+    EXPECT_EQ(take_log(), std::vector(fails, debug_line("dsmatrix_rpc_getnext: RPC failed")));
   }
 }
 
@@ -278,10 +262,11 @@ TEST(RowIteration, EndsInACircle) {
   for (const std::uint32_t before : {0U, 5U}) {  // rows that are not of the circle
     for (std::uint32_t length = 1; length <= 20; ++length) {
       ScriptedClient agent([&](std::size_t call) {
-        return dsmatrix_reply(
-            static_cast<std::uint32_t>(call < before ? 100 + call : call % length));
+        const auto id = 1 + (call < before ? 100 + call : call % length);
+        VlanRowReply row{0, static_cast<std::int32_t>(id), 1, 2, 3, 4, 5, kIndex};
+        return encode_bytes(xdr_wire<VlanRowReply>, row);
       });
-      (void)records_of(agent_type_ops(kDsMatrix), agent, 200);
+      (void)records_of(vlan_ops, agent, 200);
       EXPECT_LE(agent.calls.size(), 4 * (before + length)) << length;
       EXPECT_GT(agent.calls.size(), before + length);
     }

@@ -155,7 +155,7 @@ void two_calls(const Words& answer, bool through_library, Exchange& seen) {
 // The same bytes go out from a port of the same kind, and every answer means the same as it does to
 // libtirpc.
 TEST(RpcClient, AgreesWithTheLibrary) {
-  const Words answers[] = {
+  std::vector<Words> answers = {
       record({kXid, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 9}),
       record({kXid, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 9, 10, 11}),
       record({kOtherXid, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 9}),
@@ -171,16 +171,12 @@ TEST(RpcClient, AgreesWithTheLibrary) {
       record({kXid, REPLY, MSG_DENIED, AUTH_ERROR, AUTH_TOOWEAK}),
       record({kXid, REPLY, 2, 0, 0, SUCCESS, 9}),
       record({kXid, CALL, MSG_ACCEPTED, 0, 0, SUCCESS, 9}),
-      record({}),
-      record({kXid}),
-      record({kXid, REPLY}),
-      record({kXid, REPLY, MSG_ACCEPTED}),
-      record({kXid, REPLY, MSG_ACCEPTED, 0}),
-      record({kXid, REPLY, MSG_ACCEPTED, 0, 0}),
-      record({kXid, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS}),
       {0, 0},  // fragments without content
       {8, kXid, REPLY, 4, MSG_ACCEPTED, 8, 0, 0, 4, SUCCESS, kLastFragment | 4, 9},
   };
+  for (std::size_t words = 0; words < 7; ++words) {  // cut short
+    answers.push_back(record({kSeven.begin() + 1, kSeven.begin() + 1 + words}));
+  }
   for (const Words& answer : answers) {
     SCOPED_TRACE(testing::PrintToString(answer));
     Exchange ours, library;
@@ -188,7 +184,7 @@ TEST(RpcClient, AgreesWithTheLibrary) {
     two_calls(answer, true, library);
     EXPECT_EQ(ours, library);
     EXPECT_EQ(ours.calls.size(), 2U * (4 + 40 + 8));
-    EXPECT_TRUE(&answer != answers || ours.results[1] == 9);
+    EXPECT_TRUE(&answer != answers.data() || ours.results[1] == 9);
   }
 }
 

@@ -22,17 +22,12 @@ def record(procedure, argument=b"", program=99999, version=1):
     return words(0x80000000 | 40 + len(argument), XID, 0, 2, program, version, procedure, 0, 0, 0, 0) + argument
 
 
-class Connection:
+class Connection(socket.socket):
     def __init__(self, port):
-        self._socket = socket.create_connection(("127.0.0.1", port), timeout=20)
-        self.send = self._socket.sendall
-        self.receive = self._socket.makefile("rb").read
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self._socket.close()
+        super().__init__()
+        self.settimeout(20)
+        self.connect(("127.0.0.1", port))
+        self.receive = self.makefile("rb").read
 
     def at_end(self):
         try:
@@ -42,7 +37,7 @@ class Connection:
 
     def call(self, procedure, argument=b""):
         """The results of a call that must be accepted."""
-        self.send(record(procedure, argument))
+        self.sendall(record(procedure, argument))
         data, mark = b"", 0
         while not mark & 0x80000000:
             mark, = struct.unpack(">I", self.receive(4))
@@ -51,26 +46,23 @@ class Connection:
         return data[24:]
 
 
-class Agent:
+class Agent(subprocess.Popen):
     """Runs the binary on a free port until the end of a with statement."""
 
     def __init__(self, *arguments):
-        self._process = subprocess.Popen([BINARY, "--port", "0", *map(str, arguments)], stdout=subprocess.PIPE, text=True)
-        self.port = int(self._process.stdout.readline().split()[-1])
+        super().__init__([BINARY, "--port", "0", *map(str, arguments)], stdout=subprocess.PIPE, text=True)
+        self.port = int(self.stdout.readline().split()[-1])
 
-    def __enter__(self):
-        return self
+    def __exit__(self, *raised):
+        self.kill()
+        super().__exit__(*raised)
 
-    def __exit__(self, *_):
-        self._process.kill()
-        self._process.communicate()
-
-    def connect(self):
+    def client(self):
         return Connection(self.port)
 
     def writes(self):
         """How often it has tried to write anything."""
-        with open(f"/proc/{self._process.pid}/io", encoding="ascii") as file:
+        with open(f"/proc/{self.pid}/io", encoding="ascii") as file:
             return next(int(line.split()[1]) for line in file if line.startswith("syscw"))
 
 
@@ -131,27 +123,27 @@ def test_a_fault_strikes_one_call_of_one_client(serve):
     faults += [{"procedure": 184, "call": call, **fault} for call, (fault, *_) in enumerate(FAULTS, 1)]
     with serve({"pdist_totals": [{"index": 7, "status": 1, "counters": [2, 3]}], "faults": faults}) as agent:
         for fault, stream, seconds in FAULTS:
-            with agent.connect() as victim, agent.connect() as other:
+            with agent.client() as victim, agent.client() as other:
                 begin = time.monotonic()
-                victim.send(record(184, words(7)))
-                with agent.connect() as third:
-                    third.send(record(9, words(0, 2)))  # goes away before it is answered
+                victim.sendall(record(184, words(7)))
+                with agent.client() as third:
+                    third.sendall(record(9, words(0, 2)))  # goes away before it is answered
                 assert other.call(0) == words(0), "others are served meanwhile"
                 assert victim.receive(len(stream)) == stream, fault
                 assert time.monotonic() - begin >= seconds, fault
                 assert victim.call(0) == words(0), fault
-        with agent.connect() as client:
+        with agent.client() as client:
             assert client.call(184, words(7)) == REPLY[24:], "no fault is left"
 
 
 def test_refused_calls(serve):
-    with serve({}) as agent, agent.connect() as client:
+    with serve({}) as agent, agent.client() as client:
         for call, reason in [(record(0, program=1), (1,)), (record(0, version=2), (2, 1, 1)), (record(2), (3,)),
                              (record(11), (4,)), (record(11, words(1, 0xFFFFFFFF)), (4,))]:  # an endless address
-            client.send(call)
+            client.sendall(call)
             refusal = words(0x80000014 + 4 * len(reason), XID, 1, 0, 0, 0, *reason)
             assert client.receive(len(refusal)) == refusal
-        client.send(words(0xFFFFFFFF, 0))
+        client.sendall(words(0xFFFFFFFF, 0))
         assert client.at_end(), "a record longer than any call"
 
 
@@ -160,14 +152,14 @@ def test_a_client_that_never_reads_is_closed(serve):
     rows = [{"index": 1, "address": mac(number).hex(":")} for number in range(100)]
     with serve({"host": rows}) as agent:
         for call in (record(11, words(1, 0, 100, 3)), record(0, program=1)):
-            with agent.connect() as client:
+            with agent.client() as client:
                 before, calls = agent.writes(), 0
                 with pytest.raises(OSError):
                     while True:
-                        client.send(100 * call)
+                        client.sendall(100 * call)
                         calls += 100
                 assert agent.writes() - before <= calls + 100
-        with agent.connect() as client:
+        with agent.client() as client:
             assert client.call(0) == words(0), "others are served"
 
 
@@ -187,7 +179,7 @@ def test_counted_rows_and_their_control_rows(tmp_path):
         subprocess.run([BINARY, *map(str, read), "--print"], stdout=file, check=True)
     rows = [(11, (4, 0, 100, 3)), (138, (1, 0, 0, 0, *[0] * 21, 2)), (138, (1, 0, 10, 11, 10, 0, 0, 2, *[0] * 16, 4, 1))]
     with Agent(*read) as live, Agent("--script", script) as scripted:
-        with live.connect() as client, scripted.connect() as other:
+        with live.client() as client, scripted.client() as other:
             for procedure, argument in rows:
                 found = client.call(procedure, words(*argument))
                 assert found == other.call(procedure, words(*argument)) and found[:4] == words(procedure == 11 and 6)
@@ -215,7 +207,7 @@ def test_an_interface_of_another_network_namespace():
     if not ip("netns", "add", name):
         pytest.skip("needs the right to make a namespace")
     assert ip("-n", name, "link", "set", "lo", "up")
-    with Agent("--interface", "lo", "--capture-netns", f"/run/netns/{name}") as agent, agent.connect() as client:
+    with Agent("--interface", "lo", "--capture-netns", f"/run/netns/{name}") as agent, agent.client() as client:
         assert ip("netns", "exec", name, "bash", "-c", "echo 123456789 >/dev/udp/127.0.0.1/161")
         assert ip("netns", "del", name)  # the agent still has it
         # Index 135 is ether2.ip.udp.snmp; a frame of 52 bytes, padded, with its check sequence.
