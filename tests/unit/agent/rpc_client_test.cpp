@@ -174,7 +174,7 @@ TEST(RpcClient, AgreesWithTheLibrary) {
       {0, 0},  // fragments without content
       {8, kXid, REPLY, 4, MSG_ACCEPTED, 8, 0, 0, 4, SUCCESS, kLastFragment | 4, 9},
   };
-  for (std::size_t words = 0; words < 7; ++words) {  // cut short
+  for (std::ptrdiff_t words = 0; words < 7; ++words) {  // cut short
     answers.push_back(record({kSeven.begin() + 1, kSeven.begin() + 1 + words}));
   }
   for (const Words& answer : answers) {

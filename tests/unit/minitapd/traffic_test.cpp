@@ -160,6 +160,7 @@ TEST(LiveSource, ServesTheRowsBehindAKey) {
       {"behind the last row of all", host, 9, three, {}},
       {"a short key is before its extensions", host, 9, {{}, {"\2"}}, {one, two, three}},
       {"protocol 266 compares as 0a 01: before 11", nlhost, 1, {{266}}, hosts},
+      {"protocol 267 compares as 0b 01: behind 11", nlhost, 1, {{267}}, {}},
       {"the shorter address is before", nlhost, 1, {{11}, {"\xff\xff\xff"}}, hosts},
       {"the longer address is behind", nlhost, 1, {{11}, {low + "x"}}, {}},
       {"no destination is before all", nlmatrix, 1, {{11}, {low}}, {{{11}, {low, high}}}},
