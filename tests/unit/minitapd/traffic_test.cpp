@@ -178,7 +178,7 @@ TEST(LiveSource, ServesTheRowsBehindAKey) {
   for (auto [label, table, index, start, behind] : walks) {
     SCOPED_TRACE(label);
     normalize_key(table, start);
-    for (const std::size_t limit : {9, 1, 0}) {
+    for (const std::size_t limit : {9U, 1U, 0U}) {
       behind.resize(std::min(behind.size(), limit));
       const auto rows = rows_after(source, table, index, start, limit);
       ASSERT_EQ(rows.size(), behind.size());
