@@ -41,8 +41,12 @@ void Registry::take() TALLY_NO_ANALYSIS {
 }
 
 void Registry::publish() {
-  earliest_due_ =
-      records_.empty() ? std::nullopt : std::optional(records_.front().schedule.next_due);
+  earliest_due_ = records_.empty() ? kNoCollection : records_.front().schedule.next_due;
+}
+
+std::optional<std::int32_t> Registry::earliest_due() const {
+  const std::int64_t due = earliest_due_;
+  return due == kNoCollection ? std::nullopt : std::optional(static_cast<std::int32_t>(due));
 }
 
 void Registry::insert_in_order(CollectionRecords record) {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <limits>
 #include <list>
 #include <optional>
 
@@ -67,7 +68,7 @@ class Registry final : public DueList, public Adopter {
   void list(std::FILE* out, std::int32_t now) TALLY_EXCLUDES(mutex_);
 
   // DueList, for the poll task.
-  std::optional<std::int32_t> earliest_due() const override { return earliest_due_; }
+  std::optional<std::int32_t> earliest_due() const override;
   std::int32_t interval() const override { return interval_.load(); }
   void begin_pass() override TALLY_EXCLUDES(mutex_);
   unsigned sweep(std::int32_t interval,
@@ -83,6 +84,9 @@ class Registry final : public DueList, public Adopter {
  private:
   friend class RegistryLock;
 
+  // Stands in earliest_due_ for an empty list.
+  static constexpr std::int64_t kNoCollection = std::numeric_limits<std::int64_t>::min();
+
   // take acquires the lock. The poll task may hold it while it waits for a slow agent, so the main
   // thread keeps looking for a terminate message meanwhile.
   void take() TALLY_ACQUIRE(mutex_);
@@ -94,7 +98,7 @@ class Registry final : public DueList, public Adopter {
 
   Mutex mutex_;
   CollectionRecords records_ TALLY_GUARDED_BY(mutex_);
-  std::atomic<std::optional<std::int32_t>> earliest_due_;
+  std::atomic<std::int64_t> earliest_due_{kNoCollection};
   std::atomic<std::int32_t> interval_{kDefaultInterval};
   ThreadEntry& poll_task_;
 };
