@@ -13,7 +13,7 @@ const CollectionOps& agent_type_ops(std::uint32_t type) {
   static const CollectionOps* const kTypes[kTypeSlots] = {
       &host_ops, &matrix_ops,  &pdist_ops,   &nlhost_ops, &nlmatrix_ops, &vlan_ops,
       &prio_ops, &dsstats_ops, &dspdist_ops, &dshost_ops, &dsmatrix_ops};
-  return type < kTypeSlots && kTypes[type] ? *kTypes[type] : kNone;
+  return kTypes[type] ? *kTypes[type] : kNone;
 }
 
 bool TapdAgent::connect() {

@@ -226,9 +226,8 @@ bool_t xdr_wire(XDR* stream, T* value) {
     }
     case XDR_FREE:
       *value = T{};
-      return TRUE;
   }
-  return FALSE;
+  return TRUE;
 }
 
 // wire_routine is xdr_wire behind an untyped pointer.

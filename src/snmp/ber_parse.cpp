@@ -202,8 +202,8 @@ std::int32_t parse_sequence(BerReader& in, std::int16_t* type) {
 
 std::int32_t parse_implicit_sequence(BerReader& in, std::int16_t* type) {
   const std::int16_t expected = *type;
-  const int tag = in.peek();
-  const bool accepted = tag == expected && tag >= 0 && kKnownTags[static_cast<std::size_t>(tag)];
+  const unsigned char tag = in.peek();
+  const bool accepted = tag == expected && kKnownTags[tag];
   const std::int32_t length = parse_header(in, kImplicitSequence, accepted, expected);
   if (length < 0) *type = -1;
   return length;

@@ -101,11 +101,7 @@ std::string_view AnswerReader::octets() {
 
 std::uint32_t AnswerReader::last_sub_id() {
   const VarBind* const binding = take(ValueKind::oid);
-  if (!binding) return 0;
-  const SubIds value = sub_ids(*binding->value.oid_value);
-  if (!value.empty()) return value.back();
-  ok_ = false;
-  return 0;
+  return binding ? sub_ids(*binding->value.oid_value).back() : 0;  // none is decoded as empty
 }
 
 }  // namespace tally
