@@ -6,8 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "past.h"
-#include "sources.h"
+#include "answers.h"
 
 namespace tally::cgi {
 namespace {
@@ -21,10 +20,10 @@ namespace {
 
 }  // namespace
 
-nlohmann::json list_history(const HistoryRequest& /*request*/) {
+nlohmann::json answer_to(const HistoryRequest& /*request*/) {
   hand_on();
 }
-nlohmann::json list_sources() {
+nlohmann::json answer_to(const SourcesRequest& /*request*/) {
   hand_on();
 }
 

@@ -1,5 +1,3 @@
-#include "listing.h"
-
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
@@ -13,7 +11,9 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "answers.h"
 #include "daemon/base/collection_types.h"
+#include "daemon/base/paths.h"
 #include "files/file_format.h"
 #include "files/unique_fd.h"
 
@@ -56,13 +56,13 @@ Json describe_file(const char* path) {
 
 }  // namespace
 
-Json list_collections(const std::string& directory) {
+Json answer_to(const ListRequest& /*request*/) {
   std::map<std::pair<std::uint32_t, std::uint32_t>, Json> collections;
   std::size_t files = 0;
   bool truncated = false;
   std::error_code error;
-  std::filesystem::directory_iterator entries(directory, error);
-  if (error) throw std::system_error(error, directory);
+  std::filesystem::directory_iterator entries(kDataDirectory, error);
+  if (error) throw std::system_error(error, kDataDirectory);
   for (const auto& entry : entries) {
     const std::string file_name = entry.path().filename();
     const auto name = collection_of_file(file_name);

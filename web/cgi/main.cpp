@@ -13,13 +13,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "answers.h"
 #include "daemon/base/paths.h"
-#include "listing.h"
-#include "naming.h"
-#include "past.h"
 #include "pipe/pipe_writer.h"
 #include "request.h"
-#include "sources.h"
 
 namespace tally::cgi {
 namespace {
@@ -60,27 +57,18 @@ std::string sentence(std::string text) {
   return text + '.';
 }
 
-// AnswerTo gives what each kind of request asks for.
-struct AnswerTo {
-  Json operator()(const ListRequest& /*request*/) { return list_collections(kDataDirectory); }
-  Json operator()(const NamesRequest& request) {
-    return list_names(kDataDirectory, request.collections);
-  }
-  Json operator()(const HistoryRequest& request) { return list_history(request); }
-  Json operator()(const SourcesRequest& /*request*/) { return list_sources(); }
-  Json operator()(const ControlMessage& message) {
-    const PipeAnswer sent = send_message(kControlPipe, message, std::chrono::milliseconds{0});
-    if (sent.state == PipeState::read) return {{"sent", true}};
-    const bool later = sent.state == PipeState::unread || sent.state == PipeState::absent ||
-                       sent.state == PipeState::full;
-    throw Refusal(later ? 503 : 500, sentence(sent.text()));
-  }
-};
+Json answer_to(const ControlMessage& message) {
+  const PipeAnswer sent = send_message(kControlPipe, message, std::chrono::milliseconds{0});
+  if (sent.state == PipeState::read) return {{"sent", true}};
+  const bool later = sent.state == PipeState::unread || sent.state == PipeState::absent ||
+                     sent.state == PipeState::full;
+  throw Refusal(later ? 503 : 500, sentence(sent.text()));
+}
 
 int serve() {
   try {
     const Request request = parse_request(variable, read_body(body_length(variable)));
-    return answer(200, std::visit(AnswerTo{}, request));
+    return answer(200, std::visit([](const auto& each) { return answer_to(each); }, request));
   } catch (const Refusal& refusal) {
     return answer(refusal.status, {{"error", refusal.what()}});
   } catch (const std::exception& error) {

@@ -1,12 +1,12 @@
-#include "naming.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "answers.h"
 #include "daemon/base/collection_types.h"
+#include "daemon/base/paths.h"
 #include "records/cell_text.h"
 #include "records/collection_files.h"
 
@@ -36,16 +36,16 @@ std::size_t add_names(Json& found, const Names& names, const RecordLayout& layou
   return added;
 }
 
-Json list_names(const std::string& directory, const std::vector<Collection>& collections) {
+Json answer_to(const NamesRequest& request) {
   const auto end = Clock::now() + kPatience;
   Names names;
   names.refresh();
   Json all = Json::object();
-  for (const Collection& collection : collections) {
+  for (const Collection& collection : request.collections) {
     Json& found = all[fmt::format("{}/{}", type_stem(collection.type), collection.index)];
     found = Json::object();
     const auto patience = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
-    const OpenFiles files = open_files(directory, collection, FileKind::delta, Samples::none,
+    const OpenFiles files = open_files(kDataDirectory, collection, FileKind::delta, Samples::none,
                                        std::max(patience, std::chrono::milliseconds{0}));
     if (!files.main.good()) continue;
     const RecordLayout& layout = *record_layout(collection.type);

@@ -1,5 +1,3 @@
-#include "past.h"
-
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -13,8 +11,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "answers.h"
 #include "history/history_reader.h"
-#include "naming.h"
 #include "records/record_cell.h"
 
 namespace tally::cgi {
@@ -81,7 +79,7 @@ Json numbers(const std::vector<double>& values) {
 
 }  // namespace
 
-Json list_history(const HistoryRequest& request) {
+Json answer_to(const HistoryRequest& request) {
   (void)nice(10);
   const RecordLayout& layout = *record_layout(request.collection.type);
   const char* elsewhere = std::getenv("TALLYD_HISTORY");  // of tests; no header has such a name

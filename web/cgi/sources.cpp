@@ -1,9 +1,8 @@
-#include "sources.h"
-
 #include <nlohmann/json.hpp>
 
 #include "agent/control_scan.h"
 #include "agent/procedures.h"
+#include "answers.h"
 #include "daemon/base/collection_types.h"
 #include "daemon/base/paths.h"
 #include "daemon/base/settings.h"
@@ -48,7 +47,7 @@ Json agent_rows() {
 
 }  // namespace
 
-Json list_sources() {
+Json answer_to(const SourcesRequest& /*request*/) {
   const SupervisorSettings settings =
       read_supervisor_settings(kNmpSettings, read_target_id(kApplianceSettings));
   Json disabled = Json::array();

@@ -20,11 +20,11 @@ export const list = () => ask({});
 export const namesOf = (collections) =>
   ask({}, `?names=${collections}`).then((json) => json.names ?? {}).catch(() => ({}));
 
-// past gives the rates that the recorder has kept: see cgi/past.h.
+// past gives the rates that the recorder has kept: see cgi/answers.h.
 export const past = ({ stem, index, ...rest }) =>
   ask({}, `?${new URLSearchParams({ history: `${stem}/${index}`, ...rest })}`);
 
-// What there is to be collected, as it was told last: see cgi/sources.h.
+// What there is to be collected, as it was told last: see cgi/answers.h.
 let sources = { agent: null, disabled: [] }, asked = -Infinity;
 
 // refreshSources asks for it, unless it has within so many milliseconds.
