@@ -430,6 +430,7 @@ def test_from_the_overview_to_a_row(browser, server, files):
         browser.refresh()
         wait_for(browser, "#no-hit:not([hidden])", lambda found: len(found) == 1)
         assert not [entry for entry in browser.get_log("browser") if "Content Security" in entry["message"]]
+        browser.get("about:blank")
     finally:
         browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
         browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})

@@ -23,6 +23,7 @@ export class Watcher {
   #named = new Map();     // by id: {time, names}, as the server told them
   #sending = false;
   #begun = firstList;
+  #json = null;           // the newest list
   #on;
 
   // on.list(json), on.file(collection, buffer or null, unsettled, samples, names), on.trouble(error or
@@ -52,15 +53,23 @@ export class Watcher {
 
   async #look() {
     try {
-      const json = await (this.#begun ?? list()).finally(() => { this.#begun = null; });
+      const asked = this.#begun ?? list();
+      this.#begun = null;
+      const json = await this.#list(asked);
       this.#on.trouble(null);
-      this.#on.list(json);
       const followed = this.#followed;
       const changed = followed.filter((each) => stampOf(json, each) !== this.#stamps.get(idOf(each)));
-      await this.#fetch(json, changed).finally(() => { this.#keepViewed(json, followed); });
+      // What is to be seen comes before what keeps it coming.
+      await this.#fetch(json, changed).finally(() => { this.#keepViewed(followed); });
     } catch (error) {
       this.#on.trouble(error);
     }
+  }
+
+  async #list(asked) {
+    this.#json = await asked;
+    this.#on.list(this.#json);
+    return this.#json;
   }
 
   // fetch reads the files of these collections until the list says the same before and after.
@@ -70,8 +79,7 @@ export class Watcher {
       const named = this.#name(pending);
       const taken = await Promise.all(pending.map(async (each) => [each, await readFiles(find(before, each)?.files ?? {}, each.samples)]));
       await named;
-      json = await list();
-      this.#on.list(json);
+      json = await this.#list(list());
       pending = [];
       for (const [each, { buffer, samples, whole }] of taken) {
         if (!this.#followed.includes(each)) continue;
@@ -97,12 +105,12 @@ export class Watcher {
 
   // Only what exists is viewed: the daemon logs a warning for everything else. One message at a time,
   // and after one that failed the others wait for the next look.
-  async #keepViewed(json, followed) {
+  async #keepViewed(followed) {
     if (this.#sending) return;
     this.#sending = true;
     try {
       for (const each of followed) {
-        if (!this.#followed.includes(each) || (!each.asked && !find(json, each))) continue;
+        if (!this.#followed.includes(each) || (!each.asked && !find(this.#json, each))) continue;
         if (performance.now() - (this.#viewed.get(idOf(each)) ?? -Infinity) < VIEWING) continue;
         await send("viewing", each);
         this.#viewed.set(idOf(each), performance.now());
