@@ -42,12 +42,12 @@ class ByteList {
 
   // resize makes room for `count` bytes and returns where they go; what stood there is lost.
   std::uint8_t* resize(std::uint32_t count) {
-    count_ = count;
+    count_ = 0;  // until the bytes are there, if memory runs out
     in_place_ = {};
     heap_.clear();
-    if (count <= kInPlace) return in_place_.data();
-    heap_.resize(count);
-    return heap_.data();
+    if (count > kInPlace) heap_.resize(count);
+    count_ = count;
+    return heap_.empty() ? in_place_.data() : heap_.data();
   }
 
   friend bool operator==(const ByteList& a, const ByteList& b) {
