@@ -379,7 +379,7 @@ std::string as_json(const std::vector<Finding>& findings) {
 
 }  // namespace
 
-ExitCode check(const ToolPaths& paths, bool json) {
+ExitCode check(const ToolPaths& paths, const Options& options) {
   Report report;
   const DaemonState daemon = probe_daemon(paths.pid_file);
   const TargetId target = read_target_id(paths.appliance_settings.c_str());
@@ -393,10 +393,9 @@ ExitCode check(const ToolPaths& paths, bool json) {
   check_supervisor(paths, settings, target, report);
   check_collections(paths, settings, report);
   Output output(STDOUT_FILENO);
-  output << (json ? as_json(report.findings())
-                  : as_text(report.findings(), look_at_terminal().colour));
-  output.flush();
-  if (!report_output(output)) return kAbsent;
+  output << (options.json ? as_json(report.findings())
+                          : as_text(report.findings(), look_at_terminal().colour));
+  if (!finish(output)) return kAbsent;
   const bool problem = std::any_of(report.findings().begin(), report.findings().end(),
                                    [](const Finding& f) { return f.level == Level::problem; });
   return problem ? kAbsent : kDone;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -21,6 +22,20 @@ namespace {
 
 constexpr std::size_t kWidestChart = 60;
 constexpr std::size_t kLineWithoutTerminal = 120;
+
+// 90, 90s, 30min, 6h, 7d or 2w, in seconds.
+std::int64_t parse_period(const std::string& text) {
+  constexpr std::pair<const char*, int> kUnits[] = {{"", 1},     {"s", 1},      {"min", 60},
+                                                    {"h", 3600}, {"d", 86'400}, {"w", 604'800}};
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  for (const auto& [unit, factor] : kUnits) {
+    if (error == std::errc{} && number > 0 && number < 100'000 && std::string_view(end) == unit) {
+      return std::int64_t{number} * factor;
+    }
+  }
+  throw UsageError("'{}' is no period: write 90s, 30min, 6h, 7d or 2w", text);
+}
 
 // Chosen is a row with its rates.
 struct Chosen {
@@ -85,16 +100,17 @@ void print_lines(Output& output, const std::string& heading, const std::vector<L
   }
 }
 
-void print_table(Output& output, const HistoryOptions& options, const RecordLayout& layout,
-                 const Names& names, std::size_t column, const std::vector<Chosen>& rows) {
+void print_table(Output& output, const Collection& collection, bool one_row,
+                 const RecordLayout& layout, const Names& names, std::size_t column,
+                 const std::vector<Chosen>& rows) {
   const Series& first = rows.front().series;
   const std::size_t count = first.values.empty() ? 0 : first.values.front().size();
-  output << fmt::format("{}  {} to {}  one value in {}  rows {}\n", title(options.collection),
+  output << fmt::format("{}  {} to {}  one value in {}  rows {}\n", title(collection),
                         time_text(first.begin),
                         time_text(first.begin + first.step * static_cast<std::int64_t>(count)),
                         duration_text(first.step), rows.size());
   std::vector<Line> lines;
-  if (!options.key.empty()) {
+  if (one_row) {
     for (std::size_t i = 0; i < first.columns.size(); ++i) {
       const Column& column_of = layout.columns[first.columns[i]];
       lines.push_back({heading_text(column_of, FileKind::delta), &column_of, &first.values[i]});
@@ -140,12 +156,12 @@ void print_csv(Output& output, const RecordLayout& layout, const Names& names,
       output << fmt::format("{},{}{}{}\n",
                             series.begin + series.step * static_cast<std::int64_t>(i + 1), key,
                             values, called);
-      (void)output.flush_full();  // report_output tells
+      (void)output.flush_full();  // finish tells
     }
   }
 }
 
-void print_json(Output& output, const HistoryOptions& options, const RecordLayout& layout,
+void print_json(Output& output, const Collection& collection, const RecordLayout& layout,
                 const Names& names, const std::vector<Chosen>& rows) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const Chosen& row : rows) {
@@ -168,26 +184,28 @@ void print_json(Output& output, const HistoryOptions& options, const RecordLayou
     one["rates"] = std::move(rates);
     list.push_back(std::move(one));
   }
-  output << nlohmann::ordered_json{{"collection", title(options.collection)},
-                                   {"rows", std::move(list)}}
-                .dump()
-         << '\n';
+  output
+      << nlohmann::ordered_json{{"collection", title(collection)}, {"rows", std::move(list)}}.dump()
+      << '\n';
 }
 
 }  // namespace
 
-ExitCode history(const HistoryOptions& options) {
-  const RecordLayout& layout = *record_layout(options.collection.type);
+ExitCode history(const ToolPaths& /*paths*/, const Options& options) {
+  const Collection& collection = options.collections.front();
+  const std::int64_t period = parse_period(options.since);
+  const RecordLayout& layout = *record_layout(collection.type);
   const std::size_t column =
       order_for(layout, options.column, false, 1).column.value_or(layout.rank);
   if (column < layout.key_columns) {
-    throw UsageError(fmt::format("{} is a part of the key, not a rate", options.column));
+    throw UsageError("{} is a part of the key, not a rate", options.column);
   }
-  const std::string directory = options.directory.empty() ? kHistoryDirectory : options.directory;
+  const std::string directory =
+      options.rrd_directory.empty() ? kHistoryDirectory : options.rrd_directory;
   Names names;
   names.refresh();
   std::string error;
-  std::vector<KeptRow> kept = kept_rows(directory, options.collection, layout, error);
+  std::vector<KeptRow> kept = kept_rows(directory, collection, layout, error);
   if (!options.key.empty()) {
     std::erase_if(kept, [&](const KeptRow& row) {
       return key_text(layout, row) != options.key &&
@@ -197,17 +215,16 @@ ExitCode history(const HistoryOptions& options) {
   const std::int64_t now = std::time(nullptr);
   std::vector<Chosen> rows;
   for (const KeptRow& row : kept) {
-    auto series = read_series(row, layout, now - options.since.count(), now, error);
+    auto series = read_series(row, layout, now - period, now, error);
     if (!series) continue;
     const auto* values = values_of(*series, column);
     const double mean = values != nullptr ? figures_of(*values).mean : NAN;
     rows.push_back({row, std::move(*series), mean});
   }
-  if (!error.empty()) complain(fmt::format("{}: {}", directory, error));
+  if (!error.empty()) complain("{}: {}", directory, error);
   if (rows.empty()) {
-    complain(fmt::format("{}: {} has no history{}; 'tallyctl record --rrd {}' keeps one", directory,
-                         title(options.collection), options.key.empty() ? "" : " of " + options.key,
-                         directory));
+    complain("{}: {} has no history{}; 'tallyctl record --rrd {}' keeps one", directory,
+             title(collection), options.key.empty() ? "" : " of " + options.key, directory);
     return kAbsent;
   }
   // The busiest first, those without a known rate last.
@@ -216,15 +233,14 @@ ExitCode history(const HistoryOptions& options) {
   });
   if (options.top != 0 && rows.size() > options.top) rows.resize(options.top);
   Output output(STDOUT_FILENO);
-  if (options.format == Format::csv) {
+  if (options.csv) {
     print_csv(output, layout, names, rows);
-  } else if (options.format == Format::json) {
-    print_json(output, options, layout, names, rows);
+  } else if (options.json) {
+    print_json(output, collection, layout, names, rows);
   } else {
-    print_table(output, options, layout, names, column, rows);
+    print_table(output, collection, !options.key.empty(), layout, names, column, rows);
   }
-  output.flush();
-  return report_output(output) && error.empty() ? kDone : kAbsent;
+  return finish(output) && error.empty() ? kDone : kAbsent;
 }
 
 }  // namespace tally

@@ -14,13 +14,14 @@
 #include "console/wait.h"
 #include "files/unique_fd.h"
 #include "metrics/http_server.h"
+#include "metrics/metrics_page.h"
 
 namespace tally {
 namespace {
 
 // write_textfile puts the page in the place of the file as a whole: who reads it sees the old page
 // or the new one. Returns an empty text, or why it failed.
-std::string write_textfile(const ToolPaths& paths, const MetricsOptions& options, Names& names) {
+std::string write_textfile(const ToolPaths& paths, const Options& options, Names& names) {
   const std::string& path = options.textfile;
   // The node exporter reads *.prom only, so this name is passed over until it is renamed.
   const std::string temporary = fmt::format("{}.{}", path, getpid());
@@ -31,7 +32,7 @@ std::string write_textfile(const ToolPaths& paths, const MetricsOptions& options
                        std::strerror(errno));
   }
   Output output(fd.get());
-  write_metrics_page(paths, options.scope, names, output);
+  write_metrics_page(paths, options.collections, options.own_series, names, output);
   output.flush();
   int error = output.error();
   if (error == 0 && fsync(fd.get()) != 0) error = errno;
@@ -41,10 +42,10 @@ std::string write_textfile(const ToolPaths& paths, const MetricsOptions& options
   return fmt::format("{}: {}; the old file is left as it was", path, std::strerror(error));
 }
 
-ExitCode serve(const ToolPaths& paths, const MetricsOptions& options, Names& names) {
+ExitCode serve(const ToolPaths& paths, const Options& options, Names& names) {
   HttpServer server([&] {
     Output page(Output::kCollect);
-    write_metrics_page(paths, options.scope, names, page);
+    write_metrics_page(paths, options.collections, options.own_series, names, page);
     return std::move(page.text());
   });
   if (const std::string error = server.listen(options.listen); !error.empty()) {
@@ -52,25 +53,22 @@ ExitCode serve(const ToolPaths& paths, const MetricsOptions& options, Names& nam
     return kAbsent;
   }
   Signals signals;
-  complain(fmt::format("metrics are at {}/metrics", server.address()));
+  complain("metrics are at {}/metrics", server.address());
   for (;;) {
     server.serve_once(signals.fd());
-    const Signals::Taken taken = signals.take();
-    if (taken.end) return kDone;
-    if (taken.stop) (void)raise(SIGSTOP);
+    if (signals.ended()) return kDone;
   }
 }
 
 }  // namespace
 
-ExitCode metrics(const ToolPaths& paths, const MetricsOptions& options) {
+ExitCode metrics(const ToolPaths& paths, const Options& options) {
   Names names;
   if (!options.listen.empty()) return serve(paths, options, names);
   if (options.textfile.empty()) {
     Output output(STDOUT_FILENO);
-    write_metrics_page(paths, options.scope, names, output);
-    output.flush();
-    return report_output(output) ? kDone : kAbsent;
+    write_metrics_page(paths, options.collections, options.own_series, names, output);
+    return finish(output) ? kDone : kAbsent;
   }
   const std::string error = write_textfile(paths, options, names);
   if (error.empty()) return kDone;

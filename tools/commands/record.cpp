@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds kTick{1000};
 // Recorder takes each delta file once.
 class Recorder {
  public:
-  Recorder(const ToolPaths& paths, const RecordOptions& options, std::unique_ptr<History> history)
+  Recorder(const ToolPaths& paths, const Options& options, std::unique_ptr<History> history)
       : paths_(paths), options_(options), history_(std::move(history)) {}
 
   // take keeps the delta file of a collection if it is wanted and newer than what is kept.
@@ -52,7 +52,7 @@ class Recorder {
   }
 
   const ToolPaths& paths_;
-  const RecordOptions& options_;
+  const Options& options_;
   std::unique_ptr<History> history_;
   std::map<std::pair<std::uint32_t, std::uint32_t>, Known> known_;
   bool failed_ = false;
@@ -81,7 +81,7 @@ void Recorder::take(const Collection& collection) {
   known.end = header.sample_time;
   failed_ = failed_ || !trouble.empty();
   if (!trouble.empty() && trouble != known.trouble) {
-    complain(fmt::format("{}: {}", title(collection), trouble));
+    complain("{}: {}", title(collection), trouble);
   }
   known.trouble = std::move(trouble);
 }
@@ -95,23 +95,26 @@ void Recorder::take_all() {
 
 }  // namespace
 
-ExitCode record(const ToolPaths& paths, const RecordOptions& options) {
+ExitCode record(const ToolPaths& paths, const Options& options) {
   const bool csv = !options.csv_directory.empty();
+  if (!csv && options.rrd_directory.empty()) {
+    throw UsageError("record needs one of --rrd DIR and --csv DIR");
+  }
   const std::string& directory = csv ? options.csv_directory : options.rrd_directory;
   if (mkdir(directory.c_str(), 0755) == 0) {
-    complain(fmt::format("made the directory {}", directory));
+    complain("made the directory {}", directory);
   } else if (errno != EEXIST) {
-    complain(fmt::format("cannot make {}: {}; name a directory that can be written to", directory,
-                         std::strerror(errno)));
+    complain("cannot make {}: {}; name a directory that can be written to", directory,
+             std::strerror(errno));
     return kAbsent;
   }
   if (access(directory.c_str(), W_OK | X_OK) != 0 ||
       access(paths.data_directory.c_str(), R_OK | X_OK) != 0) {
     const int error = errno;
     const bool own = access(directory.c_str(), W_OK | X_OK) != 0;
-    complain(fmt::format("{}: {}; {}", own ? directory : paths.data_directory, std::strerror(error),
-                         own ? "name a directory that can be written to"
-                             : "it must exist and be readable: see 'tallyctl check'"));
+    complain("{}: {}; {}", own ? directory : paths.data_directory, std::strerror(error),
+             own ? "name a directory that can be written to"
+                 : "it must exist and be readable: see 'tallyctl check'");
     return kAbsent;
   }
   const std::int32_t step = std::max(planned_interval(paths.preferences).value_or(60), 1);
@@ -120,13 +123,11 @@ ExitCode record(const ToolPaths& paths, const RecordOptions& options) {
       csv ? make_csv_history(directory) : make_rrd_history(directory, step, options.rows));
   Signals signals;
   const FileEvents events(paths.data_directory);  // before the first look, so that nothing is lost
-  const Deadline deadline(options.duration);
+  const Deadline deadline{std::chrono::seconds(options.seconds)};
   recorder.take_all();
   while (!deadline.over()) {
     wait_for({signals.fd(), events.fd()}, kTick);
-    const Signals::Taken taken = signals.take();
-    if (taken.end) break;
-    if (taken.stop) (void)raise(SIGSTOP);
+    if (signals.ended()) break;
     const FileEvents::Changes changes = events.take();
     if (changes.any_file || events.fd() < 0) recorder.take_all();
     for (const std::string& name : changes.names) {

@@ -15,21 +15,22 @@ namespace tally {
 namespace {
 
 // export_rows streams the rows, unless they have to be put in order first.
-ExitCode export_rows(const OpenFiles& files, const ViewOptions& options, const RowFilter& filter,
+ExitCode export_rows(const OpenFiles& files, const Options& options, const RowFilter& filter,
                      const RowOrder& order, const AnnotateOptions& annotate, const Names& names) {
   const RecordLayout& layout = *files.main.layout;
   Output output(STDOUT_FILENO);
-  const auto document = options.format == Format::json ? make_json_export(layout, output, &names)
-                                                       : make_csv_export(layout, output, &names);
+  const auto document = options.json ? make_json_export(layout, output, &names)
+                                     : make_csv_export(layout, output, &names);
   document->begin(files, annotate);
   std::vector<FileNote> notes;
   if (order.column || order.top != 0) {
-    const LoadedView loaded = load_view(files, filter, order, options.notes ? &annotate : nullptr);
+    const LoadedView loaded =
+        load_view(files, filter, order, !options.no_notes ? &annotate : nullptr);
     for (const Row& row : loaded.view.rows) document->row(row.record, row.notes);
     notes = loaded.view.notes;
   } else {
     std::optional<Annotator> annotator;
-    if (options.notes) annotator.emplace(files, annotate);
+    if (!options.no_notes) annotator.emplace(files, annotate);
     Records records = files.main.records();
     const unsigned char* record = nullptr;
     while (output.good() && (record = records.next()) != nullptr) {
@@ -39,72 +40,69 @@ ExitCode export_rows(const OpenFiles& files, const ViewOptions& options, const R
     if (annotator && output.good()) notes = annotator->finish();
   }
   document->end(notes);
-  output.flush();
-  if (!report_output(output)) return kAbsent;
-  if (options.format == Format::csv) {
-    for (const FileNote& note : notes) complain(fmt::format("note: {}", note.text));
+  if (!finish(output)) return kAbsent;
+  if (options.csv) {
+    for (const FileNote& note : notes) complain("note: {}", note.text);
   }
   return kDone;
 }
 
-ExitCode print_table(const OpenFiles& files, const ViewOptions& options, const RowFilter& filter,
+ExitCode print_table(const OpenFiles& files, const Options& options, const RowFilter& filter,
                      const RowOrder& order, const AnnotateOptions& annotate, const Names& names) {
-  LoadedView loaded = load_view(files, filter, order, options.notes ? &annotate : nullptr);
+  LoadedView loaded = load_view(files, filter, order, !options.no_notes ? &annotate : nullptr);
   loaded.view.now = std::time(nullptr);
   const Terminal terminal = look_at_terminal();
   const TableStyle style{.wide = options.wide,
                          .numbers = options.si ? NumberStyle::si : NumberStyle::exact,
-                         .colour = terminal.colour && !options.no_colour,
+                         .colour = terminal.colour && options.colour != "never",
                          .width = options.wide ? 0 : terminal.columns,
                          .names = &names};
   Output output(STDOUT_FILENO);
   output << table_text(loaded.view, style);
-  output.flush();
-  return report_output(output) ? kDone : kAbsent;
+  return finish(output) ? kDone : kAbsent;
 }
 
 }  // namespace
 
-ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOptions& options,
-              std::chrono::milliseconds patience) {
+ExitCode show(const ToolPaths& paths, const Options& options) {
+  const Collection& collection = options.collections.front();
+  const FileKind kind = *parse_file_kind(options.file);
   const std::string name = title(collection);
-  const RecordLayout* layout = record_layout(collection.type, options.file);
+  const RecordLayout* layout = record_layout(collection.type, kind);
   if (layout == nullptr) {
-    throw UsageError(fmt::format("{} has no {} file: the daemon keeps its samples in memory", name,
-                                 file_kind_name(options.file)));
+    throw UsageError("{} has no {} file: the daemon keeps its samples in memory", name,
+                     file_kind_name(kind));
   }
   Names names;
   names.refresh();
   if (options.resolve) names.resolve();
   const RowFilter filter(*layout, options.where, &names);
   const RowOrder order = order_for(*layout, options.sort, options.reversed, options.top);
-  const std::string path = file_path(paths.data_directory, collection, options.file);
-  const OpenFiles files =
-      open_files(paths.data_directory, collection, options.file,
-                 options.notes ? Samples::both : Samples::none, patience, [&] {
-                   complain(fmt::format("{}: the daemon is writing {}; waiting up to {} s", name,
-                                        path, patience.count() / 1000));
-                 });
+  const std::string path = file_path(paths.data_directory, collection, kind);
+  const OpenFiles files = open_files(
+      paths.data_directory, collection, kind, !options.no_notes ? Samples::both : Samples::none,
+      std::chrono::seconds(options.wait), [&] {
+        complain("{}: the daemon is writing {}; waiting up to {} s", name, path, options.wait);
+      });
   if (!files.main.good()) {
-    complain(fmt::format("{}: {}: {}", name, path, files.main.remark));
+    complain("{}: {}: {}", name, path, files.main.remark);
     const auto lack = lack_of(paths.data_directory, collection);
-    if (lack) complain(fmt::format("hint: {}: {}", lack->text, lack->advice));
+    if (lack) complain("hint: {}: {}", lack->text, lack->advice);
     return kAbsent;
   }
-  const AnnotateOptions annotate = annotate_options(paths, options.line_speed);
+  const AnnotateOptions annotate = annotate_options(paths, options.line_speed * 1e6);
   if (names.resolves()) {
     Records records = files.main.records();
     while (const unsigned char* record = records.next()) names.expect(*layout, record);
     names.await();
   }
-  const ExitCode code = options.format == Format::table
+  const ExitCode code = !options.json && !options.csv
                             ? print_table(files, options, filter, order, annotate, names)
                             : export_rows(files, options, filter, order, annotate, names);
   if (code == kDone && files.main.count() == 0) {
-    complain(fmt::format("{}: only a header: {}", name,
-                         options.file == FileKind::delta
-                             ? "no counter changed, or the disk was full"
-                             : "the table had no rows, or the agent did not answer"));
+    complain("{}: only a header: {}", name,
+             kind == FileKind::delta ? "no counter changed, or the disk was full"
+                                     : "the table had no rows, or the agent did not answer");
   }
   return code;
 }

@@ -124,7 +124,7 @@ Json as_json(const DaemonState& daemon, const PipeAnswer& pipe, const Interval& 
 
 }  // namespace
 
-ExitCode status(const ToolPaths& paths, bool json) {
+ExitCode status(const ToolPaths& paths, const Options& options) {
   const DaemonState daemon = probe_daemon(paths.pid_file);
   const PipeAnswer pipe = probe_pipe(paths.control_pipe);
   const AnnotateOptions annotate = annotate_options(paths);
@@ -136,14 +136,13 @@ ExitCode status(const ToolPaths& paths, bool json) {
     all.push_back(look_at(paths, collection, annotate));
   }
   if (!error.empty()) {
-    complain(fmt::format("cannot list {}: {}; the daemon does not make it, create it",
-                         paths.data_directory, error));
+    complain("cannot list {}: {}; the daemon does not make it, create it", paths.data_directory,
+             error);
   }
   Output output(STDOUT_FILENO);
-  output << (json ? as_json(daemon, pipe, interval, paths, all).dump(2) + '\n'
-                  : as_text(daemon, pipe, interval, paths, all));
-  output.flush();
-  if (!report_output(output) || !error.empty()) return kAbsent;
+  output << (options.json ? as_json(daemon, pipe, interval, paths, all).dump(2) + '\n'
+                          : as_text(daemon, pipe, interval, paths, all));
+  if (!finish(output) || !error.empty()) return kAbsent;
   return daemon.running && pipe.state == PipeState::read ? kDone : kUnreachable;
 }
 

@@ -1,16 +1,11 @@
 // The commands of tallyctl.
 #pragma once
 
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "daemon/base/control_message.h"
-#include "files/file_format.h"
-#include "metrics/metrics_page.h"
 #include "probes/tool_paths.h"
 #include "records/collection_name.h"
 
@@ -23,73 +18,58 @@ enum ExitCode : int {
   kUnreachable = 3,  // no daemon takes the message
 };
 
-enum class Format { table, json, csv };
-
-// ViewOptions says which rows are shown, and how.
-struct ViewOptions {
-  Format format = Format::table;
-  FileKind file = FileKind::delta;
-  std::string sort;  // column name; empty: the type's main rate if rows are cut off, else none
-  bool reversed = false;
-  std::size_t top = 0;  // 0: all rows
-  std::vector<std::string> where;
-  bool notes = true;
-  double line_speed = 0;  // bits per second of the source of an agent's rows; 0: unknown
-  bool wide = false;      // the table with all columns, by the names of the MIB objects
-  bool si = false;        // its values rounded
-  bool resolve = false;   // ask DNS for names of addresses
-  bool no_colour = false;
-};
-
-struct WatchOptions {
-  std::vector<Collection> collections;
-  ViewOptions view;
-  bool viewing = true;  // tell the daemon that somebody looks
-  std::chrono::seconds viewing_period{5};
-  std::optional<unsigned> count;                 // end when the rates of each were shown so often
-  std::optional<std::chrono::seconds> duration;  // end after this time
-};
-
-struct RecordOptions {
+// Options is what a command line says. Which command takes which of them, and what they mean,
+// stands in the table of command_line.cpp; an empty text or 0 stands for one that was not given.
+struct Options {
   std::vector<Collection> collections;  // none: every collection that has files
-  std::string rrd_directory;            // one of the two
+  bool json = false;
+  bool csv = false;
+  std::string file = "delta";
+  std::string sort;  // empty: the type's main rate if rows are cut off, else none
+  bool reversed = false;
+  unsigned top = 0;
+  std::vector<std::string> where;
+  bool no_notes = false;
+  double line_speed = 0;  // Mbit/s
+  bool wide = false;
+  bool si = false;
+  bool resolve = false;
+  std::string colour = "auto";
+  unsigned wait = 5;
+  unsigned every = 5;
+  unsigned keep = 0;
+  bool no_viewing = false;
+  unsigned count = 0;
+  unsigned seconds = 0;
+  std::int32_t interval = 0;
+  bool no_wait = false;
+  std::string rrd_directory;
   std::string csv_directory;
-  std::size_t top = 0;      // rows of each collection at most, by its main rate; 0: all
-  std::size_t rows = 1000;  // databases of each collection at most
-  std::optional<std::chrono::seconds> duration;
-};
-
-struct HistoryOptions {
-  Collection collection;
-  std::string directory;  // empty: the recording unit's
-  Format format = Format::table;
-  std::string key;      // one row: its key columns, separated by blanks; empty: all rows
-  std::string column;   // of all rows, which rate; empty: the type's main rate
-  std::size_t top = 0;  // the busiest rows only; 0: all
-  std::chrono::seconds since{86'400};  // how far back
-};
-
-struct MetricsOptions {
-  MetricsScope scope;
-  std::string textfile;  // written once; empty: standard output
-  std::string listen;    // ADDR:PORT to serve at; empty: not at all
+  unsigned rows = 1000;
+  std::string since = "1d";
+  std::string key;
+  std::string column;
+  unsigned own_series = 50;
+  std::string textfile;
+  std::string listen;
 };
 
 // Each command does its work, writes data to standard output and words to standard error, and
 // returns the exit code. Those that go on end early, with their result, on SIGINT and SIGTERM. They
 // throw UsageError for options that make no sense for the collection.
-ExitCode send(const ToolPaths& paths, const std::vector<ControlMessage>& messages);
-ExitCode stop(const ToolPaths& paths, bool wait);
-ExitCode keep_viewing(const ToolPaths& paths, const std::vector<Collection>& collections,
-                      std::chrono::seconds period);
-ExitCode show(const ToolPaths& paths, const Collection& collection, const ViewOptions& options,
-              std::chrono::milliseconds patience);
-ExitCode watch(const ToolPaths& paths, const WatchOptions& options);
-ExitCode status(const ToolPaths& paths, bool json);
-ExitCode check(const ToolPaths& paths, bool json);
-ExitCode record(const ToolPaths& paths, const RecordOptions& options);
-ExitCode history(const HistoryOptions& options);
-ExitCode metrics(const ToolPaths& paths, const MetricsOptions& options);
+ExitCode send(const ToolPaths& paths, MessageType type, const Options& options);
+ExitCode stop(const ToolPaths& paths, const Options& options);
+ExitCode view(const ToolPaths& paths, const Options& options);
+ExitCode show(const ToolPaths& paths, const Options& options);
+ExitCode watch(const ToolPaths& paths, const Options& options);
+ExitCode status(const ToolPaths& paths, const Options& options);
+ExitCode check(const ToolPaths& paths, const Options& options);
+ExitCode record(const ToolPaths& paths, const Options& options);
+ExitCode history(const ToolPaths& paths, const Options& options);
+ExitCode metrics(const ToolPaths& paths, const Options& options);
+
+// message_about makes a message about a collection, or about nothing.
+ControlMessage message_about(MessageType type, const Collection& collection = {});
 
 // tallyctl understands the command line and runs one command. The process ignores SIGPIPE
 // afterwards.

@@ -75,16 +75,15 @@ struct Watched {
 };
 
 // sorted_by is order_for, but not every type needs to have the column.
-RowOrder sorted_by(const Collection& collection, const WatchOptions& options) {
-  const ViewOptions& view = options.view;
+RowOrder sorted_by(const Collection& collection, const Options& options) {
   const auto has_column = [&](const Collection& each) {
-    return find_column(*record_layout(each.type), view.sort).has_value();
+    return find_column(*record_layout(each.type), options.sort).has_value();
   };
   const bool of_another =
       !has_column(collection) &&
       std::any_of(options.collections.begin(), options.collections.end(), has_column);
-  return order_for(*record_layout(collection.type), of_another ? "" : view.sort, view.reversed,
-                   view.top);
+  return order_for(*record_layout(collection.type), of_another ? "" : options.sort,
+                   options.reversed, options.top);
 }
 
 // keep_lines cuts a text behind its first `count` lines.
@@ -107,12 +106,12 @@ std::string one_line(std::string text, std::size_t width) {
 // Watcher is the state of the command.
 class Watcher {
  public:
-  Watcher(const ToolPaths& paths, const WatchOptions& options)
+  Watcher(const ToolPaths& paths, const Options& options)
       : paths_(paths),
         options_(options),
-        annotate_(annotate_options(paths, options.view.line_speed)),
+        annotate_(annotate_options(paths, options.line_speed * 1e6)),
         all_at_a_glance_(options.collections.empty()) {
-    if (options.view.resolve) names_.resolve();
+    if (options.resolve) names_.resolve();
     for (const Collection& each : options.collections) add(each);
   }
 
@@ -139,7 +138,7 @@ class Watcher {
   ExitCode verdict() const;
 
   const ToolPaths& paths_;
-  const WatchOptions& options_;
+  const Options& options_;
   AnnotateOptions annotate_;
   Names names_;
   std::list<Watched> all_;  // those that were named, or all there are
@@ -167,7 +166,7 @@ void Watcher::add(const Collection& collection) {
   Watched made{.path = file_path(paths_.data_directory, collection, FileKind::delta),
                .order = sorted_by(collection, options_)};
   made.digest.collection = collection;
-  made.digest.viewed = options_.viewing;
+  made.digest.viewed = !options_.no_viewing;
   filter(made);
   all_.push_back(std::move(made));
 }
@@ -175,7 +174,7 @@ void Watcher::add(const Collection& collection) {
 // filter settles which rows are shown: a text that is no condition is sought in their keys.
 void Watcher::filter(Watched& watched) {
   const RecordLayout& layout = *record_layout(watched.digest.collection.type);
-  std::vector<std::string> conditions = options_.view.where;
+  std::vector<std::string> conditions = options_.where;
   watched.loaded.reset();
   watched.filter.emplace(layout, conditions, &names_);
   if (at_overview()) return;
@@ -212,7 +211,7 @@ bool Watcher::look(Watched& watched) {
   if (stamp && stamp == watched.stamp) return false;
   OpenFiles files =
       open_files(paths_.data_directory, collection, FileKind::delta,
-                 options_.view.notes ? Samples::both : Samples::none, std::chrono::milliseconds{0});
+                 !options_.no_notes ? Samples::both : Samples::none, std::chrono::milliseconds{0});
   watched.writing = files.main.state == FileState::writing;
   if (watched.writing) return false;
   watched.loaded.reset();
@@ -232,16 +231,15 @@ bool Watcher::look(Watched& watched) {
 
 // tell_daemon says, when it is time, that somebody looks. Returns whether the trouble has changed.
 bool Watcher::tell_daemon() {
-  if (!options_.viewing || Clock::now() < next_viewing_) return false;
-  next_viewing_ = Clock::now() + options_.viewing_period;
+  if (options_.no_viewing || Clock::now() < next_viewing_) return false;
+  next_viewing_ = Clock::now() + std::chrono::seconds(options_.every);
   std::string error;
   std::size_t told = 0;
   for (Watched& watched : all_) {
-    const auto& [type, index] = watched.digest.collection;
     const bool enough = all_at_a_glance_ && ++told > kMostViewed;
     watched.digest.viewed = !enough || open_ == watched.digest.collection;
     if (!watched.digest.viewed) continue;
-    const ControlMessage message{static_cast<std::uint32_t>(MessageType::viewing), type, index};
+    const ControlMessage message = message_about(MessageType::viewing, watched.digest.collection);
     error = send_message(paths_.control_pipe, message, std::chrono::milliseconds{0}).text();
     if (!error.empty()) break;
   }
@@ -262,9 +260,9 @@ std::string Watcher::table(Watched& watched, TableStyle style) {
     const std::string name = title(watched.digest.collection);
     return wrapped(fmt::format("{}  {}", name, watched.remark), style.width) + '\n';
   }
-  style.wide = options_.view.wide;
+  style.wide = options_.wide;
   style.names = &names_;
-  style.numbers = options_.view.si || style.lines != 0 ? NumberStyle::si : NumberStyle::exact;
+  style.numbers = options_.si || style.lines != 0 ? NumberStyle::si : NumberStyle::exact;
   RowOrder order = watched.order;
   std::size_t rows = 0;  // as many as were asked for
   if (style.lines != 0) {
@@ -279,7 +277,7 @@ std::string Watcher::table(Watched& watched, TableStyle style) {
     if (rows != 0) order.top = order.top == 0 ? rows : std::min(order.top, rows);
     watched.loaded_rows = rows;
     watched.loaded.emplace(load_view(*watched.files, *watched.filter, order,
-                                     options_.view.notes ? &annotate_ : nullptr));
+                                     !options_.no_notes ? &annotate_ : nullptr));
   }
   watched.loaded->view.now = std::time(nullptr);
   std::string text = table_text(watched.loaded->view, style);
@@ -341,7 +339,7 @@ std::string Watcher::frame(const Terminal& terminal) {
   std::string text = one_line(top, width) + '\n';
   if (!trouble_.empty()) text += wrapped(trouble_, width) + '\n';
   const std::size_t taken = lines_of(text) + 1;
-  TableStyle style{.colour = terminal.colour && !options_.view.no_colour,
+  TableStyle style{.colour = terminal.colour && options_.colour != "never",
                    .width = width,
                    .lines = std::max(lines, taken + 2) - taken};
   page_ = static_cast<std::ptrdiff_t>(lines / 2);
@@ -489,7 +487,7 @@ bool Watcher::show_news() {
   for (Watched& watched : all_) {
     if (frozen_ || !look(watched) || screen_) continue;
     if (!watched.files) {
-      complain(fmt::format("{}: {}", title(watched.digest.collection), watched.remark));
+      complain("{}: {}", title(watched.digest.collection), watched.remark);
       continue;
     }
     if (!put(table(watched, {}) + '\n')) return false;
@@ -503,8 +501,8 @@ ExitCode Watcher::verdict() const {
   ExitCode code = kDone;
   for (const Watched& watched : all_) {
     if (all_at_a_glance_ || watched.rates_shown > 0) continue;
-    complain(fmt::format("{}: no rates were shown; 'tallyctl check' looks for the reason",
-                         title(watched.digest.collection)));
+    complain("{}: no rates were shown; 'tallyctl check' looks for the reason",
+             title(watched.digest.collection));
     code = trouble_.empty() ? kAbsent : kUnreachable;
   }
   return code;
@@ -512,15 +510,14 @@ ExitCode Watcher::verdict() const {
 
 ExitCode Watcher::run() {
   const bool terminal = look_at_terminal().present;
-  const ViewOptions& view = options_.view;
-  if (all_at_a_glance_ && !(terminal && view.sort.empty() && view.where.empty())) {
+  if (all_at_a_glance_ && !(terminal && options_.sort.empty() && options_.where.empty())) {
     throw UsageError(
         "the overview needs a terminal, and takes no --sort and --where; else name collections: "
         "TYPE INDEX ...");
   }
-  Signals signals;
+  Signals signals([&] { screen_ ? screen_->suspend() : (void)raise(SIGSTOP); });
   const FileEvents events(paths_.data_directory);
-  const Deadline deadline(options_.duration);
+  const Deadline deadline{std::chrono::seconds(options_.seconds)};
   if (!all_at_a_glance_) (void)tell_daemon();
   if (!trouble_.empty()) {
     complain(trouble_);
@@ -529,24 +526,19 @@ ExitCode Watcher::run() {
   if (terminal) screen_.emplace();
   for (;;) {
     if (!show_news()) return kAbsent;
-    const bool counted = options_.count && std::all_of(all_.begin(), all_.end(), [&](auto& each) {
-                           return each.rates_shown >= *options_.count;
-                         });
+    const bool counted =
+        options_.count != 0 && std::all_of(all_.begin(), all_.end(), [&](auto& each) {
+          return each.rates_shown >= options_.count;
+        });
     if (counted || deadline.over()) break;
     const bool soon =
         std::any_of(all_.begin(), all_.end(), [](const Watched& each) { return each.writing; });
     wait_for({signals.fd(), events.fd(), screen_ ? screen_->keys_fd() : -1}, soon ? kSoon : kTick);
     const FileEvents::Changes changes = events.take();  // the stamps tell which
     changed_ = changed_ || changes.any_file || !changes.names.empty() || events.fd() < 0;
-    const Signals::Taken taken = signals.take();
-    bool end = taken.end;
+    bool end = signals.ended();
     for (const int key : screen_ ? screen_->keys() : std::vector<int>()) end = end || !obey(key);
     if (end) break;
-    if (taken.stop && screen_) {
-      screen_->suspend();
-    } else if (taken.stop) {
-      (void)raise(SIGSTOP);
-    }
   }
   screen_.reset();
   return verdict();
@@ -554,7 +546,7 @@ ExitCode Watcher::run() {
 
 }  // namespace
 
-ExitCode watch(const ToolPaths& paths, const WatchOptions& options) {
+ExitCode watch(const ToolPaths& paths, const Options& options) {
   return Watcher(paths, options).run();
 }
 

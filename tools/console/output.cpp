@@ -1,6 +1,5 @@
 #include "console/output.h"
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,12 +22,12 @@ bool Output::flush() {
   return good();
 }
 
-bool report_output(const Output& output) {
-  if (output.good()) return true;
-  if (output.error() != EPIPE) {
-    complain(fmt::format("cannot write to standard output: {}", std::strerror(output.error())));
+bool finish(Output& output) {
+  const bool good = output.flush();
+  if (!good && output.error() != EPIPE) {
+    complain("cannot write to standard output: {}", std::strerror(output.error()));
   }
-  return false;
+  return good;
 }
 
 }  // namespace tally

@@ -38,8 +38,8 @@ class Output {
   std::string text_;
 };
 
-// report_output says why standard output took no more, if it did not. A reader that went away
-// ("| head") is not worth a word. Returns whether all was written.
-bool report_output(const Output& output);
+// finish writes what is left, and says why standard output took no more, if it did not. A reader
+// that went away ("| head") is not worth a word. Returns whether all was written.
+bool finish(Output& output);
 
 }  // namespace tally

@@ -1,6 +1,5 @@
 #include "console/terminal.h"
 
-#include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 

@@ -1,6 +1,7 @@
 // What is on the other end of standard output, and how it is taken over.
 #pragma once
 
+#include <fmt/format.h>
 #include <termios.h>
 
 #include <cstddef>
@@ -68,5 +69,9 @@ bool put(const std::string& text);
 
 // complain writes one line, "tallyctl: TEXT", to standard error.
 void complain(const std::string& text);
+template <class First, class... Rest>
+void complain(fmt::format_string<First, Rest...> format, First&& first, Rest&&... rest) {
+  complain(fmt::format(format, std::forward<First>(first), std::forward<Rest>(rest)...));
+}
 
 }  // namespace tally

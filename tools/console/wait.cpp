@@ -9,7 +9,7 @@
 
 namespace tally {
 
-Signals::Signals() {
+Signals::Signals(std::function<void()> stop) : stop_(std::move(stop)) {
   sigset_t signals;
   sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}) sigaddset(&signals, signal);
@@ -22,15 +22,19 @@ Signals::~Signals() {
   if (!ended_) sigprocmask(SIG_SETMASK, &before_, nullptr);
 }
 
-Signals::Taken Signals::take() {
-  Taken taken;
+bool Signals::take() {
+  bool stop = false;
   signalfd_siginfo info{};
   while (read(fd_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
     if (info.ssi_signo == SIGWINCH) continue;
-    (info.ssi_signo == SIGTSTP ? taken.stop : taken.end) = true;
+    (info.ssi_signo == SIGTSTP ? stop : ended_) = true;
   }
-  ended_ = ended_ || taken.end;
-  return taken;
+  return stop;
+}
+
+bool Signals::ended() {
+  if (take() && !ended_) stop_();
+  return ended_;
 }
 
 FileEvents::FileEvents(const std::string& directory)

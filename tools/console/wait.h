@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,25 +14,26 @@ namespace tally {
 
 // Signals holds back the signals that end a command (SIGINT, SIGTERM, SIGHUP), that stop it
 // (SIGTSTP) and that tell of another terminal size (SIGWINCH, which just wakes it up), so that the
-// command can act in its own way. Once a signal has ended the command they stay held back: a second
-// one, as timeout(1) sends to the whole process group, must not change how the process exits. For
-// single-threaded programs.
+// command can act in its own way: `stop` is what it does to be stopped. Once a signal has ended the
+// command they stay held back: a second one, as timeout(1) sends to the whole process group, must
+// not change how the process exits. For single-threaded programs.
 class Signals {
  public:
-  Signals();
+  explicit Signals(std::function<void()> stop = [] { (void)raise(SIGSTOP); });
   ~Signals();
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
 
   int fd() const { return fd_.get(); }  // readable when there is one
 
-  struct Taken {
-    bool end = false;
-    bool stop = false;
-  };
-  Taken take();  // never waits
+  // ended takes the signals that came, and tells whether the command is to end. It never waits but
+  // for the end of a stop.
+  bool ended();
 
  private:
+  bool take();  // tells whether there is a stop among them
+
+  std::function<void()> stop_;
   sigset_t before_;
   bool ended_ = false;
   UniqueFd fd_;
@@ -58,11 +60,11 @@ class FileEvents {
 // wait_for waits until one of the descriptors can be read or the time is over; -1 stands for none.
 void wait_for(const std::vector<int>& descriptors, std::chrono::milliseconds time);
 
-// Deadline is a moment that never comes when there is no duration.
+// Deadline is a moment that never comes when there are no seconds.
 class Deadline {
  public:
-  explicit Deadline(std::optional<std::chrono::seconds> after) {
-    if (after) moment_ = std::chrono::steady_clock::now() + *after;
+  explicit Deadline(std::chrono::seconds after) {
+    if (after.count() != 0) moment_ = std::chrono::steady_clock::now() + after;
   }
   bool over() const { return moment_ && std::chrono::steady_clock::now() >= *moment_; }
 

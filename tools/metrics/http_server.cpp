@@ -131,8 +131,7 @@ std::string HttpServer::listen(const std::string& where) {
   // The resolver would take the lowest 16 bits of any number.
   if (host.empty() || parse_number(port).value_or(UINT32_MAX) > UINT16_MAX ||
       getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
-    throw UsageError(
-        fmt::format("cannot listen at '{}'; write PORT, ADDR:PORT or [ADDR6]:PORT", where));
+    throw UsageError("cannot listen at '{}'; write PORT, ADDR:PORT or [ADDR6]:PORT", where);
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> list(found, freeaddrinfo);
   socket_.reset(socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

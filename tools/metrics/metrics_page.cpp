@@ -314,18 +314,18 @@ void add_own_health(std::chrono::steady_clock::time_point begun, bool listed, Ex
 
 }  // namespace
 
-void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Names& names,
-                        Output& output) {
+void write_metrics_page(const ToolPaths& paths, const std::vector<Collection>& collections,
+                        std::size_t top, Names& names, Output& output) {
   const auto begun = std::chrono::steady_clock::now();
   const AnnotateOptions annotate = annotate_options(paths);
   std::string error;
   std::vector<Collection> wanted = present_collections(paths.data_directory, error);
-  if (!scope.collections.empty()) wanted = scope.collections;
+  if (!collections.empty()) wanted = collections;
   names.refresh();
   std::vector<Gathered> all;
   all.reserve(wanted.size());
   for (const Collection& collection : wanted) {
-    all.push_back(gather(paths, collection, annotate, scope.top, names));
+    all.push_back(gather(paths, collection, annotate, top, names));
   }
   Exposition page(output);
   add_daemon(paths, annotate.planned_interval, page);
@@ -334,7 +334,7 @@ void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Names
   for (const Gathered& each : all) {
     if (each.good) by_type[each.collection.type].push_back(&each);
   }
-  for (const auto& [type, collections] : by_type) add_rows(collections, page);
+  for (const auto& [type, alike] : by_type) add_rows(alike, page);
   add_named(all, page);
   add_own_health(begun, error.empty(), page);
 }

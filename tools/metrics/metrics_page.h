@@ -16,14 +16,10 @@
 
 namespace tally {
 
-struct MetricsScope {
-  std::vector<Collection> collections;  // none: every collection that has files
-  std::size_t top = 50;                 // rows of each collection; the rest is summed up
-};
-
-// write_metrics_page never fails: what cannot be read is told by the page itself. `names` are read
-// again when their files have changed.
-void write_metrics_page(const ToolPaths& paths, const MetricsScope& scope, Names& names,
-                        Output& output);
+// write_metrics_page never fails: what cannot be read is told by the page itself. It has the
+// collections that are given, or all that have files, each with at most `top` rows of its own.
+// `names` are read again when their files have changed.
+void write_metrics_page(const ToolPaths& paths, const std::vector<Collection>& collections,
+                        std::size_t top, Names& names, Output& output);
 
 }  // namespace tally

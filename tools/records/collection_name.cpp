@@ -1,7 +1,5 @@
 #include "records/collection_name.h"
 
-#include <fmt/format.h>
-
 #include <charconv>
 #include <filesystem>
 #include <optional>
@@ -28,8 +26,7 @@ std::uint32_t parse_type(const std::string& word) {
       return type;
     }
   }
-  throw UsageError(
-      fmt::format("unknown collection type '{}'; the types are {}", word, all_types()));
+  throw UsageError("unknown collection type '{}'; the types are {}", word, all_types());
 }
 
 }  // namespace
@@ -52,11 +49,11 @@ std::vector<Collection> parse_collections(std::vector<std::string> words) {
     if (is_agent_type(collection.type)) {
       const std::string& type = *word;
       if (++word == words.end()) {
-        throw UsageError(fmt::format("'{}' needs a control index after it", type));
+        throw UsageError("'{}' needs a control index after it", type);
       }
       const auto index = parse_number(*word);
       if (!index) {
-        throw UsageError(fmt::format("'{}' is not a control index (0 to 4294967295)", *word));
+        throw UsageError("'{}' is not a control index (0 to 4294967295)", *word);
       }
       collection.index = *index;
     }

@@ -1,6 +1,8 @@
 // Collections as people name them: "host 3", "etherstats", "0 3", "12".
 #pragma once
 
+#include <fmt/format.h>
+
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -22,6 +24,9 @@ struct Collection {
 // UsageError tells what is wrong with the words on the command line.
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
+  template <class First, class... Rest>
+  UsageError(fmt::format_string<First, Rest...> format, First&& first, Rest&&... rest)
+      : UsageError(fmt::format(format, std::forward<First>(first), std::forward<Rest>(rest)...)) {}
 };
 
 // parse_number reads a decimal number, and nothing else.

@@ -52,14 +52,14 @@ RowFilter::RowFilter(const RecordLayout& layout, const std::vector<std::string>&
     const bool compares = comparison != std::end(kComparisons);
     if (!compares && !unlike && !rest.starts_with('=')) {
       throw UsageError(
-          fmt::format("'{}' is not a condition; write COLUMN=PATTERN, COLUMN!=PATTERN, or "
-                      "COLUMN>NUMBER, >=, <, <=",
-                      text));
+          "'{}' is not a condition; write COLUMN=PATTERN, COLUMN!=PATTERN, or "
+          "COLUMN>NUMBER, >=, <, <=",
+          text);
     }
     const auto column = find_column(layout, text.substr(0, at));
     if (!column) {
-      throw UsageError(fmt::format("there is no column '{}'; columns are {}", text.substr(0, at),
-                                   column_names(layout)));
+      throw UsageError("there is no column '{}'; columns are {}", text.substr(0, at),
+                       column_names(layout));
     }
     if (!compares) {
       conditions_.push_back(
@@ -70,9 +70,8 @@ RowFilter::RowFilter(const RecordLayout& layout, const std::vector<std::string>&
     const ColumnKind kind = layout.columns[*column].kind;
     if (!bound ||
         !(is_value(kind) || kind == ColumnKind::number || kind == ColumnKind::number_or_total)) {
-      throw UsageError(
-          fmt::format("'{}': {} compares a column of numbers with a number: 1500, 1.5k", text,
-                      comparison->sign));
+      throw UsageError("'{}': {} compares a column of numbers with a number: 1500, 1.5k", text,
+                       comparison->sign);
     }
     conditions_.push_back({*column, comparison->holds, *bound, {}, false});
   }

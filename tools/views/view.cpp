@@ -31,8 +31,7 @@ RowOrder order_for(const RecordLayout& layout, const std::string& column, bool r
   if (!column.empty()) {
     order.column = find_column(layout, column);
     if (!order.column) {
-      throw UsageError(
-          fmt::format("there is no column '{}'; columns are {}", column, column_names(layout)));
+      throw UsageError("there is no column '{}'; columns are {}", column, column_names(layout));
     }
   } else if (top != 0) {
     order.column = layout.rank;
