@@ -133,16 +133,12 @@ void print_csv(Output& output, const RecordLayout& layout, const Names& names,
   for (const std::size_t column : rows.front().series.columns) {
     output << ',' << layout.columns[column].name;
   }
-  const std::vector<std::size_t> named = named_columns(layout);
-  for (const std::size_t i : named) output << ',' << layout.columns[i].name << "_name";
-  output << '\n';
+  output << csv_name_headings(layout) << '\n';
   for (const Chosen& row : rows) {
     const Series& series = row.series;
     const std::string key = csv_quoted(key_text(layout, row.row));
     std::string called;
-    for (const std::size_t i : named) {
-      called += ',' + csv_quoted(names.name_of(layout, row.row.record.data(), i));
-    }
+    append_csv_names(called, layout, row.row.record.data(), names);
     for (std::size_t i = 0; !series.values.empty() && i < series.values.front().size(); ++i) {
       std::string values;
       bool known = false;
@@ -175,7 +171,7 @@ void print_json(Output& output, const Collection& collection, const RecordLayout
       }
     }
     nlohmann::ordered_json one = {{"key", key_text(layout, row.row)}};
-    for (const std::size_t i : named_columns(layout)) {
+    for (std::size_t i = 0; i < layout.key_columns; ++i) {
       std::string name = names.name_of(layout, row.row.record.data(), i);
       if (!name.empty()) one[std::string(layout.columns[i].name) + "_name"] = std::move(name);
     }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <utility>
 
 #include "commands/tallyctl.h"
 #include "console/output.h"
@@ -19,27 +20,29 @@ ExitCode export_rows(const OpenFiles& files, const Options& options, const RowFi
                      const RowOrder& order, const AnnotateOptions& annotate, const Names& names) {
   const RecordLayout& layout = *files.main.layout;
   Output output(STDOUT_FILENO);
-  const auto document = options.json ? make_json_export(layout, output, &names)
-                                     : make_csv_export(layout, output, &names);
-  document->begin(files, annotate);
+  output << (options.json ? json_head(files, annotate) : csv_heading(layout, true));
+  const char* between = "\n";
+  const auto write = [&](const unsigned char* record, RowNotes row_notes) {
+    if (options.json) {
+      output << std::exchange(between, ",\n");
+      append_json_row(output.text(), layout, record, row_notes, &names);
+    } else {
+      append_csv_row(output.text(), layout, record, row_notes, &names);
+    }
+    return output.flush_full();
+  };
+  const AnnotateOptions* const noting = options.no_notes ? nullptr : &annotate;
   std::vector<FileNote> notes;
   if (order.column || order.top != 0) {
-    const LoadedView loaded =
-        load_view(files, filter, order, !options.no_notes ? &annotate : nullptr);
-    for (const Row& row : loaded.view.rows) document->row(row.record, row.notes);
+    const LoadedView loaded = load_view(files, filter, order, noting);
+    for (const Row& row : loaded.view.rows) write(row.record, row.notes);
     notes = loaded.view.notes;
   } else {
-    std::optional<Annotator> annotator;
-    if (!options.no_notes) annotator.emplace(files, annotate);
-    Records records = files.main.records();
-    const unsigned char* record = nullptr;
-    while (output.good() && (record = records.next()) != nullptr) {
-      const RowNotes row_notes = annotator ? annotator->next(record) : RowNotes{0};
-      if (filter.empty() || filter.accepts(record)) document->row(record, row_notes);
-    }
-    if (annotator && output.good()) notes = annotator->finish();
+    notes = read_rows(files, noting, [&](const unsigned char* record, RowNotes row_notes) {
+      return !filter.accepts(record) || write(record, row_notes);
+    });
   }
-  document->end(notes);
+  if (options.json) output << json_tail(notes);
   if (!finish(output)) return kAbsent;
   if (options.csv) {
     for (const FileNote& note : notes) complain("note: {}", note.text);
@@ -49,7 +52,7 @@ ExitCode export_rows(const OpenFiles& files, const Options& options, const RowFi
 
 ExitCode print_table(const OpenFiles& files, const Options& options, const RowFilter& filter,
                      const RowOrder& order, const AnnotateOptions& annotate, const Names& names) {
-  LoadedView loaded = load_view(files, filter, order, !options.no_notes ? &annotate : nullptr);
+  LoadedView loaded = load_view(files, filter, order, options.no_notes ? nullptr : &annotate);
   loaded.view.now = std::time(nullptr);
   const Terminal terminal = look_at_terminal();
   const TableStyle style{.wide = options.wide,
@@ -80,7 +83,7 @@ ExitCode show(const ToolPaths& paths, const Options& options) {
   const RowOrder order = order_for(*layout, options.sort, options.reversed, options.top);
   const std::string path = file_path(paths.data_directory, collection, kind);
   const OpenFiles files = open_files(
-      paths.data_directory, collection, kind, !options.no_notes ? Samples::both : Samples::none,
+      paths.data_directory, collection, kind, options.no_notes ? Samples::none : Samples::both,
       std::chrono::seconds(options.wait), [&] {
         complain("{}: the daemon is writing {}; waiting up to {} s", name, path, options.wait);
       });

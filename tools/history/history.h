@@ -52,8 +52,8 @@ std::unique_ptr<History> make_csv_history(const std::string& directory);
 std::unique_ptr<History> make_rrd_history(const std::string& directory, std::int32_t step,
                                           std::size_t rows);
 
-// rrd_directory returns where a collection's databases lie.
-std::string rrd_directory(const std::string& directory, const Collection& collection);
+// history_path returns DIR/host_3, where a collection's databases lie, or its file without ".csv".
+std::string history_path(const std::string& directory, const Collection& collection);
 
 // patiently repeats a call of librrd while that fails because another process has the database
 // locked, for a second at most; `call` tells whether it succeeded. A reader, or the recorder, has

@@ -3,12 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 
 #include "console/output.h"
-#include "daemon/base/retry.h"
 #include "files/unique_fd.h"
 #include "history/history.h"
 #include "views/row_export.h"
@@ -17,27 +17,7 @@ namespace tally {
 namespace {
 
 std::string file_of(const std::string& directory, const Collection& collection) {
-  std::string name = title(collection);
-  for (char& character : name) {
-    if (character == ' ') character = '_';
-  }
-  return directory + '/' + name + ".csv";
-}
-
-// append_whole appends a text to a file, all of it or nothing. Returns an errno value or 0.
-int append_whole(int fd, const std::string& text, off_t size) {
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t written =
-        retry_interrupted([&] { return write(fd, text.data() + done, text.size() - done); });
-    if (written <= 0) {
-      const int error = written < 0 ? errno : ENOSPC;
-      (void)ftruncate(fd, size);
-      return error;
-    }
-    done += static_cast<std::size_t>(written);
-  }
-  return 0;
+  return history_path(directory, collection) + ".csv";
 }
 
 // has_names tells whether the first line of a file has columns of names, which come last: a file
@@ -93,34 +73,28 @@ std::string CsvHistory::keep(const Interval& interval) {
   }
   if (!S_ISREG(status.st_mode)) return fmt::format("{}: not a regular file", path);
 
-  // The rows come from the one writer of CSV; time and interval are put in front of each line.
-  Output output(Output::kCollect);
+  Output output(fd.get());
   const bool named = status.st_size == 0 || has_names(fd.get());
   names_.refresh();
-  const auto rows = make_csv_export(interval.layout, output, named ? &names_ : nullptr);
-  rows->begin({}, {});
-  std::string text;
-  const auto take_line = [&](const std::string& front) {
-    text += front + output.text();
-    output.text().clear();
-  };
-  if (status.st_size == 0) take_line("time,interval,");
-  output.text().clear();
+  if (status.st_size == 0) output << "time,interval," << csv_heading(interval.layout, true);
   const std::int64_t begin = interval.end - interval.seconds;
   std::int64_t& end = ends_[path];
   if (end != 0 && end < begin) {
-    std::size_t columns = 0;
-    for (const Column& column : interval.layout.columns) columns += is_visible(column.kind) ? 1 : 0;
-    text += fmt::format("{},{},{:,>{}}gap{:,>{}}\n", begin, begin - end, "", columns, "",
-                        named ? named_columns(interval.layout).size() : 0);
+    const auto commas = [](const std::string& text) { return std::ranges::count(text, ','); };
+    const auto names = named ? commas(csv_name_headings(interval.layout)) : 0;
+    output << fmt::format("{},{},{:,>{}}gap{:,>{}}\n", begin, begin - end, "",
+                          commas(csv_heading(interval.layout, false)), "", names);
   }
   const std::string front = fmt::format("{},{},", interval.end, interval.seconds);
   for (const Row& row : interval.rows) {
-    rows->row(row.record, row.notes);
-    take_line(front);
+    output << front;
+    append_csv_row(output.text(), interval.layout, row.record, row.notes,
+                   named ? &names_ : nullptr);
   }
-  if (const int error = append_whole(fd.get(), text, status.st_size); error != 0) {
-    return fmt::format("{}: {}; this interval is missing there", path, std::strerror(error));
+  if (!output.flush()) {  // all of it or nothing
+    (void)ftruncate(fd.get(), status.st_size);
+    return fmt::format("{}: {}; this interval is missing there", path,
+                       std::strerror(output.error()));
   }
   end = interval.end;
   return {};

@@ -107,7 +107,7 @@ std::vector<KeptRow> kept_rows(const std::string& directory, const Collection& c
                                const RecordLayout& layout, std::string& error) {
   std::vector<KeptRow> rows;
   std::error_code code;
-  std::filesystem::directory_iterator entry(rrd_directory(directory, collection), code);
+  std::filesystem::directory_iterator entry(history_path(directory, collection), code);
   for (; !code && entry != std::filesystem::directory_iterator(); entry.increment(code)) {
     if (entry->path().extension() != ".rrd") continue;
     auto record = record_of(entry->path().stem().native(), layout);

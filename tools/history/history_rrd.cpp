@@ -56,7 +56,7 @@ class RrdHistory final : public History {
 std::int64_t RrdHistory::last_end(const Collection& collection) {
   std::int64_t end = 0;
   std::error_code code;
-  const std::filesystem::directory_iterator files(rrd_directory(directory_, collection), code);
+  const std::filesystem::directory_iterator files(history_path(directory_, collection), code);
   for (const auto& file : files) {
     if (file.path().extension() != ".rrd") continue;
     std::int64_t last = -1;
@@ -130,7 +130,7 @@ void RrdHistory::make_room(const std::string& directory, const std::set<std::str
 }
 
 std::string RrdHistory::keep(const Interval& interval) {
-  const std::string directory = rrd_directory(directory_, interval.collection);
+  const std::string directory = history_path(directory_, interval.collection);
   if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) {
     return fmt::format("{}: {}", directory, std::strerror(errno));
   }
@@ -174,7 +174,7 @@ std::string rrd_error() {
   return error;
 }
 
-std::string rrd_directory(const std::string& directory, const Collection& collection) {
+std::string history_path(const std::string& directory, const Collection& collection) {
   return is_agent_type(collection.type)
              ? fmt::format("{}/{}_{}", directory, type_stem(collection.type), collection.index)
              : fmt::format("{}/{}", directory, type_stem(collection.type));

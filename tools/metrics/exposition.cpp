@@ -1,15 +1,10 @@
 #include "metrics/exposition.h"
 
-#include <charconv>
 #include <cmath>
 
+#include "records/cell_text.h"
+
 namespace tally {
-namespace {
-
-// Doubles hold every whole number below 2^53.
-constexpr double kWhole = 9007199254740992.0;
-
-}  // namespace
 
 std::string label_escaped(std::string_view value) {
   std::string escaped;
@@ -34,22 +29,22 @@ void Exposition::family(std::string_view name, std::string_view type, std::strin
   output_ << "# HELP " << name << ' ' << help << "\n# TYPE " << name << ' ' << type << '\n';
 }
 
+void Exposition::gauge(std::string_view name, std::string_view help, double value) {
+  family(name, "gauge", help);
+  sample("", value);
+}
+
 void Exposition::sample(std::string_view labels, double value) {
   std::string& text = output_.text();
   text += name_;
   if (!labels.empty()) text.append("{").append(labels).append("}");
   text += ' ';
-  char digits[32];  // the longest shortest decimal of a double has 24 characters
-  if (value >= 0 && value < kWhole && value == std::floor(value)) {
-    // A count, as most are: written faster than any other number.
-    const auto count = static_cast<std::uint64_t>(value);
-    text.append(digits, std::to_chars(digits, digits + sizeof digits, count).ptr);
-  } else if (std::isnan(value)) {
+  if (std::isnan(value)) {
     text += "NaN";
   } else if (std::isinf(value)) {
     text += value > 0 ? "+Inf" : "-Inf";
   } else {
-    text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+    append_exact(text, value);
   }
   text += '\n';
   output_.flush_full();

@@ -26,6 +26,9 @@ class Exposition {
   // sample writes a line of the family. `labels` are written already: a="b",c="d"; may be empty.
   void sample(std::string_view labels, double value);
 
+  // gauge writes a family of one sample without labels.
+  void gauge(std::string_view name, std::string_view help, double value);
+
  private:
   Output& output_;
   std::string name_;

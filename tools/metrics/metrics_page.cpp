@@ -285,22 +285,20 @@ void add_named(std::vector<Gathered>& all, Exposition& page) {
 
 void add_daemon(const ToolPaths& paths, const std::optional<std::int32_t>& planned,
                 Exposition& page) {
-  page.family("tallyd_up", "gauge", "1 when tallyd runs");
-  page.sample("", probe_daemon(paths.pid_file).running ? 1 : 0);
-  page.family("tallyd_pipe_read", "gauge", "1 when somebody reads the control pipe");
-  page.sample("", probe_pipe(paths.control_pipe).state == PipeState::read ? 1 : 0);
+  page.gauge("tallyd_up", "1 when tallyd runs", probe_daemon(paths.pid_file).running ? 1 : 0);
+  page.gauge("tallyd_pipe_read", "1 when somebody reads the control pipe",
+             probe_pipe(paths.control_pipe).state == PipeState::read ? 1 : 0);
   if (!planned) return;
-  page.family("tallyd_planned_interval_seconds", "gauge", "Poll interval of the preferences");
-  page.sample("", *planned);
+  page.gauge("tallyd_planned_interval_seconds", "Poll interval of the preferences", *planned);
 }
 
 void add_own_health(std::chrono::steady_clock::time_point begun, bool listed, Exposition& page) {
   page.family("tallyctl_build_info", "gauge", "Which tallyctl made this page");
   page.sample(label("version", kVersion), 1);
-  page.family("tallyctl_directory_readable", "gauge", "1 when the collection files can be listed");
-  page.sample("", listed ? 1 : 0);
-  page.family("tallyctl_page_duration_seconds", "gauge", "Time it took to make this page");
-  page.sample("", std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count());
+  page.gauge("tallyctl_directory_readable", "1 when the collection files can be listed",
+             listed ? 1 : 0);
+  page.gauge("tallyctl_page_duration_seconds", "Time it took to make this page",
+             std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count());
   rusage usage{};
   (void)getrusage(RUSAGE_SELF, &usage);
   const auto seconds = [](const timeval& time) {
@@ -308,8 +306,8 @@ void add_own_health(std::chrono::steady_clock::time_point begun, bool listed, Ex
   };
   page.family("tallyctl_cpu_seconds_total", "counter", "Processor time of this tallyctl");
   page.sample("", seconds(usage.ru_utime) + seconds(usage.ru_stime));
-  page.family("tallyctl_max_resident_memory_bytes", "gauge", "Most memory that it has used");
-  page.sample("", static_cast<double>(usage.ru_maxrss) * 1024);
+  page.gauge("tallyctl_max_resident_memory_bytes", "Most memory that it has used",
+             static_cast<double>(usage.ru_maxrss) * 1024);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <string_view>
+#include <utility>
 
 #include "names/name_file.h"
 #include "records/cell_text.h"
@@ -35,43 +36,31 @@ std::string shortened(std::string_view name) {
 }  // namespace
 
 void Makers::refresh() {
-  if (!read_) return;
-  for (const std::string& path : paths_) {
-    const auto stamp = stamp_of(path);
-    if (!stamp) continue;
-    read_ = stamp == stamp_;
-    return;
+  std::optional<FileStamp> stamp;
+  for (auto path = paths_.begin(); path != paths_.end() && !stamp; ++path) {
+    path_ = *path;
+    stamp = stamp_of(path_);
   }
-  read_ = !stamp_;
+  if (stamp == std::exchange(stamp_, stamp)) return;
+  makers_.clear();
+  read_ = !stamp;
 }
 
 void Makers::read() const {
   read_ = true;
-  makers_.clear();
-  stamp_.reset();
-  for (const std::string& path : paths_) {
-    stamp_ = stamp_of(path);
-    if (!stamp_) continue;
-    const std::string bytes = read_whole(path, kLargestFile);
-    for (std::size_t at = 0; at < bytes.size();) {
-      const std::size_t end = std::min(bytes.find('\n', at), bytes.size());
-      std::string_view line = std::string_view(bytes).substr(at, end - at);
-      at = end + 1;
-      if (!line.starts_with(kRegistry)) continue;
-      line.remove_prefix(kRegistry.size());
-      const std::size_t comma = line.find(',');
-      std::uint32_t prefix = 0;
-      const char* digits = line.data();
-      if (comma != kPrefixDigits ||
-          std::from_chars(digits, digits + comma, prefix, 16).ptr != digits + comma) {
-        continue;
-      }
-      std::string name = shortened(line.substr(comma + 1));
-      if (!name.empty()) makers_.push_back({prefix, std::move(name)});
+  for_each_line(path_, kLargestFile, [&](std::string_view line) {
+    if (!line.starts_with(kRegistry)) return;
+    line.remove_prefix(kRegistry.size());
+    std::uint32_t prefix = 0;
+    const char* const end = line.data() + std::min(line.find(','), line.size());
+    if (end != line.data() + kPrefixDigits ||
+        std::from_chars(line.data(), end, prefix, 16).ptr != end) {
+      return;
     }
-    std::ranges::stable_sort(makers_, {}, &Maker::prefix);
-    return;
-  }
+    std::string name = shortened(line.substr(std::min(kPrefixDigits + 1, line.size())));
+    if (!name.empty()) makers_.push_back({prefix, std::move(name)});
+  });
+  std::ranges::stable_sort(makers_, {}, &Maker::prefix);
 }
 
 std::string Makers::maker_of(std::span<const unsigned char> mac) const {

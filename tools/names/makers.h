@@ -19,7 +19,8 @@ class Makers {
   // The first of these files that exists is used.
   explicit Makers(std::vector<std::string> paths) : paths_(std::move(paths)) {}
 
-  // refresh forgets what was read of a file that has changed.
+  // refresh looks for the file, and forgets what was read of one that has changed. Before it there
+  // are no makers.
   void refresh();
 
   // maker_of returns the maker of an address in a few words; empty: unknown, or the address was not
@@ -35,9 +36,10 @@ class Makers {
   void read() const;
 
   std::vector<std::string> paths_;
-  mutable std::optional<FileStamp> stamp_;
+  std::string path_;                   // the one that is used
+  std::optional<FileStamp> stamp_;     // nothing: there is none
   mutable std::vector<Maker> makers_;  // by prefix
-  mutable bool read_ = false;
+  mutable bool read_ = true;
 };
 
 }  // namespace tally

@@ -6,9 +6,9 @@
 
 #include <algorithm>
 
-#include "daemon/base/retry.h"
 #include "files/unique_fd.h"
 #include "records/cell_text.h"
+#include "records/file_bytes.h"
 
 namespace tally {
 namespace {
@@ -31,34 +31,29 @@ NameLine words_of(std::string_view line) {
 
 }  // namespace
 
-std::string read_whole(const std::string& path, std::size_t limit) {
+void for_each_line(const std::string& path, std::size_t limit,
+                   const std::function<void(std::string_view)>& take) {
   const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
-  if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  if (status.st_size < 0 || static_cast<std::size_t>(status.st_size) > limit) return {};
-  std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-  std::size_t used = 0;
-  while (used < bytes.size()) {
-    const ssize_t got =
-        retry_interrupted([&] { return read(fd.get(), bytes.data() + used, bytes.size() - used); });
-    if (got <= 0) break;  // it was cut meanwhile
-    used += static_cast<std::size_t>(got);
+  if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if (status.st_size < 0 || static_cast<std::size_t>(status.st_size) > limit) return;
+  std::vector<unsigned char> bytes(static_cast<std::size_t>(status.st_size));
+  bytes.resize(read_at(fd.get(), 0, bytes));  // it may be cut meanwhile
+  for (auto at = bytes.begin(); at != bytes.end();) {
+    const auto end = std::find(at, bytes.end(), '\n');
+    take({reinterpret_cast<const char*>(&*at), static_cast<std::size_t>(end - at)});
+    at = end == bytes.end() ? end : end + 1;
   }
-  bytes.resize(used);
-  return bytes;
 }
 
 std::vector<NameLine> read_name_file(const std::string& path) {
-  const std::string bytes = read_whole(path, kLargestFile);
   std::vector<NameLine> lines;
-  for (std::size_t at = 0; at < bytes.size();) {
-    const std::size_t end = std::min(bytes.find('\n', at), bytes.size());
-    NameLine line = words_of(std::string_view(bytes).substr(at, end - at));
-    at = end + 1;
+  for_each_line(path, kLargestFile, [&](std::string_view text) {
+    NameLine line = words_of(text);
     const bool fits = std::ranges::all_of(
         line.words, [](const std::string& word) { return word.size() <= kLongestName; });
     if (fits && !line.words[1].empty()) lines.push_back(std::move(line));
-  }
+  });
   return lines;
 }
 

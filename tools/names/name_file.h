@@ -4,7 +4,9 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tally {
@@ -17,8 +19,10 @@ struct NameLine {
   std::array<std::string, 3> words;
 };
 
-// read_whole reads a regular file of at most `limit` octets; empty: there is none.
-std::string read_whole(const std::string& path, std::size_t limit);
+// for_each_line gives the lines of a regular file of at most `limit` octets; none where there is
+// none.
+void for_each_line(const std::string& path, std::size_t limit,
+                   const std::function<void(std::string_view)>& take);
 
 // read_name_file gives the lines of a file that are of use, printable, in order.
 std::vector<NameLine> read_name_file(const std::string& path);

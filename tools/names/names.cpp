@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "names/name_file.h"
 #include "records/cell_text.h"
 #include "records/collection_name.h"
 
@@ -16,15 +15,11 @@ namespace {
 constexpr const char* kFolder = "/etc/tallyd";
 constexpr const char* kMakersFile = "/usr/share/ieee-data/oui.csv";
 
-// The files of names by number, each with the kind whose names it has.
-struct Numbered {
-  const char* file;
-  NameKind kind;
-};
-constexpr Numbered kNumbered[] = {{"protocols", NameKind::protocol},
-                                  {"vlans", NameKind::vlan},
-                                  {"priorities", NameKind::priority},
-                                  {"groups", NameKind::group}};
+// The files of names in the folder.
+constexpr std::pair<const char*, NameKind> kFiles[] = {
+    {"protocols", NameKind::protocol},  {"vlans", NameKind::vlan},
+    {"priorities", NameKind::priority}, {"groups", NameKind::group},
+    {"ethers", NameKind::station},      {"hosts", NameKind::station}};
 
 // More entries than this no file has that people keep; it bounds the memory.
 constexpr std::size_t kMostNames = 65536;
@@ -32,17 +27,11 @@ constexpr std::size_t kMostNames = 65536;
 // How long `await` waits for DNS: a second look is free, waiting is not.
 constexpr std::chrono::milliseconds kPatience{2000};
 
-bool is_mac(const RecordLayout& layout, std::size_t column) {
-  return layout.columns[column].kind == ColumnKind::mac;
-}
-
 // canonical writes an address of a file as rows write it; empty: it is none, or, as in lists of
 // hosts to be blocked, stands for no station.
-std::string canonical(const std::string& word, bool ethers) {
-  if (ethers) {
-    ether_addr mac{};
-    return ether_aton_r(word.c_str(), &mac) == nullptr ? "" : mac_text(mac.ether_addr_octet);
-  }
+std::string canonical(const std::string& word) {
+  ether_addr mac{};
+  if (ether_aton_r(word.c_str(), &mac) != nullptr) return mac_text(mac.ether_addr_octet);
   unsigned char octets[16]{};
   for (const auto& [family, length] : {std::pair(AF_INET, 4U), std::pair(AF_INET6, 16U)}) {
     if (inet_pton(family, word.c_str(), octets) != 1) continue;
@@ -65,11 +54,9 @@ std::string Names::names_folder() {
 }
 
 Names::Names(std::string folder) : makers_({folder + "/oui.csv", kMakersFile}) {
-  for (const Numbered& each : kNumbered) sources_.push_back({folder + '/' + each.file});
-  for (const std::string& from : {folder, std::string("/etc")}) {
-    sources_.push_back({from + "/ethers"});
-    sources_.push_back({from + "/hosts"});
-  }
+  for (const auto& [file, kind] : kFiles) sources_.push_back({folder + '/' + file, kind});
+  sources_.push_back({"/etc/ethers", NameKind::station});
+  sources_.push_back({"/etc/hosts", NameKind::station});
 }
 
 void Names::refresh() {
@@ -82,41 +69,34 @@ void Names::refresh() {
   }
   if (!changed) return;
   read_ = true;
+  numbers_.clear();
   stations_.clear();
-  for (std::size_t i = 0; i < sources_.size(); ++i) {
-    if (i < numbers_.size()) {
-      numbers_[i].clear();
-      read_numbers(sources_[i].path, numbers_[i]);
-    } else {
-      read_stations(sources_[i].path, (i - numbers_.size()) % 2 == 0);
+  for (const Source& source : sources_) {
+    for (const NameLine& line : read_name_file(source.path)) {
+      source.kind == NameKind::station ? add_station(line)
+                                       : add_number(numbers_[source.kind], line);
     }
   }
 }
 
-void Names::read_numbers(const std::string& path, ByNumber& names) const {
-  for (const NameLine& line : read_name_file(path)) {
-    const auto number = parse_number(line.words[1]);
-    if (!number || names.size() == kMostNames) continue;
-    const std::string& name = line.words[0];
-    names.try_emplace(*number, Name{name, line.words[2].empty() ? brief_of(name) : line.words[2]});
-  }
+void Names::add_number(ByNumber& names, const NameLine& line) const {
+  const auto number = parse_number(line.words[1]);
+  if (!number || names.size() == kMostNames) return;
+  const std::string& name = line.words[0];
+  names.try_emplace(*number, Name{name, line.words[2].empty() ? brief_of(name) : line.words[2]});
 }
 
-void Names::read_stations(const std::string& path, bool ethers) {
-  for (const NameLine& line : read_name_file(path)) {
-    std::string address = canonical(line.words[0], ethers);
-    if (address.empty() || stations_.size() == kMostNames) continue;
-    stations_.try_emplace(std::move(address), line.words[1]);
-  }
+void Names::add_station(const NameLine& line) {
+  std::string address = canonical(line.words[0]);
+  if (address.empty() || stations_.size() == kMostNames) return;
+  stations_.try_emplace(std::move(address), line.words[1]);
 }
 
 const Names::Name* Names::numbered(NameKind kind, std::uint32_t number) const {
-  for (std::size_t i = 0; i < numbers_.size(); ++i) {
-    if (kNumbered[i].kind != kind) continue;
-    const auto found = numbers_[i].find(number);
-    return found == numbers_[i].end() ? nullptr : &found->second;
-  }
-  return nullptr;
+  const auto names = numbers_.find(kind);
+  if (names == numbers_.end()) return nullptr;
+  const auto found = names->second.find(number);
+  return found == names->second.end() ? nullptr : &found->second;
 }
 
 std::string Names::station(const Octets& octets, bool mac) const {
@@ -135,7 +115,7 @@ std::string Names::name_of(const RecordLayout& layout, const unsigned char* reco
   if (kind == NameKind::none || is_total(layout, record)) return {};
   const Cell cell = cell_of(layout, record, column);
   if (const auto* octets = std::get_if<Octets>(&cell)) {
-    return station(*octets, is_mac(layout, column));
+    return station(*octets, layout.columns[column].kind == ColumnKind::mac);
   }
   const Name* name = numbered(kind, std::get<std::uint32_t>(cell));
   return name == nullptr ? "" : name->full;

@@ -2,10 +2,9 @@
 //
 // They come from text files that the machine and whoever integrates the appliance keep:
 //
-//   FOLDER/protocols, vlans, priorities, groups   lines of NAME NUMBER [BRIEF], as /etc/protocols
-//   has FOLDER/ethers, /etc/ethers                    lines of MAC NAME (ethers(5)) FOLDER/hosts,
-//   /etc/hosts                      lines of ADDRESS NAME (hosts(5)) FOLDER/oui.csv, else that of
-//   ieee-data        makers, for MAC addresses without a name
+//   FOLDER/protocols, vlans, priorities, groups: lines of NAME NUMBER [BRIEF], as /etc/protocols
+//   has FOLDER/ethers, FOLDER/hosts, /etc/ethers, /etc/hosts: lines of MAC or ADDRESS and NAME
+//   FOLDER/oui.csv, else that of ieee-data: makers, for MAC addresses without a name
 //
 // A number that stands twice has the name of its first line. A file that is missing, larger than 4
 // MiB (of makers 16 MiB) or not a regular one has no names, and a line that makes no sense has none
@@ -13,8 +12,8 @@
 // terminals.
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "names/makers.h"
+#include "names/name_file.h"
 #include "names/resolver.h"
 #include "records/collection_files.h"
 #include "records/record_cell.h"
@@ -62,18 +62,19 @@ class Names {
   };
   struct Source {
     std::string path;
+    NameKind kind;  // whose names it has
     std::optional<FileStamp> stamp{};
   };
   using ByNumber = std::unordered_map<std::uint32_t, Name>;
 
   static std::string names_folder();
-  void read_numbers(const std::string& path, ByNumber& names) const;
-  void read_stations(const std::string& path, bool ethers);
+  void add_number(ByNumber& names, const NameLine& line) const;
+  void add_station(const NameLine& line);
   const Name* numbered(NameKind kind, std::uint32_t number) const;
   std::string station(const Octets& octets, bool mac) const;
 
-  std::vector<Source> sources_;  // kNumbered of names by number, then ethers and hosts by turns
-  std::array<ByNumber, 4> numbers_;
+  std::vector<Source> sources_;
+  std::map<NameKind, ByNumber> numbers_;
   std::unordered_map<std::string, std::string> stations_;  // by the text of the address
   Makers makers_;
   mutable std::optional<Resolver> resolver_;

@@ -1,6 +1,5 @@
 #include "names/resolver.h"
 
-#include <arpa/inet.h>
 #include <netdb.h>
 
 #include <condition_variable>
@@ -20,23 +19,16 @@ constexpr std::size_t kMostAddresses = 4096;
 
 // ask waits for the system's resolver for as long as that takes.
 std::string ask(const std::string& address) {
-  sockaddr_in v4{};
-  sockaddr_in6 v6{};
-  v4.sin_family = AF_INET;
-  v6.sin6_family = AF_INET6;
-  const sockaddr* socket = nullptr;
-  socklen_t size = 0;
-  if (inet_pton(AF_INET, address.c_str(), &v4.sin_addr) == 1) {
-    socket = reinterpret_cast<const sockaddr*>(&v4);
-    size = sizeof v4;
-  } else if (inet_pton(AF_INET6, address.c_str(), &v6.sin6_addr) == 1) {
-    socket = reinterpret_cast<const sockaddr*>(&v6);
-    size = sizeof v6;
-  } else {
+  addrinfo hints{};
+  hints.ai_flags = AI_NUMERICHOST;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(address.c_str(), nullptr, &hints, &found) != 0) return {};
+  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> socket(found, freeaddrinfo);
+  char name[NI_MAXHOST];
+  if (getnameinfo(socket->ai_addr, socket->ai_addrlen, name, sizeof name, nullptr, 0,
+                  NI_NAMEREQD) != 0) {
     return {};
   }
-  char name[NI_MAXHOST];
-  if (getnameinfo(socket, size, name, sizeof name, nullptr, 0, NI_NAMEREQD) != 0) return {};
   std::string text = printable(name);
   return text.size() <= kLongestName ? text : "";
 }

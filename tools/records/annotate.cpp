@@ -356,11 +356,19 @@ std::vector<FileNote> Annotator::finish() {
   return notes;
 }
 
-std::vector<FileNote> file_notes(const OpenFiles& files, const AnnotateOptions& options) {
-  Annotator annotator(files, options);
+std::vector<FileNote> read_rows(const OpenFiles& files, const AnnotateOptions* options,
+                                const std::function<bool(const unsigned char*, RowNotes)>& take) {
+  std::optional<Annotator> annotator;
+  if (options != nullptr) annotator.emplace(files, *options);
   Records records = files.main.records();
-  while (const unsigned char* record = records.next()) (void)annotator.next(record);
-  return annotator.finish();
+  while (const unsigned char* record = records.next()) {
+    if (!take(record, annotator ? annotator->next(record) : RowNotes{0})) return {};
+  }
+  return annotator ? annotator->finish() : std::vector<FileNote>();
+}
+
+std::vector<FileNote> file_notes(const OpenFiles& files, const AnnotateOptions& options) {
+  return read_rows(files, &options, [](const unsigned char*, RowNotes) { return true; });
 }
 
 }  // namespace tally

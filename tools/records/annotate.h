@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -106,6 +107,11 @@ class Annotator {
   std::uint64_t behind_ = 0;        // new rows that sort behind the whole of the older sample
   std::array<std::uint64_t, kRowNoteCount> counts_{};
 };
+
+// read_rows gives every row of `files.main`, which must be good, with its notes, in order, until
+// `take` returns false. Returns the notes about the file. Without options there are none.
+std::vector<FileNote> read_rows(const OpenFiles& files, const AnnotateOptions* options,
+                                const std::function<bool(const unsigned char*, RowNotes)>& take);
 
 // file_notes returns the notes about the file, for those who show no rows.
 std::vector<FileNote> file_notes(const OpenFiles& files, const AnnotateOptions& options);

@@ -14,6 +14,9 @@ namespace {
 // Whole numbers from here on are written with an exponent: they are no counts.
 constexpr double kLargeNumber = 1e21;
 
+// Doubles hold every whole number below 2^53.
+constexpr double kExact = 0x1p53;
+
 // Bits of an octet: what people read a rate of octets in.
 constexpr double kBits = 8;
 
@@ -47,6 +50,10 @@ void append_exact(std::string& text, double value) {
   char digits[32];  // the longest shortest decimal of a double has 24 characters
   char* const end = digits + sizeof digits;
   const bool whole = value == std::floor(value) && std::fabs(value) < kLargeNumber;
+  if (whole && value > 0 && value < kExact) {  // a count, written faster than any other number
+    text.append(digits, std::to_chars(digits, end, static_cast<std::uint64_t>(value)).ptr);
+    return;
+  }
   text.append(digits, whole ? std::to_chars(digits, end, value, std::chars_format::fixed).ptr
                             : std::to_chars(digits, end, value).ptr);
 }

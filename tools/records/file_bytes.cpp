@@ -1,6 +1,7 @@
 #include "records/file_bytes.h"
 
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,43 +29,20 @@ int copy_within_kernel(int from, int to, std::uint64_t size) {
   off_t offset = 0;
   while (static_cast<std::uint64_t>(offset) < size) {
     const auto left = size - static_cast<std::uint64_t>(offset);
-    const ssize_t copied =
+    ssize_t copied =
         retry_interrupted([&] { return copy_file_range(from, &offset, to, nullptr, left, 0); });
+    // Not between all file systems, which sendfile(2) does not mind.
+    if (copied < 0) copied = retry_interrupted([&] { return sendfile(to, from, &offset, left); });
     if (copied < 0) return errno;
     if (copied == 0) return ENODATA;  // it became shorter
   }
   return 0;
 }
 
-// copy_in_blocks does the same between file systems that cannot do it themselves.
-int copy_in_blocks(int from, int to, std::uint64_t size) {
-  std::vector<unsigned char> block(kBlock);
-  std::uint64_t offset = 0;
-  while (offset < size) {
-    const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, size - offset));
-    const ssize_t got = retry_interrupted(
-        [&] { return pread(from, block.data(), want, static_cast<off_t>(offset)); });
-    if (got <= 0) return got < 0 ? errno : ENODATA;
-    const ssize_t put = retry_interrupted([&] {
-      return pwrite(to, block.data(), static_cast<std::size_t>(got), static_cast<off_t>(offset));
-    });
-    if (put <= 0) return put < 0 ? errno : ENOSPC;
-    offset += static_cast<std::uint64_t>(put);
-  }
-  return 0;
-}
-
 int read_whole(int fd, std::uint64_t size, FileBytes& copy) {
   std::vector<unsigned char> bytes(size);
-  std::size_t used = 0;
-  while (used < size) {
-    const ssize_t got = retry_interrupted(
-        [&] { return pread(fd, bytes.data() + used, size - used, static_cast<off_t>(used)); });
-    if (got < 0) return errno;
-    if (got == 0) break;
-    used += static_cast<std::size_t>(got);
-  }
-  bytes.resize(used);
+  bytes.resize(read_at(fd, 0, bytes));
+  if (bytes.size() < size && errno != 0) return errno;
   copy = FileBytes(std::move(bytes));
   return 0;
 }
@@ -78,13 +56,18 @@ std::size_t FileBytes::read(std::uint64_t offset, std::span<unsigned char> into)
     std::memcpy(into.data(), bytes_.data() + offset, want);
     return want;
   }
+  return read_at(fd_.get(), offset, into.first(want));
+}
+
+std::size_t read_at(int fd, std::uint64_t offset, std::span<unsigned char> into) {
   std::size_t used = 0;
-  while (used < want) {
-    const ssize_t got = retry_interrupted([&] {
-      return pread(fd_.get(), into.data() + used, want - used, static_cast<off_t>(offset + used));
+  ssize_t got = 1;
+  errno = 0;
+  while (used < into.size() && got > 0) {
+    got = retry_interrupted([&] {
+      return pread(fd, into.data() + used, into.size() - used, static_cast<off_t>(offset + used));
     });
-    if (got <= 0) break;
-    used += static_cast<std::size_t>(got);
+    if (got > 0) used += static_cast<std::size_t>(got);
   }
   return used;
 }
@@ -93,10 +76,7 @@ int copy_of(int fd, std::uint64_t size, FileBytes& copy) {
   if (size <= kSmall) return read_whole(fd, size, copy);
   UniqueFd file = temporary_file();
   if (!file) return read_whole(fd, size, copy);
-  int error = copy_within_kernel(fd, file.get(), size);
-  if (error == EXDEV || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL) {
-    error = copy_in_blocks(fd, file.get(), size);
-  }
+  const int error = copy_within_kernel(fd, file.get(), size);
   if (error == ENOSPC || error == EDQUOT || error == EFBIG) return read_whole(fd, size, copy);
   if (error == 0) copy = FileBytes(std::move(file), size);
   return error;

@@ -36,6 +36,10 @@ class FileBytes {
   UniqueFd fd_;
 };
 
+// read_at reads from a file until `into` is full, and returns how many octets there were. With
+// fewer than asked for errno is 0 at the end of the file, else it says why.
+std::size_t read_at(int fd, std::uint64_t offset, std::span<unsigned char> into);
+
 // copy_of takes a private copy of the whole of an open file as fast as the system can: small files
 // into memory, larger ones into an unlinked temporary file ($TMPDIR, or /var/tmp), so that memory
 // does not grow with the file; into memory, too, when no temporary file can be made. Returns 0 or

@@ -22,7 +22,6 @@ class RowFilter {
   // search lets only rows through that have this text in a part of their key, or in its name.
   void search(const std::string& text) { sought_ = text.empty() ? text : '*' + text + '*'; }
 
-  bool empty() const { return conditions_.empty() && sought_.empty(); }
   bool accepts(const unsigned char* record) const;
 
  private:

@@ -49,17 +49,13 @@ LoadedView load_view(const OpenFiles& files, const RowFilter& filter, const RowO
   view.layout = files.main.layout;
   view.count = files.main.count();
   view.order = order;
-  std::optional<Annotator> annotator;
-  if (options != nullptr) annotator.emplace(files, *options);
-  Records records = files.main.records();
-  while (const unsigned char* record = records.next()) {
-    const RowNotes notes = annotator ? annotator->next(record) : RowNotes{0};
+  view.notes = read_rows(files, options, [&](const unsigned char* record, RowNotes notes) {
     add_to_totals(view, record, notes);
-    if (!filter.empty() && !filter.accepts(record)) continue;
+    if (!filter.accepts(record)) return true;
     if (!is_total(*view.layout, record)) ++view.accepted;
     loaded.selection.add(record, notes);
-  }
-  if (annotator) view.notes = annotator->finish();
+    return true;
+  });
   view.rows = loaded.selection.rows();
   return loaded;
 }
