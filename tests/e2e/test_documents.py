@@ -19,7 +19,6 @@ from harness.collection import Collection
 from harness.files import FORMATS, HOST, MATRIX, PDIST, PRIO
 from harness.paths import DATA, NMP_SETTINGS, PID_FILE, PIPE, PREFERENCES, REPOSITORY, program
 
-TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
 
 
 def page(name):

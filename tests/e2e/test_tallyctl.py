@@ -5,7 +5,6 @@ import http.client
 import json
 import os
 import pathlib
-import pty
 import random
 import re
 import resource
@@ -14,7 +13,6 @@ import signal
 import socket
 import struct
 import subprocess
-import termios
 import threading
 import time
 
@@ -24,9 +22,8 @@ from scapy.layers.dns import DNS, DNSRR
 from harness import processes, samples
 from harness.collection import Collection
 from harness.files import HOST
-from harness.paths import DATA, PIPE, program
-
-TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
+from harness.paths import DATA, PIPE, TALLYCTL
+from harness.terminal import DOWN, LEFT, RIGHT, UP, Watch, on_screen
 
 
 def needs(judge):
@@ -320,16 +317,6 @@ def test_metrics_server(pipe, tmp_path):
         subprocess.run(["promtool", "check", "metrics"], stdin=file, check=True)
 
 
-def on_screen(line, kind="xterm", no_color=""):
-    """What a command writes to a screen of 10 lines of 40 characters."""
-    screen, terminal = pty.openpty()
-    with open(screen, "rb", buffering=0) as shown, open(terminal, "wb") as written:
-        fcntl.ioctl(written, termios.TIOCSWINSZ, struct.pack("4H", 10, 40, 0, 0))
-        subprocess.run([TALLYCTL, *line.split()], stdout=written, stdin=subprocess.DEVNULL, timeout=60, check=True,
-                       env={**os.environ, "TERM": kind, "NO_COLOR": no_color})
-        return shown.read(65536).decode()
-
-
 def test_screen(pipe):
     """Only a terminal is coloured and redrawn; watch takes its other screen and gives all back."""
     put("vlan_1", 5, bytes(30 * 36))
@@ -353,51 +340,6 @@ def test_screen(pipe):
     for plain in (tallyctl(show), on_screen(show, no_color="1"), on_screen(show + " --color never"),
                   on_screen("watch --no-viewing vlan 1 prio 1 --count 1", "dumb")):
         assert plain and "\x1b" not in plain
-
-
-class Watch:
-    """tallyctl watch on a terminal, and what stands there."""
-    def __init__(self, line, size, locale):
-        screen, self.terminal = pty.openpty()
-        self.screen = open(screen, "r+b", buffering=0)
-        os.set_blocking(screen, False)
-        self.written, self.process = "", None
-        self.resize(*size)
-        self.process = subprocess.Popen([TALLYCTL, "watch", *line.split()], stdin=self.terminal, stdout=self.terminal,
-                                        env={**os.environ, "TERM": "xterm", "NO_COLOR": "", "LC_ALL": locale})
-
-    def resize(self, lines, columns):
-        self.size = lines, columns
-        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("4H", lines, columns, 0, 0))
-        if self.process:
-            self.process.send_signal(signal.SIGWINCH)
-
-    def frame(self):
-        """The last whole one; before it only whole ones went by."""
-        self.written += (self.screen.read(1 << 20) or b"").decode()
-        frame = self.written.rpartition("\x1b[0m")[0].rpartition("\x1b[H")[2]
-        return re.sub(r"\x1b\[[0-9;]*[mK]", "", frame).replace("\r", "")
-
-    def shows(self, *texts, without=()):
-        """These soon, in as many lines as there are, of which none is too long."""
-        def wrong():
-            frame = self.frame()
-            return [text for text in texts if text not in frame] + [text for text in without if text in frame] + \
-                [line for line in frame.split("\n") if len(line) > self.size[1] or frame.count("\n") + 1 != self.size[0]]
-        with contextlib.suppress(AssertionError):
-            processes.wait_until(lambda: not wrong())
-        assert not wrong(), self.frame()
-
-    def gave_back(self):
-        self.frame()
-        return self.written.endswith("\x1b[?7h\x1b[?25h\x1b[?1049l") and termios.tcgetattr(self.terminal)[3] & termios.ECHO
-
-    def press(self, keys, *texts, without=()):
-        self.screen.write(keys.encode())
-        self.shows(*texts, without=without)
-
-
-UP, DOWN, RIGHT, LEFT = ("\x1b[A", "\x1bOB", "\x1b[C", "\x1b[D")
 
 
 def test_watch(pipe):
@@ -449,14 +391,13 @@ def test_watch(pipe):
     watch.process.send_signal(signal.SIGTERM)
     assert watch.process.wait(60) == 0
     assert watch.gave_back()
-    unviewed = Watch("--no-viewing", (24, 80), "C")
-    unviewed.shows("4 collections, 2 live, 1 failing")  # a sample of the last hour is as new as can be
-    unviewed.screen.write(b"q")
-    assert unviewed.process.wait(60) == 0
-    named = Watch("--no-viewing host 1 nlmatrix 1 vlan 1", (20, 80), "C.UTF-8")
-    named.shows("host 1  interval", "nlmatrix 1  interval", "  there is a sample but no delta file yet")
-    named.screen.write(b"\r\x1bq")
-    assert named.process.wait(60) == 1
+    for names, status, texts in (  # unviewed, a sample of the last hour is as new as can be
+            ("", 0, ("4 collections, 2 live, 1 failing",)),
+            ("host 1 nlmatrix 1 vlan 1", 1, ("host 1  interval", "nlmatrix 1  interval", "  there is a sample but no delta file yet"))):
+        watch = Watch("--no-viewing " + names, (24, 80), "C.UTF-8")
+        watch.shows(*texts)
+        watch.screen.write(b"\r\x1bq" if names else b"q")
+        assert watch.process.wait(60) == status
 
 
 def test_names(pipe, tmp_path):

@@ -41,15 +41,12 @@ struct Finding {
   std::string advice;  // what to do; empty when nothing is to be done
 };
 
-class Report {
- public:
-  void add(Level level, std::string subject, std::string text, std::string advice = {}) {
-    findings_.push_back({level, std::move(subject), std::move(text), std::move(advice)});
-  }
-  const std::vector<Finding>& findings() const { return findings_; }
+struct Report {
+  std::vector<Finding> findings{};
 
- private:
-  std::vector<Finding> findings_;
+  void add(Level level, std::string subject, std::string text, std::string advice = {}) {
+    findings.push_back({level, std::move(subject), std::move(text), std::move(advice)});
+  }
 };
 
 void check_daemon(const ToolPaths& paths, const DaemonState& daemon, Report& report) {
@@ -393,10 +390,10 @@ ExitCode check(const ToolPaths& paths, const Options& options) {
   check_supervisor(paths, settings, target, report);
   check_collections(paths, settings, report);
   Output output(STDOUT_FILENO);
-  output << (options.json ? as_json(report.findings())
-                          : as_text(report.findings(), look_at_terminal().colour));
+  output << (options.json ? as_json(report.findings)
+                          : as_text(report.findings, look_at_terminal().colour));
   if (!finish(output)) return kAbsent;
-  const bool problem = std::any_of(report.findings().begin(), report.findings().end(),
+  const bool problem = std::any_of(report.findings.begin(), report.findings.end(),
                                    [](const Finding& f) { return f.level == Level::problem; });
   return problem ? kAbsent : kDone;
 }

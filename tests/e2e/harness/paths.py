@@ -17,3 +17,6 @@ REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 def program(variable, path):
     """A program under test: named by an environment variable, else out of the release build."""
     return os.environ.get(variable) or str(REPOSITORY / "build" / "release" / path)
+
+
+TALLYCTL = program("TALLYCTL_BIN", "tools/tallyctl")
