@@ -17,7 +17,7 @@ from harness.agent import BINARY as MINITAPD
 from harness.agent import SCRIPT, TRACE
 from harness.collection import Collection
 from harness.files import FORMATS, HOST, MATRIX, PDIST, PRIO
-from harness.paths import DATA, NMP_SETTINGS, PID_FILE, PIPE, PREFERENCES, REPOSITORY, program
+from harness.paths import DATA, NMP_SETTINGS, PID_FILE, PIPE, PREFERENCES, REPOSITORY, TALLYCTL, program
 
 
 
