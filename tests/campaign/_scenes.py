@@ -339,7 +339,7 @@ class KindsScene:
 
     def healthy(self, version, create=False):
         self.poll(version, create)
-        self.world.daemon.answer(60)
+        self.world.daemon.answer()
         self.world.take_texts()
         assert all(self.judge()[:2])
 

@@ -99,7 +99,7 @@ class WebServer:
 
     def stop(self):
         self._process.terminate()
-        self._process.wait(10)
+        self._process.wait(processes.PATIENCE)
         shutil.rmtree(self._root, ignore_errors=True)
 
 
