@@ -44,7 +44,7 @@ class ByteList {
   std::uint8_t* resize(std::uint32_t count) {
     count_ = 0;  // until the bytes are there, if memory runs out
     in_place_ = {};
-    heap_.clear();
+    if (!heap_.empty()) std::vector<std::uint8_t>().swap(heap_);  // which gives its memory back
     if (count > kInPlace) heap_.resize(count);
     count_ = count;
     return heap_.empty() ? in_place_.data() : heap_.data();

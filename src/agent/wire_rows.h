@@ -31,7 +31,7 @@ class WireRows {
 
   // clear lets go of the rows.
   void clear() {
-    if (!keep_buffer_) rows_ = {};
+    if (!keep_buffer_) std::vector<Row>().swap(rows_);  // an empty list assigned would keep it
     count_ = 0;
     keep_buffer_ = true;
   }

@@ -3,8 +3,10 @@
 #include "agent/xdr_codec.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -114,6 +116,19 @@ TEST(XdrCodec, LongestMessage) {
     HostTableKey key;
     EXPECT_EQ(decode_bytes(xdr_wire<HostTableKey>, key, endless).good, bytes == most - 4);
   }
+}
+
+// Static results live for years: what one outsize reply or long address took must not stay.
+TEST(XdrCodec, GivesTheMemoryOfABrokenReplyBack) {
+  const auto used = mallinfo2().uordblks;
+  ByteList address;
+  address.resize(60'000);
+  address.resize(6);
+  WireRows<std::array<char, 60>> rows;
+  for (int row = 0; row < 1000; ++row) rows.next_row();
+  rows.keep_buffer(false);
+  rows.clear();
+  EXPECT_LT(mallinfo2().uordblks, used + 10'000);
 }
 
 // The library's frames are C: memory that runs out must not be an exception there.
