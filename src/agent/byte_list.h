@@ -21,7 +21,10 @@ class ByteList {
   ByteList() = default;
   explicit ByteList(std::span<const std::uint8_t> bytes) { assign(bytes); }
   ByteList(const ByteList&) = default;
-  ByteList& operator=(const ByteList&) = default;
+  ByteList& operator=(const ByteList& other) {  // which gives the memory of a longer one back
+    if (this != &other) assign(other.bytes());
+    return *this;
+  }
   ~ByteList() = default;
 
   std::uint32_t size() const { return count_; }
