@@ -194,6 +194,7 @@ def test_requests(either_server, pipe):
         assert status == 500 and "has no access to" in answer["error"]
     for method, wanted in (("PUT", 405), ("DELETE", 405), ("HEAD", 200)):
         assert either_server.request(method, "/tally/control", {"Content-Length": "0"})[0] == wanted, method
+    assert either_server.request("GET", "/tally/control?history=host/1,host/2&span=hour")[0] == 400, "one at a time"
     status, headers, _ = either_server.request("GET", "/tally")
     assert status == 301 and headers["Location"].endswith("/tally/")
     for name, wanted in (("", (403, 404)), ("x.html", (200,))):  # no listing, and nothing of it is a page

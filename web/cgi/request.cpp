@@ -111,12 +111,15 @@ Request query_of(const Variables& variables) {
     want_control_header(variables);
     return SourcesRequest{};
   }
-  for (const char* what : {"names", "history"}) {
-    if (!given.contains(what)) continue;
-    auto collections = collections_of(given[what]);
-    if (collections.empty())
+  for (const std::string_view what : {"names", "history"}) {
+    const auto asked = given.find(what);
+    if (asked == given.end()) continue;
+    auto collections = collections_of(asked->second);
+    const bool names = what == "names";
+    if (collections.empty() || (!names && collections.size() > 1)) {
       throw Refusal(400, std::string(what) + " must be asked for as TYPE/INDEX.");
-    if (std::string_view(what) == "names") return NamesRequest{std::move(collections)};
+    }
+    if (names) return NamesRequest{std::move(collections)};
     return history_of(collections[0], given);
   }
   return ListRequest{};
